@@ -1,0 +1,80 @@
+// Bit sets of 32-bit words: bit n is bit n & 31 of word n >> 5. The word layout is an interface, so walks go word by
+// word on every byte order.
+#pragma once
+
+#include "base/shared_word.h"
+
+#include <cstdint>
+
+namespace bri::bits {
+
+inline constexpr unsigned kSetBits = 4096; // event sets and VLAN sets
+inline constexpr unsigned kSetWords = kSetBits / 32;
+
+[[nodiscard]] constexpr unsigned word_of(unsigned bit) { return bit >> 5; }
+[[nodiscard]] constexpr uint32_t mask_of(unsigned bit) { return uint32_t{1} << (bit & 31U); }
+
+// The caller bounds `bit` by the set's size. Words are accessed as shared words, so the same code serves private sets
+// and sets in shared memory.
+[[nodiscard]] inline bool test(const uint32_t *words, unsigned bit) {
+    return (shared::load(words[word_of(bit)]) & mask_of(bit)) != 0;
+}
+inline void set(uint32_t *words, unsigned bit) { words[word_of(bit)] |= mask_of(bit); }
+inline void clear(uint32_t *words, unsigned bit) { words[word_of(bit)] &= ~mask_of(bit); }
+
+// The same for a set in shared memory; true when the call changed the bit.
+inline bool set_shared(uint32_t *words, unsigned bit) {
+    return (shared::set_bits(words[word_of(bit)], mask_of(bit)) & mask_of(bit)) == 0;
+}
+inline bool clear_shared(uint32_t *words, unsigned bit) {
+    return (shared::clear_bits(words[word_of(bit)], mask_of(bit)) & mask_of(bit)) != 0;
+}
+
+// Bits of word `index` that lie in first..last.
+[[nodiscard]] constexpr uint32_t range_mask(unsigned index, unsigned first, unsigned last) {
+    const unsigned low = index * 32;
+    uint32_t mask = ~uint32_t{0};
+    if (first > low)
+        mask = first - low > 31 ? 0 : mask << (first - low);
+    if (last < low)
+        return 0;
+    if (last - low < 31)
+        mask &= ~uint32_t{0} >> (31 - (last - low));
+    return mask;
+}
+
+// Calls fn(bit) for each set bit in first..last, rising. Each word is read once, when the walk reaches it. fn may give
+// bool: false ends the walk.
+template <class Fn> inline void for_each(const uint32_t *words, unsigned first, unsigned last, Fn &&fn) {
+    if (first > last)
+        return;
+    for (unsigned index = word_of(first); index <= word_of(last); ++index) {
+        uint32_t left = shared::load(words[index]) & range_mask(index, first, last);
+        while (left != 0) {
+            const unsigned bit = index * 32 + static_cast<unsigned>(__builtin_ctz(left));
+            left &= left - 1;
+            if constexpr (requires { static_cast<bool>(fn(bit)); }) {
+                if (!fn(bit))
+                    return;
+            } else {
+                fn(bit);
+            }
+        }
+    }
+}
+
+[[nodiscard]] inline bool any(const uint32_t *words, unsigned count) {
+    for (unsigned index = 0; index < count; ++index)
+        if (shared::load(words[index]) != 0)
+            return true;
+    return false;
+}
+
+[[nodiscard]] inline unsigned count(const uint32_t *words, unsigned n) {
+    unsigned total = 0;
+    for (unsigned index = 0; index < n; ++index)
+        total += static_cast<unsigned>(__builtin_popcount(shared::load(words[index])));
+    return total;
+}
+
+} // namespace bri::bits

@@ -1,0 +1,22 @@
+// Words that other processes or threads read and write while we do: relaxed atomics, which are plain loads and stores
+// in machine code but are neither torn nor invented by the compiler. Bit changes never lose another writer's bit.
+#pragma once
+
+#include <cstdint>
+
+namespace bri::shared {
+
+template <class T> [[nodiscard]] inline T load(const T &word) { return __atomic_load_n(&word, __ATOMIC_RELAXED); }
+
+template <class T> inline void store(T &word, T value) { __atomic_store_n(&word, value, __ATOMIC_RELAXED); }
+
+// All three give the value before the change.
+template <class T> inline T set_bits(T &word, T bits) { return __atomic_fetch_or(&word, bits, __ATOMIC_RELAXED); }
+
+template <class T> inline T clear_bits(T &word, T bits) {
+    return __atomic_fetch_and(&word, static_cast<T>(~bits), __ATOMIC_RELAXED);
+}
+
+template <class T> inline T add(T &word, T amount) { return __atomic_fetch_add(&word, amount, __ATOMIC_RELAXED); }
+
+} // namespace bri::shared

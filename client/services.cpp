@@ -1,0 +1,22 @@
+// Not built yet: every operation gives its failure value.
+#include "client/state.h"
+#include <bridge/bridge.h>
+
+namespace bri::client { void run_requested_oridata() {} }
+const char *bri_strerror(int ) { return ""; }
+void bridge_agent_set_business_callback(uint32_t , bri_business_callback ) {}
+int bridge_agent_call_business_callback(uint32_t , void *, void *) { return -1; }
+void bri_clnt_reg_swport_prejudge_callback(bri_business_callback ) {}
+void bri_clnt_reg_ss_origin_mac_callback(bri_business_callback ) {}
+void bri_clnt_call_swport_prejudge_callback(void *) {}
+void bri_clnt_call_ss_origin_mac_callback() {}
+void bridge_client_request_oridata() {}
+void bridge_client_request_submod_oridata(uint32_t ) {}
+void bridge_client_notify_all_oridata() {}
+void bridge_client_notify_submod_oridata(uint32_t ) {}
+void bridge_submod_set_data_state(uint32_t , uint32_t ) {}
+void bridge_dspch_client_init(const char *) {}
+int bridge_client_get_local_mac(uint8_t *) { return -1; }
+int bridge_client_get_svi_mac(uint8_t *) { return -1; }
+int bridge_maddr_get_local(uint8_t *) { return -1; }
+int bridge_get_sys_mem_info(struct bri_sys_mem_info *) { return -1; }

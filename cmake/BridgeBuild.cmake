@@ -1,0 +1,36 @@
+# How everything here is compiled. `bridge_flags` is for every target, `bridge_library_flags` for the library itself,
+# which runs inside other people's processes and carries no C++ runtime.
+set(CMAKE_C_STANDARD 11)
+set(CMAKE_CXX_STANDARD 20)
+set(CMAKE_C_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_C_EXTENSIONS ON)
+set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+
+add_library(bridge_flags INTERFACE)
+target_compile_definitions(bridge_flags INTERFACE _GNU_SOURCE)
+target_compile_options(bridge_flags INTERFACE -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion -Wformat=2
+                                              -Wundef -Werror)
+if(BRIDGE_SANITIZE)
+  target_compile_options(bridge_flags INTERFACE -fsanitize=${BRIDGE_SANITIZE} -fno-sanitize-recover=all
+                                                -fno-omit-frame-pointer)
+  target_link_options(bridge_flags INTERFACE -fsanitize=${BRIDGE_SANITIZE})
+endif()
+
+add_library(bridge_library_flags INTERFACE)
+target_link_libraries(bridge_library_flags INTERFACE bridge_flags)
+target_compile_options(
+  bridge_library_flags INTERFACE $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions -fno-rtti -fno-threadsafe-statics>
+                                 -fvisibility=hidden -fno-common)
+
+# Sources of the named rooms, newly added files included.
+function(bridge_room_sources out)
+  set(all)
+  foreach(room IN LISTS ARGN)
+    file(GLOB found CONFIGURE_DEPENDS "${PROJECT_SOURCE_DIR}/${room}/*.cpp")
+    list(APPEND all ${found})
+  endforeach()
+  set(${out} ${all} PARENT_SCOPE)
+endfunction()

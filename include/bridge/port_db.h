@@ -1,0 +1,138 @@
+/* Switch-port database in the shared segment "SWPORT-SHM". */
+#ifndef BRIDGE_PORT_DB_H
+#define BRIDGE_PORT_DB_H
+
+#include <bridge/base.h>
+
+BRI_BEGIN_DECLS
+
+#define BRI_PORT_SLOTS 64u         /* blocks in the table; interface index 0 is never valid */
+#define BRI_STP_INSTANCES 65u      /* spanning-tree instances 0..64 */
+#define BRI_STP_INSTANCE_NONE 1022 /* answer for a VLAN without an instance */
+
+/* Port modes. */
+enum bri_port_mode {
+    BRI_PORT_ROUTE = 0,
+    BRI_PORT_ACCESS = 1,
+    BRI_PORT_TRUNK = 2,
+    BRI_PORT_HOST = 3,
+    BRI_PORT_PROMIS = 4,
+    BRI_PORT_TUNNEL = 5,
+    BRI_PORT_UPLINK = 6,
+    BRI_PORT_HYBRID = 7
+};
+
+/* How a port carries a VLAN. */
+enum bri_tag_rule { BRI_TAG_NOT_MEMBER = 1, BRI_TAG_UNTAGGED = 3, BRI_TAG_TAGGED = 4 };
+
+/* Switch-port control block. The library writes only attr_exclude and tag_vlan. */
+struct spcb {
+    uint16_t default_vid;                  /*    0: native / access VLAN */
+    uint8_t reserved1[2];                  /*    2: padding */
+    uint32_t ifx;                          /*    4: own interface index; 0: the port does not exist */
+    uint32_t attr_exclude;                 /*    8: port functions that exclude each other */
+    uint32_t version;                      /*   12: change counter of the server */
+    uint32_t mode;                         /*   16: enum bri_port_mode */
+    uint32_t default_mode;                 /*   20: mode the port returns to */
+    uint8_t server1[268];                  /*   24: the server's */
+    uint16_t fwd_state[BRI_STP_INSTANCES]; /*  292: forwarding state per instance 0..64 */
+    uint8_t server2[2];                    /*  422: the server's */
+    struct vlanset tag_vlan;               /*  424: VLANs carried tagged */
+    struct vlanset allow_vlan;             /*  936: VLANs that may pass */
+    uint8_t server3[512];                  /* 1448: the server's */
+};
+BRI_SIZE(spcb, 1960);
+BRI_AT(spcb, default_vid, 0);
+BRI_AT(spcb, reserved1, 2);
+BRI_AT(spcb, ifx, 4);
+BRI_AT(spcb, attr_exclude, 8);
+BRI_AT(spcb, version, 12);
+BRI_AT(spcb, mode, 16);
+BRI_AT(spcb, default_mode, 20);
+BRI_AT(spcb, server1, 24);
+BRI_AT(spcb, fwd_state, 292);
+BRI_AT(spcb, server2, 422);
+BRI_AT(spcb, tag_vlan, 424);
+BRI_AT(spcb, allow_vlan, 936);
+BRI_AT(spcb, server3, 1448);
+
+/* Data area of the segment "SWPORT-SHM". */
+struct bri_portdb {
+    struct spcb ports[BRI_PORT_SLOTS]; /*      0: block i for interface index i */
+    uint16_t stp_instance[4096];       /* 125440: spanning-tree instance of each VLAN */
+    uint8_t reserved[1960];            /* 133632: not used by the library */
+};
+BRI_SIZE(bri_portdb, 135592);
+BRI_AT(bri_portdb, ports, 0);
+BRI_AT(bri_portdb, stp_instance, 125440);
+BRI_AT(bri_portdb, reserved, 133632);
+
+BRI_API int bridge_portdb_init(void);
+
+BRI_API void bridge_portdb_deinit(void);
+
+BRI_API void swport_rdown(void);
+
+BRI_API void swport_wdown(void);
+
+BRI_API void swport_up(void);
+
+BRI_API int swport_check_ifindex_valid(int32_t ifx);
+
+BRI_API struct spcb *swport_get_raw_spcb(int32_t ifx);
+
+BRI_API struct spcb *swport_get_spcb(int32_t ifx);
+
+BRI_API struct spcb *vl_ifindex_to_swport(int32_t ifx);
+
+BRI_API int swport_check_exist(int32_t ifx);
+
+BRI_API int swport_get_spcb_copy(int32_t ifx, struct spcb *dst);
+
+BRI_API uint32_t swport_get_version(int32_t ifx);
+
+BRI_API int swport_get_port_mode(int32_t ifx, uint32_t *mode);
+
+BRI_API int swport_get_port_default_mode(int32_t ifx, uint32_t *mode);
+
+BRI_API uint16_t swport_get_port_default_vid(int32_t ifx);
+
+BRI_API struct vlanset *swport_get_tag_vlan(int32_t ifx);
+
+BRI_API int swport_is_allow_vlan(int32_t ifx, uint16_t vid);
+
+BRI_API int swport_get_total_port_num(void);
+
+BRI_API const char *swport_vlan_mode_name(uint32_t mode);
+
+BRI_API int swport_get_vlan_tag_rule(int32_t ifx, uint16_t vid);
+
+BRI_API int swport_tag_vlan_add(int32_t ifx, uint16_t vid);
+
+BRI_API int swport_tag_vlan_del(int32_t ifx, uint16_t vid);
+
+BRI_API void swport_tag_vlan_merge_map(int32_t ifx, const struct vlanset *map);
+
+BRI_API void swport_tag_vlan_rmv_map(int32_t ifx, struct vlanset *map);
+
+BRI_API void swport_reset_tag_vlan(int32_t ifx);
+
+BRI_API int swport_set_attr_exclude(int32_t ifx, uint32_t bits, uint32_t set, uint32_t conflict_mask, uint32_t *conflicts);
+
+BRI_API uint16_t *swport_get_stp_instance_table(void);
+
+BRI_API void swport_set_instance_table(const uint16_t *src);
+
+BRI_API uint16_t swport_get_stp_instance(uint16_t vid);
+
+BRI_API void swport_inc_total_num(void);
+
+BRI_API void swport_dec_total_num(void);
+
+BRI_API int swport_get_shm_head(uint32_t *key, uint32_t *shmid, uint32_t *size, char *name);
+
+BRI_API void swport_show_status(void);
+
+BRI_END_DECLS
+
+#endif

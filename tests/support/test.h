@@ -1,0 +1,62 @@
+// What every test stands on: an own VSDID and TMPDIR, the doubles, and nothing left behind.
+#pragma once
+
+#include "tests/support/faults.h"
+#include "tests/support/log_sink.h"
+#include "tests/support/loop.h"
+
+#include <bridge/bridge.h>
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <string>
+#include <vector>
+
+namespace test {
+
+// An own VSDID and TMPDIR; at the end the directory, the four segments and the four semaphores of that VSDID are
+// removed. Several processes of one test share them by fork.
+class Env : public ::testing::Test {
+  protected:
+    Env();
+    ~Env() override;
+    Env(const Env &) = delete;
+    Env &operator=(const Env &) = delete;
+
+    [[nodiscard]] const std::string &tmpdir() const { return tmpdir_; }
+    [[nodiscard]] int vsd() const { return vsd_; }
+    // Writes a file below TMPDIR and gives its path.
+    std::string write_file(const std::string &name, const std::string &content) const;
+
+  private:
+    std::string tmpdir_;
+    int vsd_;
+};
+
+// Switches debug flags on for a test.
+inline void debug_on(std::initializer_list<int> flags) {
+    for (const int flag : flags)
+        g_bri_clnt_dbg[flag] = 1;
+}
+
+// The bytes of a record, for comparing whole payloads.
+template <class T> std::vector<uint8_t> bytes_of(const T &record) {
+    std::vector<uint8_t> bytes(sizeof record);
+    std::memcpy(bytes.data(), &record, sizeof record);
+    return bytes;
+}
+
+// A value in host byte order at an offset of some bytes.
+template <class T> T value_at(const void *bytes, size_t offset) {
+    T value;
+    std::memcpy(&value, static_cast<const uint8_t *>(bytes) + offset, sizeof value);
+    return value;
+}
+template <class T> void put_at(void *bytes, size_t offset, T value) {
+    std::memcpy(static_cast<uint8_t *>(bytes) + offset, &value, sizeof value);
+}
+
+// Open descriptors of this process.
+int open_descriptors();
+
+} // namespace test
