@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdlib>
+#include <fcntl.h>
 #include <pthread.h>
 #include <unistd.h>
 #include <utility>
@@ -37,6 +38,17 @@ class Fd {
   private:
     int fd_;
 };
+
+// A descriptor that is not 0, since 0 stands for "none" in the interface: a process without standard input is given 0
+// for the first descriptor it opens. Takes `fd` over; -1 when it was -1 or cannot be moved. The moved one is
+// close-on-exec.
+[[nodiscard]] inline int above_zero(int fd) {
+    if (fd != 0)
+        return fd;
+    const int moved = fcntl(fd, F_DUPFD_CLOEXEC, 1);
+    close(fd);
+    return moved;
+}
 
 // Heap bytes freed at the end of the scope unless released.
 template <class T> class HeapPtr {
