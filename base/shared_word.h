@@ -6,17 +6,35 @@
 
 namespace bri::shared {
 
-template <class T> [[nodiscard]] inline T load(const T &word) { return __atomic_load_n(&word, __ATOMIC_RELAXED); }
+template <class T> [[nodiscard]] inline T load(const T &word) {
+    return __atomic_load_n(&word, __ATOMIC_RELAXED);
+}
 
-template <class T> inline void store(T &word, T value) { __atomic_store_n(&word, value, __ATOMIC_RELAXED); }
+template <class T> inline void store(T &word, T value) {
+    __atomic_store_n(&word, value, __ATOMIC_RELAXED);
+}
 
 // All three give the value before the change.
-template <class T> inline T set_bits(T &word, T bits) { return __atomic_fetch_or(&word, bits, __ATOMIC_RELAXED); }
+template <class T> inline T set_bits(T &word, T bits) {
+    return __atomic_fetch_or(&word, bits, __ATOMIC_RELAXED);
+}
 
 template <class T> inline T clear_bits(T &word, T bits) {
     return __atomic_fetch_and(&word, static_cast<T>(~bits), __ATOMIC_RELAXED);
 }
 
-template <class T> inline T add(T &word, T amount) { return __atomic_fetch_add(&word, amount, __ATOMIC_RELAXED); }
+template <class T> inline T add(T &word, T amount) {
+    return __atomic_fetch_add(&word, amount, __ATOMIC_RELAXED);
+}
+
+// Sets `bits` unless one of `barred` is set already. Gives the barred bits that it found; 0 means that it set them.
+template <class T> inline T set_bits_unless(T &word, T bits, T barred) {
+    T now = load(word);
+    while ((now & barred) == 0)
+        if (__atomic_compare_exchange_n(&word, &now, static_cast<T>(now | bits), true, __ATOMIC_RELAXED,
+                                        __ATOMIC_RELAXED))
+            return 0;
+    return static_cast<T>(now & barred);
+}
 
 } // namespace bri::shared

@@ -1,36 +1,157 @@
-// Not built yet: every operation gives its failure value.
-#include <bridge/bridge.h>
+// Switch-port database: set-up, look-ups, status.
+#include <bridge/port_db.h>
 
-int bridge_portdb_init() { return 0; }
+#include "base/bits.h"
+#include "base/log.h"
+#include "shared/ports.h"
+#include "shared/table.h"
+
+#include <cstring>
+#include <iterator>
+
+namespace bri::ports {
+
+Manager g_manager;
+
+namespace {
+
+constexpr table::Spec kTable{0x22220001, "SWPORT-SHM", sizeof(bri_portdb)};
+
+constexpr const char *kModeNames[] = {"ROUTE", "ACCESS", "TRUNK", "HOST", "PROMIS", "TUNNEL", "UPLINK", "HYBRID"};
+static_assert(std::size(kModeNames) == BRI_PORT_HYBRID + 1, "one name a mode");
+
+// The count of the old mapping goes with it, and after a failure no operation finds the old mapping any more.
+bool map() {
+    g_manager = {};
+    table::Opened opened;
+    const bool ok = table::open_database(kTable, opened, log::kPortDb);
+    g_manager.lock = opened.lock;
+    g_manager.shm = opened.shm;
+    if (!ok)
+        return false;
+    auto *data = static_cast<bri_portdb *>(opened.shm->data);
+    g_manager.entries = data->ports;
+    g_manager.stp_table = data->stp_instance;
+    return true;
+}
+
+// Reads one word of a port that is there.
+bool read_word(int32_t ifx, uint32_t spcb::*field, uint32_t *value) {
+    const spcb *port = present(ifx);
+    if (port == nullptr || value == nullptr)
+        return false;
+    *value = shared::load(port->*field);
+    return true;
+}
+
+} // namespace
+
+} // namespace bri::ports
+
+using namespace bri;
+using ports::g_manager;
+
+int bridge_portdb_init() {
+    if (!ports::map())
+        return 0;
+    BRI_LOG(log::kPortDb, "PORTDB initial SUCC: SHM head %p.\n", static_cast<void *>(g_manager.entries));
+    return 1;
+}
+
 void bridge_portdb_deinit() {}
+
+// The markers around accesses to the database take no lock: readers see the server's writes as they happen.
 void swport_rdown() {}
 void swport_wdown() {}
 void swport_up() {}
-int swport_check_ifindex_valid(int32_t ) { return 0; }
-struct spcb *swport_get_raw_spcb(int32_t ) { return nullptr; }
-struct spcb *swport_get_spcb(int32_t ) { return nullptr; }
-struct spcb *vl_ifindex_to_swport(int32_t ) { return nullptr; }
-int swport_check_exist(int32_t ) { return 0; }
-int swport_get_spcb_copy(int32_t , struct spcb *) { return 0; }
-uint32_t swport_get_version(int32_t ) { return 0; }
-int swport_get_port_mode(int32_t , uint32_t *) { return 0; }
-int swport_get_port_default_mode(int32_t , uint32_t *) { return 0; }
-uint16_t swport_get_port_default_vid(int32_t ) { return 0; }
-struct vlanset *swport_get_tag_vlan(int32_t ) { return nullptr; }
-int swport_is_allow_vlan(int32_t , uint16_t ) { return 0; }
-int swport_get_total_port_num() { return 0; }
-const char *swport_vlan_mode_name(uint32_t ) { return ""; }
-int swport_get_vlan_tag_rule(int32_t , uint16_t ) { return 0; }
-int swport_tag_vlan_add(int32_t , uint16_t ) { return 0; }
-int swport_tag_vlan_del(int32_t , uint16_t ) { return 0; }
-void swport_tag_vlan_merge_map(int32_t , const struct vlanset *) {}
-void swport_tag_vlan_rmv_map(int32_t , struct vlanset *) {}
-void swport_reset_tag_vlan(int32_t ) {}
-int swport_set_attr_exclude(int32_t , uint32_t , uint32_t , uint32_t , uint32_t *) { return 0; }
-uint16_t *swport_get_stp_instance_table() { return nullptr; }
-void swport_set_instance_table(const uint16_t *) {}
-uint16_t swport_get_stp_instance(uint16_t ) { return 0; }
-void swport_inc_total_num() {}
-void swport_dec_total_num() {}
-int swport_get_shm_head(uint32_t *, uint32_t *, uint32_t *, char *) { return 0; }
-void swport_show_status() {}
+
+int swport_check_ifindex_valid(int32_t ifx) {
+    return ports::valid(ifx) ? 1 : 0;
+}
+
+spcb *swport_get_raw_spcb(int32_t ifx) {
+    return ports::raw(ifx);
+}
+spcb *swport_get_spcb(int32_t ifx) {
+    return ports::present(ifx);
+}
+spcb *vl_ifindex_to_swport(int32_t ifx) {
+    return ports::present(ifx);
+}
+
+int swport_check_exist(int32_t ifx) {
+    return ports::present(ifx) != nullptr ? 1 : 0;
+}
+
+int swport_get_spcb_copy(int32_t ifx, spcb *dst) {
+    const spcb *port = ports::present(ifx);
+    if (port == nullptr || dst == nullptr)
+        return 0;
+    std::memcpy(dst, port, sizeof *dst);
+    return 1;
+}
+
+uint32_t swport_get_version(int32_t ifx) {
+    uint32_t version = 0;
+    ports::read_word(ifx, &spcb::version, &version);
+    return version;
+}
+
+int swport_get_port_mode(int32_t ifx, uint32_t *mode) {
+    return ports::read_word(ifx, &spcb::mode, mode) ? 1 : 0;
+}
+
+int swport_get_port_default_mode(int32_t ifx, uint32_t *mode) {
+    return ports::read_word(ifx, &spcb::default_mode, mode) ? 1 : 0;
+}
+
+uint16_t swport_get_port_default_vid(int32_t ifx) {
+    const spcb *port = ports::present(ifx);
+    return port != nullptr ? shared::load(port->default_vid) : uint16_t{0};
+}
+
+int swport_is_allow_vlan(int32_t ifx, uint16_t vid) {
+    const spcb *port = ports::present(ifx);
+    return port != nullptr && vid < bits::kSetBits && bits::test(port->allow_vlan.words, vid) ? 1 : 0;
+}
+
+int swport_get_total_port_num() {
+    int count = 0;
+    for (int32_t ifx = 1; ports::valid(ifx); ++ifx)
+        count += swport_check_exist(ifx);
+    return count;
+}
+
+const char *swport_vlan_mode_name(uint32_t mode) {
+    return mode < std::size(ports::kModeNames) ? ports::kModeNames[mode] : "Unkonw-swport- mode";
+}
+
+void swport_inc_total_num() {
+    if (g_manager.total_num < static_cast<int32_t>(BRI_PORT_SLOTS) + 1)
+        ++g_manager.total_num;
+}
+
+void swport_dec_total_num() {
+    if (g_manager.total_num >= 1)
+        --g_manager.total_num;
+}
+
+int swport_get_shm_head(uint32_t *key, uint32_t *shmid, uint32_t *size, char *name) {
+    if (key == nullptr || shmid == nullptr || size == nullptr || name == nullptr)
+        return 0;
+    if (g_manager.shm == nullptr) {
+        BRI_LOG(log::kPortDb, "SWPORT-SHM is not ready.\n");
+        return 0;
+    }
+    table::read_head(*g_manager.shm->hdr, *key, *shmid, *size, name);
+    return 1;
+}
+
+void swport_show_status() {
+    BRI_LOG(log::kPrint, "--------------------SWPORT-DB---------------------\n");
+    bridge_shm_show(g_manager.shm);
+    BRI_LOG(log::kPrint, "SWPORT-ENTRY head %p\n", static_cast<void *>(g_manager.entries));
+    BRI_LOG(log::kPrint, "STP-VLAN-INST head %p\n", static_cast<void *>(g_manager.stp_table));
+    BRI_LOG(log::kPrint, "total-swport-num:\t%d\n", g_manager.total_num);
+    BRI_LOG(log::kPrint, "--------------------END---------------------\n");
+}

@@ -1,0 +1,117 @@
+// Switch-port database: how ports carry VLANs, and the spanning-tree instance of each VLAN.
+#include <bridge/port_db.h>
+#include <bridge/vlan_db.h>
+
+#include "base/bits.h"
+#include "shared/ports.h"
+
+#include <cerrno>
+
+namespace {
+
+using namespace bri;
+
+constexpr unsigned kInstanceVlans = sizeof bri_portdb::stp_instance / sizeof *bri_portdb::stp_instance;
+
+// The port's tag-VLAN words when the port is there and has a bit for the VLAN, else null.
+uint32_t *tag_words(int32_t ifx, uint16_t vid) {
+    spcb *port = ports::present(ifx);
+    return port != nullptr && vid < bits::kSetBits ? port->tag_vlan.words : nullptr;
+}
+
+bri_tag_rule hybrid_rule(const spcb &port, uint16_t vid) {
+    if (vid == shared::load(port.default_vid))
+        return BRI_TAG_UNTAGGED; // also when the tag bit is set
+    return vid < bits::kSetBits && bits::test(port.tag_vlan.words, vid) ? BRI_TAG_TAGGED : BRI_TAG_UNTAGGED;
+}
+
+// How a member port carries the VLAN; reads only the fields that the port's mode needs.
+bri_tag_rule member_rule(const spcb &port, uint16_t vid) {
+    switch (shared::load(port.mode)) {
+    case BRI_PORT_TRUNK:
+        return vid == shared::load(port.default_vid) ? BRI_TAG_UNTAGGED : BRI_TAG_TAGGED;
+    case BRI_PORT_UPLINK:
+        return BRI_TAG_TAGGED;
+    case BRI_PORT_HYBRID:
+        return hybrid_rule(port, vid);
+    default:
+        return BRI_TAG_UNTAGGED;
+    }
+}
+
+void clear_set(vlanset &set) {
+    for (uint32_t &word : set.words)
+        shared::store(word, uint32_t{0});
+}
+
+} // namespace
+
+int swport_get_vlan_tag_rule(int32_t ifx, uint16_t vid) {
+    const spcb *port = ports::present(ifx);
+    return port != nullptr && vl_is_vlan_member(vid, ifx) != 0 ? member_rule(*port, vid) : BRI_TAG_NOT_MEMBER;
+}
+
+vlanset *swport_get_tag_vlan(int32_t ifx) {
+    spcb *port = ports::present(ifx);
+    return port != nullptr ? &port->tag_vlan : nullptr;
+}
+
+int swport_tag_vlan_add(int32_t ifx, uint16_t vid) {
+    uint32_t *words = tag_words(ifx, vid);
+    if (words == nullptr)
+        return -EINVAL;
+    return bits::set_shared(words, vid) ? 0 : -EEXIST;
+}
+
+int swport_tag_vlan_del(int32_t ifx, uint16_t vid) {
+    uint32_t *words = tag_words(ifx, vid);
+    return words != nullptr && bits::clear_shared(words, vid) ? 0 : -EINVAL;
+}
+
+void swport_tag_vlan_merge_map(int32_t ifx, const vlanset *map) {
+    spcb *port = ports::present(ifx);
+    if (port == nullptr || map == nullptr)
+        return;
+    for (unsigned index = 0; index < bits::kSetWords; ++index)
+        if (const uint32_t added = shared::load(map->words[index]); added != 0)
+            shared::set_bits(port->tag_vlan.words[index], added);
+}
+
+void swport_tag_vlan_rmv_map(int32_t ifx, vlanset *map) {
+    spcb *port = ports::present(ifx);
+    if (port == nullptr || map == nullptr)
+        return;
+    if (map == &port->tag_vlan) { // a set without itself; what was removed has no place of its own to be told
+        clear_set(port->tag_vlan);
+        return;
+    }
+    // The caller learns what this call took away, also while another process changes the same word.
+    for (unsigned index = 0; index < bits::kSetWords; ++index)
+        if (const uint32_t unwanted = shared::load(map->words[index]); unwanted != 0)
+            shared::store(map->words[index], shared::clear_bits(port->tag_vlan.words[index], unwanted) & unwanted);
+}
+
+void swport_reset_tag_vlan(int32_t ifx) {
+    if (spcb *port = ports::present(ifx); port != nullptr)
+        clear_set(port->tag_vlan);
+}
+
+uint16_t *swport_get_stp_instance_table() {
+    return ports::g_manager.stp_table;
+}
+
+void swport_set_instance_table(const uint16_t *src) {
+    uint16_t *table = ports::g_manager.stp_table;
+    if (table == nullptr || src == nullptr)
+        return;
+    for (unsigned vid = 0; vid < kInstanceVlans; ++vid)
+        shared::store(table[vid], src[vid]);
+}
+
+uint16_t swport_get_stp_instance(uint16_t vid) {
+    const uint16_t *table = ports::g_manager.stp_table;
+    // The VLAN database's own limits stand in shared memory, so they do not bound the table.
+    if (table == nullptr || vid >= kInstanceVlans || vl_check_vlanid_valid(vid) == 0)
+        return BRI_STP_INSTANCE_NONE;
+    return shared::load(table[vid]);
+}
