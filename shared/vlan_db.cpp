@@ -1,66 +1,136 @@
-// Not built yet: every operation gives its failure value.
-#include <bridge/bridge.h>
+// VLAN database: set-up, limits, counters, status.
+#include "base/log.h"
+#include "shared/table.h"
+#include "shared/vlan_table.h"
+
+#include <bridge/ipc.h>
 
 vl_mng g_vl_mng;
-int vl_vlandb_init() { return 0; }
+
+namespace log = bri::log;
+namespace shared = bri::shared;
+namespace table = bri::table;
+namespace vlan_db = bri::vlan_db;
+
+namespace {
+
+constexpr table::Spec kTable{0x11110001, "VLAN-SHM", sizeof(bri_vlandb)};
+constexpr int32_t kMaxVlans = BRI_VLAN_ENTRIES;
+
+// After a failure no operation finds the old mapping any more.
+bool map() {
+    g_vl_mng = {};
+    table::Opened opened;
+    const bool ok = table::open_database(kTable, opened, log::kVlanDb);
+    g_vl_mng.lock = opened.lock;
+    g_vl_mng.shm = opened.shm;
+    if (!ok)
+        return false;
+    auto *data = static_cast<bri_vlandb *>(opened.shm->data);
+    g_vl_mng.entries = data->vlans;
+    g_vl_mng.stat = &data->stat;
+    g_vl_mng.proto_state = &data->proto;
+    return true;
+}
+
+// One word of the statistics; 0 before the database is mapped.
+template <class T> T statistic(T vl_stat::*member) {
+    return g_vl_mng.stat != nullptr ? shared::load(g_vl_mng.stat->*member) : T{0};
+}
+
+} // namespace
+
+int vl_vlandb_init() {
+    if (!map())
+        return 0;
+    BRI_LOG(log::kVlanDb, "VLANDB initial SUCC: SHM head %p.\n", static_cast<void *>(g_vl_mng.entries));
+    return 1;
+}
+
 void vl_vlandb_deinit() {}
+
+// Markers around each access; by design they take no lock.
 void vl_rdown() {}
 void vl_wdown() {}
 void vl_up() {}
-int vl_check_vlanid_valid(int32_t ) { return 0; }
-void vl_get_vlan_range(uint32_t *, uint32_t *) {}
-void vl_set_vlan_range(uint32_t , uint32_t ) {}
-int vl_check_vlan_capacity() { return 0; }
-void vl_increase_vlan_number() {}
-void vl_decrease_vlan_number() {}
-int32_t vl_get_vlan_number() { return 0; }
-int32_t vl_get_total_del_times() { return 0; }
-void vl_increase_svi_number() {}
-void vl_decrease_svi_number() {}
-struct vle *vl_get_raw_vlan_entry(uint16_t ) { return nullptr; }
-struct vle *vl_get_vlan_entry(uint16_t ) { return nullptr; }
-void vl_get_vle_from_vid(uint16_t , struct vle **) {}
-int vl_get_vlan_copy(uint16_t , struct vle *) { return 0; }
-int vl_exist(uint16_t , uint32_t ) { return 0; }
-int vl_exist_imp(uint16_t , uint32_t ) { return 0; }
-int vl_vlanset_exist(uint32_t , const struct vlanset *, struct vlanset *) { return 0; }
-uint16_t vl_get_vlan_latest_version(uint16_t ) { return 0; }
-int vl_get_vlan_mode(uint16_t , uint32_t *) { return 0; }
-int vl_get_vlan_name(uint16_t , char *) { return 0; }
-uint32_t vl_get_svi_ifx(uint16_t ) { return 0; }
-uint16_t vl_get_manage_vid(uint16_t ) { return 0; }
-uint32_t vl_get_vlan_up_mem(uint16_t ) { return 0; }
-uint16_t vl_get_vlan_ref(uint16_t ) { return 0; }
-int vl_is_created_by_cli(uint16_t ) { return 0; }
-uint8_t vl_get_vswpt_num(uint16_t ) { return 0; }
-uint16_t vl_get_vid_from_svifx(uint32_t ) { return 0; }
-int vl_is_subvlan(uint16_t ) { return 0; }
-int vl_is_supervlan(uint16_t ) { return 0; }
-int vl_is_vlan_member(uint16_t , int32_t ) { return 0; }
-int vl_is_vlan_static_member(uint16_t , int32_t ) { return 0; }
-int vl_is_vlan_have_port(uint16_t ) { return 0; }
-int vl_get_vlan_port_count(uint16_t ) { return 0; }
-int vl_get_vlan_port_bmap(uint16_t , uint32_t *) { return 0; }
-int vl_is_vlanset_not_empty(const struct vlanset *) { return 0; }
-void vl_add_static_member(int32_t , uint16_t ) {}
-void vl_del_static_member(int32_t , uint16_t ) {}
-int vl_is_vlan_dynamic_member(uint16_t , int32_t ) { return 0; }
-void vl_add_dynamic_member(int32_t , uint16_t ) {}
-void vl_del_dynamic_member(int32_t , uint16_t ) {}
-int vl_set_iprange(uint16_t , uint32_t , uint32_t ) { return 0; }
-int vl_get_subvlan_iprange(uint16_t , uint32_t *, uint32_t *) { return 0; }
-int vl_svlan_is_subvid_ip(uint16_t , uint32_t ) { return 0; }
-int vl_svlan_search_ip(uint16_t , uint32_t ) { return 0; }
-void vl_initial_vlan_entry(uint16_t , uint32_t ) {}
-void vl_clear_vlan_entry(uint16_t ) {}
-void vl_set_vlan_mode(uint16_t , uint32_t ) {}
-void vl_set_vlan_mode_batch(const struct vlanset *, uint32_t ) {}
-int vl_set_svi(uint16_t , uint32_t ) { return 0; }
-uint32_t vl_increase_vlan_ref(uint16_t ) { return 0; }
-uint32_t vl_decrease_vlan_ref(uint16_t ) { return 0; }
-int vl_set_created_by_cli(uint16_t ) { return 0; }
-int vl_clear_created_by_cli(uint16_t ) { return 0; }
-void vl_range_set_created_by_cli(const struct vlanset *) {}
-int vl_set_vswpt_num(uint16_t , uint8_t ) { return 0; }
-int vldb_get_shm_head(uint32_t *, uint32_t *, uint32_t *, char *) { return 0; }
-void vl_vlandb_show_status() {}
+
+int vl_check_vlanid_valid(int32_t vid) {
+    return vlan_db::in_limits(vid) ? 1 : 0;
+}
+
+void vl_get_vlan_range(uint32_t *min, uint32_t *max) {
+    if (min != nullptr)
+        *min = statistic(&vl_stat::min_vid);
+    if (max != nullptr)
+        *max = statistic(&vl_stat::max_vid);
+}
+
+void vl_set_vlan_range(uint32_t min, uint32_t max) {
+    if (g_vl_mng.stat == nullptr)
+        return;
+    shared::store(g_vl_mng.stat->min_vid, static_cast<uint16_t>(min));
+    shared::store(g_vl_mng.stat->max_vid, static_cast<uint16_t>(max));
+}
+
+int vl_check_vlan_capacity() {
+    return g_vl_mng.stat != nullptr && statistic(&vl_stat::cur_vlan_num) < kMaxVlans ? 1 : 0;
+}
+
+void vl_increase_vlan_number() {
+    if (g_vl_mng.stat != nullptr)
+        vlan_db::step_if(g_vl_mng.stat->cur_vlan_num, 1, [](int32_t count) { return count < kMaxVlans; });
+}
+
+void vl_decrease_vlan_number() {
+    if (g_vl_mng.stat == nullptr)
+        return;
+    if (vlan_db::step_if(g_vl_mng.stat->cur_vlan_num, -1, [](int32_t count) { return count >= 1; }))
+        shared::add(g_vl_mng.stat->total_del_times, 1);
+}
+
+int32_t vl_get_vlan_number() {
+    return statistic(&vl_stat::cur_vlan_num);
+}
+int32_t vl_get_total_del_times() {
+    return statistic(&vl_stat::total_del_times);
+}
+
+// Without bounds: only the entries' own changes keep this count right.
+void vl_increase_svi_number() {
+    if (g_vl_mng.stat != nullptr)
+        shared::add(g_vl_mng.stat->cur_svi_num, 1);
+}
+
+void vl_decrease_svi_number() {
+    if (g_vl_mng.stat != nullptr)
+        shared::add(g_vl_mng.stat->cur_svi_num, -1);
+}
+
+int vldb_get_shm_head(uint32_t *key, uint32_t *shmid, uint32_t *size, char *name) {
+    if (key == nullptr || shmid == nullptr || size == nullptr || name == nullptr)
+        return 0;
+    if (g_vl_mng.shm == nullptr || g_vl_mng.shm->hdr == nullptr) {
+        BRI_LOG(log::kVlanDb, "VLANDB-SHM is not ready.\n");
+        return 0;
+    }
+    table::read_head(*g_vl_mng.shm->hdr, *key, *shmid, *size, name);
+    return 1;
+}
+
+void vl_vlandb_show_status() {
+    BRI_LOG(log::kPrint, "--------------------VLAN-DB---------------------\n");
+    if (g_vl_mng.shm != nullptr)
+        bridge_shm_show(g_vl_mng.shm);
+    BRI_LOG(log::kPrint, "VLAN-ENTRY head %p\n", static_cast<void *>(g_vl_mng.entries));
+    BRI_LOG(log::kPrint, "VLAN-STAT head %p\n", static_cast<void *>(g_vl_mng.stat));
+    if (g_vl_mng.stat != nullptr) {
+        BRI_LOG(log::kPrint, "min-vlan-id:\t%d\n", statistic(&vl_stat::min_vid));
+        BRI_LOG(log::kPrint, "max-vlan-id:\t%d\n", statistic(&vl_stat::max_vid));
+        BRI_LOG(log::kPrint, "max-vlan-num:\t%d\n", statistic(&vl_stat::max_vlan_num));
+        BRI_LOG(log::kPrint, "cur-vlan-num:\t%d\n", statistic(&vl_stat::cur_vlan_num));
+        BRI_LOG(log::kPrint, "max-svi-num:\t%d\n", statistic(&vl_stat::max_svi_num));
+        BRI_LOG(log::kPrint, "cur-svi-num:\t%d\n", statistic(&vl_stat::cur_svi_num));
+        BRI_LOG(log::kPrint, "total-del-times:\t%d\n", statistic(&vl_stat::total_del_times));
+    }
+    BRI_LOG(log::kPrint, "--------------------END---------------------\n");
+}

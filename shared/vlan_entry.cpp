@@ -1,0 +1,118 @@
+// Look-ups of VLAN entries and of their fields.
+#include "base/text.h"
+#include "shared/vlan_table.h"
+
+#include <cstring>
+
+namespace vlan_db = bri::vlan_db;
+namespace bits = bri::bits;
+namespace shared = bri::shared;
+
+struct vle *vl_get_raw_vlan_entry(uint16_t vid) {
+    return vlan_db::raw_entry(vid);
+}
+struct vle *vl_get_vlan_entry(uint16_t vid) {
+    return vlan_db::entry(vid);
+}
+
+void vl_get_vle_from_vid(uint16_t vid, struct vle **out) {
+    if (out != nullptr)
+        *out = vlan_db::entry(vid);
+}
+
+int vl_get_vlan_copy(uint16_t vid, struct vle *dst) {
+    const vle *found = vlan_db::entry(vid);
+    if (found == nullptr || dst == nullptr)
+        return 0;
+    std::memcpy(dst, found, sizeof *dst);
+    return 1;
+}
+
+int vl_exist_imp(uint16_t vid, uint32_t mode) {
+    const vle *found = vlan_db::entry(vid);
+    return found != nullptr && (mode == 0 || mode == shared::load(found->mode)) ? 1 : 0;
+}
+
+int vl_exist(uint16_t vid, uint32_t mode) {
+    return vl_exist_imp(vid, mode);
+}
+
+int vl_vlanset_exist(uint32_t mode, const struct vlanset *set, struct vlanset *missing) {
+    if (set == nullptr || missing == nullptr || g_vl_mng.stat == nullptr)
+        return 0;
+    int all = 1;
+    vlan_db::for_each_vid(set, [&](uint16_t vid) {
+        if (vl_exist_imp(vid, mode) != 0)
+            return;
+        bits::set(missing->words, vid);
+        all = 0;
+    });
+    return all;
+}
+
+uint16_t vl_get_vlan_latest_version(uint16_t vid) {
+    const vle *found = vlan_db::raw_entry(vid);
+    return found != nullptr ? shared::load(found->version) : uint16_t{0};
+}
+
+int vl_get_vlan_mode(uint16_t vid, uint32_t *mode) {
+    const vle *found = vlan_db::entry(vid);
+    if (found == nullptr || mode == nullptr)
+        return 0;
+    *mode = shared::load(found->mode);
+    return 1;
+}
+
+int vl_get_vlan_name(uint16_t vid, char *dst) {
+    const vle *found = vlan_db::entry(vid);
+    if (found == nullptr || dst == nullptr)
+        return 0;
+    bri::copy_text(dst, sizeof found->name, found->name);
+    return 1;
+}
+
+uint32_t vl_get_svi_ifx(uint16_t vid) {
+    return vlan_db::field(vid, &vle::svi_ifx);
+}
+uint16_t vl_get_manage_vid(uint16_t vid) {
+    return vlan_db::field(vid, &vle::manage_vid, vid);
+}
+uint32_t vl_get_vlan_up_mem(uint16_t vid) {
+    return vlan_db::field(vid, &vle::up_mem);
+}
+uint16_t vl_get_vlan_ref(uint16_t vid) {
+    return vlan_db::field(vid, &vle::ref);
+}
+int vl_is_created_by_cli(uint16_t vid) {
+    return vlan_db::field(vid, &vle::created_by_cli) != 0 ? 1 : 0;
+}
+uint8_t vl_get_vswpt_num(uint16_t vid) {
+    return vlan_db::field(vid, &vle::vswpt_num);
+}
+
+uint16_t vl_get_vid_from_svifx(uint32_t ifx) {
+    if (ifx == 0)
+        return 0;
+    const auto [first, last] = vlan_db::usable_vids();
+    for (unsigned vid = first; vid <= last; ++vid) {
+        const vle &candidate = g_vl_mng.entries[vid];
+        if (shared::load(candidate.svi_ifx) == ifx && shared::load(candidate.vid) != 0)
+            return static_cast<uint16_t>(vid);
+    }
+    return 0;
+}
+
+int vl_is_subvlan(uint16_t vid) {
+    const vle *found = vlan_db::entry(vid);
+    return found != nullptr && shared::load(found->mode) == BRI_VLAN_SUPER && shared::load(found->manage_vid) != vid
+               ? 1
+               : 0;
+}
+
+int vl_is_supervlan(uint16_t vid) {
+    const vle *found = vlan_db::entry(vid);
+    return found != nullptr && shared::load(found->mode) == BRI_VLAN_SUPER &&
+                   shared::load(found->manage_vid) == shared::load(found->vid)
+               ? 1
+               : 0;
+}

@@ -1,0 +1,78 @@
+// The mapped VLAN database as the files of this subsystem reach it.
+#pragma once
+
+#include "base/bits.h"
+#include "base/shared_word.h"
+
+#include <bridge/vlan_db.h>
+
+#include <algorithm>
+
+namespace bri::vlan_db {
+
+// The limits stand in shared memory and any process may write them, so they never bound the table: that is kTableLast.
+inline constexpr unsigned kTableLast = BRI_VLAN_ENTRIES - 1;
+static_assert(kTableLast == BRI_VID_MAX);
+
+[[nodiscard]] inline bool in_limits(int32_t vid) {
+    const vl_stat *stat = g_vl_mng.stat;
+    return stat != nullptr && vid >= shared::load(stat->min_vid) && vid <= shared::load(stat->max_vid);
+}
+
+// The entry of a VLAN id within the limits, empty or not; null for every other id and before the database is mapped.
+[[nodiscard]] inline vle *raw_entry(uint16_t vid) {
+    return vid <= kTableLast && g_vl_mng.entries != nullptr && in_limits(vid) ? &g_vl_mng.entries[vid] : nullptr;
+}
+
+// The same, null also when the entry is empty.
+[[nodiscard]] inline vle *entry(uint16_t vid) {
+    vle *found = raw_entry(vid);
+    return found != nullptr && shared::load(found->vid) != 0 ? found : nullptr;
+}
+
+struct VidRange {
+    unsigned first;
+    unsigned last;
+};
+
+// The usable ids within the limits, for walks over the table; first > last when there are none.
+[[nodiscard]] inline VidRange usable_vids() {
+    if (g_vl_mng.entries == nullptr || g_vl_mng.stat == nullptr)
+        return {1, 0};
+    return {std::max<unsigned>(BRI_VID_MIN, shared::load(g_vl_mng.stat->min_vid)),
+            std::min<unsigned>(BRI_VID_MAX, shared::load(g_vl_mng.stat->max_vid))};
+}
+
+// One field of a live entry; `missing` when there is none.
+template <class T> [[nodiscard]] inline T field(uint16_t vid, T vle::*member, T missing = 0) {
+    const vle *found = entry(vid);
+    return found != nullptr ? shared::load(found->*member) : missing;
+}
+
+// Writes one field of a live entry; false when there is none.
+template <class T> inline bool set_field(uint16_t vid, T vle::*member, T value) {
+    vle *found = entry(vid);
+    if (found == nullptr)
+        return false;
+    shared::store(found->*member, value);
+    return true;
+}
+
+// Calls fn(vid) for the usable ids of a set, rising; 0 and 4095 are never visited. No set is an empty one.
+template <class Fn> inline void for_each_vid(const vlanset *set, Fn &&fn) {
+    if (set != nullptr)
+        bits::for_each(set->words, BRI_VID_MIN, BRI_VID_MAX,
+                       [&](unsigned vid) { return fn(static_cast<uint16_t>(vid)); });
+}
+
+// Adds `step` to a counter while fits(value) holds for the value that stands there; true when it was added.
+template <class T, class Fits> inline bool step_if(T &counter, int step, Fits &&fits) {
+    T value = shared::load(counter);
+    while (fits(value))
+        if (__atomic_compare_exchange_n(&counter, &value, static_cast<T>(value + step), true, __ATOMIC_RELAXED,
+                                        __ATOMIC_RELAXED))
+            return true;
+    return false;
+}
+
+} // namespace bri::vlan_db
