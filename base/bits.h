@@ -77,4 +77,14 @@ template <class Fn> inline void for_each(const uint32_t *words, unsigned first, 
     return total;
 }
 
+// Adds the bits of another set of the same size, or takes them out. Private sets only.
+inline void merge(uint32_t *words, const uint32_t *other, unsigned count) {
+    for (unsigned index = 0; index < count; ++index)
+        words[index] |= other[index];
+}
+inline void remove(uint32_t *words, const uint32_t *other, unsigned count) {
+    for (unsigned index = 0; index < count; ++index)
+        words[index] &= ~other[index];
+}
+
 } // namespace bri::bits

@@ -4,7 +4,7 @@
 
 bri_clnt_ctx *g_bridge_client;
 uint8_t *g_bglib_recvbuf;
-namespace bri::client { State g_state; }
+namespace bri::client { State g_state; void run_callbacks(bri_list &) {} }
 int bridge_agent_init(const char *, struct qv_thread_master *) { return -1; }
 int bridge_client_thread_event(int ) { return -1; }
 void bridge_agent_set_connect_callback(bri_clnt_cb ) {}

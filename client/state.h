@@ -25,7 +25,13 @@ struct State {
 extern State g_state; // client/context.cpp
 
 // The client name for log lines; empty before initialisation.
-[[nodiscard]] inline const char *name() { return g_bridge_client != nullptr ? g_bridge_client->name : ""; }
+[[nodiscard]] inline const char *name() {
+    return g_bridge_client != nullptr ? g_bridge_client->name : "";
+}
+
+// Calls every function of a callback list in order, null ones skipped. A function may append others, which are called
+// too; one that is appended again on the way is not, so that the walk ends. client/context.cpp
+void run_callbacks(bri_list &callbacks);
 
 // client/transport.cpp: jobs of the host's loop, each with the context as argument (or null). Results are ignored by
 // the loop.
@@ -36,9 +42,8 @@ int flush_job(void *arg);
 bool allocate_buffers();
 void release_buffers();
 
-// client/handlers.cpp: the two kinds of registration messages.
+// client/handlers.cpp: the full registration of a new connection. Clears the context's `fresh`.
 void send_full_registration();
-int send_registration_change(const event_set &set, uint8_t op);
 
 // client/services.cpp: replays or asks for the origin data that was requested, and marks it sent.
 void run_requested_oridata();

@@ -1,0 +1,350 @@
+#include "tests/client/client_fixture.h"
+
+namespace {
+
+using test::holds;
+using test::set_of;
+
+class Handlers : public test::Client {
+  protected:
+    static void reg(std::initializer_list<unsigned> types, bri_event_handler handler) {
+        const event_set set = set_of(types);
+        ASSERT_EQ(bridge_client_reg_event(&set, handler), 0);
+    }
+    static std::vector<int> handlers_called() {
+        std::vector<int> numbers;
+        for (const test::Event &event : events())
+            numbers.push_back(event.handler);
+        return numbers;
+    }
+    static int nodes() {
+        int count = 0;
+        for (const bri_list *link = ctx().handlers.next; link != &ctx().handlers; link = link->next)
+            ++count;
+        return count;
+    }
+};
+
+using Order = std::vector<int>;
+
+// Calling handlers ----------------------------------------------------------------------------------------------------
+
+TEST_F(Handlers, get_type_payload_and_length) {
+    synced();
+    reg({387}, handler<1>);
+    uint8_t payload[] = {1, 2, 3};
+    bridge_call_event_handlers(387, payload, sizeof payload);
+    EXPECT_EQ(events(), (std::vector<test::Event>{{1, 387, payload, 3, {1, 2, 3}}}));
+    expect_debug_line("[unit] event[VLAN_EVENT_CREATE_INDEX, 387] is handled.\n");
+}
+
+TEST_F(Handlers, are_called_in_registration_order_if_their_set_holds_the_type) {
+    synced();
+    reg({387, 388}, handler<2>);
+    reg({388}, handler<1>);
+    reg({388}, handler<3>);
+    bridge_call_event_handlers(388, nullptr, 0);
+    EXPECT_EQ(handlers_called(), (Order{2, 1, 3}));
+    EXPECT_EQ(test::times_logged("[unit] event[VLAN_EVENT_DESTROY_INDEX, 388] is handled.\n"), 3);
+    bridge_call_event_handlers(387, nullptr, 0);
+    EXPECT_EQ(handlers_called(), (Order{2, 1, 3, 2}));
+}
+
+TEST_F(Handlers, get_the_length_cut_to_16_bits) {
+    synced();
+    reg({387}, handler<1>);
+    std::vector<uint8_t> payload(0xFFFF);
+    bridge_call_event_handlers(387, payload.data(), 0x1FFFF);
+    bridge_call_event_handlers(387, payload.data(), 0x10000);
+    ASSERT_EQ(events().size(), 2U);
+    EXPECT_EQ(events()[0].len, 0xFFFF);
+    EXPECT_EQ(events()[1].len, 0);
+}
+
+TEST_F(Handlers, without_a_context_are_not_called) {
+    g_bridge_client = nullptr;
+    bridge_call_event_handlers(129, nullptr, 0);
+    expect_debug_line("Call event-handler failed: client is not init.\n");
+    EXPECT_EQ(test::log_lines().size(), 1U);
+}
+
+TEST_F(Handlers, of_a_slave_are_not_called_and_nothing_is_logged) {
+    synced();
+    reg({138, 387}, handler<1>);
+    test::clear_log();
+    state().slave = 7;
+    bridge_call_event_handlers(387, nullptr, 0);
+    bridge_call_event_handlers(138, nullptr, 0);
+    EXPECT_TRUE(events().empty());
+    EXPECT_TRUE(test::log_lines().empty());
+}
+
+TEST_F(Handlers, do_not_get_a_type_outside_the_registered_set) {
+    synced();
+    reg({387}, handler<1>);
+    bridge_call_event_handlers(388, nullptr, 0);
+    EXPECT_TRUE(events().empty());
+    expect_debug_line("[unit] dose not care this event[VLAN_EVENT_DESTROY_INDEX, 388].\n");
+}
+
+TEST_F(Handlers, do_not_get_a_type_beyond_the_set) {
+    synced();
+    event_set all;
+    std::memset(&all, 0xFF, sizeof all);
+    bridge_client_reg_event(&all, handler<1>);
+    bridge_call_event_handlers(4096, nullptr, 0);
+    bridge_call_event_handlers(0xFFFF, nullptr, 0);
+    EXPECT_TRUE(events().empty());
+    expect_debug_line("[unit] dose not care this event[BRIDGE_UNKNOWN_TYPE, 4096].\n");
+    expect_debug_line("[unit] dose not care this event[BRIDGE_UNKNOWN_TYPE, 65535].\n");
+    bridge_call_event_handlers(4095, nullptr, 0);
+    EXPECT_EQ(event_types(), (std::vector<uint32_t>{4095}));
+}
+
+TEST_F(Handlers, are_chosen_by_the_low_16_bits_and_get_the_type_as_it_stands) {
+    synced();
+    reg({387}, handler<1>);
+    bridge_call_event_handlers(0x10000 + 387, nullptr, 0);
+    EXPECT_EQ(event_types(), (std::vector<uint32_t>{0x10000 + 387}));
+}
+
+TEST_F(Handlers, get_every_type_of_the_set_and_no_other) {
+    synced();
+    event_set odd{};
+    for (unsigned type = 1; type < 4096; type += 2)
+        odd.words[type / 32] |= 1U << (type % 32);
+    bridge_client_reg_event(&odd, handler<1>);
+    for (uint32_t type = 0; type < 4200; ++type)
+        bridge_call_event_handlers(type, nullptr, 0);
+    std::vector<uint32_t> expected;
+    for (uint32_t type = 1; type < 4096; type += 2)
+        expected.push_back(type);
+    EXPECT_EQ(event_types(), expected);
+}
+
+TEST_F(Handlers, get_only_client_management_before_the_backup_data_has_ended) {
+    reg({138, 255, 256, 387}, handler<1>);
+    for (const uint32_t sync : {0U, 1U}) {
+        state().sync_state = sync;
+        bridge_call_event_handlers(387, nullptr, 0);
+        bridge_call_event_handlers(256, nullptr, 0);
+        EXPECT_TRUE(events().empty());
+    }
+    EXPECT_EQ(test::times_logged("[unit] data-sync is not end, ignored[387].\n"), 2);
+    expect_debug_line("[unit] data-sync is not end, ignored[256].\n", 2);
+    bridge_call_event_handlers(138, nullptr, 0);
+    bridge_call_event_handlers(255, nullptr, 0);
+    EXPECT_EQ(event_types(), (std::vector<uint32_t>{138, 255}));
+    synced();
+    bridge_call_event_handlers(387, nullptr, 0);
+    EXPECT_EQ(event_types(), (std::vector<uint32_t>{138, 255, 387}));
+}
+
+// Inside a handler ----------------------------------------------------------------------------------------------------
+
+TEST_F(Handlers, registered_during_a_walk_are_called_in_the_same_walk) {
+    synced();
+    reg({387}, handler<1>);
+    during = [](int number, uint32_t) {
+        if (number == 1)
+            reg({387}, handler<2>);
+    };
+    bridge_call_event_handlers(387, nullptr, 0);
+    EXPECT_EQ(handlers_called(), (Order{1, 2}));
+}
+
+TEST_F(Handlers, do_not_get_a_type_that_an_earlier_handler_withdrew_for_them) {
+    synced();
+    reg({387}, handler<1>);
+    reg({387, 388}, handler<2>);
+    reg({387}, handler<3>);
+    during = [](int number, uint32_t) {
+        event_set set = set_of({387});
+        if (number == 1)
+            bridge_client_unreg_event(&set, handler<2>);
+    };
+    bridge_call_event_handlers(387, nullptr, 0);
+    EXPECT_EQ(handlers_called(), (Order{1, 3}));
+}
+
+TEST_F(Handlers, may_withdraw_themselves) {
+    synced();
+    reg({387}, handler<1>);
+    reg({387}, handler<2>);
+    during = [](int number, uint32_t) {
+        event_set set = set_of({387});
+        if (number == 1)
+            bridge_client_unreg_event(&set, handler<1>);
+    };
+    bridge_call_event_handlers(387, nullptr, 0);
+    bridge_call_event_handlers(387, nullptr, 0);
+    EXPECT_EQ(handlers_called(), (Order{1, 2, 2}));
+}
+
+TEST_F(Handlers, may_raise_another_event) {
+    synced();
+    reg({387, 388}, handler<1>);
+    reg({387}, handler<2>);
+    during = [](int number, uint32_t type) {
+        if (number == 1 && type == 387)
+            bridge_call_event_handlers(388, nullptr, 0);
+    };
+    bridge_call_event_handlers(387, nullptr, 0);
+    EXPECT_EQ(event_types(), (std::vector<uint32_t>{387, 388, 387}));
+}
+
+// Registration --------------------------------------------------------------------------------------------------------
+
+TEST_F(Handlers, registration_without_a_context_fails) {
+    g_bridge_client = nullptr;
+    const event_set set = set_of({387});
+    EXPECT_EQ(bridge_client_reg_event(&set, handler<1>), -1);
+    EXPECT_EQ(bridge_client_reg_event(nullptr, nullptr), -1);
+    expect_debug_line("Client reg event failed: client is not ready.\n", 2);
+    EXPECT_EQ(test::log_lines().size(), 2U);
+}
+
+TEST_F(Handlers, registration_refuses_a_null_set_or_handler) {
+    const event_set set = set_of({387});
+    EXPECT_EQ(bridge_client_reg_event(nullptr, handler<1>), -1);
+    EXPECT_EQ(bridge_client_reg_event(&set, nullptr), -1);
+    expect_debug_line("Client reg event failed: invalid param\n", 2);
+    EXPECT_EQ(nodes(), 0);
+    EXPECT_FALSE(holds(ctx().event_set, 387));
+}
+
+TEST_F(Handlers, registration_without_memory_fails_and_changes_nothing) {
+    const event_set set = set_of({387});
+    test::faults::fail("calloc", 1, ENOMEM);
+    EXPECT_EQ(bridge_client_reg_event(&set, handler<1>), -1);
+    EXPECT_EQ(test::faults::injected(), 1);
+    expect_debug_line("[unit] reg event failed: no memory.\n");
+    EXPECT_EQ(nodes(), 0);
+    EXPECT_FALSE(holds(ctx().event_set, 387));
+    EXPECT_EQ(bridge_client_reg_event(&set, handler<1>), 0);
+}
+
+TEST_F(Handlers, registration_merges_the_sets_of_one_handler_into_one_node) {
+    synced();
+    reg({387}, handler<1>);
+    reg({388}, handler<1>);
+    EXPECT_EQ(nodes(), 1);
+    EXPECT_TRUE(holds(ctx().event_set, 387));
+    EXPECT_TRUE(holds(ctx().event_set, 388));
+    bridge_call_event_handlers(387, nullptr, 0);
+    bridge_call_event_handlers(388, nullptr, 0);
+    EXPECT_EQ(event_types(), (std::vector<uint32_t>{387, 388}));
+}
+
+TEST_F(Handlers, registration_needs_no_memory_for_a_known_handler) {
+    reg({387}, handler<1>);
+    test::faults::fail("calloc", 1, ENOMEM);
+    reg({388}, handler<1>);
+    EXPECT_EQ(test::faults::injected(), 0);
+}
+
+TEST_F(Handlers, registration_logs_the_handler) {
+    reg({387}, handler<1>);
+    char text[100];
+    std::snprintf(text, sizeof text, "[unit] event-reg add SUCC: handler [%p].\n",
+                  reinterpret_cast<void *>(handler<1>));
+    expect_debug_line(text);
+}
+
+TEST_F(Handlers, registration_keeps_the_union_of_all_sets) {
+    reg({0, 387}, handler<1>);
+    reg({387, 4095}, handler<2>);
+    const event_set expected = set_of({0, 387, 4095});
+    EXPECT_EQ(test::bytes_of(ctx().event_set), test::bytes_of(expected));
+}
+
+// Withdrawal ----------------------------------------------------------------------------------------------------------
+
+TEST_F(Handlers, withdrawal_without_a_context_fails) {
+    g_bridge_client = nullptr;
+    event_set set = set_of({387});
+    EXPECT_EQ(bridge_client_unreg_event(&set, handler<1>), -1);
+    expect_debug_line("Client unreg event failed: client is not ready.\n");
+    EXPECT_TRUE(holds(set, 387));
+}
+
+TEST_F(Handlers, withdrawal_refuses_a_null_set_or_handler) {
+    event_set set = set_of({387});
+    EXPECT_EQ(bridge_client_unreg_event(nullptr, handler<1>), -1);
+    EXPECT_EQ(bridge_client_unreg_event(&set, nullptr), -1);
+    expect_debug_line("Client unreg event failed: invalid set or handler.\n", 2);
+    EXPECT_TRUE(holds(set, 387));
+}
+
+TEST_F(Handlers, withdrawal_clears_the_types_and_keeps_the_node) {
+    synced();
+    reg({387, 388}, handler<1>);
+    event_set set = set_of({387, 388});
+    EXPECT_EQ(bridge_client_unreg_event(&set, handler<1>), 0);
+    expect_debug_line("[unit] event-unreg SUCC.\n");
+    EXPECT_EQ(nodes(), 1);
+    EXPECT_EQ(test::bytes_of(ctx().event_set), test::bytes_of(event_set{}));
+    const event_set unchanged = set_of({387, 388});
+    EXPECT_EQ(test::bytes_of(set), test::bytes_of(unchanged));
+    bridge_call_event_handlers(387, nullptr, 0);
+    EXPECT_TRUE(events().empty());
+}
+
+TEST_F(Handlers, withdrawal_takes_out_of_the_callers_set_what_another_handler_still_wants) {
+    synced();
+    reg({387, 388, 389}, handler<1>);
+    reg({388, 390}, handler<2>);
+    event_set set = set_of({387, 388});
+    EXPECT_EQ(bridge_client_unreg_event(&set, handler<1>), 0);
+    const event_set remaining = set_of({387});
+    EXPECT_EQ(test::bytes_of(set), test::bytes_of(remaining));
+    const event_set wanted = set_of({388, 389, 390});
+    EXPECT_EQ(test::bytes_of(ctx().event_set), test::bytes_of(wanted));
+    bridge_call_event_handlers(388, nullptr, 0);
+    EXPECT_EQ(handlers_called(), (Order{2}));
+}
+
+TEST_F(Handlers, withdrawal_of_an_unknown_handler_takes_no_type_from_the_others) {
+    synced();
+    reg({387}, handler<1>);
+    event_set set = set_of({387, 400});
+    EXPECT_EQ(bridge_client_unreg_event(&set, handler<2>), 0);
+    EXPECT_FALSE(holds(set, 387));
+    EXPECT_TRUE(holds(set, 400));
+    bridge_call_event_handlers(387, nullptr, 0);
+    EXPECT_EQ(handlers_called(), (Order{1}));
+}
+
+TEST_F(Handlers, a_withdrawn_type_can_be_registered_again) {
+    synced();
+    reg({387}, handler<1>);
+    event_set set = set_of({387});
+    bridge_client_unreg_event(&set, handler<1>);
+    reg({387}, handler<1>);
+    EXPECT_EQ(nodes(), 1);
+    bridge_call_event_handlers(387, nullptr, 0);
+    EXPECT_EQ(handlers_called(), (Order{1}));
+}
+
+TEST_F(Handlers, log_nothing_while_message_debugging_is_off) {
+    g_bri_clnt_dbg[BRI_DBG_MSG] = 0;
+    reg({387}, handler<1>);
+    bridge_client_reg_event(nullptr, nullptr);
+    bridge_call_event_handlers(388, nullptr, 0);
+    bridge_call_event_handlers(387, nullptr, 0);
+    synced();
+    bridge_call_event_handlers(387, nullptr, 0);
+    event_set set = set_of({387});
+    bridge_client_unreg_event(&set, handler<1>);
+    bridge_client_unreg_event(nullptr, nullptr);
+    test::faults::fail("calloc", 1, ENOMEM);
+    bridge_client_reg_event(&set, handler<2>);
+    g_bridge_client = nullptr;
+    bridge_client_reg_event(nullptr, nullptr);
+    bridge_client_unreg_event(nullptr, nullptr);
+    bridge_call_event_handlers(387, nullptr, 0);
+    EXPECT_TRUE(test::log_lines().empty());
+    EXPECT_EQ(events().size(), 1U);
+}
+
+} // namespace
