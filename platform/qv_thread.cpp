@@ -1,1 +1,196 @@
+// The thread-event library of a workstation, on libevent. A job is one libevent event in one heap block; the loop keeps
+// its jobs in a list, so that cancelling by function and argument finds all of them.
 #include <qv_thread.h>
+
+#include "base/list.h"
+#include "base/text.h"
+
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+#include <event2/event.h>
+#include <event2/event_struct.h>
+
+struct qv_thread_master {
+    event_base *base;
+    const timeval *at_once; // libevent's mark for the one queue of event jobs, which keeps their order
+    bri_list jobs;
+    bool running;
+    bool stopped; // asked for, not yet obeyed by a run
+    bool trace;
+};
+
+struct qv_thread {
+    bri_list link; // in the loop's jobs
+    event job;
+    qv_thread_master *master;
+    qv_thread_func func;
+    void *arg;
+    char name[32];
+};
+
+namespace {
+
+namespace list = bri::list;
+
+// About 34 years. Longer timers are cut to it, so that no clock arithmetic wraps with a 32-bit time_t.
+constexpr long kLongestTimer = 1L << 30;
+constexpr long kMicroseconds = 1000000;
+
+__attribute__((format(printf, 2, 3))) void trace(const qv_thread_master &master, const char *format, ...) {
+    if (!master.trace)
+        return;
+    char text[128];
+    va_list values;
+    va_start(values, format);
+    std::vsnprintf(text, sizeof text, format, values);
+    va_end(values);
+    std::fprintf(stderr, "qv-thread: %s\n", text);
+}
+
+void release(qv_thread &thread) {
+    event_del(&thread.job);
+    list::unlink(thread.link);
+    std::free(&thread);
+}
+
+void run_job(evutil_socket_t, short, void *argument) {
+    auto &thread = *static_cast<qv_thread *>(argument);
+    const qv_thread_master &master = *thread.master;
+    const qv_thread_func func = thread.func;
+    void *const arg = thread.arg;
+    trace(master, "run %s", thread.name);
+    release(thread);
+    func(arg);
+}
+
+// fd -1 for a timer; `after` null for no time limit.
+qv_thread *add(qv_thread_master *master, qv_thread_func func, void *arg, int fd, const timeval *after, const char *name,
+               const char *kind) {
+    if (master == nullptr || func == nullptr)
+        return nullptr;
+    auto *thread = static_cast<qv_thread *>(std::calloc(1, sizeof(qv_thread)));
+    if (thread == nullptr)
+        return nullptr;
+    thread->master = master;
+    thread->func = func;
+    thread->arg = arg;
+    bri::copy_text(thread->name, name != nullptr ? name : "(unnamed)");
+    const short what = fd >= 0 ? EV_READ : EV_TIMEOUT;
+    if (event_assign(&thread->job, master->base, fd, what, run_job, thread) != 0 ||
+        event_add(&thread->job, after) != 0) {
+        trace(*master, "refused %s %s", kind, thread->name);
+        std::free(thread);
+        return nullptr;
+    }
+    list::append(master->jobs, thread->link);
+    trace(*master, "add %s %s", kind, thread->name);
+    return thread;
+}
+
+qv_thread *add_timer(qv_thread_master *master, qv_thread_func func, void *arg, long seconds, long microseconds,
+                     const char *name) {
+    if (seconds < 0 || microseconds < 0 || microseconds >= kMicroseconds)
+        return nullptr;
+    timeval after{};
+    after.tv_sec = seconds < kLongestTimer ? seconds : kLongestTimer;
+    after.tv_usec = microseconds;
+    return add(master, func, arg, -1, &after, name, "timer");
+}
+
+// Times are measured when a job is added, not when the round of the loop began, and a timer never fires early.
+event_base *make_base() {
+    event_config *config = event_config_new();
+    if (config == nullptr)
+        return nullptr;
+    event_config_set_flag(config, EVENT_BASE_FLAG_NO_CACHE_TIME | EVENT_BASE_FLAG_PRECISE_TIMER);
+    event_base *base = event_base_new_with_config(config);
+    event_config_free(config);
+    return base;
+}
+
+bool tracing() {
+    const char *value = std::getenv("QV_THREAD_TRACE");
+    return value != nullptr && value[0] == '1';
+}
+
+} // namespace
+
+qv_thread *qv_thread_add_event_withname(qv_thread_master *master, qv_thread_func func, void *arg, const char *name) {
+    return master == nullptr ? nullptr : add(master, func, arg, -1, master->at_once, name, "event");
+}
+
+qv_thread *qv_thread_add_read_withname(qv_thread_master *master, qv_thread_func func, void *arg, int fd,
+                                       const char *name) {
+    return fd < 0 ? nullptr : add(master, func, arg, fd, nullptr, name, "read");
+}
+
+qv_thread *qv_thread_add_timer_withname(qv_thread_master *master, qv_thread_func func, void *arg, long seconds,
+                                        const char *name) {
+    return add_timer(master, func, arg, seconds, 0, name);
+}
+
+qv_thread *qv_thread_add_timer_timeval_withname(qv_thread_master *master, qv_thread_func func, void *arg,
+                                                const timeval *after, const char *name) {
+    return after == nullptr ? nullptr : add_timer(master, func, arg, after->tv_sec, after->tv_usec, name);
+}
+
+void qv_thread_cancel_by_arg_func(qv_thread_master *master, void *arg, qv_thread_func func) {
+    if (master == nullptr)
+        return;
+    for (bri_list *link = master->jobs.next, *next = nullptr; link != &master->jobs; link = next) {
+        next = link->next;
+        auto &thread = *reinterpret_cast<qv_thread *>(link);
+        if (thread.func != func || thread.arg != arg)
+            continue;
+        trace(*master, "cancel %s", thread.name);
+        release(thread);
+    }
+}
+
+qv_thread_master *qv_thread_master_create(void) {
+    event_base *base = make_base();
+    if (base == nullptr)
+        return nullptr;
+    constexpr timeval none{};
+    const timeval *at_once = event_base_init_common_timeout(base, &none);
+    auto *master = static_cast<qv_thread_master *>(std::calloc(1, sizeof(qv_thread_master)));
+    if (at_once == nullptr || master == nullptr) {
+        event_base_free(base);
+        std::free(master);
+        return nullptr;
+    }
+    master->base = base;
+    master->at_once = at_once;
+    list::init(master->jobs);
+    master->trace = tracing();
+    return master;
+}
+
+int qv_thread_master_run(qv_thread_master *master) {
+    if (master == nullptr || master->running)
+        return -1;
+    int result = 0;
+    master->running = true;
+    while (!master->stopped && result >= 0)
+        result = event_base_loop(master->base, EVLOOP_NO_EXIT_ON_EMPTY);
+    master->running = false;
+    master->stopped = false;
+    return result < 0 ? -1 : 0;
+}
+
+void qv_thread_master_stop(qv_thread_master *master) {
+    if (master == nullptr)
+        return;
+    master->stopped = true;
+    event_base_loopbreak(master->base);
+}
+
+void qv_thread_master_destroy(qv_thread_master *master) {
+    if (master == nullptr || master->running)
+        return;
+    while (auto *thread = list::first<qv_thread>(master->jobs))
+        release(*thread);
+    event_base_free(master->base);
+    std::free(master);
+}
