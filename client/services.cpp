@@ -19,4 +19,3 @@ void bridge_dspch_client_init(const char *) {}
 int bridge_client_get_local_mac(uint8_t *) { return -1; }
 int bridge_client_get_svi_mac(uint8_t *) { return -1; }
 int bridge_maddr_get_local(uint8_t *) { return -1; }
-int bridge_get_sys_mem_info(struct bri_sys_mem_info *) { return -1; }
