@@ -1,0 +1,84 @@
+// Child processes of a test.
+#pragma once
+
+#include <csignal>
+#include <gtest/gtest.h>
+#include <new>
+#include <sys/mman.h>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <vector>
+
+namespace test {
+
+// Iterations of a test that only gets surer by more of them; the emulated processor takes a share.
+#if defined(__powerpc__)
+constexpr int scaled(int iterations) {
+    return iterations / 20;
+}
+#else
+constexpr int scaled(int iterations) {
+    return iterations;
+}
+#endif
+
+constexpr unsigned kChildSeconds = 60; // a child that hangs ends by a signal, which fails its test
+
+// Runs fn() in a child, whose exit status is what it gives. The child does not return into the test.
+template <class Fn> pid_t start_child(Fn &&fn) {
+    const pid_t child = fork();
+    if (child == 0) {
+        alarm(kChildSeconds);
+        _exit(fn());
+    }
+    return child;
+}
+
+// The status that waitpid gives.
+inline int wait_for(pid_t child) {
+    int status = -1;
+    while (waitpid(child, &status, 0) < 0 && errno == EINTR)
+        continue;
+    return status;
+}
+
+// Runs fn(index) in `count` children that begin together, and waits for them. True when each gave 0.
+template <class Fn> bool all_children(int count, Fn &&fn) {
+    int gate[2];
+    if (pipe(gate) != 0)
+        return false;
+    std::vector<pid_t> children;
+    for (int index = 0; index < count; ++index)
+        children.push_back(start_child([&] {
+            close(gate[1]);
+            char byte;
+            const bool open = read(gate[0], &byte, 1) == 0; // ends when the parent closes
+            return open ? fn(index) : 1;
+        }));
+    close(gate[0]);
+    close(gate[1]);
+    bool ok = true;
+    for (const pid_t child : children)
+        ok = child > 0 && wait_for(child) == 0 && ok;
+    return ok;
+}
+
+// Zeroed memory that the children started after it share with the test.
+template <class T> class SharedBlock {
+  public:
+    SharedBlock() {
+        void *place = mmap(nullptr, sizeof(T), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+        block_ = place != MAP_FAILED ? new (place) T{} : nullptr;
+    }
+    ~SharedBlock() { munmap(block_, sizeof(T)); }
+    SharedBlock(const SharedBlock &) = delete;
+    SharedBlock &operator=(const SharedBlock &) = delete;
+
+    T *operator->() { return block_; }
+    T &operator*() { return *block_; }
+
+  private:
+    T *block_;
+};
+
+} // namespace test
