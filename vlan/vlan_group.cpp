@@ -1,29 +1,269 @@
-// Not built yet: every operation gives its failure value.
-#include <bridge/bridge.h>
+// VLAN groups: the shared table and the server's group events.
+#include <bridge/vlan_group.h>
+
+#include "base/bits.h"
+#include "base/bytes.h"
+#include "base/log.h"
+#include "shared/table.h"
+
+#include <bridge/client.h>
+#include <bridge/vlan_db.h>
+
+#include <cerrno>
+#include <cstring>
 
 vlan_group_manager vlan_group_mng;
-int vlan_group_shm_init() { return 0; }
-void bridge_vlan_group_lib_dispose_msg(struct bri_msg_hdr *) {}
+
+namespace bits = bri::bits;
+namespace log = bri::log;
+namespace shared = bri::shared;
+namespace table = bri::table;
+
+namespace {
+
+constexpr table::Spec kTable{0x5A5B7C3D, "VLAN-GROUP-SHM", sizeof(bri_vlan_groups)};
+constexpr unsigned kFirstGroup = 1;
+constexpr unsigned kLastGroup = BRI_VLAN_GROUP_ENTRIES - 1;
+
+struct EventName {
+    uint32_t type;
+    const char *name;
+};
+
+constexpr EventName kEventNames[] = {
+    {VG_EVENT_POLICY_ENTRY, "VG_EVENT_POLICY_ENTRY"},         {VG_EVENT_MEM_VLAN, "VG_EVENT_MEM_VLAN"},
+    {VG_EVENT_DEFAULT_VLAN, "VG_EVENT_DEFAULT_VLAN"},         {VG_EVENT_VLAN_MODE, "VG_EVENT_VLAN_MODE"},
+    {VG_EVENT_DHCP_VLAN_STATUS, "VG_EVENT_DHCP_VLAN_STATUS"}, {VG_EVENT_MAC_VLAN_CHANGE, "VG_EVENT_MAC_VLAN_CHANGE"},
+    {VG_EVENT_GET_VLAN_BY_VGID, "VG_EVENT_GET_VLAN_BY_VGID"}, {VG_EVENT_SYNC_DATA_BEGIN, "VG_EVENT_SYNC_DATA_BEGIN"},
+    {VG_EVENT_SYNC_DATA_END, "VG_EVENT_SYNC_DATA_END"},
+};
+
+const char *event_name(uint32_t type) {
+    for (const EventName &event : kEventNames)
+        if (event.type == type)
+            return event.name;
+    return "unknow type";
+}
+
+bool open_table(table::Opened &opened) {
+    switch (table::open(kTable, opened)) {
+    case table::Result::kOk:
+        return true;
+    case table::Result::kNoKey:
+        BRI_LOG(log::kClient, "vlan-group Get ipc-key failed.\n");
+        break;
+    case table::Result::kNoLock:
+        BRI_LOG(log::kClient, "vlan-group create sysv sem failed.\n");
+        break;
+    case table::Result::kNoSegment:
+        BRI_LOG(log::kClient, "vlan-group create sysv shm failed.\n");
+        break;
+    }
+    return false;
+}
+
+// The entry of a group id; null for an id without one and before the table is mapped.
+vlan_group_entry *slot(unsigned id) {
+    return id <= kLastGroup && vlan_group_mng.entries != nullptr ? &vlan_group_mng.entries[id] : nullptr;
+}
+
+// The same, null also when the entry is free.
+vlan_group_entry *group(unsigned id) {
+    vlan_group_entry *entry = slot(id);
+    return entry != nullptr && shared::load(entry->id) != 0 ? entry : nullptr;
+}
+
+template <class T> T field(uint8_t id, T vlan_group_entry::*member) {
+    const vlan_group_entry *entry = group(id);
+    return entry != nullptr ? shared::load(entry->*member) : T{0};
+}
+
+template <class T> int get_field(uint8_t id, T vlan_group_entry::*member, T *out) {
+    const vlan_group_entry *entry = group(id);
+    if (entry == nullptr || out == nullptr)
+        return 0;
+    *out = shared::load(entry->*member);
+    return 1;
+}
+
+template <class T> int set_field(uint8_t id, T vlan_group_entry::*member, T value) {
+    vlan_group_entry *entry = group(id);
+    if (entry == nullptr)
+        return 0;
+    shared::store(entry->*member, value);
+    return 1;
+}
+
+bool holds(const vlan_group_entry &entry, unsigned vid) {
+    return vid < bits::kSetBits && bits::test(entry.members.words, vid);
+}
+
+uint8_t count_of(uint32_t word) {
+    return static_cast<uint8_t>(__builtin_popcount(word));
+}
+
+// Notes the bits of one word that changed: in the caller's set and in the caller's count, which wraps.
+void note(uint32_t changed, uint32_t &word, uint8_t &count) {
+    word |= changed;
+    count = static_cast<uint8_t>(count + count_of(changed));
+}
+
+// Makes one word of the members equal to `wanted` within `mask`. What another process changed in between is neither
+// lost nor counted twice.
+void update_word(vlan_group_entry &entry, unsigned index, uint32_t wanted, uint32_t mask, uint32_t &added,
+                 uint32_t &removed) {
+    uint32_t &word = entry.members.words[index];
+    const uint32_t present = shared::load(word);
+    added = wanted & ~present & mask;
+    removed = present & ~wanted & mask;
+    if (added != 0)
+        added &= ~shared::set_bits(word, added);
+    if (removed != 0)
+        removed &= shared::clear_bits(word, removed);
+    if (added != 0 || removed != 0)
+        shared::add(entry.member_count, static_cast<uint8_t>(count_of(added) - count_of(removed)));
+}
+
+} // namespace
+
+int vlan_group_shm_init() {
+    vlan_group_mng = {};
+    table::Opened opened;
+    if (!open_table(opened))
+        return 0;
+    vlan_group_mng = {opened.shm, opened.lock, static_cast<bri_vlan_groups *>(opened.shm->data)->groups};
+    return 1;
+}
+
+void bridge_vlan_group_lib_dispose_msg(struct bri_msg_hdr *msg) {
+    if (msg == nullptr)
+        return;
+    const auto header = bri::load_as<bri_msg_hdr>(msg);
+    BRI_LOG(log::kClient, "vg lib recv msg: event %s, msg len %d.\n", event_name(header.type),
+            static_cast<int>(header.len));
+    bridge_call_event_handlers(header.type, reinterpret_cast<uint8_t *>(msg) + sizeof header, header.len);
+}
+
+// By design none of them takes the table's lock.
 void vlan_group_wr_lock() {}
 void vlan_group_read_lock() {}
 void vlan_group_unlock() {}
-struct vlan_group_entry *vlan_group_base_entry() { return nullptr; }
-struct vlan_group_entry *vlan_group_get_entry(uint8_t ) { return nullptr; }
-int vlan_group_check_exist(uint8_t ) { return 0; }
-int vg_clnt_check_exist(uint8_t ) { return 0; }
-int vlan_group_creat_entry(uint8_t ) { return 0; }
-void vlan_group_free_entry(uint8_t ) {}
-int vlan_group_set_default_vlan(uint8_t , uint16_t ) { return 0; }
-int vlan_group_get_default_vlan(uint8_t , uint16_t *) { return 0; }
-int vlan_group_set_vlan_assign_mode(uint8_t , uint8_t ) { return 0; }
-int vlan_group_get_vlan_assign_mode(uint8_t , uint8_t *) { return 0; }
-int vlan_group_get_member_vlan_cnt(uint8_t , uint8_t *) { return 0; }
-int vlan_group_set_member_vlan(uint8_t , const struct vlanset *, struct vlanset *, struct vlanset *, uint8_t *, uint8_t *) { return 0; }
-int vlan_group_get_entry_copy(uint8_t , struct vlan_group_entry *) { return 0; }
-int vlan_group_check_vlan_is_member_vlan(uint8_t , uint16_t ) { return 0; }
-int vlan_group_get_member_vlan_bitmap(uint8_t , struct vlanset *) { return 0; }
-int vg_clnt_get_vlan_list(uint8_t , struct vlanset *) { return 0; }
-uint16_t vg_clnt_get_default_vid(uint8_t ) { return 0; }
-uint8_t vg_clnt_get_assign_mode(uint8_t ) { return 0; }
-int vg_clnt_is_member_of_any_group(uint16_t , uint8_t *) { return 0; }
-int vg_clnt_change_array_to_bitmap(const uint16_t *, uint8_t , struct vlanset *) { return 0; }
+
+struct vlan_group_entry *vlan_group_base_entry() {
+    return vlan_group_mng.entries;
+}
+struct vlan_group_entry *vlan_group_get_entry(uint8_t id) {
+    return group(id);
+}
+int vlan_group_check_exist(uint8_t id) {
+    return group(id) != nullptr ? 1 : 0;
+}
+int vg_clnt_check_exist(uint8_t id) {
+    return vlan_group_check_exist(id);
+}
+
+int vlan_group_creat_entry(uint8_t id) {
+    vlan_group_entry *entry = slot(id);
+    if (entry == nullptr)
+        return 0;
+    if (shared::load(entry->id) == id)
+        return 1;
+    std::memset(entry, 0, sizeof *entry);
+    shared::store(entry->id, id);
+    return 1;
+}
+
+void vlan_group_free_entry(uint8_t id) {
+    if (vlan_group_entry *entry = slot(id))
+        std::memset(entry, 0, sizeof *entry);
+}
+
+int vlan_group_set_default_vlan(uint8_t id, uint16_t vid) {
+    return set_field(id, &vlan_group_entry::default_vid, vid);
+}
+int vlan_group_get_default_vlan(uint8_t id, uint16_t *vid) {
+    return get_field(id, &vlan_group_entry::default_vid, vid);
+}
+int vlan_group_set_vlan_assign_mode(uint8_t id, uint8_t mode) {
+    return set_field(id, &vlan_group_entry::assign_mode, mode);
+}
+int vlan_group_get_vlan_assign_mode(uint8_t id, uint8_t *mode) {
+    return get_field(id, &vlan_group_entry::assign_mode, mode);
+}
+int vlan_group_get_member_vlan_cnt(uint8_t id, uint8_t *count) {
+    return get_field(id, &vlan_group_entry::member_count, count);
+}
+
+int vlan_group_set_member_vlan(uint8_t id, const struct vlanset *new_set, struct vlanset *added,
+                               struct vlanset *removed, uint8_t *added_count, uint8_t *removed_count) {
+    vlan_group_entry *entry = group(id);
+    if (entry == nullptr || new_set == nullptr || added == nullptr || removed == nullptr || added_count == nullptr ||
+        removed_count == nullptr)
+        return 0;
+    for (unsigned index = 0; index < bits::kSetWords; ++index) {
+        uint32_t new_bits = 0;
+        uint32_t old_bits = 0;
+        update_word(*entry, index, shared::load(new_set->words[index]),
+                    bits::range_mask(index, BRI_VID_MIN, BRI_VID_MAX), new_bits, old_bits);
+        note(new_bits, added->words[index], *added_count);
+        note(old_bits, removed->words[index], *removed_count);
+    }
+    return 1;
+}
+
+int vlan_group_get_entry_copy(uint8_t id, struct vlan_group_entry *dst) {
+    const vlan_group_entry *entry = group(id);
+    if (entry == nullptr || dst == nullptr)
+        return 0;
+    std::memcpy(dst, entry, sizeof *dst);
+    return 1;
+}
+
+int vlan_group_check_vlan_is_member_vlan(uint8_t id, uint16_t vid) {
+    const vlan_group_entry *entry = group(id);
+    return entry != nullptr && holds(*entry, vid) ? 1 : 0;
+}
+
+int vlan_group_get_member_vlan_bitmap(uint8_t id, struct vlanset *out) {
+    if (out == nullptr)
+        return -EINVAL;
+    const vlan_group_entry *entry = group(id);
+    if (entry == nullptr)
+        return -1;
+    std::memcpy(out, &entry->members, sizeof *out);
+    return 0;
+}
+
+int vg_clnt_get_vlan_list(uint8_t id, struct vlanset *out) {
+    return vlan_group_get_member_vlan_bitmap(id, out) == 0 ? 1 : 0;
+}
+uint16_t vg_clnt_get_default_vid(uint8_t id) {
+    return field(id, &vlan_group_entry::default_vid);
+}
+uint8_t vg_clnt_get_assign_mode(uint8_t id) {
+    return field(id, &vlan_group_entry::assign_mode);
+}
+
+int vg_clnt_is_member_of_any_group(uint16_t vid, uint8_t *id) {
+    for (unsigned number = kFirstGroup; number <= kLastGroup; ++number) {
+        const vlan_group_entry *entry = slot(number);
+        if (entry == nullptr)
+            return 0;
+        const uint8_t holder = shared::load(entry->id);
+        if (holder == 0 || !holds(*entry, vid))
+            continue;
+        if (id != nullptr)
+            *id = holder;
+        return 1;
+    }
+    return 0;
+}
+
+int vg_clnt_change_array_to_bitmap(const uint16_t *vids, uint8_t count, struct vlanset *set) {
+    if (count != 0 && (vids == nullptr || set == nullptr))
+        return 0;
+    for (unsigned index = 0; index < count; ++index)
+        if (vids[index] < bits::kSetBits)
+            bits::set(set->words, vids[index]);
+    return count + 1;
+}
