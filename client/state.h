@@ -33,14 +33,11 @@ extern State g_state; // client/context.cpp
 // too; one that is appended again on the way is not, so that the walk ends. client/context.cpp
 void run_callbacks(bri_list &callbacks);
 
-// client/transport.cpp: jobs of the host's loop, each with the context as argument (or null). Results are ignored by
-// the loop.
+// Jobs of the host's loop (connect_job.cpp, receive.cpp, send_batch.cpp), each with the context as argument (or null).
+// Results are ignored by the loop.
 int connect_job(void *arg);
 int read_job(void *arg);
 int flush_job(void *arg);
-// Buffers of the transport: allocated by initialisation, released by a failed one. False when memory is short.
-bool allocate_buffers();
-void release_buffers();
 
 // client/handlers.cpp: the full registration of a new connection. Clears the context's `fresh`.
 void send_full_registration();

@@ -28,6 +28,14 @@ struct bri_clnt_ctx {
     struct bri_list cache;           /* byte runs waiting to be written */
 };
 
+typedef void (*bri_clnt_cb)(void);
+
+/* Node of conn_cbs and oridata_cbs; never removed. */
+struct bri_clnt_cb_node {
+    struct bri_list link;
+    bri_clnt_cb fn;
+};
+
 /* What bridge_client_thread_event adds. */
 enum bri_clnt_thread_evt {
     BRI_CLNT_EVT_CONNECT = 0,   /* connect at once */
@@ -41,8 +49,6 @@ BRI_API extern struct bri_clnt_ctx *g_bridge_client;
 
 /* Receive batch buffer of BRI_BATCH_BUFFER_SIZE bytes; null before bridge_agent_init succeeded. */
 BRI_API extern uint8_t *g_bglib_recvbuf;
-
-typedef void (*bri_clnt_cb)(void);
 
 BRI_API int bridge_agent_init(const char *name, struct qv_thread_master *master);
 

@@ -1,0 +1,74 @@
+// The connect job: from no socket to a registered client, one step at a time, again every second until all hold.
+#include "base/log.h"
+#include "client/state.h"
+#include "client/transport.h"
+#include <bridge/netlink.h>
+
+#include <qv_thread.h>
+
+namespace bri::client {
+
+namespace {
+
+// Both steps run host code. False when it reset the connection: all of this is due again on the next one.
+bool introduce(bri_clnt_ctx &ctx) {
+    const uint32_t connection = connection_number();
+    run_callbacks(ctx.conn_cbs);
+    if (connection_number() != connection)
+        return false;
+    send_full_registration();
+    ctx.conn_done = 1;
+    return true;
+}
+
+bool open_kernel_channel(bri_clnt_ctx &ctx) {
+    const uint32_t connection = connection_number();
+    if (bridge_lib_nlclient_init(&ctx) > 0)
+        return connection_number() == connection;
+    BRI_LOG(log::kClient, "[%s] reg event failed: netlink init error.\n", ctx.name);
+    bridge_lib_nlclient_deinit(&ctx);
+    return false;
+}
+
+// Host code may have asked for connecting more than once; two read jobs would wait for one batch.
+bool await_first_batch(bri_clnt_ctx &ctx) {
+    qv_thread_cancel_by_arg_func(ctx.master, &ctx, read_job);
+    return bridge_client_thread_event(BRI_CLNT_EVT_READ) == 0;
+}
+
+int retry() {
+    bridge_client_thread_event(BRI_CLNT_EVT_RECONNECT);
+    return -1;
+}
+
+} // namespace
+
+int connect_job(void *) {
+    if (g_bridge_client == nullptr) {
+        BRI_LOG(log::kClient, "Bridge client connect failed: client is not init.\n");
+        return -1;
+    }
+    bri_clnt_ctx &ctx = *g_bridge_client;
+    if (ctx.sock <= 0 && bridge_client_socket_create(&ctx) < 0) {
+        retry();
+        BRI_LOG(log::kClient, "[%s] recreating sock ...\n", ctx.name);
+        return 0;
+    }
+    if (ctx.connected == 0 && bridge_client_socket_connect(&ctx) < 0) {
+        retry();
+        BRI_LOG(log::kClient, "[%s] sock[%d] reconnecting ...\n", ctx.name, ctx.sock);
+        return -1;
+    }
+    if (ctx.conn_done == 0 && !introduce(ctx))
+        return retry();
+    if (ctx.nl_ready == 0 && !open_kernel_channel(ctx))
+        return retry();
+    if (!await_first_batch(ctx)) {
+        retry();
+        BRI_LOG(log::kClient, "[%s] sock[%d] add THREAD_READ failed ...\n", ctx.name, ctx.sock);
+        return -1;
+    }
+    return 0;
+}
+
+} // namespace bri::client

@@ -1,0 +1,71 @@
+// Byte runs that the server socket would not take yet.
+#include "base/list.h"
+#include "base/log.h"
+#include "client/transport.h"
+
+#include <cstdlib>
+#include <cstring>
+
+namespace bri::client {
+
+namespace {
+
+// Other threads read the figures without the lock, to print them.
+void link_before(bri_clnt_ctx &ctx, bri_list &place, Run &run) {
+    list::append(place, run.link); // behind the last node before `place`
+    shared::store(ctx.cache_cnt, ctx.cache_cnt + 1);
+}
+
+} // namespace
+
+Run *make_run(uint32_t size) {
+    auto *run = static_cast<Run *>(std::malloc(sizeof(Run) + size));
+    if (run != nullptr)
+        *run = Run{{}, size, 0, false};
+    return run;
+}
+
+bool cache_msg(bri_clnt_ctx &ctx, const void *bytes, uint32_t n, uint32_t written) {
+    if (ctx.cache_cnt >= ctx.cache_max) {
+        shared::store(ctx.cache_drop, ctx.cache_drop + 1);
+        BRI_LOG(log::kClient, "Failed to create msg node, reach maximun cache msg.\n");
+        return false;
+    }
+    Run *run = make_run(n);
+    if (run == nullptr) {
+        BRI_LOG(log::kClient, "Failed to create msg node.\n");
+        return false;
+    }
+    std::memcpy(run->bytes(), bytes, n);
+    run->written = written;
+    link_before(ctx, ctx.cache, *run);
+    return true;
+}
+
+void cache_half_written(bri_clnt_ctx &ctx, Run &run) {
+    link_before(ctx, *ctx.cache.next, run);
+}
+
+void drop_run(bri_clnt_ctx &ctx, Run &run) {
+    list::unlink(run.link);
+    shared::store(ctx.cache_cnt, ctx.cache_cnt - 1);
+    std::free(&run);
+}
+
+Run *half_written_run(bri_clnt_ctx &ctx) {
+    Run *run = list::first<Run>(ctx.cache);
+    return run != nullptr && run->written != 0 ? run : nullptr;
+}
+
+// Only the oldest run can be half written: nothing overtakes it.
+void rewind_cache(bri_clnt_ctx &ctx) {
+    Run *run = half_written_run(ctx);
+    if (run == nullptr)
+        return;
+    if (run->given_up)
+        drop_run(ctx, *run);
+    else
+        run->written = 0;
+}
+
+} // namespace bri::client

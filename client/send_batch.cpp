@@ -1,0 +1,156 @@
+// Messages to the server: collected in one batch, written when it fills, when one is urgent, or by the 50 ms timer.
+#include "base/list.h"
+#include "base/log.h"
+#include "base/raii.h"
+#include "client/state.h"
+#include "client/transport.h"
+
+#include <cstring>
+#include <sys/socket.h>
+
+namespace bri::client {
+
+uint8_t *g_bglib_sendbuf;
+pthread_mutex_t g_bglib_send_lock = PTHREAD_MUTEX_INITIALIZER;
+
+namespace {
+
+bri_batch_hdr &batch() {
+    return *reinterpret_cast<bri_batch_hdr *>(g_bglib_sendbuf);
+}
+
+uint32_t batch_size() {
+    return static_cast<uint32_t>(sizeof(bri_batch_hdr)) + batch().msg_len;
+}
+
+// Everything behind the messages is zero already.
+void clear_batch() {
+    std::memset(g_bglib_sendbuf, 0, batch_size());
+}
+
+bool batch_takes(uint32_t len) {
+    return batch().msg_len <= BRI_BATCH_MSG_MAX - sizeof(bri_msg_hdr) - len; // len is at most BRI_PAYLOAD_MAX
+}
+
+void append(const void *data, uint32_t len, uint32_t type) {
+    put_message(g_bglib_sendbuf + batch_size(), data, len, type);
+    batch().msg_len += static_cast<uint32_t>(sizeof(bri_msg_hdr)) + len;
+    batch().msg_cnt += 1;
+}
+
+// These do not wait for the timer.
+bool urgent(uint32_t type) {
+    const uint32_t submod = type >> 7;
+    return submod == BRI_SUBMOD_CLNT_MNG || submod == BRI_SUBMOD_L2TOP || type == MAC_EVENT_DYN_FLUSH ||
+           type == MVLAN_EVENT_NOTIFY_ENTRY;
+}
+
+int not_ready() {
+    BRI_LOG(log::kClient, "Client send msg failed: Socket is not ready.\n");
+    return -1;
+}
+
+// False when a run would not go out whole; the batch then queues behind it.
+bool drain_cache(bri_clnt_ctx &ctx) {
+    while (Run *run = list::first<Run>(ctx.cache)) {
+        uint32_t written = 0;
+        const int result = bridge_writen_dontwait(ctx.sock, run->unsent(), run->left(), &written);
+        if (result == kWritten) {
+            drop_run(ctx, *run);
+            continue;
+        }
+        run->written += written;
+        BRI_LOG(log::kClient, "[%s] Socket send FAIL, ret %s, written_len %d, left_len.\n", ctx.name,
+                bri_strerror(-result), written);
+        return false;
+    }
+    return true;
+}
+
+void queue_batch(bri_clnt_ctx &ctx) {
+    if (batch().msg_len == 0)
+        return;
+    BRI_LOG(log::kClient, "[%s] Failed to send cached msg and try to enqueue again.\n", ctx.name);
+    cache_msg(ctx, g_bglib_sendbuf, batch_size(), 0);
+}
+
+void write_batch(bri_clnt_ctx &ctx) {
+    if (batch().msg_len == 0)
+        return;
+    uint32_t written = 0;
+    switch (bridge_writen_dontwait(ctx.sock, g_bglib_sendbuf, batch_size(), &written)) {
+    case kWritten:
+        BRI_LOG(log::kClient, "[%s] Msg send SUCC: msg-cnt %d, msg-len %d.\n", ctx.name, batch().msg_cnt,
+                batch().msg_len);
+        break;
+    case kWouldBlock:
+        if (!cache_msg(ctx, g_bglib_sendbuf, batch_size(), written) && written != 0)
+            end_stream(ctx);
+        break;
+    default:
+        BRI_LOG(log::kClient, "[%s] Msg send FAIL: error socket.\n", ctx.name);
+    }
+}
+
+} // namespace
+
+void put_message(uint8_t *at, const void *data, uint32_t len, uint32_t type) {
+    const bri_msg_hdr header{type, len};
+    std::memcpy(at, &header, sizeof header);
+    if (data != nullptr)
+        std::memcpy(at + sizeof header, data, len);
+    else
+        std::memset(at + sizeof header, 0, len);
+}
+
+void end_stream(const bri_clnt_ctx &ctx) {
+    shutdown(ctx.sock, SHUT_RDWR);
+}
+
+// What waits while there is no connection leaves on the next one.
+void flush(bri_clnt_ctx &ctx) {
+    if (g_bglib_sendbuf == nullptr || ctx.sock <= 0 || shared::load(ctx.connected) == 0)
+        return;
+    if (drain_cache(ctx))
+        write_batch(ctx);
+    else
+        queue_batch(ctx);
+    clear_batch();
+}
+
+int flush_job(void *) {
+    if (g_bridge_client != nullptr) {
+        const MutexLock lock(g_bglib_send_lock);
+        flush(*g_bridge_client);
+    }
+    bridge_client_thread_event(BRI_CLNT_EVT_MSG_TIMER);
+    return 0;
+}
+
+} // namespace bri::client
+
+using namespace bri;
+using namespace bri::client;
+
+int bridge_client_send_message(const void *data, uint32_t len, uint32_t type) {
+    bri_clnt_ctx *ctx = g_bridge_client;
+    if (ctx == nullptr || shared::load(ctx->connected) == 0)
+        return not_ready();
+    if (len > BRI_PAYLOAD_MAX) {
+        BRI_LOG(log::kClient, "Client send msg failed: msg-len[%d] is too large.\n", len);
+        return -1;
+    }
+    if (g_bglib_sendbuf == nullptr) {
+        BRI_LOG(log::kClient, "failed to send msg: buff is not ready.\n");
+        return -1;
+    }
+    const MutexLock lock(g_bglib_send_lock);
+    if (!batch_takes(len))
+        flush(*ctx);
+    if (!batch_takes(len)) // the connection was lost since the first look, and the batch waits for the next one
+        return not_ready();
+    append(data, len, type);
+    if (urgent(type))
+        flush(*ctx);
+    return 0;
+}

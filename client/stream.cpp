@@ -1,0 +1,92 @@
+// Whole byte runs on a descriptor.
+#include "client/transport.h"
+
+#include <cerrno>
+#include <climits>
+#include <sys/socket.h>
+#include <unistd.h>
+
+namespace bri::client {
+
+namespace {
+
+constexpr int kMaxFailures = 5; // failed attempts of one call, whatever progress lies between them
+
+bool passing(int error) {
+    return error == EAGAIN || error == EINPROGRESS || error == EINTR;
+}
+
+// What an attempt that moves no byte means: the end of the stream for a reader, a failed attempt for a writer.
+enum class Nothing { kEnds, kFails };
+
+// Attempts until n bytes are moved; attempt(offset, left) gives what read and write give. `done` counts the bytes also
+// when the result is that of the failing attempt.
+template <class Attempt> int move_bytes(uint32_t n, uint32_t &done, Nothing nothing, Attempt &&attempt) {
+    done = 0;
+    if (n > INT_MAX) {
+        errno = EINVAL;
+        return -1;
+    }
+    for (int failures = 0; done < n;) {
+        const ssize_t moved = attempt(done, n - done);
+        if (moved > 0) {
+            done += static_cast<uint32_t>(moved);
+            continue;
+        }
+        if (moved == 0 && nothing == Nothing::kEnds)
+            break;
+        if ((moved < 0 && !passing(errno)) || ++failures == kMaxFailures)
+            return static_cast<int>(moved);
+    }
+    return static_cast<int>(done);
+}
+
+// A closed peer must not kill the host, and any descriptor will do.
+ssize_t write_quietly(int fd, const void *bytes, size_t n) {
+    const ssize_t sent = send(fd, bytes, n, MSG_NOSIGNAL);
+    return sent < 0 && errno == ENOTSOCK ? write(fd, bytes, n) : sent;
+}
+
+} // namespace
+
+int write_all(int fd, const void *bytes, uint32_t n, uint32_t &done) {
+    return move_bytes(n, done, Nothing::kFails, [&](uint32_t offset, uint32_t left) {
+        return write_quietly(fd, static_cast<const uint8_t *>(bytes) + offset, left);
+    });
+}
+
+} // namespace bri::client
+
+using namespace bri::client;
+
+int bridge_readn(int fd, void *buf, uint32_t n) {
+    if (buf == nullptr && n != 0)
+        return -1;
+    uint32_t done = 0;
+    return move_bytes(n, done, Nothing::kEnds, [&](uint32_t offset, uint32_t left) {
+        return read(fd, static_cast<uint8_t *>(buf) + offset, left);
+    });
+}
+
+int bridge_writen(int fd, const void *buf, uint32_t n) {
+    if (buf == nullptr && n != 0)
+        return -1;
+    uint32_t done = 0;
+    return write_all(fd, buf, n, done);
+}
+
+int bridge_writen_dontwait(int fd, const void *buf, uint32_t n, uint32_t *written) {
+    uint32_t unwanted = 0;
+    uint32_t &out = written != nullptr ? *written : unwanted;
+    out = 0;
+    if (n == 0)
+        return kWritten;
+    if (buf == nullptr)
+        return kSocketError;
+    errno = 0; // a result of 0 says nothing of its own
+    const ssize_t sent = send(fd, buf, n, MSG_DONTWAIT | MSG_NOSIGNAL);
+    if (sent <= 0)
+        return errno == EAGAIN || errno == EINTR ? kWouldBlock : kSocketError;
+    out = static_cast<uint32_t>(sent);
+    return out == n ? kWritten : kWouldBlock;
+}

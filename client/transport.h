@@ -1,0 +1,71 @@
+// What the files of the server connection offer each other: bytes on a descriptor, the send batch, the message cache
+// and the socket. Nothing outside client/ needs this.
+//
+// g_bglib_send_lock guards the send batch, the message cache, every write to the server socket and every change of
+// `sock`. No callback, handler or other host code runs while it is held.
+#pragma once
+
+#include "base/shared_word.h"
+#include <bridge/client.h>
+
+#include <cstdint>
+#include <pthread.h>
+
+namespace bri::client {
+
+// --- bytes on a descriptor (stream.cpp)
+
+// Results of bridge_writen_dontwait: the magnitudes of BRI_ERR_SOCKET and BRI_ERR_WOULD_BLOCK.
+enum WriteResult { kWritten = 0, kSocketError = 5, kWouldBlock = 6 };
+
+// bridge_writen that also tells how much went out when it fails.
+int write_all(int fd, const void *bytes, uint32_t n, uint32_t &done);
+
+// --- runs that wait to be written (message_cache.cpp); all under the send lock
+
+// One byte run: a whole batch, so that it can go out again from its first byte on another connection.
+struct Run {
+    bri_list link;
+    uint32_t size;
+    uint32_t written; // of this connection
+    bool given_up;    // its sender was told that it failed: it only completes what this connection has seen of it
+    // `size` bytes follow
+
+    [[nodiscard]] uint8_t *bytes() { return reinterpret_cast<uint8_t *>(this + 1); }
+    [[nodiscard]] const uint8_t *unsent() { return bytes() + written; }
+    [[nodiscard]] uint32_t left() const { return size - written; }
+};
+
+// A run with room for `size` bytes, not linked yet; null when memory is short. free() releases it.
+Run *make_run(uint32_t size);
+// Appends a copy of n bytes, of which the first `written` are out already. False when the cache refuses it.
+bool cache_msg(bri_clnt_ctx &ctx, const void *bytes, uint32_t n, uint32_t written);
+// Puts a run that is half written before everything else; the limit does not hold it up.
+void cache_half_written(bri_clnt_ctx &ctx, Run &run);
+void drop_run(bri_clnt_ctx &ctx, Run &run);
+// The oldest run when part of it is out, else null.
+Run *half_written_run(bri_clnt_ctx &ctx);
+// After a lost connection: every run starts anew.
+void rewind_cache(bri_clnt_ctx &ctx);
+
+// --- send batch (send_batch.cpp)
+
+extern uint8_t *g_bglib_sendbuf; // BRI_BATCH_BUFFER_SIZE bytes; zero wherever no message lies
+extern pthread_mutex_t g_bglib_send_lock;
+
+// Writes what waits, oldest first, without blocking. The send lock is held.
+void flush(bri_clnt_ctx &ctx);
+
+// Writes one message, header and payload, at any address; without data its payload is zeros.
+void put_message(uint8_t *at, const void *data, uint32_t len, uint32_t type);
+
+// Ends the stream to the server after a run was cut for good: the peer sees its end, our read job the same and
+// reconnects. The send lock is held.
+void end_stream(const bri_clnt_ctx &ctx);
+
+// --- socket (socket.cpp)
+
+// Changes whenever the connection is reset, so that a job can tell that host code did it meanwhile.
+[[nodiscard]] uint32_t connection_number();
+
+} // namespace bri::client
