@@ -3,7 +3,6 @@
 #include <bridge/bridge.h>
 
 namespace bri::client { void run_requested_oridata() {} }
-const char *bri_strerror(int ) { return ""; }
 void bridge_agent_set_business_callback(uint32_t , bri_business_callback ) {}
 int bridge_agent_call_business_callback(uint32_t , void *, void *) { return -1; }
 void bri_clnt_reg_swport_prejudge_callback(bri_business_callback ) {}
