@@ -3,12 +3,6 @@
 #include <bridge/bridge.h>
 
 namespace bri::client { void run_requested_oridata() {} }
-void bridge_agent_set_business_callback(uint32_t , bri_business_callback ) {}
-int bridge_agent_call_business_callback(uint32_t , void *, void *) { return -1; }
-void bri_clnt_reg_swport_prejudge_callback(bri_business_callback ) {}
-void bri_clnt_reg_ss_origin_mac_callback(bri_business_callback ) {}
-void bri_clnt_call_swport_prejudge_callback(void *) {}
-void bri_clnt_call_ss_origin_mac_callback() {}
 void bridge_client_request_oridata() {}
 void bridge_client_request_submod_oridata(uint32_t ) {}
 void bridge_client_notify_all_oridata() {}
