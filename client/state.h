@@ -42,7 +42,7 @@ int flush_job(void *arg);
 // client/handlers.cpp: the full registration of a new connection. Clears the context's `fresh`.
 void send_full_registration();
 
-// client/services.cpp: replays or asks for the origin data that was requested, and marks it sent.
+// client/origin_data.cpp: replays or asks for the origin data that was requested, and marks it sent.
 void run_requested_oridata();
 
 } // namespace bri::client
