@@ -209,8 +209,9 @@ TEST_F(Init, cuts_a_made_name_too) {
 class InitCacheLimit : public Init {
   protected:
     uint32_t limit_with(uint64_t mem_total) {
-        faults::redirect("/proc/meminfo", write_file("meminfo", "MemTotal:       " + std::to_string(mem_total) +
-                                                                    " kB\nMemFree:        1000 kB\n"));
+        const std::string rest = "MemFree: 9 kB\nActive: 1 kB\nInactive: 1 kB\nMapped: 1 kB\nSlab: 1 kB\n";
+        faults::redirect("/proc/meminfo",
+                         write_file("meminfo", "MemTotal: " + std::to_string(mem_total) + " kB\n" + rest));
         const Outcome outcome = init("A");
         EXPECT_EQ(outcome.result, 0);
         EXPECT_FALSE(contains(outcome.printed, "mem info")) << outcome.printed;
