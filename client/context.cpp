@@ -5,6 +5,7 @@
 #include "base/text.h"
 #include "client/state.h"
 #include "client/transport.h"
+#include "shared/debug.h"
 #include <bridge/bridge.h>
 
 #include <algorithm>
@@ -28,6 +29,7 @@ uint8_t *make_buffer() {
 }
 
 void release_memory() {
+    debug::forget(g_bridge_client);
     std::free(std::exchange(g_bridge_client, nullptr));
     std::free(std::exchange(g_bglib_recvbuf, nullptr));
     std::free(std::exchange(g_bglib_sendbuf, nullptr));

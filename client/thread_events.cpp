@@ -11,7 +11,7 @@ namespace bri::client {
 namespace {
 
 constexpr long kReconnectSeconds = 1;
-constexpr timeval kFlushPeriod{0, 50000};
+constexpr timeval kFlushPeriod{0, kFlushPeriodUsec};
 
 // How the log speaks of each kind.
 struct Words {

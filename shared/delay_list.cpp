@@ -1,0 +1,101 @@
+#include "shared/delay_list.h"
+
+#include "base/bytes.h"
+#include "base/list.h"
+
+#include <bridge/client.h>
+#include <bridge/debug.h>
+
+#include <cstdlib>
+#include <cstring>
+
+bri_list g_bri_msg_delay_list = {&g_bri_msg_delay_list, &g_bri_msg_delay_list};
+uint32_t g_bri_msg_delay_num;
+
+namespace bri::delay {
+
+namespace {
+
+constexpr uint32_t kMostWaiting = 256; // the message that makes this many releases them all
+
+struct Node {
+    bri_list links;
+    bri_msg_hdr message; // its payload follows
+};
+
+// The message that a running release is dispatching; null while none runs.
+Node *g_releasing;
+
+Node *copy_message(const void *message, uint32_t len) {
+    const size_t size = sizeof(bri_msg_hdr) + len;
+    auto *node = static_cast<Node *>(std::malloc(offsetof(Node, message) + size));
+    if (node != nullptr)
+        std::memcpy(&node->message, message, size);
+    return node;
+}
+
+[[nodiscard]] bool detached(const Node &node) {
+    return node.links.next == &node.links;
+}
+
+// Dispatches first and takes the message out afterwards: handlers see it counted. False when a handler initialised
+// debugging anew and so emptied the list under us.
+bool deliver(Node &node) {
+    g_releasing = &node;
+    bridge_client_msg_dspch(&node.message);
+    g_releasing = nullptr;
+    const bool emptied = detached(node);
+    if (!emptied) {
+        list::unlink(node.links);
+        --g_bri_msg_delay_num;
+    }
+    std::free(&node);
+    return !emptied;
+}
+
+} // namespace
+
+int32_t interval() {
+    return load_as<int32_t>(&g_bri_clnt_dbg[BRI_DBG_DELAY]);
+}
+
+void set_interval(int32_t seconds) {
+    std::memcpy(&g_bri_clnt_dbg[BRI_DBG_DELAY], &seconds, sizeof seconds);
+}
+
+void release() {
+    if (g_releasing != nullptr)
+        return;
+    // Only what waits now: a handler may cause further messages to be delayed, which wait for the next release.
+    for (uint32_t left = g_bri_msg_delay_num; left != 0; --left) {
+        auto *node = list::first<Node>(g_bri_msg_delay_list);
+        if (node == nullptr || !deliver(*node))
+            return;
+    }
+}
+
+void clear() {
+    while (auto *node = list::first<Node>(g_bri_msg_delay_list)) {
+        list::unlink(node->links);
+        if (node != g_releasing)
+            std::free(node);
+    }
+    g_bri_msg_delay_num = 0;
+}
+
+} // namespace bri::delay
+
+int bri_clnt_msg_delay_process(const bri_msg_hdr *msg) {
+    if (msg == nullptr || bri::delay::interval() <= 0)
+        return 0;
+    const auto header = bri::load_as<bri_msg_hdr>(msg);
+    if (header.type >> 7 == BRI_SUBMOD_DEBUG || header.len > BRI_BATCH_MSG_MAX)
+        return 0;
+    auto *node = bri::delay::copy_message(msg, header.len);
+    if (node == nullptr)
+        return 0;
+    bri::list::append(g_bri_msg_delay_list, node->links);
+    if (++g_bri_msg_delay_num == bri::delay::kMostWaiting)
+        bri::delay::release();
+    return 1;
+}

@@ -1,0 +1,20 @@
+// Messages held back for later delivery.
+#pragma once
+
+#include <bridge/base.h>
+
+#include <cstdint>
+
+namespace bri::delay {
+
+// Seconds that messages are held back. It stands in four unaligned bytes of g_bri_clnt_dbg; 0 and below mean off.
+[[nodiscard]] int32_t interval();
+void set_interval(int32_t seconds);
+
+// Dispatches the messages that wait now, in arrival order. Does nothing while a release is already running.
+void release();
+
+// Drops everything that waits.
+void clear();
+
+} // namespace bri::delay
