@@ -6,12 +6,27 @@
 
 BRI_BEGIN_DECLS
 
+/* Versions. The server raises a VLAN's version with every incarnation and stamps creates and deletes with it. This
+ * process keeps the newest one it has accepted of each VLAN, its private version, and drops what is late. Versions are
+ * compared as signed 16-bit numbers, so one that wraps past 32767 counts as older. A look-up (the re-search) brings the
+ * private version up to the VLAN table and gives the handlers the creates that were missed. */
+
+/* Why a vl_evt_vlan_rec was sent. */
+enum bri_vlan_occasion {
+    BRI_VLAN_OCCASION_NONE = 0,
+    BRI_VLAN_OCCASION_RECREATE = 1, /* a destroy that the re-search sends ahead of its create */
+    BRI_VLAN_OCCASION_REPLAY = 2    /* a dynamic VLAN's mode in the replay */
+};
+
+/* Kind of a vl_evt_intf_vlanset_rec. */
+enum bri_membership_kind { BRI_MEMBERSHIP_STATIC = 1, BRI_MEMBERSHIP_DYNAMIC = 2 };
+
 /* Payload of VLAN_EVENT_CREATE_INDEX, _DESTROY_INDEX, _RENAME and _MODIFY_VLAN_MODE. */
 struct vl_evt_vlan_rec {
     uint16_t vid;         /*  0: VLAN id */
     uint16_t version;     /*  2: set by the server in create and destroy */
     char name[36];        /*  4: VLAN name, NUL-terminated */
-    uint32_t occasion;    /* 40: 1: destroy ahead of a re-create, 2: mode in a replay */
+    uint32_t occasion;    /* 40: enum bri_vlan_occasion */
     uint32_t mode;        /* 44: enum bri_vlan_mode */
     uint32_t reserved[2]; /* 48: zero */
 };
@@ -106,7 +121,7 @@ struct vl_evt_intf_vlanset_rec {
     uint32_t ifx;          /*    0: port */
     struct vlanset vlans;  /*    4: VLANs of which the port is a member */
     struct vlanset tagged; /*  516: VLANs whose tag rule on the port is 4 */
-    uint32_t kind;         /* 1028: 1 static, 2 dynamic */
+    uint32_t kind;         /* 1028: enum bri_membership_kind */
     uint32_t reserved;     /* 1032: zero */
 };
 BRI_SIZE(vl_evt_intf_vlanset_rec, 1036);
@@ -129,32 +144,66 @@ BRI_AT(vl_evt_svi_rec, reserved1, 4);
 BRI_AT(vl_evt_svi_rec, vid, 8);
 BRI_AT(vl_evt_svi_rec, reserved2, 10);
 
+/* Private versions by VLAN id; entry 0 is never used. All zero at load, kept until the process ends: a reconnect does
+ * not reset them. Read and written on the event-loop thread. */
 BRI_API extern uint16_t g_vlan_private_version[4095];
 
+/* Called by vl_clnt_swport_walk_throught with a present port's block inside the shared segment and the caller's
+ * argument. */
 typedef void (*vl_swport_walk_fn)(struct spcb *port, void *arg);
 
+/* Starts the VLAN client: maps the switch-port and the VLAN database and keeps the client's name for log lines. Called
+ * once by bridge_agent_init, before any other function of this header. Gives the kept name, or null when `client` is
+ * null or a database cannot be mapped. Sends nothing. */
 BRI_API char *vl_clnt_manage_init(struct bri_clnt_ctx *client);
 
+/* Handles one message of the VLAN submodule: header, and header.len payload bytes behind it, at any alignment. Creates
+ * and deletes pass their version check first; a late one is dropped. A create or delete of a VLAN set loses the bits of
+ * its late VLANs in place, in the message itself, and is dropped when none is left. Types 412, 413, 414 and 2177 are
+ * never passed on; the others go to the registered handlers with their payload as it stands. A create or delete whose
+ * payload is too short to be checked (below 4 bytes, of a set below 8708) is dropped. Gives -1 for null, else 0, also
+ * for a dropped message. Event-loop thread; sends nothing. */
 BRI_API int vl_clnt_on_server_msg(struct bri_msg_hdr *msg);
 
+/* Gives the handlers the whole VLAN and port state as events, in this order: one VLAN_EVENT_CREATE_RANGE of every VLAN;
+ * for each VLAN its mode when dynamic, its name when it is not the default one, its SVI when it has one; each present
+ * port's creation; each port's mode, native VLAN and allowed VLANs; each port's memberships. Every record is built from
+ * the tables right before its event, so what a handler changes shows in the records behind it; a VLAN or port that it
+ * removes is skipped from there on. The re-search runs on every VLAN look-up. Event-loop thread; sends nothing. */
 BRI_API void vl_clnt_notify_origin_data(void);
 
+/* Private version of a VLAN; 0 for an id outside the database's range. Event-loop thread. */
 BRI_API uint16_t vl_get_vlan_private_version(uint16_t vid);
 
+/* Whether a create of this version is new: 1 and the version is kept when it is above the private one, else 0.
+ * Event-loop thread; sends nothing. */
 BRI_API int vl_version_check_on_create_notify(uint16_t vid, uint16_t version);
 
+/* Whether a delete of this version is current: 0 when it is below the private one; 1 when it is equal, or above, which
+ * also keeps it. Event-loop thread; sends nothing. */
 BRI_API int vl_version_check_on_destroy_notify(uint16_t vid, uint16_t version);
 
+/* The two checks for each VLAN 1..4094 of a set, with that VLAN's version; the bits of dropped VLANs are cleared in
+ * `rec`, which may be at any alignment. 1 when at least one VLAN was accepted; 0 when none was or `rec` is null.
+ * Event-loop thread; send nothing. */
 BRI_API int vl_version_check_on_range_create_notify(struct vl_evt_vlanset_rec *rec);
-
 BRI_API int vl_version_check_on_range_destroy_notify(struct vl_evt_vlanset_rec *rec);
 
+/* The re-search: when the VLAN exists and its version in the database differs from the private one, the private one
+ * takes it over. When it was below, the handlers first get VLAN_EVENT_DESTROY_INDEX if the private version was not 0,
+ * then VLAN_EVENT_CREATE_INDEX, both with name and mode. Event-loop thread; sends nothing. */
 BRI_API void vl_version_check_on_reserch(uint16_t vid);
 
+/* Sets the private version of a VLAN; nothing for an id outside the database's range. Event-loop thread. */
 BRI_API void vl_version_update(uint16_t vid, uint16_t version);
 
+/* Stores the VLAN's entry, which lies in the shared segment, or null when there is none in `*out`, and runs the
+ * re-search for one that was found. Nothing for a null `out`. A handler that the re-search calls may remove the VLAN:
+ * the address stays readable, the entry is empty then. Event-loop thread; sends nothing. */
 BRI_API void vl_clnt_get_vle_from_vid(uint16_t vid, struct vle **out);
 
+/* Calls back for each port 0..63 that is present and whose mode word is not 0 (routed), rising. Nothing for a null
+ * callback. Event-loop thread; sends nothing. */
 BRI_API void vl_clnt_swport_walk_throught(vl_swport_walk_fn callback, void *arg);
 
 BRI_END_DECLS

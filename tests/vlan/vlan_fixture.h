@@ -1,0 +1,132 @@
+// What the VLAN tests stand on: mapped tables, a client context that takes events, and handlers that record them.
+#pragma once
+
+#include "tests/support/test.h"
+
+#include "base/list.h"
+#include "client/state.h"
+
+#include <initializer_list>
+
+namespace test {
+
+struct Event {
+    uint32_t type;
+    std::vector<uint8_t> payload;
+
+    bool operator==(const Event &) const = default;
+};
+
+inline std::vector<Event> events; // what reached the recorder, oldest first
+
+inline int record_event(uint32_t type, void *data, uint16_t len) {
+    const auto *bytes = static_cast<const uint8_t *>(data);
+    events.push_back({type, std::vector<uint8_t>(bytes, bytes + len)});
+    return 0;
+}
+
+inline event_set set_of_types(std::initializer_list<unsigned> types) {
+    event_set set{};
+    for (const unsigned type : types)
+        set.words[type / 32] |= 1U << type % 32;
+    return set;
+}
+
+inline vlanset set_of(std::initializer_list<unsigned> vids) {
+    vlanset set{};
+    for (const unsigned vid : vids)
+        set.words[vid / 32] |= 1U << vid % 32;
+    return set;
+}
+
+inline bool has(const vlanset &set, unsigned vid) {
+    return (set.words[vid / 32] >> vid % 32 & 1) != 0;
+}
+
+class VlanTest : public Env {
+  protected:
+    VlanTest() {
+        static bri_clnt_ctx context;
+        std::strcpy(context.name, "tester");
+        for (bri_list *head : {&context.handlers, &context.conn_cbs, &context.oridata_cbs, &context.cache})
+            bri::list::init(*head);
+        g_bridge_client = &context;
+        bri::client::g_state.sync_state = bri::client::kSyncEnded;
+    }
+
+    // Maps the databases, with the usual range of ids.
+    static void map_tables() {
+        ASSERT_STREQ(vl_clnt_manage_init(g_bridge_client), "tester");
+        vl_set_vlan_range(1, 4094);
+    }
+
+    static void listen(std::initializer_list<unsigned> types, bri_event_handler handler = record_event) {
+        const event_set set = set_of_types(types);
+        ASSERT_EQ(bridge_client_reg_event(&set, handler), 0);
+    }
+    // Every type of the VLAN submodule, 413 and its like included.
+    static void listen_to_all() {
+        event_set set{};
+        for (unsigned type = 385; type <= 511; ++type)
+            set.words[type / 32] |= 1U << type % 32;
+        set.words[2177 / 32] |= 1U << 2177 % 32;
+        ASSERT_EQ(bridge_client_reg_event(&set, record_event), 0);
+    }
+
+    // A port as the server writes it.
+    static spcb &add_port(int32_t ifx, uint32_t mode, uint16_t pvid = 1) {
+        spcb &port = *swport_get_raw_spcb(ifx);
+        std::memset(&port, 0, sizeof port);
+        port.ifx = static_cast<uint32_t>(ifx);
+        port.mode = mode;
+        port.default_vid = pvid;
+        return port;
+    }
+
+    // A VLAN as the server makes it, known to this process in its present version unless `missed`.
+    static vle &add_vlan(uint16_t vid, uint32_t mode = BRI_VLAN_STATIC, std::initializer_list<int> members = {},
+                         bool missed = false) {
+        vl_initial_vlan_entry(vid, mode);
+        vle &entry = *vl_get_vlan_entry(vid);
+        for (const int ifx : members)
+            vl_add_static_member(ifx, vid);
+        if (!missed)
+            g_vlan_private_version[vid] = entry.version;
+        return entry;
+    }
+};
+
+// The tables mapped before the test begins.
+class MappedVlanTest : public VlanTest {
+  protected:
+    void SetUp() override { map_tables(); }
+};
+
+// One message as it lies in a batch, at an odd address.
+class Message {
+  public:
+    Message(uint32_t type, size_t len) : bytes_(1 + sizeof(bri_msg_hdr) + len) {
+        put_at(header(), 0, type);
+        put_at(header(), 4, static_cast<uint32_t>(len));
+    }
+    template <class T> Message &with(size_t offset, T value) {
+        put_at(payload(), offset, value);
+        return *this;
+    }
+    uint8_t *payload() { return bytes_.data() + 1 + sizeof(bri_msg_hdr); }
+    bri_msg_hdr *header() { return reinterpret_cast<bri_msg_hdr *>(bytes_.data() + 1); }
+    int deliver() { return vl_clnt_on_server_msg(header()); }
+
+  private:
+    std::vector<uint8_t> bytes_;
+};
+
+inline void expect_vlan_log(const std::string &text) {
+    const LogLine line = log_line(text);
+    EXPECT_EQ(line.level, 7) << text;
+    EXPECT_EQ(line.module, "VLIB");
+    EXPECT_EQ(line.tag, "DEBUG");
+    EXPECT_EQ(line.output, 1);
+}
+
+} // namespace test

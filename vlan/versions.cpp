@@ -1,0 +1,147 @@
+// Version checks of VLAN creates and deletes, and the re-search that a look-up runs.
+#include "vlan/versions.h"
+
+#include "base/bits.h"
+#include "base/bytes.h"
+#include "base/log.h"
+#include "base/shared_word.h"
+#include "base/text.h"
+
+#include <bridge/client.h>
+#include <bridge/events.h>
+#include <bridge/vlan_client.h>
+#include <bridge/vlan_db.h>
+
+#include <cstddef>
+#include <cstring>
+
+uint16_t g_vlan_private_version[BRI_VLAN_ENTRIES];
+
+namespace bri::vlan {
+
+namespace {
+
+// The table ends at 4094, whatever range the database publishes.
+bool has_version(uint16_t vid) {
+    return vid < BRI_VLAN_ENTRIES && vl_check_vlanid_valid(vid) != 0;
+}
+
+// Versions are compared as signed numbers, not as serial numbers: one that wraps past 32767 counts as older.
+bool older(uint16_t version, uint16_t than) {
+    return static_cast<int16_t>(version) < static_cast<int16_t>(than);
+}
+
+using SingleCheck = int (*)(uint16_t vid, uint16_t version);
+
+// Runs the single check on every VLAN of a vl_evt_vlanset_rec and takes the dropped ones out of its bitmap; 1 when one
+// was accepted. Works on bytes: the record may lie unaligned in the receive buffer.
+int check_range(uint8_t *record, SingleCheck check) {
+    vlanset left;
+    std::memcpy(&left, record, sizeof left);
+    int accepted = 0;
+    bits::for_each(left.words, BRI_VID_MIN, BRI_VID_MAX, [&](unsigned vid) {
+        const uint8_t *version = record + offsetof(vl_evt_vlanset_rec, versions) + sizeof(uint16_t) * vid;
+        if (check(static_cast<uint16_t>(vid), load_as<uint16_t>(version)) != 0)
+            accepted = 1;
+        else
+            bits::clear(left.words, vid);
+    });
+    std::memcpy(record, &left, sizeof left);
+    return accepted;
+}
+
+// What a host that missed a create is told: the VLAN is there, after its older incarnation went away if it saw one.
+void notify_missed(uint16_t vid, const vle &entry, bool seen_before) {
+    vl_evt_vlan_rec rec{};
+    rec.vid = vid;
+    rec.mode = shared::load(entry.mode);
+    copy_text(rec.name, entry.name);
+    if (seen_before) {
+        rec.occasion = BRI_VLAN_OCCASION_RECREATE;
+        bridge_call_event_handlers(VLAN_EVENT_DESTROY_INDEX, &rec, sizeof rec);
+    }
+    rec.occasion = 0;
+    bridge_call_event_handlers(VLAN_EVENT_CREATE_INDEX, &rec, sizeof rec);
+}
+
+void reconcile(uint16_t vid, const vle &entry, uint16_t latest) {
+    const uint16_t known = g_vlan_private_version[vid];
+    if (!older(known, latest)) {
+        BRI_LOG(log::kVlan, "VLAN-Search: VLAN[%d] private version[%d] is biger than latest[%d], ERROR.\n", vid,
+                static_cast<int16_t>(known), static_cast<int16_t>(latest));
+        g_vlan_private_version[vid] = latest;
+        return;
+    }
+    BRI_LOG(log::kVlan, "VLAN-Search: VLAN[%d] private version[%d] is smaller than latest[%d].\n", vid,
+            static_cast<int16_t>(known), static_cast<int16_t>(latest));
+    vl_version_update(vid, latest);
+    notify_missed(vid, entry, known != 0);
+}
+
+} // namespace
+
+void catch_up(uint16_t vid, const vle &entry) {
+    const uint16_t latest = shared::load(entry.version);
+    if (vid < BRI_VLAN_ENTRIES && g_vlan_private_version[vid] != latest)
+        reconcile(vid, entry, latest);
+}
+
+} // namespace bri::vlan
+
+using namespace bri;
+
+uint16_t vl_get_vlan_private_version(uint16_t vid) {
+    return vlan::has_version(vid) ? g_vlan_private_version[vid] : 0;
+}
+
+void vl_version_update(uint16_t vid, uint16_t version) {
+    if (!vlan::has_version(vid))
+        return;
+    BRI_LOG(log::kVlan, "Updata vlan-private version from:%u to:%u.\n", g_vlan_private_version[vid], version);
+    g_vlan_private_version[vid] = version;
+}
+
+int vl_version_check_on_create_notify(uint16_t vid, uint16_t version) {
+    if (vlan::older(vl_get_vlan_private_version(vid), version)) {
+        vl_version_update(vid, version);
+        return 1;
+    }
+    BRI_LOG(log::kVlan, "VLAN-Create msg is LATE, Drop.\n");
+    return 0;
+}
+
+int vl_version_check_on_destroy_notify(uint16_t vid, uint16_t version) {
+    const uint16_t known = vl_get_vlan_private_version(vid);
+    if (vlan::older(version, known)) {
+        BRI_LOG(log::kVlan, "VLAN-Delete msg is LATE, Drop.\n");
+        return 0;
+    }
+    if (vlan::older(known, version)) {
+        BRI_LOG(log::kVlan, "VLAN-Delete msg is befor VLAN-Create msg, ERROR.\n");
+        vl_version_update(vid, version);
+    }
+    return 1;
+}
+
+int vl_version_check_on_range_create_notify(struct vl_evt_vlanset_rec *rec) {
+    return rec == nullptr ? 0 : vlan::check_range(reinterpret_cast<uint8_t *>(rec), vl_version_check_on_create_notify);
+}
+
+int vl_version_check_on_range_destroy_notify(struct vl_evt_vlanset_rec *rec) {
+    return rec == nullptr ? 0 : vlan::check_range(reinterpret_cast<uint8_t *>(rec), vl_version_check_on_destroy_notify);
+}
+
+void vl_version_check_on_reserch(uint16_t vid) {
+    const vle *entry = vl_get_vlan_entry(vid);
+    if (entry != nullptr)
+        vlan::catch_up(vid, *entry);
+}
+
+void vl_clnt_get_vle_from_vid(uint16_t vid, struct vle **out) {
+    if (out == nullptr)
+        return;
+    vle *entry = vl_get_vlan_entry(vid);
+    *out = entry;
+    if (entry != nullptr)
+        vlan::catch_up(vid, *entry);
+}

@@ -1,0 +1,120 @@
+// Start of the VLAN client and the road of a VLAN message: version check, then the host's handlers.
+#include "vlan/client_name.h"
+
+#include "base/bytes.h"
+#include "base/log.h"
+#include "base/text.h"
+
+#include <bridge/client.h>
+#include <bridge/events.h>
+#include <bridge/port_db.h>
+#include <bridge/vlan_client.h>
+#include <bridge/vlan_db.h>
+
+#include <cstddef>
+
+namespace bri::vlan {
+
+namespace {
+
+char g_name[sizeof(bri_clnt_ctx::name)];
+
+// Payloads may lie unaligned, so the single events are read by value and the range checks work on bytes.
+uint16_t vid_of(const uint8_t *payload) {
+    return load_as<uint16_t>(payload + offsetof(vl_evt_vlan_rec, vid));
+}
+uint16_t version_of(const uint8_t *payload) {
+    return load_as<uint16_t>(payload + offsetof(vl_evt_vlan_rec, version));
+}
+
+int accepts_create(uint8_t *payload) {
+    return vl_version_check_on_create_notify(vid_of(payload), version_of(payload));
+}
+int accepts_destroy(uint8_t *payload) {
+    return vl_version_check_on_destroy_notify(vid_of(payload), version_of(payload));
+}
+int accepts_range_create(uint8_t *payload) {
+    return vl_version_check_on_range_create_notify(reinterpret_cast<vl_evt_vlanset_rec *>(payload));
+}
+int accepts_range_destroy(uint8_t *payload) {
+    return vl_version_check_on_range_destroy_notify(reinterpret_cast<vl_evt_vlanset_rec *>(payload));
+}
+
+struct VersionedEvent {
+    uint32_t type;
+    uint32_t least_len; // bytes of the payload that the check reads or changes
+    int (*accepts)(uint8_t *payload);
+};
+constexpr uint32_t kSingleLen = offsetof(vl_evt_vlan_rec, name);
+constexpr VersionedEvent kVersioned[] = {
+    {VLAN_EVENT_CREATE_INDEX, kSingleLen, accepts_create},
+    {VLAN_EVENT_DESTROY_INDEX, kSingleLen, accepts_destroy},
+    {VLAN_EVENT_CREATE_RANGE, sizeof(vl_evt_vlanset_rec), accepts_range_create},
+    {VLAN_EVENT_DESTROY_RANGE, sizeof(vl_evt_vlanset_rec), accepts_range_destroy},
+};
+static_assert(kSingleLen == 4 && sizeof(vl_evt_vlanset_rec) == 8708);
+
+// Whether a message with a version is new; a type without one always is.
+bool is_fresh(uint32_t type, uint8_t *payload, uint32_t len) {
+    for (const VersionedEvent &event : kVersioned) {
+        if (event.type != type)
+            continue;
+        if (len < event.least_len) {
+            BRI_LOG(log::kVlan, "VLAN msg type(%s) is too short, len(%u), Drop.\n", bri_msg_type_name(type), len);
+            return false;
+        }
+        return event.accepts(payload) != 0;
+    }
+    return true;
+}
+
+// Requests that come back, a counter nobody follows, and the debug switch.
+bool is_internal(uint32_t type) {
+    return type == DEBUG_EVENT_VLAN || type == VLAN_EVENT_SET_ADD_DYN_INTF || type == VLAN_EVENT_SET_DEL_DYN_INTF ||
+           type == VLAN_EVENT_SVI_MODIFY_UP_NUM;
+}
+
+void handle(bri_msg_hdr header, uint8_t *payload) {
+    if (!is_fresh(header.type, payload, header.len))
+        return;
+    const auto number = static_cast<int>(header.type);
+    BRI_LOG(log::kVlan, "Ready to notify event, type(%s), event(%d).\n", bri_msg_type_name(header.type), number);
+    if (is_internal(header.type)) {
+        BRI_LOG(log::kVlan, "The event(%d) needn't notify.\n", number);
+        return;
+    }
+    bridge_call_event_handlers(header.type, payload, header.len);
+}
+
+} // namespace
+
+const char *client_name() {
+    return g_name;
+}
+
+} // namespace bri::vlan
+
+using namespace bri;
+
+char *vl_clnt_manage_init(struct bri_clnt_ctx *client) {
+    if (client == nullptr)
+        return nullptr;
+    if (bridge_portdb_init() == 0) {
+        BRI_LOG(log::kVlan, "Init bridge portdb failed.\n");
+        return nullptr;
+    }
+    if (vl_vlandb_init() == 0) {
+        BRI_LOG(log::kVlan, "Bridge module, vlandb-init failed.\n");
+        return nullptr;
+    }
+    copy_text(vlan::g_name, client->name);
+    return vlan::g_name;
+}
+
+int vl_clnt_on_server_msg(struct bri_msg_hdr *msg) {
+    if (msg == nullptr)
+        return -1;
+    auto *bytes = reinterpret_cast<uint8_t *>(msg);
+    vlan::handle(load_as<bri_msg_hdr>(bytes), bytes + sizeof(bri_msg_hdr));
+    return 0;
+}
