@@ -1,31 +1,21 @@
-// A client context without start-up: initialised, and on demand connected to a socket pair whose other end the test
-// reads as the server does. Handlers and callbacks record what reached them.
+// A started client, on demand connected to a peer that reads as the server does. Handlers record what reaches them.
 #pragma once
 
-#include "base/bytes.h"
-#include "base/list.h"
 #include "client/state.h"
+#include "tests/support/server.h"
 #include "tests/support/test.h"
-
-#include <poll.h>
 
 namespace test {
 
 // One call of a handler.
 struct Event {
-    int handler; // 1, 2 or 3
+    int handler;
     uint32_t type;
     const void *data;
     uint16_t len;
-    std::vector<uint8_t> bytes; // at most what was received
+    std::vector<uint8_t> bytes; // the payload
 
     [[nodiscard]] bool operator==(const Event &) const = default;
-};
-
-// One message as the server reads it.
-struct Sent {
-    uint32_t type;
-    std::vector<uint8_t> payload;
 };
 
 inline event_set set_of(std::initializer_list<unsigned> types) {
@@ -35,31 +25,60 @@ inline event_set set_of(std::initializer_list<unsigned> types) {
     return set;
 }
 
+inline event_set every_type() {
+    event_set set;
+    std::memset(&set, 0xFF, sizeof set);
+    return set;
+}
+
 inline bool holds(const event_set &set, unsigned type) {
     return (set.words[type / 32] >> (type % 32) & 1) != 0;
 }
 
+// The bytes of a 32-bit word.
+inline ByteVec word(uint32_t value) {
+    return bytes_of(value);
+}
+
 class Client : public Env {
   protected:
-    Client() {
-        ctx() = bri_clnt_ctx{};
-        std::strcpy(ctx().name, "unit");
-        ctx().pid = 4711;
-        ctx().cache_max = 16;
-        for (bri_list *head : {&ctx().handlers, &ctx().conn_cbs, &ctx().oridata_cbs, &ctx().cache})
-            bri::list::init(*head);
-        g_bridge_client = &ctx();
-        state() = bri::client::State{};
+    explicit Client(const char *name = "unit") {
+        EXPECT_EQ(bridge_agent_init(name, Loop::get().master()), 0);
         debug_on({BRI_DBG_MSG});
-        events().clear();
+        clear_log();
+        faults::clear();
     }
-    ~Client() override { g_bridge_client = nullptr; }
 
-    static bri_clnt_ctx &ctx() {
-        static bri_clnt_ctx context; // outlives the test as the real one outlives its host's work
-        return context;
-    }
+    static bri_clnt_ctx &ctx() { return *g_bridge_client; }
     static bri::client::State &state() { return bri::client::g_state; }
+
+    // As before initialisation. The context stays reachable, as in a host.
+    static void without_context() {
+        static bri_clnt_ctx *kept = std::exchange(g_bridge_client, nullptr);
+        EXPECT_NE(kept, nullptr);
+    }
+    // Past the backup data, so that every submodule's events pass.
+    static void backup_ended() { state().sync_state = bri::client::kSyncEnded; }
+
+    void connect() { server_ = attach_pair(); }
+    // Every message that has reached the server since the last call.
+    std::vector<Message> sent() {
+        std::vector<Message> all;
+        for (const Batch &batch : server_.read_batches())
+            for (const Message &message : batch.messages())
+                all.push_back(message);
+        return all;
+    }
+
+    // Hands a message to the dispatcher from an exact copy on the heap, one byte off every alignment.
+    static void deliver(uint32_t type, const ByteVec &payload = {}) {
+        ByteVec copy(1 + sizeof(bri_msg_hdr) + payload.size());
+        put_at(copy.data(), 1, type);
+        put_at(copy.data(), 5, static_cast<uint32_t>(payload.size()));
+        std::copy(payload.begin(), payload.end(), copy.begin() + 9);
+        bridge_client_msg_dspch(reinterpret_cast<bri_msg_hdr *>(copy.data() + 1));
+    }
+
     static std::vector<Event> &events() {
         static std::vector<Event> all;
         return all;
@@ -70,9 +89,12 @@ class Client : public Env {
             types.push_back(event.type);
         return types;
     }
-
-    // Past the backup data, so that every submodule's events pass.
-    static void synced() { state().sync_state = bri::client::kSyncEnded; }
+    [[nodiscard]] static std::vector<int> handlers_called() {
+        std::vector<int> numbers;
+        for (const Event &event : events())
+            numbers.push_back(event.handler);
+        return numbers;
+    }
 
     template <int Number> static int handler(uint32_t type, void *data, uint16_t len) {
         Event event{Number, type, data, len, {}};
@@ -83,16 +105,16 @@ class Client : public Env {
             during(Number, type);
         return -1; // results are ignored
     }
-    // What a handler does beside recording.
+    // What handlers do beside recording.
     static inline void (*during)(int handler, uint32_t type) = nullptr;
 
-    // Hands a message to the dispatcher from an exact copy on the heap, one byte off every alignment.
-    static void deliver(uint32_t type, const std::vector<uint8_t> &payload = {}) {
-        std::vector<uint8_t> copy(1 + sizeof(bri_msg_hdr) + payload.size());
-        put_at(copy.data(), 1, type);
-        put_at(copy.data(), 5, static_cast<uint32_t>(payload.size()));
-        std::copy(payload.begin(), payload.end(), copy.begin() + 9);
-        bridge_client_msg_dspch(reinterpret_cast<bri_msg_hdr *>(copy.data() + 1));
+    static void listen(std::initializer_list<unsigned> types, bri_event_handler with = handler<1>) {
+        const event_set set = set_of(types);
+        ASSERT_EQ(bridge_client_reg_event(&set, with), 0);
+    }
+    static void listen_to_all() {
+        const event_set set = every_type();
+        ASSERT_EQ(bridge_client_reg_event(&set, handler<1>), 0);
     }
 
     static void expect_debug_line(const std::string &text, int times = 1) {
@@ -103,6 +125,9 @@ class Client : public Env {
         EXPECT_EQ(line.tag, "LIB_DEBUG") << text;
         EXPECT_EQ(line.output, 1) << text;
     }
+
+  private:
+    Peer server_;
 };
 
 } // namespace test

@@ -7,16 +7,6 @@ using test::set_of;
 
 class Handlers : public test::Client {
   protected:
-    static void reg(std::initializer_list<unsigned> types, bri_event_handler handler) {
-        const event_set set = set_of(types);
-        ASSERT_EQ(bridge_client_reg_event(&set, handler), 0);
-    }
-    static std::vector<int> handlers_called() {
-        std::vector<int> numbers;
-        for (const test::Event &event : events())
-            numbers.push_back(event.handler);
-        return numbers;
-    }
     static int nodes() {
         int count = 0;
         for (const bri_list *link = ctx().handlers.next; link != &ctx().handlers; link = link->next)
@@ -30,8 +20,8 @@ using Order = std::vector<int>;
 // Calling handlers ----------------------------------------------------------------------------------------------------
 
 TEST_F(Handlers, get_type_payload_and_length) {
-    synced();
-    reg({387}, handler<1>);
+    backup_ended();
+    listen({387});
     uint8_t payload[] = {1, 2, 3};
     bridge_call_event_handlers(387, payload, sizeof payload);
     EXPECT_EQ(events(), (std::vector<test::Event>{{1, 387, payload, 3, {1, 2, 3}}}));
@@ -39,10 +29,10 @@ TEST_F(Handlers, get_type_payload_and_length) {
 }
 
 TEST_F(Handlers, are_called_in_registration_order_if_their_set_holds_the_type) {
-    synced();
-    reg({387, 388}, handler<2>);
-    reg({388}, handler<1>);
-    reg({388}, handler<3>);
+    backup_ended();
+    listen({387, 388}, handler<2>);
+    listen({388});
+    listen({388}, handler<3>);
     bridge_call_event_handlers(388, nullptr, 0);
     EXPECT_EQ(handlers_called(), (Order{2, 1, 3}));
     EXPECT_EQ(test::times_logged("[unit] event[VLAN_EVENT_DESTROY_INDEX, 388] is handled.\n"), 3);
@@ -51,8 +41,8 @@ TEST_F(Handlers, are_called_in_registration_order_if_their_set_holds_the_type) {
 }
 
 TEST_F(Handlers, get_the_length_cut_to_16_bits) {
-    synced();
-    reg({387}, handler<1>);
+    backup_ended();
+    listen({387});
     std::vector<uint8_t> payload(0xFFFF);
     bridge_call_event_handlers(387, payload.data(), 0x1FFFF);
     bridge_call_event_handlers(387, payload.data(), 0x10000);
@@ -62,15 +52,15 @@ TEST_F(Handlers, get_the_length_cut_to_16_bits) {
 }
 
 TEST_F(Handlers, without_a_context_are_not_called) {
-    g_bridge_client = nullptr;
+    without_context();
     bridge_call_event_handlers(129, nullptr, 0);
     expect_debug_line("Call event-handler failed: client is not init.\n");
     EXPECT_EQ(test::log_lines().size(), 1U);
 }
 
 TEST_F(Handlers, of_a_slave_are_not_called_and_nothing_is_logged) {
-    synced();
-    reg({138, 387}, handler<1>);
+    backup_ended();
+    listen({138, 387});
     test::clear_log();
     state().slave = 7;
     bridge_call_event_handlers(387, nullptr, 0);
@@ -80,18 +70,16 @@ TEST_F(Handlers, of_a_slave_are_not_called_and_nothing_is_logged) {
 }
 
 TEST_F(Handlers, do_not_get_a_type_outside_the_registered_set) {
-    synced();
-    reg({387}, handler<1>);
+    backup_ended();
+    listen({387});
     bridge_call_event_handlers(388, nullptr, 0);
     EXPECT_TRUE(events().empty());
     expect_debug_line("[unit] dose not care this event[VLAN_EVENT_DESTROY_INDEX, 388].\n");
 }
 
 TEST_F(Handlers, do_not_get_a_type_beyond_the_set) {
-    synced();
-    event_set all;
-    std::memset(&all, 0xFF, sizeof all);
-    bridge_client_reg_event(&all, handler<1>);
+    backup_ended();
+    listen_to_all();
     bridge_call_event_handlers(4096, nullptr, 0);
     bridge_call_event_handlers(0xFFFF, nullptr, 0);
     EXPECT_TRUE(events().empty());
@@ -102,14 +90,14 @@ TEST_F(Handlers, do_not_get_a_type_beyond_the_set) {
 }
 
 TEST_F(Handlers, are_chosen_by_the_low_16_bits_and_get_the_type_as_it_stands) {
-    synced();
-    reg({387}, handler<1>);
+    backup_ended();
+    listen({387});
     bridge_call_event_handlers(0x10000 + 387, nullptr, 0);
     EXPECT_EQ(event_types(), (std::vector<uint32_t>{0x10000 + 387}));
 }
 
 TEST_F(Handlers, get_every_type_of_the_set_and_no_other) {
-    synced();
+    backup_ended();
     event_set odd{};
     for (unsigned type = 1; type < 4096; type += 2)
         odd.words[type / 32] |= 1U << (type % 32);
@@ -123,7 +111,7 @@ TEST_F(Handlers, get_every_type_of_the_set_and_no_other) {
 }
 
 TEST_F(Handlers, get_only_client_management_before_the_backup_data_has_ended) {
-    reg({138, 255, 256, 387}, handler<1>);
+    listen({138, 255, 256, 387});
     for (const uint32_t sync : {0U, 1U}) {
         state().sync_state = sync;
         bridge_call_event_handlers(387, nullptr, 0);
@@ -135,7 +123,7 @@ TEST_F(Handlers, get_only_client_management_before_the_backup_data_has_ended) {
     bridge_call_event_handlers(138, nullptr, 0);
     bridge_call_event_handlers(255, nullptr, 0);
     EXPECT_EQ(event_types(), (std::vector<uint32_t>{138, 255}));
-    synced();
+    backup_ended();
     bridge_call_event_handlers(387, nullptr, 0);
     EXPECT_EQ(event_types(), (std::vector<uint32_t>{138, 255, 387}));
 }
@@ -143,21 +131,21 @@ TEST_F(Handlers, get_only_client_management_before_the_backup_data_has_ended) {
 // Inside a handler ----------------------------------------------------------------------------------------------------
 
 TEST_F(Handlers, registered_during_a_walk_are_called_in_the_same_walk) {
-    synced();
-    reg({387}, handler<1>);
+    backup_ended();
+    listen({387});
     during = [](int number, uint32_t) {
         if (number == 1)
-            reg({387}, handler<2>);
+            listen({387}, handler<2>);
     };
     bridge_call_event_handlers(387, nullptr, 0);
     EXPECT_EQ(handlers_called(), (Order{1, 2}));
 }
 
 TEST_F(Handlers, do_not_get_a_type_that_an_earlier_handler_withdrew_for_them) {
-    synced();
-    reg({387}, handler<1>);
-    reg({387, 388}, handler<2>);
-    reg({387}, handler<3>);
+    backup_ended();
+    listen({387});
+    listen({387, 388}, handler<2>);
+    listen({387}, handler<3>);
     during = [](int number, uint32_t) {
         event_set set = set_of({387});
         if (number == 1)
@@ -168,9 +156,9 @@ TEST_F(Handlers, do_not_get_a_type_that_an_earlier_handler_withdrew_for_them) {
 }
 
 TEST_F(Handlers, may_withdraw_themselves) {
-    synced();
-    reg({387}, handler<1>);
-    reg({387}, handler<2>);
+    backup_ended();
+    listen({387});
+    listen({387}, handler<2>);
     during = [](int number, uint32_t) {
         event_set set = set_of({387});
         if (number == 1)
@@ -182,9 +170,9 @@ TEST_F(Handlers, may_withdraw_themselves) {
 }
 
 TEST_F(Handlers, may_raise_another_event) {
-    synced();
-    reg({387, 388}, handler<1>);
-    reg({387}, handler<2>);
+    backup_ended();
+    listen({387, 388});
+    listen({387}, handler<2>);
     during = [](int number, uint32_t type) {
         if (number == 1 && type == 387)
             bridge_call_event_handlers(388, nullptr, 0);
@@ -193,10 +181,27 @@ TEST_F(Handlers, may_raise_another_event) {
     EXPECT_EQ(event_types(), (std::vector<uint32_t>{387, 388, 387}));
 }
 
+TEST_F(Handlers, may_send_and_reset_the_connection) {
+    backup_ended();
+    listen({387});
+    listen({387}, handler<2>);
+    connect();
+    during = [](int number, uint32_t) {
+        if (number == 1)
+            bridge_client_send_message(nullptr, 0, BRIDGE_EVENT_ORI_DATA_OVER);
+        else
+            bridge_client_connect_reset();
+    };
+    bridge_call_event_handlers(387, nullptr, 0);
+    EXPECT_EQ(handlers_called(), (Order{1, 2}));
+    EXPECT_EQ(sent(), (std::vector<test::Message>{{130, {}}}));
+    EXPECT_EQ(ctx().sock, 0);
+}
+
 // Registration --------------------------------------------------------------------------------------------------------
 
 TEST_F(Handlers, registration_without_a_context_fails) {
-    g_bridge_client = nullptr;
+    without_context();
     const event_set set = set_of({387});
     EXPECT_EQ(bridge_client_reg_event(&set, handler<1>), -1);
     EXPECT_EQ(bridge_client_reg_event(nullptr, nullptr), -1);
@@ -225,9 +230,9 @@ TEST_F(Handlers, registration_without_memory_fails_and_changes_nothing) {
 }
 
 TEST_F(Handlers, registration_merges_the_sets_of_one_handler_into_one_node) {
-    synced();
-    reg({387}, handler<1>);
-    reg({388}, handler<1>);
+    backup_ended();
+    listen({387});
+    listen({388});
     EXPECT_EQ(nodes(), 1);
     EXPECT_TRUE(holds(ctx().event_set, 387));
     EXPECT_TRUE(holds(ctx().event_set, 388));
@@ -237,14 +242,14 @@ TEST_F(Handlers, registration_merges_the_sets_of_one_handler_into_one_node) {
 }
 
 TEST_F(Handlers, registration_needs_no_memory_for_a_known_handler) {
-    reg({387}, handler<1>);
+    listen({387});
     test::faults::fail("calloc", 1, ENOMEM);
-    reg({388}, handler<1>);
+    listen({388});
     EXPECT_EQ(test::faults::injected(), 0);
 }
 
 TEST_F(Handlers, registration_logs_the_handler) {
-    reg({387}, handler<1>);
+    listen({387});
     char text[100];
     std::snprintf(text, sizeof text, "[unit] event-reg add SUCC: handler [%p].\n",
                   reinterpret_cast<void *>(handler<1>));
@@ -252,16 +257,80 @@ TEST_F(Handlers, registration_logs_the_handler) {
 }
 
 TEST_F(Handlers, registration_keeps_the_union_of_all_sets) {
-    reg({0, 387}, handler<1>);
-    reg({387, 4095}, handler<2>);
+    listen({0, 387});
+    listen({387, 4095}, handler<2>);
     const event_set expected = set_of({0, 387, 4095});
     EXPECT_EQ(test::bytes_of(ctx().event_set), test::bytes_of(expected));
+}
+
+TEST_F(Handlers, registration_on_a_connection_sends_the_added_set_alone) {
+    listen({385});
+    connect();
+    listen({387, 4095}, handler<2>);
+    const auto messages = sent();
+    ASSERT_EQ(messages.size(), 1U);
+    EXPECT_EQ(messages[0].type, 129U);
+    test::ByteVec expected(544);
+    test::put_at(expected.data(), 12 * 4, uint32_t{1} << 3);   // 387
+    test::put_at(expected.data(), 127 * 4, uint32_t{1} << 31); // 4095
+    expected[512] = 1;
+    EXPECT_EQ(messages[0].payload, expected);
+}
+
+TEST_F(Handlers, registration_succeeds_though_the_server_cannot_be_told) {
+    connect();
+    test::faults::fail("send", 1, EPIPE, 100);
+    listen({387});
+    EXPECT_TRUE(holds(ctx().event_set, 387));
+}
+
+TEST_F(Handlers, registration_and_withdrawal_without_a_connection_send_nothing) {
+    connect();
+    ctx().connected = 0;
+    listen({387});
+    event_set set = set_of({387});
+    EXPECT_EQ(bridge_client_unreg_event(&set, handler<1>), 0);
+    ctx().connected = 1;
+    bridge_client_send_message(nullptr, 0, BRIDGE_EVENT_ORI_DATA_OVER); // flushes what waits
+    EXPECT_EQ(sent(), (std::vector<test::Message>{{130, {}}}));
+    EXPECT_FALSE(test::logged("Client send msg failed: Socket is not ready.\n"));
+}
+
+TEST_F(Handlers, full_registration_carries_set_pid_name_and_freshness) {
+    listen({0, 387});
+    connect();
+    ctx().fresh = 1;
+    bri::client::send_full_registration();
+    test::ByteVec expected(544);
+    test::put_at(expected.data(), 0, uint32_t{1});
+    test::put_at(expected.data(), 12 * 4, uint32_t{1} << 3);
+    expected[512] = 1;
+    test::put_at(expected.data(), 516, static_cast<uint32_t>(getpid()));
+    std::memcpy(expected.data() + 520, "unit", 4);
+    expected[540] = 1;
+    EXPECT_EQ(sent(), (std::vector<test::Message>{{129, expected}}));
+    EXPECT_EQ(ctx().fresh, 0);
+    expect_debug_line("[unit] send reg-evt SUCC, Client name(unit), pid(" + std::to_string(getpid()) + ").\n");
+
+    bri::client::send_full_registration();
+    expected[540] = 0;
+    EXPECT_EQ(sent(), (std::vector<test::Message>{{129, expected}}));
+}
+
+TEST_F(Handlers, full_registration_tells_when_it_cannot_be_sent) {
+    ctx().connected = 0;
+    bri::client::send_full_registration();
+    expect_debug_line("[unit] send reg-evt failed: send msg error.\n");
+    EXPECT_EQ(ctx().fresh, 0);
+    without_context();
+    bri::client::send_full_registration();
+    expect_debug_line("Bridge client send reg-evt failed: client is not init.\n");
 }
 
 // Withdrawal ----------------------------------------------------------------------------------------------------------
 
 TEST_F(Handlers, withdrawal_without_a_context_fails) {
-    g_bridge_client = nullptr;
+    without_context();
     event_set set = set_of({387});
     EXPECT_EQ(bridge_client_unreg_event(&set, handler<1>), -1);
     expect_debug_line("Client unreg event failed: client is not ready.\n");
@@ -277,8 +346,8 @@ TEST_F(Handlers, withdrawal_refuses_a_null_set_or_handler) {
 }
 
 TEST_F(Handlers, withdrawal_clears_the_types_and_keeps_the_node) {
-    synced();
-    reg({387, 388}, handler<1>);
+    backup_ended();
+    listen({387, 388});
     event_set set = set_of({387, 388});
     EXPECT_EQ(bridge_client_unreg_event(&set, handler<1>), 0);
     expect_debug_line("[unit] event-unreg SUCC.\n");
@@ -291,9 +360,9 @@ TEST_F(Handlers, withdrawal_clears_the_types_and_keeps_the_node) {
 }
 
 TEST_F(Handlers, withdrawal_takes_out_of_the_callers_set_what_another_handler_still_wants) {
-    synced();
-    reg({387, 388, 389}, handler<1>);
-    reg({388, 390}, handler<2>);
+    backup_ended();
+    listen({387, 388, 389});
+    listen({388, 390}, handler<2>);
     event_set set = set_of({387, 388});
     EXPECT_EQ(bridge_client_unreg_event(&set, handler<1>), 0);
     const event_set remaining = set_of({387});
@@ -305,8 +374,8 @@ TEST_F(Handlers, withdrawal_takes_out_of_the_callers_set_what_another_handler_st
 }
 
 TEST_F(Handlers, withdrawal_of_an_unknown_handler_takes_no_type_from_the_others) {
-    synced();
-    reg({387}, handler<1>);
+    backup_ended();
+    listen({387});
     event_set set = set_of({387, 400});
     EXPECT_EQ(bridge_client_unreg_event(&set, handler<2>), 0);
     EXPECT_FALSE(holds(set, 387));
@@ -315,12 +384,33 @@ TEST_F(Handlers, withdrawal_of_an_unknown_handler_takes_no_type_from_the_others)
     EXPECT_EQ(handlers_called(), (Order{1}));
 }
 
+TEST_F(Handlers, withdrawal_on_a_connection_sends_only_what_no_handler_wants) {
+    listen({387, 388});
+    listen({388}, handler<2>);
+    connect();
+    event_set set = set_of({387, 388, 400});
+    EXPECT_EQ(bridge_client_unreg_event(&set, handler<1>), 0);
+    test::ByteVec expected(544);
+    test::put_at(expected.data(), 12 * 4, uint32_t{1} << 3 | uint32_t{1} << 16); // 387, 400
+    EXPECT_EQ(sent(), (std::vector<test::Message>{{129, expected}}));
+    EXPECT_TRUE(holds(ctx().event_set, 388));
+}
+
+TEST_F(Handlers, withdrawal_is_sent_though_nothing_remains_of_it) {
+    listen({388});
+    listen({388}, handler<2>);
+    connect();
+    event_set set = set_of({388});
+    EXPECT_EQ(bridge_client_unreg_event(&set, handler<1>), 0);
+    EXPECT_EQ(sent(), (std::vector<test::Message>{{129, test::ByteVec(544)}}));
+}
+
 TEST_F(Handlers, a_withdrawn_type_can_be_registered_again) {
-    synced();
-    reg({387}, handler<1>);
+    backup_ended();
+    listen({387});
     event_set set = set_of({387});
     bridge_client_unreg_event(&set, handler<1>);
-    reg({387}, handler<1>);
+    listen({387});
     EXPECT_EQ(nodes(), 1);
     bridge_call_event_handlers(387, nullptr, 0);
     EXPECT_EQ(handlers_called(), (Order{1}));
@@ -328,18 +418,18 @@ TEST_F(Handlers, a_withdrawn_type_can_be_registered_again) {
 
 TEST_F(Handlers, log_nothing_while_message_debugging_is_off) {
     g_bri_clnt_dbg[BRI_DBG_MSG] = 0;
-    reg({387}, handler<1>);
+    listen({387});
     bridge_client_reg_event(nullptr, nullptr);
     bridge_call_event_handlers(388, nullptr, 0);
     bridge_call_event_handlers(387, nullptr, 0);
-    synced();
+    backup_ended();
     bridge_call_event_handlers(387, nullptr, 0);
     event_set set = set_of({387});
     bridge_client_unreg_event(&set, handler<1>);
     bridge_client_unreg_event(nullptr, nullptr);
     test::faults::fail("calloc", 1, ENOMEM);
     bridge_client_reg_event(&set, handler<2>);
-    g_bridge_client = nullptr;
+    without_context();
     bridge_client_reg_event(nullptr, nullptr);
     bridge_client_unreg_event(nullptr, nullptr);
     bridge_call_event_handlers(387, nullptr, 0);
