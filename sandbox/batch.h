@@ -1,0 +1,50 @@
+// Batches of messages on the server socket: building the ones that go out, splitting the ones that come in.
+#pragma once
+
+#include "base/bytes.h"
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+struct evbuffer;
+
+namespace sandbox {
+
+using bri::Bytes;
+
+// One batch as it goes on the wire.
+class Batch {
+  public:
+    Batch();
+
+    // False when the message does not fit any more; the batch is then unchanged.
+    bool add(uint32_t type, Bytes payload = {});
+
+    [[nodiscard]] bool empty() const;
+    [[nodiscard]] Bytes bytes() const { return {bytes_.data(), bytes_.size()}; }
+
+  private:
+    std::vector<uint8_t> bytes_;
+};
+
+// What stands at the front of a client's input.
+struct Incoming {
+    enum class State {
+        kIncomplete, // wait for more bytes
+        kComplete,   // a batch of `size` bytes
+        kOversized   // a header that announces more than a batch may hold
+    };
+    State state;
+    size_t size;
+};
+Incoming peek_batch(evbuffer *input);
+
+// Walks over a whole batch, header included.
+bri::MessageIterator messages_of(Bytes batch);
+
+// "0a1b2c" as bytes; blanks between the digit pairs are skipped. Throws std::invalid_argument for anything else.
+std::vector<uint8_t> parse_hex(const std::string &text);
+std::string to_hex(Bytes bytes);
+
+} // namespace sandbox

@@ -1,0 +1,218 @@
+#include "sandbox/commands.h"
+
+#include "sandbox/names.h"
+#include "sandbox/output.h"
+
+#include <cmath>
+#include <cstdlib>
+#include <sstream>
+#include <stdexcept>
+
+namespace sandbox {
+
+namespace {
+
+constexpr Milliseconds kPatience{10000}; // of the wait commands, unless they say otherwise
+
+using Words = std::vector<std::string>;
+
+// Blank-separated; a word that begins with # begins a comment.
+Words split(const std::string &line) {
+    Words words;
+    std::istringstream input(line);
+    for (std::string word; input >> word && word[0] != '#';)
+        words.push_back(word);
+    return words;
+}
+
+std::string join(const Words &words, size_t first) {
+    std::string text;
+    for (size_t i = first; i < words.size(); ++i)
+        text += (i == first ? "" : " ") + words[i];
+    return text;
+}
+
+Milliseconds parse_seconds(const std::string &text) {
+    char *end = nullptr;
+    const double seconds = std::strtod(text.c_str(), &end);
+    if (text.empty() || *end != '\0' || !(seconds >= 0 && seconds <= 1e6))
+        throw std::invalid_argument("not a number of seconds: " + text);
+    return Milliseconds(std::llround(seconds * 1000));
+}
+
+// Takes a leading @... word off.
+Target take_target(Words &words) {
+    if (words.size() < 2 || words[1][0] != '@')
+        return Target();
+    Target target(words[1]);
+    words.erase(words.begin() + 1);
+    return target;
+}
+
+bool never() {
+    return false;
+}
+
+} // namespace
+
+struct Commands::Row {
+    const char *name;
+    const char *arguments;
+    const char *help;
+    size_t least; // words behind the name
+    size_t most;
+    Result (Commands::*run)(const Words &words, StreamState &stream);
+};
+
+const Commands::Row Commands::kRows[] = {
+    {"role", "[master|slave]", "tell the clients their role, or show it", 0, 1, &Commands::role},
+    {"switchover", "[begin|end]", "make a slave take over as master; one half or both", 0, 1, &Commands::switchover},
+    {"event", "[@CLIENT] TYPE [HEX]", "send an event to the clients that registered it", 1, SIZE_MAX, &Commands::event},
+    {"raw", "[@CLIENT] HEX", "write bytes to the connections as they stand", 1, SIZE_MAX, &Commands::raw},
+    {"stall", "[@CLIENT]", "stop reading and writing, like a server that hangs", 0, 1, &Commands::stall},
+    {"resume", "[@CLIENT]", "end a stall", 0, 1, &Commands::resume},
+    {"drop", "[@CLIENT]", "close connections", 0, 1, &Commands::drop},
+    {"restart", "[SECONDS]", "close everything and listen again, after a while", 0, 1, &Commands::restart},
+    {"clients", "", "list the connections", 0, 0, &Commands::clients},
+    {"sleep", "SECONDS", "let time pass", 1, 1, &Commands::sleep},
+    {"wait-clients", "N [SECONDS]", "wait until N clients are registered", 1, 2, &Commands::wait_clients},
+    {"wait-event", "TYPE [SECONDS]", "wait for the next message of that type from a client", 1, 2,
+     &Commands::wait_event},
+    {"print", "TEXT", "print a line", 0, SIZE_MAX, &Commands::print},
+    {"help", "", "this list", 0, 0, &Commands::help},
+    {"quit", "", "end the server", 0, 0, &Commands::quit},
+};
+
+Commands::Commands(Bridge &bridge, std::function<void()> quit) : bridge_(bridge), quit_(std::move(quit)) {}
+
+std::optional<Wait> Commands::run(const std::string &line, StreamState &stream) {
+    const Words words = split(line);
+    if (words.empty())
+        return std::nullopt;
+    for (const Row &row : kRows) {
+        if (words[0] != row.name)
+            continue;
+        const size_t given = words.size() - 1;
+        if (given < row.least || given > row.most)
+            throw std::invalid_argument(std::string("usage: ") + row.name + " " + row.arguments);
+        return (this->*row.run)(words, stream);
+    }
+    throw std::invalid_argument("no such command: " + words[0] + " (try help)");
+}
+
+Commands::Result Commands::role(const Words &words, StreamState &) {
+    if (words.size() == 1)
+        say("role: %s", bridge_.slave() ? "slave" : "master");
+    else if (words[1] == "master" || words[1] == "slave")
+        bridge_.set_role(words[1] == "slave");
+    else
+        throw std::invalid_argument("no such role: " + words[1]);
+    return std::nullopt;
+}
+
+Commands::Result Commands::switchover(const Words &words, StreamState &) {
+    const std::string half = words.size() > 1 ? words[1] : "";
+    if (!half.empty() && half != "begin" && half != "end")
+        throw std::invalid_argument("begin or end, not " + half);
+    if (half != "end")
+        bridge_.begin_switchover();
+    if (half != "begin")
+        bridge_.end_switchover();
+    return std::nullopt;
+}
+
+Commands::Result Commands::event(const Words &given, StreamState &) {
+    Words words = given;
+    const Target target = take_target(words);
+    if (words.size() < 2)
+        throw std::invalid_argument("which event?");
+    const uint32_t type = parse_event(words[1]);
+    const std::vector<uint8_t> payload = parse_hex(join(words, 2));
+    if (payload.size() > BRI_PAYLOAD_MAX)
+        throw std::invalid_argument("more than a message can carry");
+    const unsigned count = bridge_.announce(type, {payload.data(), payload.size()}, target);
+    say("event %s: to %u clients", event_text(type).c_str(), count);
+    return std::nullopt;
+}
+
+Commands::Result Commands::raw(const Words &given, StreamState &) {
+    Words words = given;
+    const Target target = take_target(words);
+    const std::vector<uint8_t> bytes = parse_hex(join(words, 1));
+    say("raw: to %u clients", bridge_.send_raw({bytes.data(), bytes.size()}, target));
+    return std::nullopt;
+}
+
+Commands::Result Commands::stall(const Words &words, StreamState &) {
+    say("stall: %u clients", bridge_.server().stall(Target(join(words, 1))));
+    return std::nullopt;
+}
+
+Commands::Result Commands::resume(const Words &words, StreamState &) {
+    say("resume: %u clients", bridge_.server().resume(Target(join(words, 1))));
+    return std::nullopt;
+}
+
+Commands::Result Commands::drop(const Words &words, StreamState &) {
+    say("drop: %u clients", bridge_.server().drop(Target(join(words, 1))));
+    return std::nullopt;
+}
+
+Commands::Result Commands::restart(const Words &words, StreamState &) {
+    bridge_.server().restart(words.size() > 1 ? parse_seconds(words[1]) : Milliseconds(0));
+    return std::nullopt;
+}
+
+Commands::Result Commands::clients(const Words &, StreamState &) {
+    const unsigned count = bridge_.server().for_each(Target(), [](const Connection &client) {
+        const Registration &known = client.registration;
+        say("  %u %s pid %u events %u messages %llu queued %zu%s%s", client.id(),
+            known.complete() ? known.name().c_str() : "(not registered)", known.pid(), known.count(),
+            static_cast<unsigned long long>(client.received()), client.queued(), known.fresh() ? " fresh" : "",
+            client.stalled() ? " stalled" : "");
+    });
+    say("clients: %u", count);
+    return std::nullopt;
+}
+
+Commands::Result Commands::sleep(const Words &words, StreamState &) {
+    return Wait{never, parse_seconds(words[1]), ""};
+}
+
+Commands::Result Commands::wait_clients(const Words &words, StreamState &) {
+    const uint32_t wanted = parse_number(words[1]);
+    return Wait{[this, wanted] { return bridge_.server().registered() == wanted; },
+                words.size() > 2 ? parse_seconds(words[2]) : kPatience,
+                "waited in vain for " + words[1] + " registered clients"};
+}
+
+Commands::Result Commands::wait_event(const Words &words, StreamState &stream) {
+    const uint32_t type = parse_event(words[1]);
+    const auto done = [this, type, &stream] {
+        const bool come = bridge_.received(type) > stream.awaited[type];
+        stream.awaited[type] += come ? 1U : 0U;
+        return come;
+    };
+    return Wait{done, words.size() > 2 ? parse_seconds(words[2]) : kPatience,
+                "waited in vain for a message " + event_text(type)};
+}
+
+Commands::Result Commands::print(const Words &words, StreamState &) {
+    say("%s", join(words, 1).c_str());
+    return std::nullopt;
+}
+
+Commands::Result Commands::help(const Words &, StreamState &) {
+    for (const Row &row : kRows)
+        say("  %-13s%-22s%s", row.name, row.arguments, row.help);
+    say("  @CLIENT is @ and a client's number or name; without it a command is for all clients. TYPE is a number or a");
+    say("  name such as VLAN_EVENT_RENAME; HEX is pairs of hexadecimal digits, with blanks where you like.");
+    return std::nullopt;
+}
+
+Commands::Result Commands::quit(const Words &, StreamState &) {
+    quit_();
+    return Wait{never, Milliseconds(0), ""}; // what follows is not run any more
+}
+
+} // namespace sandbox

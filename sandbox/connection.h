@@ -1,0 +1,63 @@
+// One client's connection: its input split into messages, its output queued so that a slow client never holds the
+// server.
+#pragma once
+
+#include "sandbox/batch.h"
+#include "sandbox/loop.h"
+#include "sandbox/registration.h"
+
+#include <cstdint>
+#include <string>
+
+namespace sandbox {
+
+class Connection;
+
+// Who gets what a connection receives. Neither call may destroy the connection.
+class ConnectionOwner {
+  public:
+    virtual void on_message(Connection &client, uint32_t type, Bytes payload) = 0;
+    virtual void on_lost(Connection &client, const std::string &why) = 0;
+
+  protected:
+    ~ConnectionOwner() = default;
+};
+
+class Connection {
+  public:
+    Connection(event_base *base, evutil_socket_t descriptor, unsigned id, ConnectionOwner &owner);
+    Connection(const Connection &) = delete;
+    Connection &operator=(const Connection &) = delete;
+
+    void send(Bytes bytes);
+    void send(const Batch &batch) { send(batch.bytes()); }
+
+    // Stalled, it neither reads nor writes; what is sent meanwhile is queued.
+    void stall();
+    void resume();
+    // Closes it now, with whatever is queued; nothing is reported any more.
+    void close();
+
+    Registration registration;
+
+    [[nodiscard]] unsigned id() const { return id_; }
+    // "client 3 (port_watch)"
+    [[nodiscard]] std::string text() const;
+    [[nodiscard]] bool open() const { return channel_ != nullptr; }
+    [[nodiscard]] bool stalled() const { return stalled_; }
+    [[nodiscard]] size_t queued() const;
+    [[nodiscard]] uint64_t received() const { return received_; } // messages
+
+  private:
+    void on_readable();
+    void take_messages(const std::vector<uint8_t> &batch);
+    void lose(const std::string &why);
+
+    BufferEvent channel_;
+    unsigned id_;
+    ConnectionOwner &owner_;
+    bool stalled_ = false;
+    uint64_t received_ = 0;
+};
+
+} // namespace sandbox

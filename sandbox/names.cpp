@@ -1,0 +1,62 @@
+#include "sandbox/names.h"
+
+#include <bridge/events.h>
+
+#include <cctype>
+#include <cerrno>
+#include <cstdlib>
+#include <map>
+#include <stdexcept>
+
+namespace sandbox {
+
+namespace {
+
+constexpr uint32_t kTypes = 4096;
+
+// Names that one type alone has; what a whole group shares is its fallback text.
+std::map<std::string, uint32_t> unique_names() {
+    std::map<std::string, uint32_t> types;
+    std::map<std::string, unsigned> uses;
+    for (uint32_t type = 0; type < kTypes; ++type) {
+        const std::string name = bri_msg_type_name(type);
+        types[name] = type;
+        ++uses[name];
+    }
+    std::erase_if(types, [&](const auto &entry) { return uses[entry.first] != 1; });
+    return types;
+}
+
+const std::map<std::string, uint32_t> &names() {
+    static const std::map<std::string, uint32_t> all = unique_names();
+    return all;
+}
+
+} // namespace
+
+std::string event_text(uint32_t type) {
+    const std::string name = bri_msg_type_name(type);
+    const std::string number = std::to_string(type);
+    return names().count(name) != 0 ? name + "(" + number + ")" : number;
+}
+
+uint32_t parse_number(const std::string &text, uint32_t most) {
+    char *end = nullptr;
+    errno = 0;
+    const unsigned long long value = std::strtoull(text.c_str(), &end, 0);
+    if (text.empty() || std::isdigit(static_cast<unsigned char>(text[0])) == 0 || *end != '\0' || errno != 0 ||
+        value > most)
+        throw std::invalid_argument("not a number up to " + std::to_string(most) + ": " + text);
+    return static_cast<uint32_t>(value);
+}
+
+uint32_t parse_event(const std::string &text) {
+    const auto found = names().find(text);
+    if (found != names().end())
+        return found->second;
+    if (text.empty() || std::isdigit(static_cast<unsigned char>(text[0])) == 0)
+        throw std::invalid_argument("no such event: " + text);
+    return parse_number(text);
+}
+
+} // namespace sandbox

@@ -1,0 +1,18 @@
+// Event types by name and number.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+namespace sandbox {
+
+// "VLAN_EVENT_RENAME(392)"; the number alone for a type without a name.
+std::string event_text(uint32_t type);
+
+// A number, or a name as event_text shows it. Throws std::invalid_argument for anything else.
+uint32_t parse_event(const std::string &text);
+
+// A decimal or 0x number. Throws std::invalid_argument for anything else, and for one above `most`.
+uint32_t parse_number(const std::string &text, uint32_t most = UINT32_MAX);
+
+} // namespace sandbox

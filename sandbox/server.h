@@ -1,0 +1,72 @@
+// The server socket and the clients connected to it.
+#pragma once
+
+#include "sandbox/connection.h"
+#include "sandbox/loop.h"
+
+#include <functional>
+#include <list>
+#include <memory>
+#include <string>
+
+namespace sandbox {
+
+// Which clients a command is meant for: "" all, "@3" the client with that number, "@name" those of that name.
+class Target {
+  public:
+    explicit Target(std::string text = {}) : text_(std::move(text)) {}
+    [[nodiscard]] bool matches(const Connection &client) const;
+    [[nodiscard]] bool all() const { return text_.empty(); }
+
+  private:
+    std::string text_;
+};
+
+class Server {
+  public:
+    // The socket of the bridge server below `tmpdir`, with its directory.
+    Server(event_base *base, const std::string &tmpdir, ConnectionOwner &owner);
+    ~Server();
+    Server(const Server &) = delete;
+    Server &operator=(const Server &) = delete;
+
+    // Takes the place of a server that has died; throws std::runtime_error when one is alive or the socket fails.
+    void listen();
+    // Closes the socket and every connection, and listens again after a while.
+    void restart(Milliseconds pause);
+
+    // Each gives the number of clients concerned. A stall of all clients also keeps new ones waiting.
+    unsigned stall(const Target &target);
+    unsigned resume(const Target &target);
+    unsigned drop(const Target &target);
+
+    // Calls fn(client) for each open connection of the target, oldest first.
+    template <class Fn> unsigned for_each(const Target &target, Fn &&fn) {
+        unsigned count = 0;
+        for (const auto &client : clients_)
+            if (client->open() && target.matches(*client)) {
+                fn(*client);
+                ++count;
+            }
+        return count;
+    }
+    [[nodiscard]] unsigned registered() const;
+    [[nodiscard]] const std::string &path() const { return path_; }
+
+    std::function<void(Connection &)> on_connected = [](Connection &) {};
+
+  private:
+    void accept(evutil_socket_t descriptor);
+    void listen_again();
+    void remove_closed();
+
+    event_base *base_;
+    std::string path_;
+    ConnectionOwner &owner_;
+    Listener listener_;
+    std::list<std::unique_ptr<Connection>> clients_;
+    unsigned next_id_ = 1;
+    Timer listen_again_;
+};
+
+} // namespace sandbox
