@@ -1,0 +1,87 @@
+#include "base/log.h"
+#include "shared/netlink_channel.h"
+#include "shared/netlink_frame.h"
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <sys/socket.h>
+#include <sys/time.h>
+
+namespace bri::netlink {
+
+namespace {
+
+// A silent kernel must not hold the host's loop for ever: neither a query nor the resolution of the family.
+constexpr timeval kReceiveTimeout{10, 0};
+
+// A full socket is retried, but a socket that stays full does not hold the host for ever.
+constexpr int kSendTries = 1000;
+
+[[nodiscard]] bool prepare(int fd, uint32_t groups) {
+    sockaddr_nl address{};
+    address.nl_family = AF_NETLINK;
+    address.nl_groups = groups;
+    return bind(fd, reinterpret_cast<const sockaddr *>(&address), sizeof address) == 0 &&
+           setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &kReceiveTimeout, sizeof kReceiveTimeout) == 0;
+}
+
+[[nodiscard]] bool send_all(int fd, Bytes bytes) {
+    if (fd < 0)
+        return false;
+    sockaddr_nl kernel{};
+    kernel.nl_family = AF_NETLINK;
+    for (int tries = 0; bytes.size != 0;) {
+        errno = 0;
+        const ssize_t sent = sendto(fd, bytes.data, bytes.size, MSG_NOSIGNAL,
+                                    reinterpret_cast<const sockaddr *>(&kernel), sizeof kernel);
+        if (sent > 0) {
+            bytes = bytes.from(static_cast<size_t>(sent));
+            tries = 0;
+        } else if (errno != EAGAIN || ++tries == kSendTries) {
+            return false;
+        }
+    }
+    return true;
+}
+
+} // namespace
+
+int open_socket(uint32_t groups) {
+    Fd fd(above_zero(socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, NETLINK_GENERIC)));
+    return fd.ok() && prepare(fd.get(), groups) ? fd.release() : -1;
+}
+
+uint16_t resolve_family(int fd) {
+    Request request;
+    if (!build_resolution(request, kFamilyName) || !send_all(fd, request.bytes()))
+        return 0;
+    uint8_t answer[kFrameMax];
+    const ssize_t received = recv(fd, answer, sizeof answer, 0);
+    const uint16_t id = received > 0 ? family_id_in({answer, static_cast<size_t>(received)}, kFamilyName) : uint16_t{0};
+    if (id == 0)
+        BRI_LOG(log::kClient, "[%s] netlink msg type error.\n", name());
+    return id;
+}
+
+bool data_fits(const void *data, uint32_t len) {
+    return len <= kDataMax && (data != nullptr || len == 0);
+}
+
+DataPayload::DataPayload(const void *data, uint32_t len, int32_t type)
+    : size_(sizeof(DataHeader) + len), bytes_(static_cast<uint8_t *>(std::malloc(size_))) {
+    if (!ok())
+        return;
+    const DataHeader header{type, len};
+    std::memcpy(bytes_.get(), &header, sizeof header);
+    if (len != 0)
+        std::memcpy(bytes_.get() + sizeof header, data, len);
+}
+
+bool send_data(int fd, int32_t family, const DataPayload &payload) {
+    constexpr uint16_t kAttrType = 0;
+    Request request;
+    return request.build(static_cast<uint16_t>(family), kAttrType, payload.bytes()) && send_all(fd, request.bytes());
+}
+
+} // namespace bri::netlink
