@@ -1,5 +1,6 @@
 #include "base/shared_word.h"
 
+#include "tests/support/children.h"
 #include "tests/support/test.h"
 
 #include <pthread.h>
@@ -24,8 +25,9 @@ TEST(shared_word, set_bits_unless_gives_the_barred_bits_and_changes_nothing) {
 
 // Two threads claim the same word with bits that bar each other, again and again; both never hold it.
 struct Contest {
+    uint32_t arrived = 0;
     uint32_t word = 0;
-    uint32_t inside = 0;
+    uint32_t holders = 0;
     uint32_t clashes = 0;
 };
 struct Claimant {
@@ -35,13 +37,13 @@ struct Claimant {
 
 void *claim(void *arg) {
     const auto [contest, bit] = *static_cast<Claimant *>(arg);
-    for (int held = 0; held < 2000;) {
+    test::meet(contest->arrived, 2);
+    for (int round = 0; round < test::scaled(3000000); ++round) {
         if (shared::set_bits_unless(contest->word, bit, 3U) != 0)
             continue;
-        ++held;
-        if (shared::add(contest->inside, 1U) != 0)
+        if (shared::add(contest->holders, 1U) != 0)
             shared::add(contest->clashes, 1U);
-        shared::add(contest->inside, UINT32_MAX);
+        shared::add(contest->holders, UINT32_MAX);
         shared::clear_bits(contest->word, bit);
     }
     return nullptr;

@@ -374,6 +374,32 @@ TEST_F(PortExclusionRace, on_every_interface_exactly_one_of_the_processes_wins) 
     }
 }
 
+// The lock can fail its taker, who then goes on: also without it the test and the setting are one step.
+TEST_F(PortExclusionRace, without_the_lock_ids_that_bar_each_other_are_never_set_together) {
+    struct Contest {
+        uint32_t arrived;
+        uint32_t holders;
+    };
+    test::SharedBlock<Contest> contest;
+    EXPECT_TRUE(test::all_children(2, [&](int process) {
+        const uint32_t own = 1U << process;
+        status(5);
+        fail("semop", 1, EINTR, 1 << 30);
+        test::meet(contest->arrived, 2);
+        for (int round = 0; round < test::scaled(300000); ++round) {
+            uint32_t conflict = 0;
+            if (bridge_set_excflag(5, own, 3, &conflict) != 0)
+                continue;
+            if (__atomic_fetch_add(&contest->holders, 1U, __ATOMIC_SEQ_CST) != 0)
+                return 1;
+            __atomic_fetch_sub(&contest->holders, 1U, __ATOMIC_SEQ_CST);
+            bridge_unset_excflag(5, own);
+        }
+        return 0;
+    }));
+    EXPECT_EQ(word(5), 0U);
+}
+
 TEST_F(PortExclusion, ids_that_do_not_bar_each_other_are_never_lost) {
     EXPECT_TRUE(test::all_children(4, [&](int process) {
         const uint32_t own = 0x11U << process;

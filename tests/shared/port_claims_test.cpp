@@ -167,23 +167,46 @@ TEST_F(PortClaims, of_processes_that_claim_a_port_at_once_one_wins) {
 }
 
 // A won function is held by one process until that process gives it back.
-TEST_F(PortClaims, a_claim_holds_until_it_is_given_back) {
-    test::SharedBlock<uint32_t> owner;
-    EXPECT_TRUE(test::all_children(4, [&](int process) {
-        const auto self = static_cast<uint32_t>(process) + 1;
-        for (int held = 0; held < test::scaled(500);) {
+class PortClaimsHeld : public PortClaims {
+  protected:
+    struct Contest {
+        uint32_t arrived;
+        uint32_t holders;
+    };
+
+    // `claims` attempts of one process; gives 1 when another one held the port at the same time.
+    static int contend(int process, int claims, Contest &contest) {
+        const uint32_t own = 0x40U << process;
+        for (int attempt = 0; attempt < claims; ++attempt) {
             uint32_t conflicts = 0;
-            swport_set_attr_exclude(5, 0x40U << process, 1, kGroup, &conflicts);
+            swport_set_attr_exclude(5, own, 1, kGroup, &conflicts);
             if (conflicts != 0)
                 continue;
-            ++held;
-            if (__atomic_exchange_n(&*owner, self, __ATOMIC_SEQ_CST) != 0)
+            if (__atomic_fetch_add(&contest.holders, 1U, __ATOMIC_SEQ_CST) != 0)
                 return 1;
-            if (__atomic_exchange_n(&*owner, 0U, __ATOMIC_SEQ_CST) != self)
-                return 1;
-            swport_set_attr_exclude(5, 0x40U << process, 0, 0, nullptr);
+            __atomic_fetch_sub(&contest.holders, 1U, __ATOMIC_SEQ_CST);
+            swport_set_attr_exclude(5, own, 0, 0, nullptr);
         }
         return 0;
+    }
+
+    test::SharedBlock<Contest> contest_;
+};
+
+TEST_F(PortClaimsHeld, by_one_process_at_a_time) {
+    EXPECT_TRUE(test::all_children(4, [&](int process) {
+        test::meet(contest_->arrived, 4);
+        return contend(process, test::scaled(1000), *contest_);
+    }));
+    EXPECT_EQ(flags(5), 0U);
+}
+
+// The lock can fail its taker, who then goes on: also without it the test and the setting are one step.
+TEST_F(PortClaimsHeld, by_one_process_at_a_time_also_without_the_lock) {
+    EXPECT_TRUE(test::all_children(2, [&](int process) {
+        fail("semop", 1, EINTR, 1 << 30);
+        test::meet(contest_->arrived, 2);
+        return contend(process, test::scaled(300000), *contest_);
     }));
     EXPECT_EQ(flags(5), 0U);
 }

@@ -4,6 +4,7 @@
 #include <csignal>
 #include <gtest/gtest.h>
 #include <new>
+#include <sched.h>
 #include <sys/mman.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -80,5 +81,14 @@ template <class T> class SharedBlock {
   private:
     T *block_;
 };
+
+// Waits until `total` arrivals were counted, its own included, so that all go on within nanoseconds of each other. The
+// count stands in memory that the processes or threads share, and goes up by one a meeting and participant.
+inline void meet(uint32_t &arrived, uint32_t total) {
+    __atomic_add_fetch(&arrived, 1U, __ATOMIC_SEQ_CST);
+    for (unsigned spins = 1; __atomic_load_n(&arrived, __ATOMIC_SEQ_CST) < total; ++spins)
+        if (spins % 1024 == 0)
+            sched_yield();
+}
 
 } // namespace test
