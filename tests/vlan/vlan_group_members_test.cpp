@@ -1,7 +1,5 @@
+#include "tests/support/children.h"
 #include "tests/vlan/vlan_group_fixture.h"
-
-#include <sys/wait.h>
-#include <unistd.h>
 
 namespace {
 
@@ -251,25 +249,12 @@ TEST_F(VlanGroupMembers, array_or_bitmap_that_is_missing_gives_0) {
     EXPECT_EQ(vg_clnt_change_array_to_bitmap(vids, 1, nullptr), 0);
 }
 
-// Runs fn(index) in `count` processes at once; true when all ended well.
-template <class Fn> bool in_processes(int count, Fn &&fn) {
-    for (int index = 0; index < count; ++index)
-        if (fork() == 0) {
-            fn(index);
-            _exit(0);
-        }
-    bool well = true;
-    for (int status = 0; wait(&status) > 0;)
-        well = well && status == 0;
-    return well;
-}
-
 TEST_F(VlanGroupMembers, processes_that_create_one_group_at_once_leave_a_valid_entry) {
     for (int round = 0; round < 20; ++round) {
         std::memset(bytes(20), 0, 520);
         bytes(20)[0] = 99;
         put_at<uint16_t>(bytes(20), 4, 1);
-        ASSERT_TRUE(in_processes(2, [](int) { vlan_group_creat_entry(20); }));
+        ASSERT_TRUE(all_children(2, [](int) { return vlan_group_creat_entry(20) == 1 ? 0 : 1; }));
         EXPECT_EQ(bytes(20)[0], 20);
         EXPECT_EQ(std::count(bytes(20) + 1, bytes(21), 0), 519);
     }
@@ -278,13 +263,14 @@ TEST_F(VlanGroupMembers, processes_that_create_one_group_at_once_leave_a_valid_e
 // Each process drives a word of its own; its stale view of the others' words undoes some of their work. The count has
 // to follow all the same.
 TEST_F(VlanGroupMembers, count_follows_the_bits_that_processes_change_at_once) {
-    ASSERT_TRUE(in_processes(4, [](int index) {
-        for (int round = 0; round < 500; ++round) {
+    ASSERT_TRUE(all_children(4, [](int index) {
+        for (int round = 0; round < scaled(2000); ++round) {
             vlanset wanted{};
             vlan_group_get_member_vlan_bitmap(9, &wanted);
             wanted.words[index] = round % 2 == 0 ? 0xFFFF0000U : 0x0000FFFFU;
             Update(9, wanted);
         }
+        return 0;
     }));
     const vlanset left = members(9);
     unsigned bits = 0;
