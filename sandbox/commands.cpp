@@ -74,6 +74,7 @@ const Commands::Row Commands::kRows[] = {
     {"drop", "[@CLIENT]", "close connections", 0, 1, &Commands::drop},
     {"restart", "[SECONDS]", "close everything and listen again, after a while", 0, 1, &Commands::restart},
     {"clients", "", "list the connections", 0, 0, &Commands::clients},
+    {"kernel", "[up|down]", "take the kernel's bridge module away or bring it back", 0, 1, &Commands::kernel},
     {"sleep", "SECONDS", "let time pass", 1, 1, &Commands::sleep},
     {"wait-clients", "N [SECONDS]", "wait until N clients are registered", 1, 2, &Commands::wait_clients},
     {"wait-event", "TYPE [SECONDS]", "wait for the next message of that type from a client", 1, 2,
@@ -83,7 +84,8 @@ const Commands::Row Commands::kRows[] = {
     {"quit", "", "end the server", 0, 0, &Commands::quit},
 };
 
-Commands::Commands(Bridge &bridge, std::function<void()> quit) : bridge_(bridge), quit_(std::move(quit)) {}
+Commands::Commands(Bridge &bridge, Kernel &kernel, std::function<void()> quit)
+    : bridge_(bridge), kernel_(kernel), quit_(std::move(quit)) {}
 
 std::optional<Wait> Commands::run(const std::string &line, StreamState &stream) {
     const Words words = split(line);
@@ -172,6 +174,19 @@ Commands::Result Commands::clients(const Words &, StreamState &) {
             client.stalled() ? " stalled" : "");
     });
     say("clients: %u", count);
+    return std::nullopt;
+}
+
+Commands::Result Commands::kernel(const Words &words, StreamState &) {
+    if (words.size() == 1)
+        say("kernel: %s, %zu sockets, %zu listen", kernel_.is_up() ? "up" : "down", kernel_.sockets(),
+            kernel_.listeners());
+    else if (words[1] == "up")
+        kernel_.up();
+    else if (words[1] == "down")
+        kernel_.down();
+    else
+        throw std::invalid_argument("up or down, not " + words[1]);
     return std::nullopt;
 }
 

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "sandbox/bridge.h"
+#include "sandbox/kernel.h"
 #include "sandbox/loop.h"
 
 #include <cstdint>
@@ -27,7 +28,7 @@ struct StreamState {
 
 class Commands {
   public:
-    Commands(Bridge &bridge, std::function<void()> quit);
+    Commands(Bridge &bridge, Kernel &kernel, std::function<void()> quit);
 
     // Runs one line; an empty one or a comment does nothing. Throws std::exception with the reason when it fails.
     std::optional<Wait> run(const std::string &line, StreamState &stream);
@@ -47,6 +48,7 @@ class Commands {
     Result drop(const Words &words, StreamState &stream);
     Result restart(const Words &words, StreamState &stream);
     Result clients(const Words &words, StreamState &stream);
+    Result kernel(const Words &words, StreamState &stream);
     Result sleep(const Words &words, StreamState &stream);
     Result wait_clients(const Words &words, StreamState &stream);
     Result wait_event(const Words &words, StreamState &stream);
@@ -55,6 +57,7 @@ class Commands {
     Result quit(const Words &words, StreamState &stream);
 
     Bridge &bridge_;
+    Kernel &kernel_;
     std::function<void()> quit_;
 };
 

@@ -26,7 +26,8 @@ class Program {
   public:
     explicit Program(const Options &options)
         : base_(event_base_new()), bridge_(base_.get(), options.tmpdir, options.slave),
-          commands_(bridge_, [this] { event_base_loopbreak(base_.get()); }) {
+          kernel_(base_.get(), options.tmpdir),
+          commands_(bridge_, kernel_, [this] { event_base_loopbreak(base_.get()); }) {
         bridge_.on_change = [this] {
             for (CommandStream &stream : streams_)
                 stream.wake();
@@ -45,6 +46,7 @@ class Program {
 
     int run() {
         bridge_.server().listen();
+        kernel_.listen();
         say("listening at %s", bridge_.server().path().c_str());
         const StandardInput input(base_.get(), add_stream([](const std::string &error) {
                                       say("error: %s", error.c_str());
@@ -68,6 +70,7 @@ class Program {
 
     EventBase base_;
     Bridge bridge_;
+    Kernel kernel_;
     Commands commands_;
     std::list<CommandStream> streams_;
     std::list<Event> signals_;

@@ -1,51 +1,16 @@
 #include "sandbox/server.h"
 
+#include "sandbox/local_socket.h"
 #include "sandbox/output.h"
 
-#include "base/raii.h"
-
-#include <cstring>
 #include <stdexcept>
 #include <sys/socket.h>
-#include <sys/stat.h>
-#include <sys/un.h>
 
 namespace sandbox {
 
 namespace {
 
-// Clients build the path in a buffer of this size and cut what does not fit.
-constexpr size_t kClientPathBuffer = 64;
 constexpr Milliseconds kRetry{1000};
-
-[[noreturn]] void fail(const std::string &what) {
-    throw std::runtime_error(what + ": " + std::strerror(errno));
-}
-
-sockaddr_un address_of(const std::string &path) {
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    path.copy(address.sun_path, sizeof address.sun_path - 1);
-    return address;
-}
-
-std::string socket_path(const std::string &tmpdir) {
-    const std::string path = tmpdir + "/bridge/.server_socket";
-    if (path.size() >= kClientPathBuffer)
-        throw std::runtime_error("TMPDIR is too long for the clients: " + tmpdir);
-    return path;
-}
-
-void make_directory(const std::string &directory) {
-    if (mkdir(directory.c_str(), 0777) != 0 && errno != EEXIST)
-        fail("cannot make " + directory);
-    chmod(directory.c_str(), 0777); // whatever the umask is; another user's directory stays as it is
-}
-
-bool server_alive(const sockaddr_un &address) {
-    const bri::Fd probe(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
-    return connect(probe.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address) == 0 || errno == EAGAIN;
-}
 
 } // namespace
 
@@ -54,7 +19,8 @@ bool Target::matches(const Connection &client) const {
 }
 
 Server::Server(event_base *base, const std::string &tmpdir, ConnectionOwner &owner)
-    : base_(base), path_(socket_path(tmpdir)), owner_(owner), listen_again_(base, [this] { listen_again(); }) {}
+    : base_(base), path_(socket_path(tmpdir, ".server_socket")), owner_(owner),
+      listen_again_(base, [this] { listen_again(); }) {}
 
 Server::~Server() {
     if (listener_ != nullptr)
@@ -62,20 +28,11 @@ Server::~Server() {
 }
 
 void Server::listen() {
-    make_directory(path_.substr(0, path_.rfind('/')));
-    const sockaddr_un address = address_of(path_);
-    if (server_alive(address))
-        throw std::runtime_error("a server is already listening at " + path_);
-    unlink(path_.c_str());
     const auto on_accept = [](evconnlistener *, evutil_socket_t descriptor, sockaddr *, int, void *self) {
         static_cast<Server *>(self)->accept(descriptor);
     };
     const unsigned options = LEV_OPT_CLOSE_ON_FREE | LEV_OPT_CLOSE_ON_EXEC;
-    listener_.reset(evconnlistener_new_bind(base_, on_accept, this, options, SOMAXCONN,
-                                            reinterpret_cast<const sockaddr *>(&address), sizeof address));
-    if (listener_ == nullptr)
-        fail("cannot listen at " + path_);
-    chmod(path_.c_str(), 0777);
+    listener_.reset(evconnlistener_new(base_, on_accept, this, options, 0, listen_at(path_, SOCK_STREAM)));
 }
 
 void Server::restart(Milliseconds pause) {
