@@ -224,6 +224,30 @@ union test_semun {
     unsigned short *array;
 };
 int __real_semctl(int id, int number, int command, ...);
+#if defined(__powerpc__) && !defined(__powerpc64__)
+// qemu-user stores the time of the last operation in the upper half of the kernel's 64 bits, which the 32-bit call
+// drops. The call for 64-bit times shows both.
+int __semctl64(int id, int number, int command, ...);
+static time_t last_operation(int id) {
+    struct {
+        ipc_perm permissions;
+        int64_t operation;
+        int64_t change;
+        unsigned long count;
+        unsigned long reserved[2];
+    } status{};
+    union {
+        int value;
+        void *status;
+    } argument{};
+    argument.status = &status;
+    if (__semctl64(id, 0, IPC_STAT, argument) != 0)
+        return 0;
+    return static_cast<time_t>(status.operation != 0 && static_cast<int32_t>(status.operation) == 0
+                                   ? status.operation >> 32
+                                   : status.operation);
+}
+#endif
 int __wrap_semctl(int id, int number, int command, ...);
 int __wrap_semctl(int id, int number, int command, ...) {
     if (HIT(semctl))
@@ -236,11 +260,8 @@ int __wrap_semctl(int id, int number, int command, ...) {
     va_end(arguments);
     const int result = __real_semctl(id, number, command, argument);
 #if defined(__powerpc__) && !defined(__powerpc64__)
-    // qemu-user stores the time in the reserved neighbour of the word that the C library reads.
-    if (command == IPC_STAT && result == 0 && argument.status->sem_otime == 0) {
-        const auto *words = reinterpret_cast<const unsigned long *>(&argument.status->sem_otime);
-        argument.status->sem_otime = static_cast<time_t>(words[-1] != 0 ? words[-1] : words[1]);
-    }
+    if (command == IPC_STAT && result == 0 && argument.status->sem_otime == 0)
+        argument.status->sem_otime = last_operation(id);
 #endif
     return result;
 }
