@@ -124,7 +124,7 @@ bool find_svi(Mac &mac) {
 // What the two addresses differ in.
 struct Kind {
     Mac &cache;
-    const char *name; // in log lines
+    bool svi; // the routed interfaces' one, for log lines
     bool (*find)(Mac &);
 };
 
@@ -134,17 +134,23 @@ int get_mac(const Kind &kind, uint8_t *out) {
     const int pid = static_cast<int>(getpid());
     if (kind.cache.known()) {
         std::memcpy(out, kind.cache.bytes, sizeof kind.cache.bytes);
-        BRI_LOG(log::kClient, "(%d), get %s mac from lib-db SUCC, " BRI_MAC_FMT ".\n", pid, kind.name,
-                BRI_MAC_ARGS(out));
+        BRI_LOG(log::kClient,
+                kind.svi ? "(%d), get svi mac from lib-db SUCC, " BRI_MAC_FMT ".\n"
+                         : "(%d), get local mac from lib-db SUCC, " BRI_MAC_FMT ".\n",
+                pid, BRI_MAC_ARGS(out));
         return 1;
     }
     Mac mac{};
     if (!kind.find(mac))
         return 0;
-    BRI_LOG(log::kClient, "(%d), set_%s : " BRI_MAC_FMT ".\n", pid, kind.name, BRI_MAC_ARGS(mac.bytes));
+    BRI_LOG(log::kClient, kind.svi ? "(%d), set_svi : " BRI_MAC_FMT ".\n" : "(%d), set_local : " BRI_MAC_FMT ".\n", pid,
+            BRI_MAC_ARGS(mac.bytes));
     kind.cache = mac;
     std::memcpy(out, mac.bytes, sizeof mac.bytes);
-    BRI_LOG(log::kClient, "(%d), save %s mac to lib-db SUCC, " BRI_MAC_FMT ".\n", pid, kind.name, BRI_MAC_ARGS(out));
+    BRI_LOG(log::kClient,
+            kind.svi ? "(%d), save svi mac to lib-db SUCC, " BRI_MAC_FMT ".\n"
+                     : "(%d), save local mac to lib-db SUCC, " BRI_MAC_FMT ".\n",
+            pid, BRI_MAC_ARGS(out));
     return 1;
 }
 
@@ -172,11 +178,11 @@ bool client::parse_mac_text(const char *text, size_t size, Mac &mac) {
 }
 
 int bridge_client_get_local_mac(uint8_t *mac) {
-    return get_mac({g_local, "local", find_local}, mac);
+    return get_mac({g_local, false, find_local}, mac);
 }
 
 int bridge_client_get_svi_mac(uint8_t *mac) {
-    return get_mac({g_svi, "svi", find_svi}, mac);
+    return get_mac({g_svi, true, find_svi}, mac);
 }
 
 int bridge_maddr_get_local(uint8_t *mac) {

@@ -4,8 +4,6 @@
 
 #include <qv_thread.h>
 
-#include <array>
-
 namespace bri::client {
 
 namespace {
@@ -13,25 +11,29 @@ namespace {
 constexpr long kReconnectSeconds = 1;
 constexpr timeval kFlushPeriod{0, kFlushPeriodUsec};
 
-// How the log speaks of each kind.
-struct Words {
-    bri_clnt_thread_evt kind;
-    const char *what;
-    bool announced; // has a line before the job is added
-    const char *refused;
-};
-constexpr std::array kWords{Words{BRI_CLNT_EVT_CONNECT, "CONNECT", true, "qv-thread"},
-                            Words{BRI_CLNT_EVT_READ, "READ", false, "qv-thread"},
-                            Words{BRI_CLNT_EVT_RECONNECT, "RECONNECT", true, "re-thread"},
-                            Words{BRI_CLNT_EVT_MSG_TIMER, "MSG timer", false, "re-thread"}};
-
-constexpr bool in_order() {
-    for (size_t kind = 0; kind < kWords.size(); ++kind)
-        if (kWords[kind].kind != kind)
-            return false;
-    return true;
+void log_ready(const bri_clnt_ctx &ctx, bri_clnt_thread_evt kind) {
+    if (kind == BRI_CLNT_EVT_CONNECT)
+        BRI_LOG(log::kClient, "[%s] ready to add qv-thread for CONNECT.\n", ctx.name);
+    else if (kind == BRI_CLNT_EVT_RECONNECT)
+        BRI_LOG(log::kClient, "[%s] ready to add qv-thread for RECONNECT.\n", ctx.name);
 }
-static_assert(in_order());
+
+void log_refused(const bri_clnt_ctx &ctx, bri_clnt_thread_evt kind) {
+    switch (kind) {
+    case BRI_CLNT_EVT_CONNECT:
+        BRI_LOG(log::kClient, "[%s] failed to add qv-thread for CONNECT.\n", ctx.name);
+        break;
+    case BRI_CLNT_EVT_READ:
+        BRI_LOG(log::kClient, "[%s] failed to add qv-thread for READ.\n", ctx.name);
+        break;
+    case BRI_CLNT_EVT_RECONNECT:
+        BRI_LOG(log::kClient, "[%s] failed to add re-thread for RECONNECT.\n", ctx.name);
+        break;
+    case BRI_CLNT_EVT_MSG_TIMER:
+        BRI_LOG(log::kClient, "[%s] failed to add re-thread for MSG timer.\n", ctx.name);
+        break;
+    }
+}
 
 qv_thread *add_job(bri_clnt_ctx &ctx, bri_clnt_thread_evt kind) {
     switch (kind) {
@@ -60,13 +62,12 @@ int bridge_client_thread_event(int kind) {
         BRI_LOG(log::kClient, "Bridge client thread-event failed: client is not init.\n");
         return -1;
     }
-    if (kind < 0 || kind >= static_cast<int>(kWords.size()))
+    if (kind < BRI_CLNT_EVT_CONNECT || kind > BRI_CLNT_EVT_MSG_TIMER)
         return 0;
-    const Words &words = kWords[static_cast<size_t>(kind)];
-    if (words.announced)
-        BRI_LOG(log::kClient, "[%s] ready to add qv-thread for %s.\n", ctx->name, words.what);
-    if (add_job(*ctx, words.kind) != nullptr)
+    const auto known = static_cast<bri_clnt_thread_evt>(kind);
+    log_ready(*ctx, known);
+    if (add_job(*ctx, known) != nullptr)
         return 0;
-    BRI_LOG(log::kClient, "[%s] failed to add %s for %s.\n", ctx->name, words.refused, words.what);
+    log_refused(*ctx, known);
     return -1;
 }

@@ -92,17 +92,21 @@ bri_shm_hdr *create_step(int32_t key, size_t size) {
     return attach_step(key, kHeader + size, IPC_CREAT | kMode, 0);
 }
 
-// `mark` sets the lines of the read-only form apart.
-bri_shm_handle *attach(int32_t key, int flags, const char *mark) {
+bri_shm_handle *attach(int32_t key, int flags) {
+    const bool read_only = (flags & SHM_RDONLY) != 0;
     bri_shm_hdr *header = attach_step(key, 0, 0, flags);
     if (header == nullptr)
         return nullptr;
     bri_shm_handle *handle = new_handle(header);
     if (handle == nullptr)
-        BRI_LOG(log::kShm, "Attach%s shm, malloc failed:[%d] %s.\n", mark, errno, std::strerror(errno));
+        BRI_LOG(log::kShm,
+                read_only ? "Attach[RL] shm, malloc failed:[%d] %s.\n" : "Attach shm, malloc failed:[%d] %s.\n", errno,
+                std::strerror(errno));
     else
-        BRI_LOG(log::kShm, "Attach%s shm SUCC:[name:%s, key:%d, size:%zu].", mark, name_of(*header).text,
-                key_of(*header), size_of(*header));
+        BRI_LOG(log::kShm,
+                read_only ? "Attach[RL] shm SUCC:[name:%s, key:%d, size:%zu]."
+                          : "Attach shm SUCC:[name:%s, key:%d, size:%zu].",
+                name_of(*header).text, key_of(*header), size_of(*header));
     return handle;
 }
 
@@ -132,10 +136,10 @@ bri_shm_handle *bridge_shm_create(const char *name, int32_t key, size_t size) {
 }
 
 bri_shm_handle *bridge_shm_attach(int32_t key) {
-    return attach(key, 0, "");
+    return attach(key, 0);
 }
 bri_shm_handle *bridge_shm_attach_rdonly(int32_t key) {
-    return attach(key, SHM_RDONLY, "[RL]");
+    return attach(key, SHM_RDONLY);
 }
 
 void bridge_shm_dettach(bri_shm_handle *handle) {
