@@ -1,6 +1,5 @@
-// Version checks of VLAN creates and deletes, and the re-search that a look-up runs.
-#include "vlan/versions.h"
-
+// Private versions: the newest create or delete of each VLAN that this process has accepted. The checks of what
+// arrives, and the re-search that a look-up runs.
 #include "base/bits.h"
 #include "base/bytes.h"
 #include "base/log.h"
@@ -78,13 +77,15 @@ void reconcile(uint16_t vid, const vle &entry, uint16_t latest) {
     notify_missed(vid, entry, known != 0);
 }
 
-} // namespace
-
+// The re-search of a VLAN that was found: one compare when nothing was missed. A handler may change or remove the
+// entry.
 void catch_up(uint16_t vid, const vle &entry) {
     const uint16_t latest = shared::load(entry.version);
     if (vid < BRI_VLAN_ENTRIES && g_vlan_private_version[vid] != latest)
         reconcile(vid, entry, latest);
 }
+
+} // namespace
 
 } // namespace bri::vlan
 
