@@ -121,6 +121,11 @@ class Message {
     std::vector<uint8_t> bytes_;
 };
 
+// `count` times a character; out of line, because inlined g++ 12 takes sums of such strings for overflows.
+[[gnu::noinline]] inline std::string repeat(char character, size_t count) {
+    return std::string(count, character);
+}
+
 inline void expect_vlan_log(const std::string &text) {
     const LogLine line = log_line(text);
     EXPECT_EQ(line.level, 7) << text;
