@@ -1,0 +1,61 @@
+#!/bin/sh
+# names.sh WHAT SOURCE_DIR [LIBRARY NM]: holds one list of the interface's names against another.
+set -eu
+what=$1
+source_dir=$2
+here=$source_dir/tests/contract
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+export LC_ALL=C
+
+declared() { awk -v kind="$1" -f "$here/public_names.awk" "$source_dir"/include/bridge/*.h | sort; }
+in_map() { sed -n 's/^ *\([A-Za-z0-9_]*\);.*/\1/p' "$source_dir/cmake/bridge_client.map" | sort; }
+
+# same FIRST SECOND: lists of more than nothing, line by line the same.
+same() {
+    if [ ! -s "$work/$1" ]; then
+        echo "$1: no names found"
+        exit 1
+    fi
+    if ! diff "$work/$1" "$work/$2" >"$work/difference"; then
+        echo "< only in $1, > only in $2:"
+        grep '^[<>]' "$work/difference"
+        exit 1
+    fi
+    echo "$(wc -l <"$work/$1") names, the same in $1 and $2"
+}
+
+case $what in
+headers)
+    declared exports >"$work/headers"
+    in_map >"$work/map"
+    same headers map
+    ;;
+umbrella)
+    (cd "$source_dir/include" && printf '%s\n' bridge/*.h | grep -v '^bridge/bridge.h$' | sort) >"$work/headers"
+    sed -n 's/^#include <\(.*\)>$/\1/p' "$source_dir/include/bridge/bridge.h" | sort >"$work/umbrella"
+    same headers umbrella
+    ;;
+agreed)
+    # The platform's functions are agreed too, but are not the library's.
+    sed -n -e 's/^extern .*[ *]\([a-z0-9_]*\)\(\[.*\]\)\{0,1\};.*/\1/p' \
+        -e '/^typedef/d' -e 's/^[a-z].*[ *]\([a-z0-9_]*\)(.*);.*/\1/p' "$here/agreed_interface.h" |
+        grep -v -e '^qv_' -e '^printk_' | sort >"$work/agreed"
+    in_map >"$work/map"
+    same agreed map
+    ;;
+library)
+    "$4" -D --defined-only "$3" | awk '$2 != "A" { sub(/@.*/, "", $3); print $3 }' | sort >"$work/library"
+    in_map >"$work/map"
+    same library map
+    ;;
+records)
+    declared records >"$work/headers"
+    sed -n 's/^RECORD(\([a-z0-9_]*\),.*/\1/p' "$here/records.def" | sort >"$work/table"
+    same headers table
+    ;;
+*)
+    echo "what is $what?"
+    exit 2
+    ;;
+esac
