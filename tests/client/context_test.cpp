@@ -312,7 +312,7 @@ TEST_F(ThreadEvent, fails_for_every_kind_before_start_up) {
 
 // --- callbacks
 
-class Callbacks : public Transport {
+class StartCallbacks : public Transport {
   protected:
     static inline std::vector<int> called;
     template <int Number> static void callback() { called.push_back(Number); }
@@ -332,7 +332,7 @@ class Callbacks : public Transport {
     }
 };
 
-TEST_F(Callbacks, are_appended_in_order_duplicates_included) {
+TEST_F(StartCallbacks, are_appended_in_order_duplicates_included) {
     start();
     bridge_agent_set_connect_callback(callback<1>);
     bridge_agent_set_connect_callback(callback<2>);
@@ -344,7 +344,7 @@ TEST_F(Callbacks, are_appended_in_order_duplicates_included) {
     EXPECT_EQ(called, (std::vector<int>{1, 2, 1, 3}));
 }
 
-TEST_F(Callbacks, are_refused_before_start_up_when_null_and_without_memory) {
+TEST_F(StartCallbacks, are_refused_before_start_up_when_null_and_without_memory) {
     bridge_agent_set_connect_callback(callback<1>);
     bridge_agent_set_oridata_callback(callback<1>);
     start();
@@ -358,7 +358,7 @@ TEST_F(Callbacks, are_refused_before_start_up_when_null_and_without_memory) {
     EXPECT_EQ(length(ctx().oridata_cbs), 0);
 }
 
-TEST_F(Callbacks, that_are_null_are_skipped) {
+TEST_F(StartCallbacks, that_are_null_are_skipped) {
     start();
     bridge_agent_set_connect_callback(callback<1>);
     bridge_agent_set_connect_callback(callback<2>);
@@ -368,7 +368,7 @@ TEST_F(Callbacks, that_are_null_are_skipped) {
     EXPECT_EQ(called, (std::vector<int>{1, 3}));
 }
 
-TEST_F(Callbacks, that_one_appends_run_in_the_same_walk) {
+TEST_F(StartCallbacks, that_one_appends_run_in_the_same_walk) {
     start();
     bridge_agent_set_connect_callback(append_other);
     bridge_agent_set_connect_callback(callback<2>);
@@ -376,7 +376,7 @@ TEST_F(Callbacks, that_one_appends_run_in_the_same_walk) {
     EXPECT_EQ(called, (std::vector<int>{8, 2, 1}));
 }
 
-TEST_F(Callbacks, that_append_themselves_do_not_run_for_ever) {
+TEST_F(StartCallbacks, that_append_themselves_do_not_run_for_ever) {
     start();
     bridge_agent_set_connect_callback(append_again);
     bri::client::run_callbacks(ctx().conn_cbs);

@@ -3,6 +3,7 @@
 #include "tests/support/faults.h"
 #include "tests/support/test.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <poll.h>
@@ -52,8 +53,7 @@ std::vector<Message> Batch::messages() const {
         at += kHeader;
         if (len > bytes.size() - at)
             return {};
-        found.push_back(
-            {type, ByteVec(bytes.begin() + static_cast<long>(at), bytes.begin() + static_cast<long>(at + len))});
+        found.push_back({type, part_of(bytes, at, at + len)});
         at += len;
     }
     return at == bytes.size() && found.size() == msg_cnt() ? found : std::vector<Message>{};
@@ -92,6 +92,13 @@ ByteVec operator+(ByteVec left, const ByteVec &right) {
     const faults::Pause pause;
     left.insert(left.end(), right.begin(), right.end());
     return left;
+}
+
+ByteVec part_of(const ByteVec &bytes, size_t first, size_t last) {
+    const faults::Pause pause;
+    last = std::min(last, bytes.size());
+    return first < last ? ByteVec(bytes.begin() + static_cast<long>(first), bytes.begin() + static_cast<long>(last))
+                        : ByteVec();
 }
 
 Peer::~Peer() {

@@ -35,6 +35,8 @@ ByteVec batch_of(const std::vector<Message> &messages, std::optional<uint32_t> l
 // `size` bytes that differ from their neighbours and from zero.
 ByteVec pattern(size_t size, unsigned seed = 1);
 ByteVec operator+(ByteVec left, const ByteVec &right);
+// The bytes from `first` on, before `last`.
+ByteVec part_of(const ByteVec &bytes, size_t first, size_t last = SIZE_MAX);
 
 // The far end of one connection.
 class Peer {
