@@ -92,13 +92,14 @@ class Transport : public Env {
 // negative errno. When the script is used up every attempt moves everything.
 class Script {
   public:
-    Script &operator=(std::initializer_list<int> steps) {
+    Script &operator=(const std::vector<int> &steps) {
         const faults::Pause pause;
         steps_ = steps;
         next_ = 0;
         return *this;
     }
-    // Entry n of what is asked for; 0 and failures do not reach the socket.
+    void clear() { *this = std::vector<int>(); }
+    // One attempt to move `size` bytes; entries of 0 and failures do not reach the socket.
     template <class Move> ssize_t step(size_t size, Move &&move) {
         if (next_ == steps_.size())
             return move(size);
