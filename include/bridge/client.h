@@ -76,16 +76,37 @@ BRI_API int bridge_client_send_message_ontime(const void *data, uint32_t len, ui
 
 BRI_API int bridge_client_read_msg(int fd, struct bri_batch_hdr **out);
 
+/* An event handler of the host. `type` is the event type as it came; `data` is its payload and `len` the payload's
+ * length in bytes, cut to 16 bits. The payload may be unaligned and is gone when the handler returns; the events of
+ * client management and the markers around replayed data come with (null, 0). The result is ignored. A handler may
+ * register and withdraw handlers, send, and reset the connection. */
 typedef int (*bri_event_handler)(uint32_t type, void *data, uint16_t len);
 
+/* Route one message of the server: a header and `len` payload bytes behind it, at any alignment. Management messages
+ * change this process's role and synchronisation state and reach the handlers; the other submodules' messages go to
+ * their subsystems. A message that nobody takes, or that is shorter than what is read of it, is logged and dropped; a
+ * null message is ignored. Loop thread. Sends BRIDGE_EVENT_ORI_DATA_OVER behind the origin-data callbacks, origin-data
+ * requests at the end of the backup data or of a switch-over, and answers to research messages. */
 BRI_API void bridge_client_msg_dspch(struct bri_msg_hdr *msg);
 
+/* Let `handler` be called for the types of `set`, in addition to those it is called for already. Handlers are called in
+ * the order of their first registration. While connected, the set is announced to the server at once (the result of
+ * that is not reported); otherwise the registration that follows the next connect carries it. 0, or -1 before
+ * initialisation, when an argument is null, or when memory is short. Loop thread. */
 BRI_API int bridge_client_reg_event(const struct event_set *set, bri_event_handler handler);
 
+/* End the interest of `handler` in the types of `set`. On return `set` holds those of them that no other handler wants:
+ * what this process has withdrawn, and what, while connected, the server was told. 0, or -1 before initialisation or
+ * when an argument is null. Loop thread; effective at once, also within a walk over the handlers. */
 BRI_API int bridge_client_unreg_event(struct event_set *set, bri_event_handler handler);
 
+/* Call every handler that is registered for `type`, with `data` and the low 16 bits of `len`. Nothing is called before
+ * initialisation, while this process is slave, for a type outside 0..4095 (of its low 16 bits) or registered by none,
+ * and, for any submodule but client management, before the backup data has ended. Loop thread; sends nothing itself. */
 BRI_API void bridge_call_event_handlers(uint32_t type, void *data, uint32_t len);
 
+/* Take over the role from the payload of BRIDGE_EVEVT_SERVER_STAT: byte 0 is 0 for master, else slave. A null payload
+ * is ignored. Loop thread; sends nothing. */
 BRI_API void bri_clnt_on_serv_stat_msg(const void *payload);
 
 BRI_END_DECLS

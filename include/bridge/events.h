@@ -1,4 +1,15 @@
-/* Message framing, event types and their names. */
+/* Message framing, event types and their names.
+ *
+ * Both directions of the server socket carry batches:
+ *
+ *     | msg_len | msg_cnt | type | len | len bytes | type | len | len bytes | ...
+ *     '-- batch header ---'----- message 1 --------'----- message 2 --------'
+ *
+ * msg_len counts everything behind the batch header. A receiver takes messages while fewer than msg_cnt are taken and
+ * the offset is below msg_len. A batch without messages is valid.
+ *
+ * An event type is submodule << 7 | index, indexes from 1. A client can register for the types 0..4095.
+ */
 #ifndef BRIDGE_EVENTS_H
 #define BRIDGE_EVENTS_H
 
@@ -71,7 +82,8 @@ enum bri_submod {
     BRI_SUBMOD_BCFG = 19
 };
 
-/* Event types. One number names the request from a client and the event that the server then sends. */
+/* Event types. One number names the request from a client and the event that the server then sends. The spelling of
+ * the names is part of the interface, unusual ones included. */
 enum bri_event {
     /* client management */
     BRIDGE_EVENT_REG_MSG = 129,
@@ -241,11 +253,13 @@ enum bri_event {
     RESEARCH_EVENT_SS_ORIGIN_MAC = 2311
 };
 
-/* Printable name of an event type, for log lines; never null. A type without a name gives its group's fallback text
- * or "BRIDGE_UNKNOWN_TYPE". Any thread; sends nothing. */
+/* Printable name of an event type, for log lines; a constant text, never null. It is the identifier above; a type
+ * without a name gives its group's fallback text (all of QinQ and VLAN mapping do), or "BRIDGE_UNKNOWN_TYPE". MAC-based
+ * VLAN and VLAN groups name their events themselves. Any thread; sends nothing. */
 BRI_API const char *bri_msg_type_name(uint32_t type);
 
-/* Printable name of a submodule number; "ERROR_BRI_SUBMOD" for one without a text. Any thread; sends nothing. */
+/* Printable name of a submodule number, its identifier above; "ERROR_BRI_SUBMOD" for one without a text, MAC-based VLAN
+ * and VLAN groups among them. Any thread; sends nothing. */
 BRI_API const char *bri_submod_name(uint32_t submod);
 
 BRI_END_DECLS

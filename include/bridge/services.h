@@ -66,40 +66,80 @@ BRI_AT(bri_sys_mem_info, reserved3, 104);
 BRI_AT(bri_sys_mem_info, zero, 120);
 BRI_AT(bri_sys_mem_info, unaccounted, 128);
 
+/* A decision of the host; a negative result is a failure. What the arguments are depends on the slot. */
 typedef int (*bri_business_callback)(void *arg1, void *arg2);
 
+/* Text of a library error code (enum bri_error); never null. A code without a text, positive ones included, gives
+ * "unknown errno". Any thread. */
 BRI_API const char *bri_strerror(int code);
 
+/* Put `fn` into slot `type` (0..6) in the place of what was there. Another type, a null function, and a call before
+ * initialisation change nothing. Loop thread; sends nothing. */
 BRI_API void bridge_agent_set_business_callback(uint32_t type, bri_business_callback fn);
 
+/* Call the function of slot `type` with both arguments, which are passed on as they are. 0, or -1 when the function
+ * gave a negative result, the slot is empty, the type is above 6, or before initialisation. Loop thread. */
 BRI_API int bridge_agent_call_business_callback(uint32_t type, void *arg1, void *arg2);
 
+/* Let `fn` decide on switch-port changes: slot 4. It gets the request's payload (at least 4 bytes; what it holds is
+ * between the server and the host) and a struct bri_swport_prejudge_reply with is_allow 1 and the rest 0, which it
+ * fills. RESEARCH_EVENT_SWPORT_PREJUDGE joins the registered types; the server learns of it with the next full
+ * registration, so call this before the first connect. A null function changes nothing. Loop thread; sends nothing. */
 BRI_API void bri_clnt_reg_swport_prejudge_callback(bri_business_callback fn);
 
+/* Let `fn` count the origin MAC addresses: slot 6. It gets null and a pointer to a uint32_t, 0, for the number. A null
+ * function changes nothing. Loop thread; sends nothing. */
 BRI_API void bri_clnt_reg_ss_origin_mac_callback(bri_business_callback fn);
 
+/* Run slot 4 on a request's payload and answer the server at once, past the batch: RESEARCH_EVENT_SWPORT_PREJUDGE with
+ * the filled reply, or RESEARCH_EVENT_FAILED without a payload when the callback failed or there is none. Nothing
+ * happens before initialisation or with a null request. Loop thread; may block as bridge_client_send_message_ontime. */
 BRI_API void bri_clnt_call_swport_prejudge_callback(void *request);
 
+/* Run slot 6 and answer likewise: RESEARCH_EVENT_SS_ORIGIN_MAC with the uint32_t number, or RESEARCH_EVENT_FAILED.
+ * Loop thread. */
 BRI_API void bri_clnt_call_ss_origin_mac_callback(void);
 
+/* Ask for all origin data, as after a restart of the host: the handlers see every submodule's data between its begin
+ * and end event, and the server is asked for the MAC addresses. Done within the call when the backup data has ended and
+ * this process is master; otherwise kept until the backup data or a switch-over ends. Loop thread. */
 BRI_API void bridge_client_request_oridata(void);
 
+/* The same for one submodule: the handlers see the data of VLAN (3) and layer-2 topology (5); the server is asked for
+ * any other. A kept request is one bit of 32, the submodule modulo 32; those above 20 are forgotten. Loop thread. */
 BRI_API void bridge_client_request_submod_oridata(uint32_t submod);
 
+/* Replay all origin data now, whatever was requested: events 133, 385, the VLAN data, 386, a
+ * BRIDGE_EVENT_ORI_DATA_REQUEST for submodule 2 to the server, 641, the topology data, 642 and 134. Sets `data_synced`.
+ * Nothing happens before initialisation. Loop thread. */
 BRI_API void bridge_client_notify_all_oridata(void);
 
+/* Replay one submodule now: 385, the VLAN data and 386 for 3; 641, the topology data and 642 for 5; for any other
+ * number BRIDGE_EVENT_ORI_DATA_REQUEST with that number (a uint32_t) is sent. Loop thread. */
 BRI_API void bridge_client_notify_submod_oridata(uint32_t submod);
 
+/* Set (flag not 0) or clear the bit of a submodule, modulo 32, in the process's data-state word. Loop thread. */
 BRI_API void bridge_submod_set_data_state(uint32_t submod, uint32_t flag);
 
+/* Keep a copy of the client name, at most 19 characters, for the log lines about origin data; null changes nothing.
+ * bridge_agent_init calls it. */
 BRI_API void bridge_dspch_client_init(const char *name);
 
+/* The device's own MAC address into 6 bytes: from the device file, else the system's, else the kernel's; twice the
+ * number of the virtual switch device (VSDID) is added to the last byte of the first and the last. Found once, it is
+ * kept. 1, or 0 with `mac` untouched when no file has it or `mac` is null. Loop thread; needs no initialisation. */
 BRI_API int bridge_client_get_local_mac(uint8_t *mac);
 
+/* The MAC address of the routed interfaces into 6 bytes: from its own file, or, when that has none or the local one,
+ * the local address with 1 added to the last byte. Found once, it is kept. Results as above. */
 BRI_API int bridge_client_get_svi_mac(uint8_t *mac);
 
+/* bridge_client_get_local_mac with the results of the MAC family: 0, or -1 when there is none or `mac` is null. */
 BRI_API int bridge_maddr_get_local(uint8_t *mac);
 
+/* The system's memory figures, each from the first line of /proc/meminfo that has it; the record is cleared first. 0;
+ * -1 when MemTotal, MemFree, Active, Inactive, Mapped or Slab is missing or 0 (the others are filled); -2 when the file
+ * cannot be opened; -22 when `info` is null. Any thread; needs no initialisation. */
 BRI_API int bridge_get_sys_mem_info(struct bri_sys_mem_info *info);
 
 BRI_END_DECLS
