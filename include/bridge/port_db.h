@@ -6,8 +6,8 @@
 
 BRI_BEGIN_DECLS
 
-#define BRI_PORT_SLOTS 64u         /* blocks in the table; interface index 0 is never valid */
-#define BRI_STP_INSTANCES 65u      /* spanning-tree instances 0..64 */
+#define BRI_PORT_SLOTS        64u  /* blocks in the table; interface index 0 is never valid */
+#define BRI_STP_INSTANCES     65u  /* spanning-tree instances 0..64 */
 #define BRI_STP_INSTANCE_NONE 1022 /* answer for a VLAN without an instance */
 
 /* Port modes. */
@@ -67,70 +67,112 @@ BRI_AT(bri_portdb, ports, 0);
 BRI_AT(bri_portdb, stp_instance, 125440);
 BRI_AT(bri_portdb, reserved, 133632);
 
+/* Before bridge_portdb_init succeeded every port is absent. Look-ups read the segment in place, send nothing and log
+ * nothing. Mapping, and the calls that change this process's own count, belong to the thread that runs the host's event
+ * loop; all others may run in any thread once the database is mapped. `ifx` is an interface index, `vid` a VLAN id. */
+
+/* Maps the database: makes or joins its segment and its lock (key 0x22220001 + VSDID). 1, or 0 with a log line, and
+ * then nothing is mapped, also when an earlier call had succeeded. A repetition maps anew; earlier block addresses stay
+ * readable. */
 BRI_API int bridge_portdb_init(void);
 
+/* Does nothing: the mapping lasts as long as the process. */
 BRI_API void bridge_portdb_deinit(void);
 
+/* Markers around accesses to the database: begin of reading, begin of writing, end. They take no lock, on purpose. */
 BRI_API void swport_rdown(void);
-
 BRI_API void swport_wdown(void);
-
 BRI_API void swport_up(void);
 
+/* 1 for an interface index from 1 to 63, else 0. */
 BRI_API int swport_check_ifindex_valid(int32_t ifx);
 
+/* The block of a valid index in shared memory, whether the port is there or not; null for an invalid index and
+ * while nothing is mapped. */
 BRI_API struct spcb *swport_get_raw_spcb(int32_t ifx);
 
+/* The block of a port that is there, in shared memory, where the server may change it at any time; else null. */
 BRI_API struct spcb *swport_get_spcb(int32_t ifx);
 
+/* The same as swport_get_spcb. */
 BRI_API struct spcb *vl_ifindex_to_swport(int32_t ifx);
 
+/* 1 when the port is there, else 0. */
 BRI_API int swport_check_exist(int32_t ifx);
 
+/* Copies the whole block, 1960 bytes. 1, or 0 for an absent port or a null `dst`. */
 BRI_API int swport_get_spcb_copy(int32_t ifx, struct spcb *dst);
 
+/* The block's version; 0 for an absent port. */
 BRI_API uint32_t swport_get_version(int32_t ifx);
 
+/* The port's mode, and the mode it returns to (enum bri_port_mode). 1 with the value in *mode, or 0 for an absent port
+ * or a null pointer. */
 BRI_API int swport_get_port_mode(int32_t ifx, uint32_t *mode);
-
 BRI_API int swport_get_port_default_mode(int32_t ifx, uint32_t *mode);
 
+/* The port's native VLAN; 0 for an absent port. */
 BRI_API uint16_t swport_get_port_default_vid(int32_t ifx);
 
+/* The tag-VLAN bitmap in shared memory; null for an absent port. */
 BRI_API struct vlanset *swport_get_tag_vlan(int32_t ifx);
 
+/* 1 when the VLAN may pass the port, else 0 (also for a vid above 4095). */
 BRI_API int swport_is_allow_vlan(int32_t ifx, uint16_t vid);
 
+/* How many of the ports 1 to 63 are there. */
 BRI_API int swport_get_total_port_num(void);
 
+/* Name of a port mode, in upper case; "Unkonw-swport- mode" for any value above 7. */
 BRI_API const char *swport_vlan_mode_name(uint32_t mode);
 
+/* How the port carries the VLAN (enum bri_tag_rule): 1 when the port is absent or no member, 4 tagged, 3 untagged. A
+ * trunk tags all but its native VLAN, an uplink tags every VLAN, a hybrid port tags the VLANs of its tag bitmap except
+ * the native one, and every other mode tags none. */
 BRI_API int swport_get_vlan_tag_rule(int32_t ifx, uint16_t vid);
 
+/* Marks the VLAN as carried tagged. 0; -17 when it is already; -22 when the port is absent or the vid above 4095. */
 BRI_API int swport_tag_vlan_add(int32_t ifx, uint16_t vid);
 
+/* Takes the mark away. 0; -22 when it is not there, the port is absent or the vid above 4095. */
 BRI_API int swport_tag_vlan_del(int32_t ifx, uint16_t vid);
 
+/* Marks every VLAN of `map` as carried tagged. Nothing for an absent port or a null map. */
 BRI_API void swport_tag_vlan_merge_map(int32_t ifx, const struct vlanset *map);
 
+/* Takes the marks of every VLAN in `map` away and leaves in `map` exactly those that this call took away. Nothing, and
+ * the map as it was, for an absent port; nothing for a null map. */
 BRI_API void swport_tag_vlan_rmv_map(int32_t ifx, struct vlanset *map);
 
+/* Takes all marks away. Nothing for an absent port. */
 BRI_API void swport_reset_tag_vlan(int32_t ifx);
 
-BRI_API int swport_set_attr_exclude(int32_t ifx, uint32_t bits, uint32_t set, uint32_t conflict_mask, uint32_t *conflicts);
+/* Claims or gives up port functions, in one step across all processes and under the database's lock. With the low 8
+ * bits of `set` not zero, sets `bits` unless a function of the group 0x1fc0 that is in `conflict_mask` is set already;
+ * with them zero, clears `bits`. 1 when the port is there, else 0 with *conflicts untouched. With 1, *conflicts (null
+ * allowed) holds the functions in the way, and 0 means that the change was made. */
+BRI_API int swport_set_attr_exclude(int32_t ifx, uint32_t bits, uint32_t set, uint32_t conflict_mask,
+                                    uint32_t *conflicts);
 
+/* The 4096 instance numbers by VLAN id, in shared memory; null while nothing is mapped. */
 BRI_API uint16_t *swport_get_stp_instance_table(void);
 
+/* Copies 4096 instance numbers from `src` into the table. Nothing for null or while nothing is mapped. */
 BRI_API void swport_set_instance_table(const uint16_t *src);
 
+/* The spanning-tree instance of a VLAN; 1022 (BRI_STP_INSTANCE_NONE) for a vid outside the VLAN database's range or
+ * while either database is not mapped. */
 BRI_API uint16_t swport_get_stp_instance(uint16_t vid);
 
+/* Counts this process's own number of ports up, to 65 at most, and down, to 0 at least. */
 BRI_API void swport_inc_total_num(void);
-
 BRI_API void swport_dec_total_num(void);
 
+/* Key, id, data size in bytes and name (`name` holds 64 bytes) from the segment's header. 1, or 0 for a null pointer or
+ * while nothing is mapped. */
 BRI_API int swport_get_shm_head(uint32_t *key, uint32_t *shmid, uint32_t *size, char *name);
 
+/* Prints the segment, the table addresses and this process's own number of ports, whatever the debug flags say. */
 BRI_API void swport_show_status(void);
 
 BRI_END_DECLS
