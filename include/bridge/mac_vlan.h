@@ -36,16 +36,26 @@ BRI_SIZE(mvlan_msg, 28);
 BRI_AT(mvlan_msg, ifx, 0);
 BRI_AT(mvlan_msg, entry, 4);
 
+/* Tell the server that the host with this address (6 bytes) belongs to a VLAN; the second names the port that let the
+ * host in. Nothing happens without an address. The outcome shows only in the log. MVLAN_EVENT_NOTIFY_ENTRY, which
+ * leaves at once. Any thread. */
 BRI_API void mvlan_clnt_add_dyn_entry(const uint8_t *mac, uint16_t vlan);
 
 BRI_API void mvlan_clnt_add_dyn_entry_dot1x(const uint8_t *mac, uint16_t vlan, uint32_t ifx);
 
+/* Withdraws the host's entry; as the adds. */
 BRI_API void mvlan_clnt_del_dyn_entry(const uint8_t *mac);
 
+/* Asks the kernel for the VLAN of a host address and waits for the answer, see bridge_lib_query_netlink. 0 and the
+ * VLAN; -1 and *vlan 0 when the address has none; -1 and *vlan untouched without an answer, which a notice reports
+ * that is always logged. -1 when either argument is null. Loop's thread. */
 BRI_API int mvlan_clnt_get_dyn_entry(const uint8_t *mac, uint16_t *vlan);
 
+/* Reports a failed entry to the server as it stands. Nothing is sent without one. MVLAN_EVENT_ERROR. Any thread. */
 BRI_API void mvlan_clnt_send_error_result(const struct mvlan_entry *entry);
 
+/* Takes one message of the submodule, header and payload whole in memory, and hands it to the host's handlers; null is
+ * ignored. Called by the dispatcher, on the loop's thread. */
 BRI_API void bridge_mvlan_lib_dispose_msg(struct bri_msg_hdr *msg);
 
 BRI_END_DECLS

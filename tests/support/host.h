@@ -56,8 +56,9 @@ class Host : public Env {
         event_set set{};
         for (const unsigned type : types)
             set.words[type / 32] |= 1U << (type % 32);
-        ASSERT_EQ(bridge_client_reg_event(&set, record), 0);
+        watch(set);
     }
+    static void watch(const event_set &set) { ASSERT_EQ(bridge_client_reg_event(&set, record), 0); }
     // What the handler does beside recording.
     static inline std::function<void(uint32_t type)> during;
 
@@ -78,10 +79,12 @@ class Host : public Env {
 
     // Hands a message to one entry from an exact copy on the heap, one byte off every alignment.
     template <class Entry> static void deliver(Entry &&entry, uint32_t type, const std::vector<uint8_t> &payload = {}) {
-        std::vector<uint8_t> copy(1 + sizeof(bri_msg_hdr) + payload.size());
+        std::vector<uint8_t> copy;
+        copy.reserve(1 + sizeof(bri_msg_hdr) + payload.size());
+        copy.resize(1 + sizeof(bri_msg_hdr));
         put_at(copy.data(), 1, type);
         put_at(copy.data(), 5, static_cast<uint32_t>(payload.size()));
-        std::copy(payload.begin(), payload.end(), copy.begin() + 9);
+        copy.insert(copy.end(), payload.begin(), payload.end());
         entry(reinterpret_cast<bri_msg_hdr *>(copy.data() + 1));
     }
 

@@ -1,0 +1,134 @@
+// Messages of the MAC submodule from the server, the available-address total and the statistics.
+#include "base/bytes.h"
+#include "base/shared_word.h"
+#include "l2/mac_log.h"
+
+#include <algorithm>
+#include <bridge/client.h>
+#include <bridge/events.h>
+#include <cstring>
+
+namespace bri::mac {
+
+namespace {
+
+// Addresses that may still be configured; the server announces changes. Read by any thread.
+uint32_t g_available_total = 1024;
+
+// All addresses, then those of each type. Shown as they are: a hook of the display, deliberately not fed.
+int32_t g_counters[1 + BRI_MAC_TYPE_TRUST];
+
+constexpr const char *kTypeNames[] = {nullptr, "DYNAMIC", "STATIC", "FILTER", "LOCAL",
+                                      "COPY",  "SECU",    "OTHER",  "TRUST"};
+static_assert(sizeof kTypeNames / sizeof kTypeNames[0] == BRI_MAC_TYPE_TRUST + 1);
+
+[[nodiscard]] const char *type_name(uint32_t type) {
+    return type >= BRI_MAC_TYPE_DYNAMIC && type <= BRI_MAC_TYPE_TRUST ? kTypeNames[type] : "UNKOWEN";
+}
+
+[[nodiscard]] const char *oper_name(uint32_t oper) {
+    return oper == BRI_MAC_ADD ? "ADD" : oper == BRI_MAC_DEL ? "DEL" : "ERR";
+}
+
+// This client keeps no other types; every one that it does not know is static for it.
+[[nodiscard]] bool is_ss() {
+    return std::strcmp(g_bglib_client_name_mac, "SS") == 0;
+}
+
+[[nodiscard]] uint32_t type_for_ss(uint32_t type) {
+    return type == BRI_MAC_TYPE_DYNAMIC || type == BRI_MAC_TYPE_FILTER ? type : uint32_t{BRI_MAC_TYPE_STATIC};
+}
+
+void hand_on(uint32_t event, bri_mac_msg &record) {
+    const bri_mac_entry &entry = record.entry;
+    BRI_MAC_LOG(&entry,
+                "(%s), notify addr : oper(%s), field(%d), type(%s), mac(" BRI_MAC_FMT "), bcast_id(%d), ifx(%d)\n",
+                g_bglib_client_name_mac, oper_name(record.oper), entry.field, type_name(entry.type),
+                BRI_MAC_ARGS(entry.mac), entry.bcast_id, static_cast<int>(entry.ifx));
+    bridge_call_event_handlers(event, &record, sizeof record);
+}
+
+// Each record is handed on as an aligned copy of its own; a piece at the end that is shorter counts as completed with
+// zeros.
+void unpack(uint32_t event, Bytes payload) {
+    for (; payload.size != 0; payload = payload.from(std::min(payload.size, sizeof(bri_mac_msg)))) {
+        bri_mac_msg record{};
+        std::memcpy(&record, payload.data, std::min(payload.size, sizeof record));
+        if (record.oper != BRI_MAC_ADD && record.oper != BRI_MAC_DEL) {
+            BRI_MAC_LOG(&record.entry, "(%s), notify addr : drop null msg\n", g_bglib_client_name_mac);
+            return;
+        }
+        if (is_ss()) {
+            if (record.entry.type == BRI_MAC_TYPE_LOCAL)
+                continue;
+            record.entry.type = type_for_ss(record.entry.type);
+        }
+        hand_on(event, record);
+    }
+}
+
+void take_total(Bytes payload) {
+    if (payload.size >= sizeof(bri_mac_available))
+        mac_client_set_available_total(load_at<bri_mac_available>(payload, 0).total_num);
+}
+
+} // namespace
+
+} // namespace bri::mac
+
+using namespace bri::mac;
+
+void mac_client_on_server_msg(bri_msg_hdr *msg) {
+    if (msg == nullptr)
+        return;
+    const auto header = bri::load_as<bri_msg_hdr>(msg); // messages in a batch are not aligned
+    uint8_t *payload = reinterpret_cast<uint8_t *>(msg) + sizeof header;
+    switch (header.type) {
+    case MAC_EVENT_SYNC_DATA_BEGIN:
+    case MAC_EVENT_SYNC_DATA_END:
+    case MAC_EVENT_SET_AGETIME:
+    case MAC_EVENT_DYN_FLUSH:
+    case MAC_EVENT_DYN_MOVE:
+    case MAC_EVENT_DEL_DYN_ON_VLANMAP:
+    case MAC_EVENT_DEL_DYN_ON_INTF_VLANMAP:
+    case MAC_EVENT_INTF_LEARN:
+    case MAC_EVENT_GLOBAL_LEARN:
+    case MAC_EVENT_ROLLBACK_ADDR:
+    case MAC_EVENT_BYPASS_ADDR:
+        bridge_call_event_handlers(header.type, payload, header.len);
+        break;
+    case MAC_EVENT_SET_AVAILABLE_MAC:
+        take_total({payload, header.len});
+        break;
+    case MAC_EVENT_NOTIFY_ADDR:
+    case MAC_EVENT_NOTIFY_NONDYN:
+        unpack(header.type, {payload, header.len});
+        break;
+    default: // the server's own business
+        break;
+    }
+}
+
+uint32_t mac_client_get_available_total() {
+    return bri::shared::load(g_available_total);
+}
+
+void mac_client_set_available_total(uint32_t total) {
+    BRI_MAC_LOG(nullptr, "(%s), set_available_total(%d).\n", g_bglib_client_name_mac, static_cast<int>(total));
+    bri::shared::store(g_available_total, total);
+}
+
+void mac_client_show_statistic() {
+    using bri::log::kPrint;
+    BRI_LOG(kPrint, "------------- MAC CLIENT ADDR COUNT -------------\n");
+    BRI_LOG(kPrint, "CLIENT NAME: %s\n", g_bglib_client_name_mac);
+    BRI_LOG(kPrint, "DYNAMIC:     %d\n", g_counters[BRI_MAC_TYPE_DYNAMIC]);
+    BRI_LOG(kPrint, "STATIC :     %d\n", g_counters[BRI_MAC_TYPE_STATIC]);
+    BRI_LOG(kPrint, "FILTER :     %d\n", g_counters[BRI_MAC_TYPE_FILTER]);
+    BRI_LOG(kPrint, "LOCAL  :     %d\n", g_counters[BRI_MAC_TYPE_LOCAL]);
+    BRI_LOG(kPrint, "SECU   :     %d\n", g_counters[BRI_MAC_TYPE_SECU]);
+    BRI_LOG(kPrint, "OTHER  :     %d\n", g_counters[BRI_MAC_TYPE_OTHER]);
+    BRI_LOG(kPrint, "TRUST  :     %d\n", g_counters[BRI_MAC_TYPE_TRUST]);
+    BRI_LOG(kPrint, "COPY   :     %d\n", g_counters[BRI_MAC_TYPE_COPY]);
+    BRI_LOG(kPrint, "TOTAL  :     %d\n", g_counters[0]);
+}
