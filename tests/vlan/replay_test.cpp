@@ -9,23 +9,23 @@ class Replay : public MappedVlanTest {
   protected:
     void SetUp() override {
         MappedVlanTest::SetUp();
-        listen_to_all();
+        watch_all();
     }
-    static std::vector<Event> run() {
-        events.clear();
+    static std::vector<HostEvent> run() {
+        events().clear();
         vl_clnt_notify_origin_data();
-        return events;
+        return events();
     }
-    static std::vector<Event> of_type(uint32_t type) {
-        std::vector<Event> found;
-        for (const Event &event : events)
+    static std::vector<HostEvent> of_type(uint32_t type) {
+        std::vector<HostEvent> found;
+        for (const HostEvent &event : events())
             if (event.type == type)
                 found.push_back(event);
         return found;
     }
     static std::vector<uint32_t> types() {
         std::vector<uint32_t> all;
-        for (const Event &event : events)
+        for (const HostEvent &event : events())
             all.push_back(event.type);
         return all;
     }
@@ -47,15 +47,15 @@ struct Bytes {
 
 TEST_F(Replay, of_empty_tables_is_one_empty_set) {
     run();
-    ASSERT_EQ(events.size(), 1U);
-    EXPECT_EQ(events[0], (Event{389, Bytes(8708).put<uint32_t>(8704, 1).bytes}));
+    ASSERT_EQ(events().size(), 1U);
+    expect_event(events()[0], 389, Bytes(8708).put<uint32_t>(8704, 1).bytes);
 }
 
 TEST_F(VlanTest, replay_of_unmapped_tables_is_one_empty_set) {
-    listen_to_all();
+    watch_all();
     vl_clnt_notify_origin_data();
-    ASSERT_EQ(events.size(), 1U);
-    EXPECT_EQ(events[0], (Event{389, Bytes(8708).put<uint32_t>(8704, 1).bytes}));
+    ASSERT_EQ(events().size(), 1U);
+    expect_event(events()[0], 389, Bytes(8708).put<uint32_t>(8704, 1).bytes);
 }
 
 TEST_F(Replay, set_lists_every_vlan_without_versions) {
@@ -64,7 +64,7 @@ TEST_F(Replay, set_lists_every_vlan_without_versions) {
         g_vlan_private_version[vid] = 5;
     }
     run();
-    EXPECT_EQ(events[0].type, 389U);
+    EXPECT_EQ(events()[0].type, 389U);
     Bytes expected(8708);
     expected.put<uint32_t>(0, 0x80000002).put<uint32_t>(4, 1).put<uint32_t>(508, 1U << 30).put<uint32_t>(8704, 1);
     EXPECT_EQ(of_type(389)[0].payload, expected.bytes);
@@ -76,8 +76,8 @@ TEST_F(Replay, never_reports_vlan_0_or_4095) {
     add_vlan(4094);
     run();
     const vlanset only = set_of({4094});
-    EXPECT_EQ(std::memcmp(events[0].payload.data(), &only, sizeof only), 0);
-    for (const Event &event : of_type(392))
+    EXPECT_EQ(std::memcmp(events()[0].payload.data(), &only, sizeof only), 0);
+    for (const HostEvent &event : of_type(392))
         EXPECT_NE(value_at<uint16_t>(event.payload.data(), 0), 0);
 }
 
@@ -91,14 +91,14 @@ TEST_F(Replay, dynamic_vlan_tells_its_mode) {
     add_vlan(300, BRI_VLAN_DYNAMIC);
     run();
     EXPECT_EQ(types(), (std::vector<uint32_t>{389, 393}));
-    EXPECT_EQ(events[1].payload, Bytes(56).put<uint16_t>(0, 300).put<uint32_t>(40, 2).put<uint32_t>(44, 2).bytes);
+    EXPECT_EQ(events()[1].payload, Bytes(56).put<uint16_t>(0, 300).put<uint32_t>(40, 2).put<uint32_t>(44, 2).bytes);
 }
 
 TEST_F(Replay, renamed_vlan_tells_its_name) {
     std::strcpy(add_vlan(300).name, "guests");
     run();
     EXPECT_EQ(types(), (std::vector<uint32_t>{389, 392}));
-    EXPECT_EQ(events[1].payload, Bytes(56).put<uint16_t>(0, 300).text(4, "guests").bytes);
+    EXPECT_EQ(events()[1].payload, Bytes(56).put<uint16_t>(0, 300).text(4, "guests").bytes);
 }
 
 TEST_F(Replay, name_is_measured_by_the_mode) {
@@ -141,7 +141,7 @@ TEST_F(Replay, svi_is_told) {
     ASSERT_EQ(vl_set_svi((add_vlan(300), 300), 0x01020304), 0);
     run();
     EXPECT_EQ(types(), (std::vector<uint32_t>{389, 411}));
-    EXPECT_EQ(events[1].payload, Bytes(16).put<uint32_t>(0, 0x01020304).put<uint16_t>(8, 300).bytes);
+    EXPECT_EQ(events()[1].payload, Bytes(16).put<uint32_t>(0, 0x01020304).put<uint16_t>(8, 300).bytes);
 }
 
 TEST_F(Replay, vlan_steps_come_vlan_by_vlan) {
@@ -158,8 +158,8 @@ TEST_F(Replay, port_steps_come_in_three_rounds) {
     add_port(63, BRI_PORT_TRUNK);
     run();
     EXPECT_EQ(types(), (std::vector<uint32_t>{389, 398, 398, 407, 409, 410, 407, 409, 410, 402, 403}));
-    for (size_t i = 1; i < events.size(); ++i)
-        EXPECT_EQ(value_at<uint32_t>(events[i].payload.data(), 0), i == 1 || (i >= 3 && i <= 5) || i == 9 ? 1U : 63U);
+    for (size_t i = 1; i < events().size(); ++i)
+        EXPECT_EQ(value_at<uint32_t>(events()[i].payload.data(), 0), i == 1 || (i >= 3 && i <= 5) || i == 9 ? 1U : 63U);
 }
 
 TEST_F(Replay, absent_and_routed_ports_are_left_out) {
@@ -238,7 +238,7 @@ TEST_F(Replay, vlans_outside_the_database_range_are_left_out) {
     add_port(40, BRI_PORT_TRUNK);
     vl_set_vlan_range(10, 20);
     run();
-    EXPECT_EQ(value_at<uint32_t>(events[0].payload.data(), 0), 1U << 10 | 1U << 20);
+    EXPECT_EQ(value_at<uint32_t>(events()[0].payload.data(), 0), 1U << 10 | 1U << 20);
     EXPECT_EQ(value_at<uint32_t>(of_type(403)[0].payload.data(), 4), 1U << 10 | 1U << 20);
 }
 
@@ -339,8 +339,8 @@ TEST_F(Replay, name_and_svi_set_by_the_mode_handler_are_told) {
     listen({393}, rename_vlan_300);
     run();
     EXPECT_EQ(types(), (std::vector<uint32_t>{389, 393, 392, 411}));
-    EXPECT_STREQ(reinterpret_cast<char *>(events[2].payload.data()) + 4, "late");
-    EXPECT_EQ(value_at<uint32_t>(events[3].payload.data(), 0), 4321U);
+    EXPECT_STREQ(reinterpret_cast<char *>(events()[2].payload.data()) + 4, "late");
+    EXPECT_EQ(value_at<uint32_t>(events()[3].payload.data(), 0), 4321U);
 }
 
 int remove_port_40(uint32_t, void *, uint16_t) {

@@ -235,7 +235,7 @@ class Research : public MappedVlanTest {
   protected:
     void SetUp() override {
         MappedVlanTest::SetUp();
-        listen({387, 388});
+        watch({387, 388});
     }
 };
 
@@ -243,7 +243,7 @@ TEST_F(Research, missing_vlan_changes_nothing) {
     g_vlan_private_version[100] = 4;
     vl_version_check_on_reserch(100);
     EXPECT_EQ(g_vlan_private_version[100], 4);
-    EXPECT_TRUE(events.empty());
+    EXPECT_TRUE(events().empty());
 }
 
 TEST_F(Research, equal_versions_change_nothing) {
@@ -251,7 +251,7 @@ TEST_F(Research, equal_versions_change_nothing) {
     add_vlan(100);
     clear_log();
     vl_version_check_on_reserch(100);
-    EXPECT_TRUE(events.empty());
+    EXPECT_TRUE(events().empty());
     EXPECT_TRUE(log_lines().empty());
 }
 
@@ -261,13 +261,13 @@ TEST_F(Research, vlan_never_seen_gives_one_create) {
     debug_on({BRI_DBG_VLAN});
     vl_version_check_on_reserch(100);
     EXPECT_EQ(g_vlan_private_version[100], 9);
-    ASSERT_EQ(events.size(), 1U);
-    EXPECT_EQ(events[0].type, 387U);
+    ASSERT_EQ(events().size(), 1U);
+    EXPECT_EQ(events()[0].type, 387U);
     std::vector<uint8_t> expected(56);
     put_at<uint16_t>(expected.data(), 0, 100);
     std::memcpy(expected.data() + 4, "DVLAN0100", 9);
     put_at<uint32_t>(expected.data(), 44, 2);
-    EXPECT_EQ(events[0].payload, expected);
+    EXPECT_EQ(events()[0].payload, expected);
     EXPECT_EQ(log_text(), "VLAN-Search: VLAN[100] private version[0] is smaller than latest[9].\n"
                           "Updata vlan-private version from:0 to:9.\n");
     expect_vlan_log("VLAN-Search: VLAN[100] private version[0] is smaller than latest[9].\n");
@@ -278,17 +278,17 @@ TEST_F(Research, older_incarnation_gives_destroy_then_create) {
     entry.version = 9;
     g_vlan_private_version[100] = 4;
     vl_version_check_on_reserch(100);
-    ASSERT_EQ(events.size(), 2U);
-    EXPECT_EQ(events[0].type, 388U);
-    EXPECT_EQ(events[1].type, 387U);
+    ASSERT_EQ(events().size(), 2U);
+    EXPECT_EQ(events()[0].type, 388U);
+    EXPECT_EQ(events()[1].type, 387U);
     std::vector<uint8_t> expected(56);
     put_at<uint16_t>(expected.data(), 0, 100);
     std::memcpy(expected.data() + 4, "VLAN0100", 8);
     put_at<uint32_t>(expected.data(), 40, 1);
     put_at<uint32_t>(expected.data(), 44, 4);
-    EXPECT_EQ(events[0].payload, expected);
+    EXPECT_EQ(events()[0].payload, expected);
     put_at<uint32_t>(expected.data(), 40, 0);
-    EXPECT_EQ(events[1].payload, expected);
+    EXPECT_EQ(events()[1].payload, expected);
 }
 
 TEST_F(Research, private_version_ahead_is_set_back_silently) {
@@ -298,7 +298,7 @@ TEST_F(Research, private_version_ahead_is_set_back_silently) {
     debug_on({BRI_DBG_VLAN});
     vl_version_check_on_reserch(100);
     EXPECT_EQ(g_vlan_private_version[100], 4);
-    EXPECT_TRUE(events.empty());
+    EXPECT_TRUE(events().empty());
     EXPECT_EQ(log_text(), "VLAN-Search: VLAN[100] private version[9] is biger than latest[4], ERROR.\n");
     expect_vlan_log("VLAN-Search: VLAN[100] private version[9] is biger than latest[4], ERROR.\n");
 }
@@ -308,23 +308,23 @@ TEST_F(Research, compares_signed_so_a_wrapped_latest_is_older) {
     entry.version = bits16(-32768);
     g_vlan_private_version[100] = 32767;
     vl_version_check_on_reserch(100);
-    EXPECT_TRUE(events.empty());
+    EXPECT_TRUE(events().empty());
     EXPECT_EQ(g_vlan_private_version[100], 32768);
     entry.version = 3;
     vl_version_check_on_reserch(100);
-    EXPECT_EQ(events.size(), 2U);
+    EXPECT_EQ(events().size(), 2U);
 }
 
 TEST_F(Research, name_without_a_terminator_is_cut_at_35_characters) {
     vle &entry = add_vlan(100, BRI_VLAN_STATIC, {}, true);
     std::memset(entry.name, 'n', sizeof entry.name);
     vl_version_check_on_reserch(100);
-    ASSERT_EQ(events.size(), 1U);
-    const std::vector<uint8_t> name(events[0].payload.begin() + 4, events[0].payload.begin() + 40);
+    ASSERT_EQ(events().size(), 1U);
+    const std::vector<uint8_t> name(events()[0].payload.begin() + 4, events()[0].payload.begin() + 40);
     std::vector<uint8_t> expected(36, 'n');
     expected[35] = 0;
     EXPECT_EQ(name, expected);
-    EXPECT_EQ(value_at<uint32_t>(events[0].payload.data(), 40), 0U);
+    EXPECT_EQ(value_at<uint32_t>(events()[0].payload.data(), 40), 0U);
 }
 
 int change_entry_on_destroy(uint32_t type, void *, uint16_t) {
@@ -338,8 +338,8 @@ TEST_F(Research, both_events_carry_the_entry_as_it_was_found) {
     add_vlan(100, BRI_VLAN_STATIC, {}, true).version = 9;
     g_vlan_private_version[100] = 4;
     vl_version_check_on_reserch(100);
-    ASSERT_EQ(events.size(), 2U);
-    EXPECT_STREQ(reinterpret_cast<char *>(events[1].payload.data()) + 4, "VLAN0100");
+    ASSERT_EQ(events().size(), 2U);
+    EXPECT_STREQ(reinterpret_cast<char *>(events()[1].payload.data()) + 4, "VLAN0100");
 }
 
 int search_again(uint32_t, void *, uint16_t) {
@@ -351,7 +351,7 @@ TEST_F(Research, handler_that_searches_the_same_vlan_gets_no_second_event) {
     listen({387}, search_again);
     add_vlan(100, BRI_VLAN_STATIC, {}, true);
     vl_version_check_on_reserch(100);
-    EXPECT_EQ(events.size(), 1U);
+    EXPECT_EQ(events().size(), 1U);
 }
 
 TEST_F(Research, entry_look_up_finds_and_researches) {
@@ -359,16 +359,16 @@ TEST_F(Research, entry_look_up_finds_and_researches) {
     vle *found = nullptr;
     vl_clnt_get_vle_from_vid(100, &found);
     EXPECT_EQ(found, &entry);
-    EXPECT_EQ(events.size(), 1U);
+    EXPECT_EQ(events().size(), 1U);
     vl_clnt_get_vle_from_vid(101, &found);
     EXPECT_EQ(found, nullptr);
-    EXPECT_EQ(events.size(), 1U);
+    EXPECT_EQ(events().size(), 1U);
 }
 
 TEST_F(Research, entry_look_up_into_null_does_nothing) {
     add_vlan(100, BRI_VLAN_STATIC, {}, true);
     vl_clnt_get_vle_from_vid(100, nullptr);
-    EXPECT_TRUE(events.empty());
+    EXPECT_TRUE(events().empty());
     EXPECT_EQ(g_vlan_private_version[100], 0);
 }
 

@@ -1,29 +1,11 @@
-// What the VLAN tests stand on: mapped tables, a client context that takes events, and handlers that record them.
+// What the VLAN tests stand on: a host with mapped tables, and VLANs and ports as the server makes them.
 #pragma once
 
-#include "tests/support/test.h"
-
-#include "base/list.h"
-#include "client/state.h"
+#include "tests/support/host.h"
 
 #include <initializer_list>
 
 namespace test {
-
-struct Event {
-    uint32_t type;
-    std::vector<uint8_t> payload;
-
-    bool operator==(const Event &) const = default;
-};
-
-inline std::vector<Event> events; // what reached the recorder, oldest first
-
-inline int record_event(uint32_t type, void *data, uint16_t len) {
-    const auto *bytes = static_cast<const uint8_t *>(data);
-    events.push_back({type, std::vector<uint8_t>(bytes, bytes + len)});
-    return 0;
-}
 
 inline event_set set_of_types(std::initializer_list<unsigned> types) {
     event_set set{};
@@ -43,34 +25,23 @@ inline bool has(const vlanset &set, unsigned vid) {
     return (set.words[vid / 32] >> vid % 32 & 1) != 0;
 }
 
-class VlanTest : public Env {
+class VlanTest : public Host {
   protected:
-    VlanTest() {
-        static bri_clnt_ctx context;
-        std::strcpy(context.name, "tester");
-        for (bri_list *head : {&context.handlers, &context.conn_cbs, &context.oridata_cbs, &context.cache})
-            bri::list::init(*head);
-        g_bridge_client = &context;
-        bri::client::g_state.sync_state = bri::client::kSyncEnded;
-    }
-
     // Maps the databases, with the usual range of ids.
     static void map_tables() {
-        ASSERT_STREQ(vl_clnt_manage_init(g_bridge_client), "tester");
+        ASSERT_STREQ(vl_clnt_manage_init(g_bridge_client), "unit");
         vl_set_vlan_range(1, 4094);
     }
 
-    static void listen(std::initializer_list<unsigned> types, bri_event_handler handler = record_event) {
+    static void listen(std::initializer_list<unsigned> types, bri_event_handler handler) {
         const event_set set = set_of_types(types);
         ASSERT_EQ(bridge_client_reg_event(&set, handler), 0);
     }
-    // Every type of the VLAN submodule, 413 and its like included.
-    static void listen_to_all() {
-        event_set set{};
+    // Every type of the VLAN submodule, those that are never passed on included.
+    static void watch_all() {
         for (unsigned type = 385; type <= 511; ++type)
-            set.words[type / 32] |= 1U << type % 32;
-        set.words[2177 / 32] |= 1U << 2177 % 32;
-        ASSERT_EQ(bridge_client_reg_event(&set, record_event), 0);
+            watch({type});
+        watch({2177});
     }
 
     // A port as the server writes it.
@@ -103,13 +74,13 @@ class MappedVlanTest : public VlanTest {
 };
 
 // One message as it lies in a batch, at an odd address.
-class Message {
+class RawMessage {
   public:
-    Message(uint32_t type, size_t len) : bytes_(1 + sizeof(bri_msg_hdr) + len) {
+    RawMessage(uint32_t type, size_t len) : bytes_(1 + sizeof(bri_msg_hdr) + len) {
         put_at(header(), 0, type);
         put_at(header(), 4, static_cast<uint32_t>(len));
     }
-    template <class T> Message &with(size_t offset, T value) {
+    template <class T> RawMessage &with(size_t offset, T value) {
         put_at(payload(), offset, value);
         return *this;
     }
@@ -124,6 +95,11 @@ class Message {
 // `count` times a character; out of line, because inlined g++ 12 takes sums of such strings for overflows.
 [[gnu::noinline]] inline std::string repeat(char character, size_t count) {
     return std::string(count, character);
+}
+
+inline void expect_event(const HostEvent &event, uint32_t type, const std::vector<uint8_t> &payload) {
+    EXPECT_EQ(event.type, type);
+    EXPECT_EQ(event.payload, payload);
 }
 
 inline void expect_vlan_log(const std::string &text) {

@@ -20,12 +20,12 @@ TEST_F(VlanQuery, exist_asks_for_the_vlan_and_its_mode) {
 }
 
 TEST_F(VlanQuery, exist_tells_a_missed_create_first) {
-    listen({387});
+    watch({387});
     add_vlan(10, BRI_VLAN_STATIC, {}, true);
     EXPECT_EQ(vl_clnt_exist(10, 0), 1);
-    EXPECT_EQ(events.size(), 1U);
+    EXPECT_EQ(events().size(), 1U);
     EXPECT_EQ(vl_clnt_exist(10, 0), 1);
-    EXPECT_EQ(events.size(), 1U);
+    EXPECT_EQ(events().size(), 1U);
 }
 
 int remove_10(uint32_t, void *, uint16_t) {
@@ -53,18 +53,18 @@ TEST_F(VlanQuery, vlan_mode_or_minus_1) {
 }
 
 TEST_F(VlanQuery, vlan_mode_tells_a_missed_create_first_also_without_an_out_pointer) {
-    listen({387});
+    watch({387});
     add_vlan(10, BRI_VLAN_STATIC, {}, true);
     add_vlan(11, BRI_VLAN_STATIC, {}, true);
     uint32_t mode = 0;
     EXPECT_EQ(vl_clnt_get_vlan_mode(10, &mode), 0);
     EXPECT_EQ(vl_clnt_get_vlan_mode(11, nullptr), -1);
-    EXPECT_EQ(events.size(), 2U);
+    EXPECT_EQ(events().size(), 2U);
 }
 
 // The other questions answer from the database alone.
 TEST_F(VlanQuery, no_other_question_researches) {
-    listen({387});
+    watch({387});
     add_vlan(10, BRI_VLAN_STATIC, {3}, true);
     add_port(3, BRI_PORT_TRUNK);
     uint32_t value = 0;
@@ -80,7 +80,7 @@ TEST_F(VlanQuery, no_other_question_researches) {
     vl_clnt_is_subvlan(10);
     vl_clnt_get_manage_vid(10);
     vl_clnt_get_svifx_from_vid(10);
-    EXPECT_TRUE(events.empty());
+    EXPECT_TRUE(events().empty());
 }
 
 TEST_F(VlanQuery, port_block_of_a_present_port) {

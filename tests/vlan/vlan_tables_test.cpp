@@ -129,10 +129,10 @@ TEST_F(VlanTable, all_ports_take_sixteen_lines) {
 }
 
 TEST_F(VlanTable, researches_each_vlan) {
-    listen({387});
+    watch({387});
     add_vlan(10, BRI_VLAN_STATIC, {}, true);
     EXPECT_EQ(rows().substr(16, 7), "      1");
-    EXPECT_EQ(events.size(), 1U);
+    EXPECT_EQ(events().size(), 1U);
 }
 
 int remove_it(uint32_t, void *, uint16_t) {
