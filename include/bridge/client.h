@@ -30,7 +30,7 @@ struct bri_clnt_ctx {
 
 typedef void (*bri_clnt_cb)(void);
 
-/* Node of conn_cbs and oridata_cbs; never removed. */
+/* Node of conn_cbs and oridata_cbs; never removed. A null function is skipped. */
 struct bri_clnt_cb_node {
     struct bri_list link;
     bri_clnt_cb fn;
@@ -50,30 +50,78 @@ BRI_API extern struct bri_clnt_ctx *g_bridge_client;
 /* Receive batch buffer of BRI_BATCH_BUFFER_SIZE bytes; null before bridge_agent_init succeeded. */
 BRI_API extern uint8_t *g_bglib_recvbuf;
 
+/* Start the library in this process: once, from the thread that runs the host's event loop, before any other thread
+ * uses the library. `name` is the client's name for the server and the log, cut to 19 characters; null for
+ * "Bridge-client-" and the process id. `master` is the host's event loop. 0, or -1 with a line on standard output when
+ * `master` is null, the library is started already, or the socket or the context cannot be had; silently -1
+ * without memory for a batch buffer. After a failure it may be called again. Sends nothing yet: it adds the first
+ * connect job and the flush timer to the loop, so handlers and callbacks that are set before the loop runs are part of
+ * the first registration. There is no de-initialisation. */
 BRI_API int bridge_agent_init(const char *name, struct qv_thread_master *master);
 
+/* Add one of the client's jobs (enum bri_clnt_thread_evt) to the host's loop. Every job runs once; the flush timer and
+ * the read job add themselves again. 0, also for an unknown kind, which adds nothing; -1 before initialisation or when
+ * the loop refuses the job. Loop thread; sends nothing. */
 BRI_API int bridge_client_thread_event(int kind);
 
+/* Let `fn` be called on every new connection, in the order of setting, before the registration goes out; the same
+ * function set twice is called twice. What it sends reaches the server before the registration. Nothing happens before
+ * initialisation or when `fn` is null. Loop thread; sends nothing. */
 BRI_API void bridge_agent_set_connect_callback(bri_clnt_cb fn);
 
+/* Let `fn` be called whenever the server asks for this client's origin data, in the order of setting; it sends the
+ * data. Nothing happens before initialisation or when `fn` is null. Loop thread; sends nothing. */
 BRI_API void bridge_agent_set_oridata_callback(bri_clnt_cb fn);
 
+/* Create the server socket of a context: close-on-exec, never descriptor 0, 10 seconds to send and 2 to receive. A
+ * socket that the context has is closed first, as by bridge_client_connect_reset. The descriptor, or -1 when `ctx` is
+ * null or the system has none. Loop thread; the connect job does this by itself. */
 BRI_API int bridge_client_socket_create(struct bri_clnt_ctx *ctx);
 
+/* Connect the context's socket to the server at TMPDIR/bridge/.server_socket (63 characters at most), after making the
+ * directory and opening the path's mode to all. 0, also when connected already; -1 when `ctx` is null or has no socket,
+ * TMPDIR is unset, or the server does not accept. Loop thread; the connect job does this by itself. */
 BRI_API int bridge_client_socket_connect(struct bri_clnt_ctx *ctx);
 
+/* Drop the connection: cancels the read job and closes the socket. What was batched or cached waits for the next
+ * connection, where a run that was cut begins anew. Adds no reconnect; inside a handler of a received message the rest
+ * of that batch is dropped and the reconnect follows by itself. Loop thread; a sender that is blocked in a write
+ * returns at once. */
 BRI_API void bridge_client_connect_reset(void);
 
+/* Read n bytes, retrying a failed read (EAGAIN, EINPROGRESS, EINTR) at once. The bytes read, fewer than n only at the
+ * end of the stream; negative on any other error, on the fifth failed read of the call, when `buf` is null, or when n
+ * is above INT_MAX. Any descriptor, any thread. */
 BRI_API int bridge_readn(int fd, void *buf, uint32_t n);
 
+/* Write n bytes, blocking, retrying as bridge_readn does; a write of 0 bytes is a failed one. n, or the 0 or negative
+ * result of the write that gave up; negative when `buf` is null or n is above INT_MAX. A peer that has gone raises no
+ * signal on a socket. Any descriptor, any thread; on the server socket it bypasses the order of messages. */
 BRI_API int bridge_writen(int fd, const void *buf, uint32_t n);
 
+/* Send n bytes to a socket in one attempt that does not block. 0 when all went out (also for n = 0), 5 on a socket
+ * error, 6 when it would block or took a part: the magnitudes of BRI_ERR_SOCKET and BRI_ERR_WOULD_BLOCK. `written` (may
+ * be null) gets the bytes that went out. Any thread. */
 BRI_API int bridge_writen_dontwait(int fd, const void *buf, uint32_t n, uint32_t *written);
 
+/* Queue a message for the server: `len` payload bytes (0..10240) of an event type. Null `data` sends zeros. It leaves
+ * with the batch when the batch is full (10248 bytes), by the 50 ms timer, or at once when it is client management,
+ * layer-2 topology, MAC_EVENT_DYN_FLUSH or MVLAN_EVENT_NOTIFY_ENTRY. Never blocks on the socket: what that does not
+ * take is cached up to `cache_max` runs, then dropped and counted. 0 when queued, -1 while not connected or when `len`
+ * is too large. Any thread, also from inside handlers. */
 BRI_API int bridge_client_send_message(const void *data, uint32_t len, uint32_t type);
 
+/* Write a message to the server now, as a batch of its own, before whatever is batched or cached; only a run that is
+ * half written is completed first. Same arguments as bridge_client_send_message. Blocks while the socket takes nothing:
+ * five send time-outs of 10 seconds at most for each of the two, during which every other sender waits. 0 when all of
+ * it was written, else -1: without a socket, with `len` above 10240, without memory, or when the writing failed. Any
+ * thread, also from inside handlers. */
 BRI_API int bridge_client_send_message_ontime(const void *data, uint32_t len, uint32_t type);
 
+/* Read one batch from `fd` into the receive buffer, whole, and point `out` at it; it stays until the next call. 0, or
+ * -1 before initialisation, when `out` is null, when the stream ends or fails inside the batch, or when the batch
+ * announces more than 10248 bytes; the caller then resets the connection. Loop thread; the read job does this by
+ * itself. */
 BRI_API int bridge_client_read_msg(int fd, struct bri_batch_hdr **out);
 
 /* An event handler of the host. `type` is the event type as it came; `data` is its payload and `len` the payload's

@@ -102,6 +102,26 @@ TEST_F(Init, says_so_when_the_socket_fails_and_leaves_nothing_behind) {
     EXPECT_EQ(init("A").result, 0);
 }
 
+// The debug part was given the context that a failed start frees.
+TEST_F(Init, leaves_a_debug_message_without_effect_when_it_failed) {
+    faults::fail("socket", 1, EMFILE);
+    ASSERT_EQ(init("A").result, -1);
+    uint8_t message[16] = {};
+    put_at(message, 0, uint32_t{DEBUG_EVENT_MSG});
+    put_at(message, 4, uint32_t{8});
+    put_at(message, 12, uint32_t{1});
+    bridge_client_msg_dspch(reinterpret_cast<bri_msg_hdr *>(message));
+    EXPECT_EQ(g_bri_clnt_dbg[BRI_DBG_MSG], 0);
+    EXPECT_TRUE(log_lines().empty());
+}
+
+TEST_F(Init, logs_from_its_first_socket_on_when_a_marker_file_asks_for_it) {
+    faults::redirect("/data/bridge_client_VLAND", write_file("marker", ""));
+    ASSERT_EQ(init("VLAND").result, 0);
+    EXPECT_TRUE(logged("[VLAND] sock[" + std::to_string(ctx().sock) + "] create SUCC.\n"));
+    EXPECT_TRUE(logged("[VLAND] ready to add qv-thread for CONNECT.\n"));
+}
+
 TEST_F(Init, says_so_when_the_vlan_groups_fail_and_goes_on) {
     faults::fail("shmget", 1, ENOMEM, 1000);
     const Outcome outcome = init("A");

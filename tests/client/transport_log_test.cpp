@@ -349,6 +349,26 @@ TEST_F(TransportLog, of_a_batch_that_comes) {
         });
 }
 
+TEST_F(TransportLog, of_a_message_that_is_delayed) {
+    attach();
+    expect_lines(
+        {
+            "[unit] batch-msg received: msg-cnt 1, msg-len 8.\n",
+            "A msg Start...\n",
+            "[unit] recv msg: type[VLAN_EVENT_CREATE_INDEX, 387], len[0].\n",
+            "Msg received is delayed to process.\n",
+            "\n",
+            "\n",
+        },
+        [] {
+            put_at(g_bri_clnt_dbg, BRI_DBG_DELAY, uint32_t{3});
+            bri::client::read_job(g_bridge_client);
+        },
+        [&] {
+            peer.send({{kPlain, {}}});
+        });
+}
+
 TEST_F(TransportLog, of_a_batch_that_ends_inside_a_message) {
     attach();
     expect_lines(

@@ -286,6 +286,23 @@ TEST_F(ReadJob, reads_a_batch_that_comes_byte_by_byte_with_a_passing_failure_at_
         }
 }
 
+TEST_F(ReadJob, offers_every_message_to_the_delay_first) {
+    begin();
+    put_at(g_bri_clnt_dbg, BRI_DBG_DELAY, uint32_t{3});
+    peer.send({{kBegin, {}}, {kStat, pattern(30)}});
+    EXPECT_EQ(read_job(), 0);
+    EXPECT_EQ(taken().size(), 2U);
+    EXPECT_EQ(times_logged("Msg received is delayed to process.\n"), 2);
+    EXPECT_EQ(g_bri_msg_delay_num, 2U);
+    EXPECT_TRUE(events.empty());
+    EXPECT_EQ(g_state.slave, 0);
+    expect_waiting();
+    peer.write(batch_of({})); // the held copies do not lie in the receive buffer
+    EXPECT_EQ(read_job(), 0);
+    EXPECT_TRUE(all_zero(receive_buffer()));
+    EXPECT_EQ(g_bri_msg_delay_num, 2U);
+}
+
 TEST_F(ReadJob, gives_a_failure_when_the_loop_refuses_the_next_read) {
     begin();
     peer.send({{kBegin, {}}});
