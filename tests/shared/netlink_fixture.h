@@ -21,6 +21,12 @@ class KernelHost : public Host {
         clear_log();
     }
     [[nodiscard]] int fd() { return kernel.persistent() != nullptr ? kernel.persistent()->fd : -1; }
+    static std::vector<uint32_t> event_types() {
+        std::vector<uint32_t> all;
+        for (const HostEvent &event : events())
+            all.push_back(event.type);
+        return all;
+    }
     static Loop &loop() { return Loop::get(); }
     static int read_jobs() { return loop().count("bri-ef-read"); }
     static int timers() { return loop().count("bri-ef-reconn"); }

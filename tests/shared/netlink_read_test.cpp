@@ -1,0 +1,130 @@
+#include "tests/shared/netlink_fixture.h"
+
+namespace {
+
+using namespace test;
+
+using NetlinkRead = KernelHost;
+
+TEST_F(NetlinkRead, drops_a_message_and_waits_for_the_next) {
+    up();
+    kernel.deliver(fd(), netlink_message(kernel.family, 3, netlink_attr(0, Packet(100, 7))));
+    EXPECT_EQ(loop().run_readable(), 1);
+    EXPECT_TRUE(log_lines().empty());
+    ASSERT_EQ(read_jobs(), 1);
+    EXPECT_EQ(loop().find("bri-ef-read")->arg, nullptr);
+    EXPECT_EQ(loop().run_readable(), 0); // it was taken off the socket
+}
+
+TEST_F(NetlinkRead, takes_one_message_at_a_time) {
+    up();
+    for (int n = 0; n < 3; ++n)
+        kernel.deliver(fd(), netlink_message(kernel.family, 3, netlink_attr(0, {1})));
+    EXPECT_EQ(loop().run_readable(), 1);
+    EXPECT_EQ(loop().run_readable(), 1);
+    EXPECT_EQ(loop().run_readable(), 1);
+    EXPECT_EQ(loop().run_readable(), 0);
+    EXPECT_EQ(read_jobs(), 1);
+}
+
+TEST_F(NetlinkRead, a_foreign_type_is_reported_and_dropped) {
+    up();
+    kernel.deliver(fd(), netlink_message(99, 3, netlink_attr(0, Packet(8, 7))));
+    loop().run_readable();
+    expect_msg_line("[unit] Get whole msg failed. rep_len 32 nlmsg_len 32 nlmsg_type 99 family_id 27.\n");
+    EXPECT_EQ(read_jobs(), 1);
+    EXPECT_EQ(loop().run_readable(), 0);
+}
+
+TEST_F(NetlinkRead, a_controller_notice_other_than_deleted_is_dropped) {
+    up();
+    for (const uint8_t command : {uint8_t{1}, uint8_t{7}, uint8_t{8}}) {
+        clear_log();
+        kernel.deliver(fd(), netlink_message(16, command, netlink_attr(2, {'x', 0})));
+        EXPECT_EQ(loop().run_readable(), 1);
+        expect_msg_line("[unit] Get whole msg failed. rep_len 28 nlmsg_len 28 nlmsg_type 16 family_id 27.\n");
+        EXPECT_EQ(read_jobs(), 1);
+    }
+    EXPECT_EQ(ctx().nl_ready, 1);
+}
+
+// Every datagram shorter than netlink and generic header is a failed head; it must not be met again.
+TEST_F(NetlinkRead, a_headless_datagram_is_reported_and_consumed) {
+    up();
+    for (size_t size = 1; size < 20; ++size) {
+        clear_log();
+        kernel.deliver(fd(), Packet(size, 2)); // its type would say error
+        EXPECT_EQ(loop().run_readable(), 1) << size;
+        EXPECT_EQ(log_text(), "[unit] Get msg head failed. rep_len " + std::to_string(size) + ".\n");
+        EXPECT_EQ(loop().run_readable(), 0) << size;
+    }
+    EXPECT_EQ(read_jobs(), 1);
+    EXPECT_EQ(ctx().nl_ready, 1);
+}
+
+TEST_F(NetlinkRead, a_failing_peek_is_reported_and_the_job_added_again) {
+    up();
+    faults::fail("recvfrom", 1, ENOBUFS);
+    loop().run("bri-ef-read");
+    EXPECT_EQ(log_text(), "[unit] Get msg head failed. rep_len -1.\n");
+    EXPECT_EQ(read_jobs(), 1);
+}
+
+TEST_F(NetlinkRead, a_failing_read_is_reported_and_the_job_added_again) {
+    up();
+    kernel.deliver(fd(), netlink_message(kernel.family, 3, netlink_attr(0, Packet(8, 7))));
+    faults::fail("recv", 1, EIO);
+    loop().run("bri-ef-read");
+    EXPECT_EQ(log_text(), "[unit] Get whole msg failed. rep_len -1 nlmsg_len 0 nlmsg_type 0 family_id 27.\n");
+    EXPECT_EQ(read_jobs(), 1);
+}
+
+// A length word that does not fit the datagram: one receive call takes it off the socket all the same.
+TEST_F(NetlinkRead, a_wrong_length_neither_spins_nor_blocks) {
+    up();
+    Packet message = netlink_message(kernel.family, 3, netlink_attr(0, Packet(76, 7)));
+    ASSERT_EQ(message.size(), 100U);
+    for (const uint32_t length : {0U, 1U, 15U, 16U, 19U, 20U, 23U, 101U, 10248U}) {
+        clear_log();
+        put_at(message.data(), 0, length);
+        kernel.deliver(fd(), message);
+        EXPECT_EQ(loop().run_readable(), 1) << length;
+        ASSERT_EQ(log_lines().size(), 1U) << length;
+        EXPECT_EQ(log_lines()[0].format,
+                  "[%s] Get whole msg failed. rep_len %d nlmsg_len %d nlmsg_type %d family_id %d.\n");
+        EXPECT_EQ(loop().run_readable(), 0) << length;
+        EXPECT_EQ(read_jobs(), 1) << length;
+    }
+}
+
+TEST_F(NetlinkRead, a_shorter_length_than_the_datagram_reads_that_much) {
+    up();
+    Packet message = netlink_message(kernel.family, 3, netlink_attr(0, Packet(76, 7)));
+    for (const uint32_t length : {24U, 50U, 99U}) {
+        put_at(message.data(), 0, length);
+        kernel.deliver(fd(), message);
+        EXPECT_EQ(loop().run_readable(), 1) << length;
+        EXPECT_TRUE(log_lines().empty()) << length;
+        EXPECT_EQ(loop().run_readable(), 0) << length;
+    }
+}
+
+TEST_F(NetlinkRead, the_longest_message_is_taken) {
+    up();
+    kernel.deliver(fd(), netlink_message(kernel.family, 3, Packet(10248 - 20, 7)));
+    EXPECT_EQ(loop().run_readable(), 1);
+    EXPECT_TRUE(log_lines().empty());
+    EXPECT_EQ(ctx().nl_ready, 1);
+}
+
+TEST_F(NetlinkRead, a_refused_re_add_leaves_the_channel_as_it_is) {
+    up();
+    kernel.deliver(fd(), netlink_message(kernel.family, 3, netlink_attr(0, {1})));
+    loop().refuse = 1;
+    loop().run("bri-ef-read");
+    EXPECT_EQ(read_jobs(), 0);
+    ASSERT_EQ(bridge_lib_nlclient_init(&ctx()), 1);
+    EXPECT_EQ(read_jobs(), 1);
+}
+
+} // namespace

@@ -1,0 +1,144 @@
+#include "tests/shared/netlink_fixture.h"
+
+namespace {
+
+using namespace test;
+
+using NetlinkSend = KernelHost;
+
+TEST_F(NetlinkSend, sends_type_length_and_data_in_one_attribute) {
+    up();
+    const Packet data{1, 2, 3, 4, 5, 6, 7};
+    ASSERT_EQ(bridge_lib_send_netlink(data.data(), 7, 274), 0);
+    ASSERT_EQ(kernel.requests.size(), 2U);
+    const KernelRequest &request = kernel.requests[1];
+    EXPECT_EQ(request.fd, fd());
+    ASSERT_EQ(request.bytes.size(), 40U);
+    EXPECT_EQ(request.at<uint32_t>(0), 40U);
+    EXPECT_EQ(request.at<uint16_t>(4), 27);
+    EXPECT_EQ(request.at<uint16_t>(6), 1);
+    EXPECT_EQ(request.at<uint32_t>(8), 0U);
+    EXPECT_EQ(request.at<uint32_t>(12), static_cast<uint32_t>(getpid()));
+    EXPECT_EQ(request.at<uint8_t>(16), 3);
+    EXPECT_EQ(request.at<uint8_t>(17), 1);
+    EXPECT_EQ(request.at<uint16_t>(20), 20);
+    EXPECT_EQ(request.at<uint16_t>(22), 0);
+    EXPECT_EQ(request.at<int32_t>(24), 274);
+    EXPECT_EQ(request.at<uint32_t>(28), 7U);
+    EXPECT_EQ(request.data(), data);
+    EXPECT_EQ(request.at<uint8_t>(39), 0);
+    expect_msg_line("[unit] send to netlink, type(274), len(7).\n");
+    EXPECT_EQ(log_lines().size(), 1U);
+}
+
+TEST_F(NetlinkSend, sends_no_data_at_all) {
+    up();
+    ASSERT_EQ(bridge_lib_send_netlink(nullptr, 0, -5), 0);
+    EXPECT_EQ(kernel.requests[1].bytes.size(), 36U);
+    EXPECT_EQ(kernel.requests[1].type(), -5);
+    EXPECT_EQ(kernel.requests[1].data_length(), 0U);
+}
+
+TEST_F(NetlinkSend, takes_up_to_19987_bytes) {
+    up();
+    const Packet data(19988, 0xEE);
+    ASSERT_EQ(bridge_lib_send_netlink(data.data(), 19987, 274), 0);
+    EXPECT_EQ(kernel.requests[1].bytes.size(), 20020U);
+    EXPECT_EQ(kernel.requests[1].data(), Packet(19987, 0xEE));
+    EXPECT_EQ(kernel.requests[1].at<uint8_t>(20019), 0);
+    EXPECT_EQ(bridge_lib_send_netlink(data.data(), 19988, 274), -1);
+    expect_msg_line("[unit] send to netlink error.\n");
+}
+
+TEST_F(NetlinkSend, refuses_lengths_that_would_wrap_and_missing_data) {
+    up();
+    const Packet data(4, 0);
+    for (const uint32_t len : {20000U, 0x7FFFFFFFU, 0xFFFFFFF0U, 0xFFFFFFF8U, 0xFFFFFFFFU})
+        EXPECT_EQ(bridge_lib_send_netlink(data.data(), len, 274), -1) << len;
+    EXPECT_EQ(bridge_lib_send_netlink(nullptr, 1, 274), -1);
+    EXPECT_EQ(kernel.requests.size(), 1U);
+}
+
+TEST_F(NetlinkSend, on_a_closed_channel_fails) {
+    EXPECT_EQ(bridge_lib_send_netlink(nullptr, 0, 275), -1);
+    EXPECT_EQ(log_text(), "[] send to netlink, type(275), len(0).\n[] send to netlink error.\n");
+    EXPECT_TRUE(kernel.requests.empty());
+}
+
+TEST_F(NetlinkSend, without_memory_fails_silently) {
+    up();
+    faults::fail("malloc", 1, ENOMEM);
+    EXPECT_EQ(bridge_lib_send_netlink(nullptr, 0, 275), -1);
+    EXPECT_EQ(kernel.requests.size(), 1U);
+    EXPECT_TRUE(log_lines().empty());
+}
+
+TEST_F(NetlinkSend, a_full_socket_is_tried_again) {
+    up();
+    faults::fail("sendto", 1, EAGAIN, 4);
+    EXPECT_EQ(bridge_lib_send_netlink(nullptr, 0, 275), 0);
+    EXPECT_EQ(faults::calls("sendto"), 1 + 5); // the resolution's, four refused, one taken
+    EXPECT_EQ(kernel.requests.size(), 2U);
+}
+
+TEST_F(NetlinkSend, a_socket_that_stays_full_does_not_hold_the_host) {
+    up();
+    faults::fail("sendto", 1, EAGAIN, 1 << 30);
+    EXPECT_EQ(bridge_lib_send_netlink(nullptr, 0, 275), -1);
+    EXPECT_TRUE(logged("[unit] send to netlink error.\n"));
+}
+
+TEST_F(NetlinkSend, any_other_error_fails_at_once) {
+    up();
+    for (const int error : {EINTR, ECONNREFUSED, ENOBUFS, EPERM}) {
+        const int before = faults::calls("sendto");
+        faults::fail("sendto", 1, error);
+        EXPECT_EQ(bridge_lib_send_netlink(nullptr, 0, 275), -1) << error;
+        EXPECT_EQ(faults::calls("sendto"), before + 1) << error;
+    }
+    EXPECT_EQ(times_logged("[unit] send to netlink error.\n"), 4);
+    EXPECT_EQ(ctx().nl_ready, 1); // a failed send does not close the channel
+}
+
+TEST_F(NetlinkSend, a_short_write_continues_with_the_rest) {
+    up();
+    Packet taken;
+    std::vector<size_t> asked;
+    faults::hooks.sendto = [&](int, const void *data, size_t size, int, const sockaddr *, socklen_t) {
+        const faults::Pause pause;
+        const size_t some = std::min<size_t>(size, 15);
+        const auto *bytes = static_cast<const uint8_t *>(data);
+        taken.insert(taken.end(), bytes, bytes + some);
+        asked.push_back(size);
+        return static_cast<ssize_t>(some);
+    };
+    const Packet data(7, 9);
+    EXPECT_EQ(bridge_lib_send_netlink(data.data(), 7, 274), 0);
+    EXPECT_EQ(asked, (std::vector<size_t>{40, 25, 10}));
+    EXPECT_EQ(value_at<uint32_t>(taken.data(), 0), 40U);
+    EXPECT_EQ(value_at<uint32_t>(taken.data(), 28), 7U);
+}
+
+TEST_F(NetlinkSend, a_write_of_nothing_fails_whatever_errno_said_before) {
+    up();
+    faults::hooks.sendto = [](int, const void *, size_t, int, const sockaddr *, socklen_t) { return ssize_t{0}; };
+    errno = EAGAIN;
+    EXPECT_EQ(bridge_lib_send_netlink(nullptr, 0, 275), -1);
+}
+
+TEST_F(NetlinkSend, writes_nothing_while_the_flag_is_off) {
+    up();
+    g_bri_clnt_dbg[BRI_DBG_MSG] = 0;
+    bridge_lib_send_netlink(nullptr, 0, 275);
+    bridge_lib_send_netlink(nullptr, 1, 275);
+    kernel.deliver(fd(), {1});
+    loop().run_readable();
+    kernel.deliver(fd(), netlink_message(99, 3, {}));
+    loop().run_readable();
+    kernel.deliver(fd(), netlink_error(-1));
+    loop().run_readable();
+    EXPECT_EQ(timers(), 1);
+    EXPECT_TRUE(log_lines().empty());
+}
+
+} // namespace
