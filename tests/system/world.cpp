@@ -1,0 +1,78 @@
+#include "tests/system/world.h"
+
+#include <csignal>
+#include <sys/socket.h>
+#include <sys/un.h>
+
+namespace test {
+
+const char *const kSandbox = BRIDGE_SANDBOX;
+const char *const kPortWatch = BRIDGE_PORT_WATCH;
+const char *const kKernelSim = BRIDGE_KERNEL_SIM;
+
+ByteVec registration(std::initializer_list<unsigned> types, unsigned pid, const std::string &name, uint8_t op,
+                     uint8_t fresh) {
+    bri_reg_msg message{};
+    for (const unsigned type : types)
+        message.event_set.words[type >> 5] |= 1U << (type & 31);
+    message.op = op;
+    message.pid = pid;
+    name.copy(message.name, sizeof message.name - 1);
+    message.fresh = fresh;
+    return bytes_of(message);
+}
+
+std::string hex(const ByteVec &bytes) {
+    std::string text;
+    char digits[3];
+    for (const uint8_t byte : bytes) {
+        std::snprintf(digits, sizeof digits, "%02x", byte);
+        text += digits;
+    }
+    return text;
+}
+
+Process World::start_sandbox(const std::vector<std::string> &options) const {
+    std::vector<std::string> command{kSandbox};
+    command.insert(command.end(), options.begin(), options.end());
+    Process sandbox(command);
+    EXPECT_TRUE(sandbox.shows("listening at " + socket_path()));
+    return sandbox;
+}
+
+Process World::start_host(const std::string &name, const std::vector<std::string> &options) const {
+    std::vector<std::string> command{kPortWatch, "-n", name};
+    command.insert(command.end(), options.begin(), options.end());
+    // The preloaded library comes before the sanitizer's, which minds although it loses nothing by it.
+    const std::vector<std::string> environment{std::string("LD_PRELOAD=").append(kKernelSim),
+                                               "ASAN_OPTIONS=verify_asan_link_order=0"};
+    return Process(command, environment);
+}
+
+Peer World::connect_client() const {
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    socket_path().copy(address.sun_path, sizeof address.sun_path - 1);
+    Peer peer(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    EXPECT_EQ(connect(peer.fd(), reinterpret_cast<const sockaddr *>(&address), sizeof address), 0);
+    return peer;
+}
+
+Peer World::register_client(std::initializer_list<unsigned> types, const std::string &name, unsigned pid) const {
+    Peer peer = connect_client();
+    peer.send({{BRIDGE_EVENT_REG_MSG, registration(types, pid, name)}});
+    const auto answer = peer.read_batch();
+    EXPECT_TRUE(answer &&
+                answer->types() == (std::vector<uint32_t>{BRIDGE_EVEVT_SERVER_STAT, BRIDGE_EVENT_BKUP_DATA_BEGIN,
+                                                          BRIDGE_EVENT_BKUP_DATA_END, BRIDGE_EVENT_SYNC_DATA_END}));
+    return peer;
+}
+
+std::vector<Message> World::synchronisation(uint8_t role) {
+    return {{BRIDGE_EVEVT_SERVER_STAT, {role}},
+            {BRIDGE_EVENT_BKUP_DATA_BEGIN, {}},
+            {BRIDGE_EVENT_BKUP_DATA_END, {}},
+            {BRIDGE_EVENT_SYNC_DATA_END, {}}};
+}
+
+} // namespace test

@@ -1,0 +1,44 @@
+// A workstation in small: the sandbox server, host daemons and raw clients that share one TMPDIR and one VSDID.
+#pragma once
+
+#include "tests/support/server.h"
+#include "tests/support/test.h"
+#include "tests/system/process.h"
+
+#include <initializer_list>
+#include <string>
+#include <vector>
+
+namespace test {
+
+// The programs under test and the library that host daemons preload.
+extern const char *const kSandbox;
+extern const char *const kPortWatch;
+extern const char *const kKernelSim;
+
+// The payload of a registration of these events. A full one carries a process id.
+ByteVec registration(std::initializer_list<unsigned> types, unsigned pid, const std::string &name, uint8_t op = 1,
+                     uint8_t fresh = 1);
+std::string hex(const ByteVec &bytes);
+template <class T> std::string hex_of(T value) {
+    return hex(bytes_of(value));
+}
+
+class World : public Env {
+  protected:
+    // A server that listens.
+    Process start_sandbox(const std::vector<std::string> &options = {}) const;
+    // A port_watch of that name, with the kernel's bridge module of the sandbox.
+    Process start_host(const std::string &name, const std::vector<std::string> &options = {}) const;
+
+    // A connection without a registration, and one that has registered and taken the answer to that.
+    [[nodiscard]] Peer connect_client() const;
+    [[nodiscard]] Peer register_client(std::initializer_list<unsigned> types, const std::string &name,
+                                       unsigned pid = 4242) const;
+    // What a server tells a client that has registered.
+    static std::vector<Message> synchronisation(uint8_t role = 0);
+
+    [[nodiscard]] std::string socket_path() const { return tmpdir() + "/bridge/.server_socket"; }
+};
+
+} // namespace test
