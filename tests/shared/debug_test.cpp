@@ -186,6 +186,17 @@ TEST_F(debug_switches, show_cache_prints_the_counters_of_the_client_record) {
     EXPECT_EQ(log_lines().back().text, " Notify-data-sync-end: YES\n");
 }
 
+TEST_F(debug_switches, show_codes_call_the_other_prints) {
+    send(0x899, 0, 0);
+    EXPECT_NE(log_text().find("VLAN Name       Version"), std::string::npos);
+    clear_log();
+    send(0x89A, 0, 0);
+    EXPECT_NE(log_text().find("MAC CLIENT ADDR COUNT"), std::string::npos);
+    clear_log();
+    send(0x89C, 0, 0);
+    EXPECT_NE(log_text().find("Interface  Mode      Pvid VLAN lists"), std::string::npos);
+}
+
 TEST_F(debug_switches, all_sets_the_listed_flags_and_keeps_the_delay) {
     send(0x894, 0x01020304);
     bri_clnt_debug_all();
