@@ -1,0 +1,28 @@
+# What `cmake --install` puts in place: the headers, the library, a pkg-config file and a CMake package; on a workstation
+# also the stand-ins for the switch's two libraries, the sandbox server and the tools.
+include(CMakePackageConfigHelpers)
+
+set(package_dir "${CMAKE_INSTALL_LIBDIR}/cmake/bridge_client")
+set(installed bridge_client bridge_client_static)
+install(DIRECTORY include/bridge TYPE INCLUDE)
+if(BRIDGE_WORKSTATION)
+  list(APPEND installed qv-thread qv_syslog)
+  install(DIRECTORY platform/include/ TYPE INCLUDE)
+  install(TARGETS bridge-sandbox)
+  # Found side by side wherever they are installed; a switch has its own way to find libraries.
+  set_target_properties(${installed} PROPERTIES INSTALL_RPATH "$ORIGIN")
+  set_target_properties(bridge-sandbox PROPERTIES INSTALL_RPATH "$ORIGIN/../${CMAKE_INSTALL_LIBDIR}")
+endif()
+install(TARGETS ${installed} EXPORT bridge_client)
+install(EXPORT bridge_client NAMESPACE bridge:: DESTINATION "${package_dir}" FILE bridge_client-targets.cmake)
+
+configure_package_config_file(cmake/bridge_client-config.cmake.in bridge_client-config.cmake
+                              INSTALL_DESTINATION "${package_dir}")
+write_basic_package_version_file(bridge_client-config-version.cmake COMPATIBILITY SameMajorVersion)
+install(FILES "${CMAKE_CURRENT_BINARY_DIR}/bridge_client-config.cmake"
+              "${CMAKE_CURRENT_BINARY_DIR}/bridge_client-config-version.cmake" DESTINATION "${package_dir}")
+
+# The file finds its tree from where it lies, so that --prefix may name any place.
+string(REGEX REPLACE "[^/]+" ".." up_from_libdir "${CMAKE_INSTALL_LIBDIR}")
+configure_file(cmake/bridge_client.pc.in bridge_client.pc @ONLY)
+install(FILES "${CMAKE_CURRENT_BINARY_DIR}/bridge_client.pc" DESTINATION "${CMAKE_INSTALL_LIBDIR}/pkgconfig")
