@@ -8,7 +8,7 @@ install(DIRECTORY include/bridge TYPE INCLUDE)
 if(BRIDGE_WORKSTATION)
   list(APPEND installed qv-thread qv_syslog)
   install(DIRECTORY platform/include/ TYPE INCLUDE)
-  install(TARGETS bridge-sandbox)
+  install(TARGETS bridge-sandbox ef_bridge_sim)
   # Found side by side wherever they are installed; a switch has its own way to find libraries.
   set_target_properties(${installed} PROPERTIES INSTALL_RPATH "$ORIGIN")
   set_target_properties(bridge-sandbox PROPERTIES INSTALL_RPATH "$ORIGIN/../${CMAKE_INSTALL_LIBDIR}")

@@ -1,0 +1,83 @@
+#!/bin/sh
+# install.sh BUILD_DIR SOURCE_DIR CC CMAKE: installs into a directory of its own, builds the host daemon of README.md
+# there, once by pkg-config and once by CMake, and runs it against the installed server.
+set -eu
+build_dir=$1
+source_dir=$2
+cc=$3
+cmake=$4
+work=$(mktemp -d)
+server=
+daemon=
+finish() {
+    # shellcheck disable=SC2086 # no process, no argument
+    [ -z "$server$daemon" ] || kill $server $daemon 2>/dev/null || true
+    # The tables of the daemons' VSDID, which is the number of this process.
+    for base in 0x11110001 0x22220001 0x33330001 0x5A5B7C3D; do
+        ipcrm -M $((base + $$)) 2>/dev/null || true
+        ipcrm -S $((base + $$)) 2>/dev/null || true
+    done
+    rm -rf "$work"
+}
+trap finish EXIT
+
+prefix=$work/tree
+"$cmake" --install "$build_dir" --prefix "$prefix" >"$work/install.log"
+awk '/^```c$/ { on = 1; next } /^```$/ { on = 0 } on' "$source_dir/README.md" >"$work/port_log.c"
+[ -s "$work/port_log.c" ]
+
+# The linker sees only the installed tree, through the installed description.
+PKG_CONFIG_PATH=$(dirname "$(find "$prefix" -name bridge_client.pc)")
+export PKG_CONFIG_PATH
+libdir=$(pkg-config --variable=libdir bridge_client)
+# shellcheck disable=SC2046 # several words are wanted
+"$cc" -std=c11 -Wall -Wextra -Werror "$work/port_log.c" $(pkg-config --cflags --libs bridge_client) -o "$work/port_log"
+echo "pkg-config: built with version $(pkg-config --modversion bridge_client)"
+
+mkdir "$work/cmake"
+cat >"$work/cmake/CMakeLists.txt" <<TEXT
+cmake_minimum_required(VERSION 3.25)
+project(port_log C)
+find_package(bridge_client 1.0 REQUIRED)
+foreach(kind bridge_client bridge_client_static)
+  add_executable(port_log_\${kind} ../port_log.c)
+  target_link_libraries(port_log_\${kind} PRIVATE bridge::\${kind} bridge::qv-thread)
+endforeach()
+TEXT
+"$cmake" -S "$work/cmake" -B "$work/cmake/build" -DCMAKE_PREFIX_PATH="$prefix" -DCMAKE_C_COMPILER="$cc" >"$work/cmake.log"
+"$cmake" --build "$work/cmake/build" >>"$work/cmake.log"
+echo "CMake: built against the shared and the static library"
+
+# waits_for TEXT FILE
+waits_for() {
+    tries=0
+    until grep -q "$1" "$2" 2>/dev/null; do
+        tries=$((tries + 1))
+        if [ $tries -gt 200 ]; then
+            echo "no \"$1\" in:"
+            cat "$2"
+            exit 1
+        fi
+        sleep 0.1
+    done
+}
+
+# answers PROGRAM: connects and gets its own request back as an event.
+answers() {
+    VSDID=$$ TMPDIR=$work LD_LIBRARY_PATH=$libdir LD_PRELOAD=libef_bridge_sim.so "$1" >"$work/output" 2>&1 &
+    daemon=$!
+    waits_for '^connected$' "$work/output"
+    waits_for '^port 1 is now in VLAN 10$' "$work/output"
+    kill "$daemon"
+    wait "$daemon" 2>/dev/null || true
+    daemon=
+    echo "$(basename "$1"): connected, asked and got its event"
+}
+
+mkfifo "$work/commands"
+"$prefix/bin/bridge-sandbox" --tmpdir "$work" <"$work/commands" >"$work/server.log" 2>&1 &
+server=$!
+exec 3>"$work/commands"
+waits_for listening "$work/server.log"
+answers "$work/port_log"
+answers "$work/cmake/build/port_log_bridge_client_static"
