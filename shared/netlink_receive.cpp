@@ -41,8 +41,9 @@ void report_gone(const Message &head) {
     const Message message({buffer.bytes, buffer.used});
     if (message.whole() && message.type() == family)
         return buffer.bytes + kPayloadOffset;
+    const Message cut({buffer.bytes, sizeof buffer.bytes}); // the line names what came of a header that was cut
     BRI_LOG(log::kClient, "[%s] Get whole msg failed. rep_len %d nlmsg_len %d nlmsg_type %d family_id %d.\n", name(),
-            static_cast<int>(received), static_cast<int>(message.length()), message.type(), family);
+            static_cast<int>(received), static_cast<int>(cut.length()), cut.type(), family);
     return nullptr;
 }
 
