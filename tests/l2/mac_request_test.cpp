@@ -167,6 +167,38 @@ TEST_F(MacRequest, failed_sends_are_told_and_give_minus_1) {
                           "(unit), send MAC_EVENT_SET_ROOT_BRIDGE_MODE, enable(true).\n");
 }
 
+// The transport's own line shows when the send was tried.
+TEST_F(MacRequest, lines_come_before_the_send_or_tell_its_outcome) {
+    debug_on({BRI_DBG_MSG});
+    disconnect();
+    const vlanset map{};
+    const std::string not_sent = "Client send msg failed: Socket is not ready.\n";
+    const struct {
+        int result;
+        std::string before;
+        std::string after;
+    } rows[] = {
+        {bridge_maddr_add_static(kMac.data(), 10, 7),
+         "(unit), add static addr, field(15), mac(00d0.f812.34ab), bcast_id(10), ifx(7).\n", ""},
+        {bridge_maddr_rollback(2, kMac.data(), 10, 0),
+         "(unit), rollback static addr, field(9), mac(00d0.f812.34ab), bcast_id(10), ifx(0).\n", ""},
+        {bridge_maddr_del_dyn_on_vlanmap(&map, 0, 0), "(unit), del dyn addr on vlanmap, ifx(0), force_flush(false).\n",
+         ""},
+        {bridge_maddr_nondyn_check_begin(1), "(unit), send MAC_EVENT_NONDYN_CHECK_BEGIN, type(1).\n", ""},
+        {bridge_maddr_nondyn_check_end(1), "(unit), send MAC_EVENT_NONDYN_CHECK_END, type(1).\n", ""},
+        {bridge_maddr_set_root_bridge_mode(0), "(unit), send MAC_EVENT_SET_ROOT_BRIDGE_MODE, enable(false).\n", ""},
+        {bridge_maddr_set_intf_learn(7, 1), "", "(unit), send BRIDGE_SET_INTF_MAC_LEARN msg failed.\n"},
+        {bridge_maddr_set_dyn_life_range(1, 2, 3), "", "(unit), send MAC_EVENT_SET_AGETIME_RANGE msg failed.\n"},
+        {bridge_maddr_set_available_mac(1, 2, 3), "", "(unit), send MAC_EVENT_SET_AVAILABLE_MAC msg failed.\n"},
+    };
+    std::string expected;
+    for (const auto &row : rows) {
+        EXPECT_EQ(row.result, -1);
+        expected += row.before + not_sent + row.after;
+    }
+    EXPECT_EQ(log_text(), expected);
+}
+
 // --- one-way messages to the kernel
 
 TEST_F(MacKernelRequest, check_begin_and_end_carry_no_data) {

@@ -119,6 +119,9 @@ TEST_F(MacVlan, query_gives_the_vlan_of_the_answer) {
               std::vector<uint8_t>(Bytes(28).put(8, uint32_t{2}).put(12, kMac).put(27, uint8_t{2})));
     expect_client_line("get mac vlan dynamic entry with mac 00d0.f812.34ab.\n");
     expect_client_line("get mac vlan dynamic entry with mac 00d0.f812.34ab fail.\n"); // also when it did not
+    EXPECT_EQ(lines(), "get mac vlan dynamic entry with mac 00d0.f812.34ab.\n"
+                       "get mac vlan dynamic entry with mac 00d0.f812.34ab fail.\n");
+    EXPECT_EQ(log_lines()[1].format.rfind("[%s] Query netlink, ", 0), 0U); // asked between the two
     EXPECT_TRUE(sent().empty());
 }
 

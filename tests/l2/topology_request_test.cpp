@@ -140,6 +140,8 @@ TEST_F(TopologyRequest, a_failed_send_ends_the_expansion) {
     disconnect();
     const l2top_port_status_batch plain = batch(1);
     EXPECT_EQ(bridge_set_port_fwd_status(&plain), -1);
+    EXPECT_EQ(log_text(), "Client[unit] set port status, port-number is 1, msg_len 24.\n"
+                          "Client[unit] set port status failed: send msg fail.\n");
     expect_vlan_line("Client[unit] set port status failed: send msg fail.\n");
     clear_log();
     const l2top_port_status_batch every = batch(3, 0x3FF);
@@ -346,6 +348,19 @@ TEST_F(TopologyProtocol, a_failed_send_releases_the_claim_but_not_a_running_prot
     EXPECT_EQ(bridge_config_bri_protocol(5, 0), -1);
     expect_client_line(kNotSent);
     EXPECT_EQ(bridge_proto_state_get(5), 1);
+}
+
+// Claimed before the server hears of it, released only after.
+TEST_F(TopologyProtocol, the_registry_holds_the_protocol_while_the_server_is_told) {
+    std::vector<int> held;
+    faults::hooks.send = [&](int fd, const void *data, size_t size, int flags) {
+        held.push_back(bridge_proto_state_get(4));
+        return faults::real_send(fd, data, size, flags);
+    };
+    EXPECT_EQ(bridge_config_bri_protocol(4, 1), 0);
+    EXPECT_EQ(bridge_config_bri_protocol(4, 0), 0);
+    EXPECT_EQ(held, (std::vector<int>{1, 1}));
+    EXPECT_EQ(bridge_proto_state_get(4), 0);
 }
 
 // --- without databases, and without flags
