@@ -90,7 +90,7 @@ TEST_F(Readn, gives_the_bytes_before_the_end_of_the_stream) {
         far.close();
         buffer.assign(8, 0);
         EXPECT_EQ(bridge_readn(ends[0], buffer.data(), 8), static_cast<int>(sent));
-        EXPECT_EQ(ByteVec(buffer.begin(), buffer.begin() + sent), pattern(sent));
+        EXPECT_EQ(ByteVec(buffer.begin(), buffer.begin() + static_cast<std::ptrdiff_t>(sent)), pattern(sent));
         close(ends[0]);
     }
 }
