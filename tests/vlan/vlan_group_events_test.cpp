@@ -1,3 +1,4 @@
+#include "tests/support/host.h"
 #include "tests/vlan/vlan_group_fixture.h"
 
 namespace {
@@ -79,6 +80,30 @@ TEST_F(VlanGroupEvents, no_message_is_nothing) {
     debug_on({BRI_DBG_MSG});
     bridge_vlan_group_lib_dispose_msg(nullptr);
     EXPECT_TRUE(log_lines().empty());
+}
+
+class VlanGroupHandlers : public Host {};
+
+// The unnamed 1032 and types of other submodules among them: nothing is checked.
+TEST_F(VlanGroupHandlers, get_type_payload_and_length_of_every_message) {
+    const std::vector<uint8_t> payload{1, 2, 3, 4, 5};
+    for (const uint32_t type : {1025U, 1026U, 1027U, 1028U, 1029U, 1030U, 1031U, 1032U, 1033U, 1034U, 1151U}) {
+        watch({type});
+        events().clear();
+        deliver(bridge_vlan_group_lib_dispose_msg, type, payload);
+        ASSERT_EQ(events().size(), 1U) << type;
+        EXPECT_EQ(events()[0].type, type);
+        EXPECT_EQ(events()[0].payload, payload);
+        EXPECT_EQ(events()[0].len, 5);
+    }
+}
+
+TEST_F(VlanGroupHandlers, get_messages_without_a_payload) {
+    watch({VG_EVENT_SYNC_DATA_END});
+    events().clear();
+    deliver(bridge_vlan_group_lib_dispose_msg, VG_EVENT_SYNC_DATA_END);
+    ASSERT_EQ(events().size(), 1U);
+    EXPECT_EQ(events()[0].len, 0);
 }
 
 } // namespace
