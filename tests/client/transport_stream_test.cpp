@@ -300,7 +300,7 @@ TEST_F(Writen, ends_after_five_expired_send_timeouts) {
 TEST_F(Writen, writes_files_and_pipes) {
     const std::string path = write_file("data", "");
     const int file = open(path.c_str(), O_RDWR);
-    EXPECT_EQ(bridge_writen(file, "abcdef", 6), 6);
+    ASSERT_EQ(bridge_writen(file, "abcdef", 6), 6);
     EXPECT_EQ(faults::calls("write"), 1);
     char back[7] = {};
     EXPECT_EQ(pread(file, back, 6, 0), 6);
@@ -308,7 +308,7 @@ TEST_F(Writen, writes_files_and_pipes) {
     close(file);
     int pipe_ends[2];
     ASSERT_EQ(pipe(pipe_ends), 0);
-    EXPECT_EQ(bridge_writen(pipe_ends[1], "xy", 2), 2);
+    ASSERT_EQ(bridge_writen(pipe_ends[1], "xy", 2), 2);
     EXPECT_EQ(read(pipe_ends[0], back, 6), 2);
     close(pipe_ends[0]);
     close(pipe_ends[1]);
