@@ -29,7 +29,7 @@ struct ErrorText {
         return false;
     }
     bool out_of_range() const {
-        std::snprintf(text, size, "vlanset input range error!\n");
+        copy_text(text, size, "vlanset input range error!\n");
         return false;
     }
 };
