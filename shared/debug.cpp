@@ -47,7 +47,8 @@ void add_delay_timer(int32_t seconds) {
 // Runs on with whatever interval stands now, zero included.
 int delay_job(void *) {
     delay::release();
-    add_delay_timer(delay::interval());
+    if (g_client != nullptr) // a start-up that failed has taken the record away
+        add_delay_timer(delay::interval());
     return 0;
 }
 

@@ -95,7 +95,8 @@ int bri_clnt_msg_delay_process(const bri_msg_hdr *msg) {
     if (node == nullptr)
         return 0;
     bri::list::append(g_bri_msg_delay_list, node->links);
-    if (++g_bri_msg_delay_num == bri::delay::kMostWaiting)
+    // More than that wait only when handlers delayed them inside a release, which is not entered again.
+    if (++g_bri_msg_delay_num >= bri::delay::kMostWaiting)
         bri::delay::release();
     return 1;
 }

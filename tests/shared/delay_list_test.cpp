@@ -214,6 +214,23 @@ TEST_F(delay_list, overflow_inside_a_release_does_not_enter_it_again) {
     EXPECT_EQ(g_seen.back(), 1299U);
 }
 
+TEST_F(delay_list, the_message_behind_such_an_overflow_releases_all_of_them) {
+    set_interval(3);
+    g_inside = [](uint32_t number) {
+        if (number == 1)
+            for (uint32_t more = 1000; more < 1300; ++more)
+                delay(more);
+        return 0;
+    };
+    delay(1);
+    Loop::get().run("msg-delay-timer");
+    ASSERT_EQ(g_bri_msg_delay_num, 300U);
+    EXPECT_EQ(delay(2), 1);
+    EXPECT_EQ(g_bri_msg_delay_num, 0U);
+    EXPECT_EQ(g_seen.size(), 302U);
+    EXPECT_EQ(g_seen.back(), 2U);
+}
+
 TEST_F(delay_list, initialising_debugging_frees_what_waits) {
     set_interval(3);
     delay(1);
@@ -235,6 +252,16 @@ TEST_F(delay_list, a_handler_may_initialise_debugging_in_the_middle_of_a_release
     Loop::get().run("msg-delay-timer");
     EXPECT_EQ(g_seen, numbers(1, 1));
     EXPECT_EQ(g_bri_msg_delay_num, 0U);
+}
+
+TEST_F(delay_list, the_timer_ends_when_a_start_that_failed_has_taken_its_record_away) {
+    set_interval(3);
+    g_bridge_client = nullptr;
+    faults::fail("socket", 1, EMFILE);
+    ASSERT_EQ(bridge_agent_init("stp", Loop::get().master()), -1);
+    EXPECT_EQ(Loop::get().run("msg-delay-timer"), 0);
+    EXPECT_EQ(Loop::get().count("msg-delay-timer"), 0);
+    g_bridge_client = &client;
 }
 
 TEST_F(delay_list, a_released_message_passes_the_checks_of_an_arriving_one) {
