@@ -77,8 +77,9 @@ int bridge_writen(int fd, const void *buf, uint32_t n) {
 
 int bridge_writen_dontwait(int fd, const void *buf, uint32_t n, uint32_t *written) {
     uint32_t unwanted = 0;
-    uint32_t &out = written != nullptr ? *written : unwanted;
-    out = 0;
+    if (written == nullptr)
+        written = &unwanted;
+    *written = 0;
     if (n == 0)
         return kWritten;
     if (buf == nullptr)
@@ -87,6 +88,6 @@ int bridge_writen_dontwait(int fd, const void *buf, uint32_t n, uint32_t *writte
     const ssize_t sent = send(fd, buf, n, MSG_DONTWAIT | MSG_NOSIGNAL);
     if (sent <= 0)
         return errno == EAGAIN || errno == EINTR ? kWouldBlock : kSocketError;
-    out = static_cast<uint32_t>(sent);
-    return out == n ? kWritten : kWouldBlock;
+    *written = static_cast<uint32_t>(sent);
+    return *written == n ? kWritten : kWouldBlock;
 }

@@ -2,7 +2,8 @@
 // and the socket. Nothing outside client/ needs this.
 //
 // g_bglib_send_lock guards the send batch, the message cache, every write to the server socket and every change of
-// `sock`. No callback, handler or other host code runs while it is held.
+// `sock`. No callback, handler or other host code runs while it is held; log lines are written under it, since the
+// syslog library calls nothing of ours.
 #pragma once
 
 #include "base/shared_word.h"

@@ -242,9 +242,10 @@ TEST_F(TransportLog, of_refused_messages) {
     expect_lines({"failed to send msg: buff is not ready.\n"}, [] { send(kPlain, {1}); });
     bri::client::g_bglib_sendbuf = buffer;
     expect_lines({"Client send msg failed!\n"}, [] { bridge_client_send_message_ontime(nullptr, 10241, kPlain); });
-    faults::fail("malloc", 1, ENOMEM, 1000);
-    expect_lines({"Client send msg failed!\n"}, [] { bridge_client_send_message_ontime(nullptr, 1, kPlain); });
-    faults::clear();
+    expect_lines(
+        {"Client send msg failed!\n"}, [] { bridge_client_send_message_ontime(nullptr, 1, kPlain); },
+        [] { faults::fail("malloc", 1, ENOMEM); });
+    EXPECT_EQ(faults::injected(), 2);
     bridge_client_connect_reset();
     expect_lines({"Client send msg failed!\n"}, [] { send_ontime(kPlain, {1}); });
 }
