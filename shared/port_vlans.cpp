@@ -19,24 +19,11 @@ uint32_t *tag_words(int32_t ifx, uint16_t vid) {
     return port != nullptr && vid < bits::kSetBits ? port->tag_vlan.words : nullptr;
 }
 
-bri_tag_rule hybrid_rule(const spcb &port, uint16_t vid) {
-    if (vid == shared::load(port.default_vid))
-        return BRI_TAG_UNTAGGED; // also when the tag bit is set
-    return vid < bits::kSetBits && bits::test(port.tag_vlan.words, vid) ? BRI_TAG_TAGGED : BRI_TAG_UNTAGGED;
-}
-
 // How a member port carries the VLAN; reads only the fields that the port's mode needs.
 bri_tag_rule member_rule(const spcb &port, uint16_t vid) {
-    switch (shared::load(port.mode)) {
-    case BRI_PORT_TRUNK:
-        return vid == shared::load(port.default_vid) ? BRI_TAG_UNTAGGED : BRI_TAG_TAGGED;
-    case BRI_PORT_UPLINK:
-        return BRI_TAG_TAGGED;
-    case BRI_PORT_HYBRID:
-        return hybrid_rule(port, vid);
-    default:
-        return BRI_TAG_UNTAGGED;
-    }
+    const bool tagged =
+        vid < bits::kSetBits && (ports::tagged_word(port, bits::word_of(vid)) & bits::mask_of(vid)) != 0;
+    return tagged ? BRI_TAG_TAGGED : BRI_TAG_UNTAGGED;
 }
 
 void clear_set(vlanset &set) {
