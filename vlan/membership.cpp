@@ -8,31 +8,25 @@
 #include <bridge/port_db.h>
 #include <bridge/vlan_db.h>
 
+#include <algorithm>
+
 namespace bri::vlan {
 
 namespace {
 
-// Whether the entry is in use and lists the port, as the lowest bit.
-uint32_t lists(const vle &entry, unsigned ifx) {
-    const uint32_t members = shared::load(entry.members[bits::word_of(ifx)]);
-    const uint32_t present = shared::load(entry.vid) != 0 ? 1 : 0;
-    return (members >> (ifx & 31U)) & present;
-}
-
-// Which VLANs of word `index` the port would carry tagged if it were a member.
-uint32_t tagged_word(const spcb &port, unsigned index) {
-    const unsigned native = shared::load(port.default_vid);
-    const uint32_t others = bits::word_of(native) == index ? ~bits::mask_of(native) : ~uint32_t{0};
-    switch (shared::load(port.mode)) {
-    case BRI_PORT_TRUNK:
-        return others;
-    case BRI_PORT_UPLINK:
-        return ~uint32_t{0};
-    case BRI_PORT_HYBRID:
-        return others & shared::load(port.tag_vlan.words[index]);
-    default:
-        return 0;
+// Bit n: whether the n-th of `count` entries, at most 32, is in use and lists the port. Without branches, since every
+// entry is read for every port.
+uint32_t listing_word(const vle *entries, unsigned count, unsigned ifx) {
+    const unsigned index = bits::word_of(ifx);
+    const uint32_t mask = bits::mask_of(ifx);
+    uint32_t word = 0;
+    for (const vle *entry = entries + count; entry != entries;) {
+        --entry;
+        const bool listed = (shared::load(entry->members[index]) & mask) != 0;
+        const bool in_use = shared::load(entry->vid) != 0;
+        word = word * 2 + (uint32_t{listed} & uint32_t{in_use});
     }
+    return word;
 }
 
 } // namespace
@@ -42,11 +36,14 @@ Membership membership_of(uint32_t ifx) {
     if (!ports::valid(static_cast<int32_t>(ifx)))
         return result;
     const auto [first, last] = vlan_db::usable_vids();
-    for (unsigned vid = first; vid <= last; ++vid)
-        result.fixed.words[bits::word_of(vid)] |= lists(g_vl_mng.entries[vid], ifx) << (vid & 31U);
-    if (const spcb *port = ports::present(static_cast<int32_t>(ifx)); port != nullptr)
-        for (unsigned index = 0; index < bits::kSetWords; ++index)
-            result.tagged.words[index] = result.fixed.words[index] & tagged_word(*port, index);
+    const spcb *port = ports::present(static_cast<int32_t>(ifx));
+    for (unsigned index = bits::word_of(first); first <= last && index <= bits::word_of(last); ++index) {
+        const unsigned base = index * 32;
+        const unsigned count = std::min(32U, BRI_VLAN_ENTRIES - base);
+        const uint32_t fixed = listing_word(g_vl_mng.entries + base, count, ifx) & bits::range_mask(index, first, last);
+        result.fixed.words[index] = fixed;
+        result.tagged.words[index] = port != nullptr ? fixed & ports::tagged_word(*port, index) : 0;
+    }
     return result;
 }
 

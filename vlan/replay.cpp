@@ -45,13 +45,16 @@ void notify_vlan_set() {
     notify(VLAN_EVENT_CREATE_RANGE, rec);
 }
 
-// Whether the VLAN has the name that it got when it was initialised: "VLAN" or "DVLAN" and the id in four digits.
+// Whether the VLAN has the name that it got when it was initialised: "VLAN" and the id in four digits, behind a "D" for
+// a dynamic one.
 bool has_default_name(const vle &entry, unsigned vid) {
-    char name[] = "DVLAN0000";
-    for (char *digit = name + sizeof name - 2; vid != 0; vid /= 10)
+    char expected[] = "VLAN0000";
+    for (char *digit = expected + sizeof expected - 2; vid != 0; vid /= 10)
         *digit-- = static_cast<char>('0' + vid % 10);
     const bool dynamic = shared::load(entry.mode) == BRI_VLAN_DYNAMIC;
-    return std::strncmp(entry.name, dynamic ? name : name + 1, sizeof entry.name) == 0;
+    if (dynamic && entry.name[0] != 'D')
+        return false;
+    return std::memcmp(dynamic ? entry.name + 1 : entry.name, expected, sizeof expected) == 0;
 }
 
 void notify_dynamic_mode(uint16_t vid, const vle &entry) {

@@ -5,6 +5,7 @@
 #include "base/log.h"
 #include "base/shared_word.h"
 #include "base/text.h"
+#include "shared/vlan_table.h"
 
 #include <bridge/client.h>
 #include <bridge/events.h>
@@ -133,7 +134,7 @@ int vl_version_check_on_range_destroy_notify(struct vl_evt_vlanset_rec *rec) {
 }
 
 void vl_version_check_on_reserch(uint16_t vid) {
-    const vle *entry = vl_get_vlan_entry(vid);
+    const vle *entry = vlan_db::entry(vid);
     if (entry != nullptr)
         vlan::catch_up(vid, *entry);
 }
@@ -141,7 +142,7 @@ void vl_version_check_on_reserch(uint16_t vid) {
 void vl_clnt_get_vle_from_vid(uint16_t vid, struct vle **out) {
     if (out == nullptr)
         return;
-    vle *entry = vl_get_vlan_entry(vid);
+    vle *entry = vlan_db::entry(vid);
     *out = entry;
     if (entry != nullptr)
         vlan::catch_up(vid, *entry);
