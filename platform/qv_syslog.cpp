@@ -33,7 +33,7 @@ void read_environment() {
 // A text of any length: on the stack when it is short, otherwise on the heap, cut when memory is short.
 class Text {
   public:
-    Text(const char *format, va_list values) {
+    __attribute__((format(printf, 2, 0))) Text(const char *format, va_list values) {
         va_list again;
         va_copy(again, values);
         const int length = std::vsnprintf(short_, sizeof short_, format, values);

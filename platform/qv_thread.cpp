@@ -54,6 +54,15 @@ void release(qv_thread &thread) {
     std::free(&thread);
 }
 
+template <class Predicate> void release_if(qv_thread_master &master, Predicate &&predicate) {
+    for (bri_list *link = master.jobs.next, *next = nullptr; link != &master.jobs; link = next) {
+        next = link->next;
+        auto &thread = *reinterpret_cast<qv_thread *>(link);
+        if (predicate(thread))
+            release(thread);
+    }
+}
+
 void run_job(evutil_socket_t, short, void *argument) {
     auto &thread = *static_cast<qv_thread *>(argument);
     const qv_thread_master &master = *thread.master;
@@ -138,14 +147,12 @@ qv_thread *qv_thread_add_timer_timeval_withname(qv_thread_master *master, qv_thr
 void qv_thread_cancel_by_arg_func(qv_thread_master *master, void *arg, qv_thread_func func) {
     if (master == nullptr)
         return;
-    for (bri_list *link = master->jobs.next, *next = nullptr; link != &master->jobs; link = next) {
-        next = link->next;
-        auto &thread = *reinterpret_cast<qv_thread *>(link);
-        if (thread.func != func || thread.arg != arg)
-            continue;
-        trace(*master, "cancel %s", thread.name);
-        release(thread);
-    }
+    release_if(*master, [&](const qv_thread &thread) {
+        const bool cancelled = thread.func == func && thread.arg == arg;
+        if (cancelled)
+            trace(*master, "cancel %s", thread.name);
+        return cancelled;
+    });
 }
 
 qv_thread_master *qv_thread_master_create(void) {
@@ -189,8 +196,7 @@ void qv_thread_master_stop(qv_thread_master *master) {
 void qv_thread_master_destroy(qv_thread_master *master) {
     if (master == nullptr || master->running)
         return;
-    while (auto *thread = list::first<qv_thread>(master->jobs))
-        release(*thread);
+    release_if(*master, [](const qv_thread &) { return true; });
     event_base_free(master->base);
     std::free(master);
 }

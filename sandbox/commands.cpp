@@ -40,13 +40,10 @@ Milliseconds parse_seconds(const std::string &text) {
     return Milliseconds(std::llround(seconds * 1000));
 }
 
-// Takes a leading @... word off.
-Target take_target(Words &words) {
-    if (words.size() < 2 || words[1][0] != '@')
-        return Target();
-    Target target(words[1]);
-    words.erase(words.begin() + 1);
-    return target;
+// A command's target, everybody unless its first word is @..., and the words behind that.
+std::pair<Target, Words> take_target(const Words &words) {
+    const bool given = words.size() > 1 && words[1][0] == '@';
+    return {Target(given ? words[1] : ""), Words(words.begin() + (given ? 2 : 1), words.end())};
 }
 
 bool never() {
@@ -123,13 +120,12 @@ Commands::Result Commands::switchover(const Words &words, StreamState &) {
     return std::nullopt;
 }
 
-Commands::Result Commands::event(const Words &given, StreamState &) {
-    Words words = given;
-    const Target target = take_target(words);
-    if (words.size() < 2)
+Commands::Result Commands::event(const Words &words, StreamState &) {
+    const auto [target, rest] = take_target(words);
+    if (rest.empty())
         throw std::invalid_argument("which event?");
-    const uint32_t type = parse_event(words[1]);
-    const std::vector<uint8_t> payload = parse_hex(join(words, 2));
+    const uint32_t type = parse_event(rest[0]);
+    const std::vector<uint8_t> payload = parse_hex(join(rest, 1));
     if (payload.size() > BRI_PAYLOAD_MAX)
         throw std::invalid_argument("more than a message can carry");
     const unsigned count = bridge_.announce(type, {payload.data(), payload.size()}, target);
@@ -137,10 +133,9 @@ Commands::Result Commands::event(const Words &given, StreamState &) {
     return std::nullopt;
 }
 
-Commands::Result Commands::raw(const Words &given, StreamState &) {
-    Words words = given;
-    const Target target = take_target(words);
-    const std::vector<uint8_t> bytes = parse_hex(join(words, 1));
+Commands::Result Commands::raw(const Words &words, StreamState &) {
+    const auto [target, rest] = take_target(words);
+    const std::vector<uint8_t> bytes = parse_hex(join(rest, 0));
     say("raw: to %u clients", bridge_.send_raw({bytes.data(), bytes.size()}, target));
     return std::nullopt;
 }

@@ -164,7 +164,7 @@ void Kernel::read_packet(Socket &socket) {
         answer(socket, bytes);
 }
 
-void Kernel::answer(Socket &socket, Bytes packet) {
+void Kernel::answer(const Socket &socket, Bytes packet) const {
     const uint16_t type = bri::load_at<nlmsghdr>(packet, 0).nlmsg_type;
     const auto refuse = [&](int error) {
         const std::vector<uint8_t> bytes = error_answer(error, packet);

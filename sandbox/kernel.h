@@ -35,7 +35,7 @@ class Kernel {
 
     void accept(evutil_socket_t descriptor);
     void read_packet(Socket &socket);
-    void answer(Socket &socket, Bytes packet);
+    void answer(const Socket &socket, Bytes packet) const;
 
     event_base *base_;
     std::string path_;

@@ -32,7 +32,7 @@ bool process_listens(const sockaddr *address, socklen_t length, int type) {
 } // namespace
 
 std::string socket_path(const std::string &tmpdir, const std::string &name) {
-    const std::string path = tmpdir + "/bridge/" + name;
+    std::string path = tmpdir + "/bridge/" + name;
     if (path.size() >= kClientPathBuffer)
         throw std::runtime_error("TMPDIR is too long for the clients: " + tmpdir);
     return path;

@@ -85,20 +85,21 @@ std::string environment(const char *name) {
 } // namespace
 
 int main(int argc, char **argv) {
-    Options options;
-    options.tmpdir = environment("TMPDIR");
-    std::string role = "master";
-    CLI::App app("A bridge server for workstations: host daemons connect to it as they do on the switch. It takes "
-                 "commands on standard input (try help) and from scripts.");
-    app.add_option("--tmpdir", options.tmpdir, "Where clients look for the server; TMPDIR by default")
-        ->type_name("DIR");
-    app.add_option("--script", options.scripts, "Commands to run first; a failing one ends the server with status 1")
-        ->type_name("FILE");
-    app.add_option("--role", role, "The clients' role: master or slave")->check(CLI::IsMember({"master", "slave"}));
-    CLI11_PARSE(app, argc, argv);
-    options.slave = role == "slave";
-    std::signal(SIGPIPE, SIG_IGN);
     try {
+        Options options;
+        options.tmpdir = environment("TMPDIR");
+        std::string role = "master";
+        CLI::App app("A bridge server for workstations: host daemons connect to it as they do on the switch. It takes "
+                     "commands on standard input (try help) and from scripts.");
+        app.add_option("--tmpdir", options.tmpdir, "Where clients look for the server; TMPDIR by default")
+            ->type_name("DIR");
+        app.add_option("--script", options.scripts,
+                       "Commands to run first; a failing one ends the server with status 1")
+            ->type_name("FILE");
+        app.add_option("--role", role, "The clients' role: master or slave")->check(CLI::IsMember({"master", "slave"}));
+        CLI11_PARSE(app, argc, argv);
+        options.slave = role == "slave";
+        std::signal(SIGPIPE, SIG_IGN);
         if (options.tmpdir.empty())
             throw std::runtime_error("TMPDIR is not set");
         return Program(options).run();

@@ -34,8 +34,7 @@ QV_API struct qv_thread *qv_thread_add_timer_withname(struct qv_thread_master *m
                                                       long seconds, const char *name);
 /* Run `func` after the seconds and microseconds (below 1000000) of `after`. */
 QV_API struct qv_thread *qv_thread_add_timer_timeval_withname(struct qv_thread_master *master, qv_thread_func func,
-                                                              void *arg, const struct timeval *after,
-                                                              const char *name);
+                                                              void *arg, const struct timeval *after, const char *name);
 /* Cancel every pending job of this function and argument: none of them runs any more, not even one whose time has
  * already come in this round of the loop. */
 QV_API void qv_thread_cancel_by_arg_func(struct qv_thread_master *master, void *arg, qv_thread_func func);

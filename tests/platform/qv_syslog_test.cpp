@@ -6,6 +6,7 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <string>
+#include <syslog.h>
 #include <unistd.h>
 #include <vector>
 

@@ -46,6 +46,16 @@ TEST_F(Host, connects_registers_and_is_synchronised) {
     EXPECT_TRUE(host.shows("alpha: ended\n"));
 }
 
+TEST_F(Host, refuses_a_command_line_that_it_does_not_understand) {
+    const std::vector<std::vector<std::string>> cases = {{"-x"}, {"-n"},       {"-e", "4096"}, {"-e", "one"},
+                                                         {"-p"}, {"-p", "-1"}, {"-t", ""},     {"surplus"}};
+    for (const auto &options : cases) {
+        Process host = start_host("alpha", options);
+        EXPECT_EQ(host.wait(), 2);
+        EXPECT_TRUE(host.shows("usage: port_watch [-n NAME]"));
+    }
+}
+
 TEST_F(Host, connects_to_a_server_that_starts_later) {
     Process host = start_host("early", {"-p", "0"});
     EXPECT_TRUE(host.shows("early: state: not connected, master\n"));
