@@ -13,7 +13,6 @@
 
 struct qv_thread_master {
     event_base *base;
-    const timeval *at_once; // libevent's mark for the one queue of event jobs, which keeps their order
     bri_list jobs;
     bool running;
     bool stopped; // asked for, not yet obeyed by a run
@@ -36,6 +35,7 @@ namespace list = bri::list;
 // About 34 years. Longer timers are cut to it, so that no clock arithmetic wraps with a 32-bit time_t.
 constexpr long kLongestTimer = 1L << 30;
 constexpr long kMicroseconds = 1000000;
+constexpr int kJobsPerRound = 16;
 
 __attribute__((format(printf, 2, 3))) void trace(const qv_thread_master &master, const char *format, ...) {
     if (!master.trace)
@@ -73,9 +73,24 @@ void run_job(evutil_socket_t, short, void *argument) {
     func(arg);
 }
 
-// fd -1 for a timer; `after` null for no time limit.
-qv_thread *add(qv_thread_master *master, qv_thread_func func, void *arg, int fd, const timeval *after, const char *name,
-               const char *kind) {
+// What a job waits for. An event job waits for nothing: it is due when it is added.
+struct Trigger {
+    const char *kind;
+    int fd;
+    short what;
+    const timeval *after;
+};
+
+bool start(qv_thread &thread, const Trigger &trigger) {
+    if (event_assign(&thread.job, thread.master->base, trigger.fd, trigger.what, run_job, &thread) != 0)
+        return false;
+    if (trigger.what != 0)
+        return event_add(&thread.job, trigger.after) == 0;
+    event_active(&thread.job, EV_TIMEOUT, 0);
+    return true;
+}
+
+qv_thread *add(qv_thread_master *master, qv_thread_func func, void *arg, const Trigger &trigger, const char *name) {
     if (master == nullptr || func == nullptr)
         return nullptr;
     auto *thread = static_cast<qv_thread *>(std::calloc(1, sizeof(qv_thread)));
@@ -85,15 +100,13 @@ qv_thread *add(qv_thread_master *master, qv_thread_func func, void *arg, int fd,
     thread->func = func;
     thread->arg = arg;
     bri::copy_text(thread->name, name != nullptr ? name : "(unnamed)");
-    const short what = fd >= 0 ? EV_READ : EV_TIMEOUT;
-    if (event_assign(&thread->job, master->base, fd, what, run_job, thread) != 0 ||
-        event_add(&thread->job, after) != 0) {
-        trace(*master, "refused %s %s", kind, thread->name);
+    if (!start(*thread, trigger)) {
+        trace(*master, "refused %s %s", trigger.kind, thread->name);
         std::free(thread);
         return nullptr;
     }
     list::append(master->jobs, thread->link);
-    trace(*master, "add %s %s", kind, thread->name);
+    trace(*master, "add %s %s", trigger.kind, thread->name);
     return thread;
 }
 
@@ -104,15 +117,17 @@ qv_thread *add_timer(qv_thread_master *master, qv_thread_func func, void *arg, l
     timeval after{};
     after.tv_sec = seconds < kLongestTimer ? seconds : kLongestTimer;
     after.tv_usec = microseconds;
-    return add(master, func, arg, -1, &after, name, "timer");
+    return add(master, func, arg, {"timer", -1, EV_TIMEOUT, &after}, name);
 }
 
-// Times are measured when a job is added, not when the round of the loop began, and a timer never fires early.
+// Times are measured when a job is added, not when the round of the loop began, and a timer never fires early. Event
+// jobs that keep adding event jobs let descriptors and timers have their turn after every few.
 event_base *make_base() {
     event_config *config = event_config_new();
     if (config == nullptr)
         return nullptr;
     event_config_set_flag(config, EVENT_BASE_FLAG_NO_CACHE_TIME | EVENT_BASE_FLAG_PRECISE_TIMER);
+    event_config_set_max_dispatch_interval(config, nullptr, kJobsPerRound, 0);
     event_base *base = event_base_new_with_config(config);
     event_config_free(config);
     return base;
@@ -126,12 +141,12 @@ bool tracing() {
 } // namespace
 
 qv_thread *qv_thread_add_event_withname(qv_thread_master *master, qv_thread_func func, void *arg, const char *name) {
-    return master == nullptr ? nullptr : add(master, func, arg, -1, master->at_once, name, "event");
+    return add(master, func, arg, {"event", -1, 0, nullptr}, name);
 }
 
 qv_thread *qv_thread_add_read_withname(qv_thread_master *master, qv_thread_func func, void *arg, int fd,
                                        const char *name) {
-    return fd < 0 ? nullptr : add(master, func, arg, fd, nullptr, name, "read");
+    return fd < 0 ? nullptr : add(master, func, arg, {"read", fd, EV_READ, nullptr}, name);
 }
 
 qv_thread *qv_thread_add_timer_withname(qv_thread_master *master, qv_thread_func func, void *arg, long seconds,
@@ -159,16 +174,12 @@ qv_thread_master *qv_thread_master_create(void) {
     event_base *base = make_base();
     if (base == nullptr)
         return nullptr;
-    constexpr timeval none{};
-    const timeval *at_once = event_base_init_common_timeout(base, &none);
     auto *master = static_cast<qv_thread_master *>(std::calloc(1, sizeof(qv_thread_master)));
-    if (at_once == nullptr || master == nullptr) {
+    if (master == nullptr) {
         event_base_free(base);
-        std::free(master);
         return nullptr;
     }
     master->base = base;
-    master->at_once = at_once;
     list::init(master->jobs);
     master->trace = tracing();
     return master;

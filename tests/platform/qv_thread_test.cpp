@@ -106,6 +106,18 @@ TEST_F(LoopTest, event_job_that_adds_itself_does_not_starve_the_others) {
     EXPECT_EQ(order, "a");
 }
 
+TEST_F(LoopTest, event_job_runs_before_a_timer_that_comes_due_behind_it) {
+    for (int i = 0; i < 100; ++i)
+        ASSERT_NE(qv_thread_add_event_withname(loop, note, &a, "event"), nullptr);
+    const timeval soon{0, 1};
+    ASSERT_NE(qv_thread_add_timer_timeval_withname(loop, note, &b, &soon, "timer"), nullptr);
+    for (int i = 0; i < 100; ++i)
+        ASSERT_NE(qv_thread_add_event_withname(loop, note, &c, "event"), nullptr);
+    usleep(2000); // all are due now
+    run_for_ms(20);
+    EXPECT_EQ(order, std::string(100, 'a') + std::string(100, 'c') + "b");
+}
+
 TEST_F(LoopTest, read_job_waits_for_the_descriptor_and_runs_once) {
     const Pipe pipe;
     ASSERT_NE(qv_thread_add_read_withname(loop, note, &a, pipe.ends[0], "read"), nullptr);
