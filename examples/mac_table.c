@@ -1,0 +1,209 @@
+/* mac_table: a small host daemon. It prints the kernel's table of MAC addresses, the whole by address and one port's
+ * share by port, asks the server to add a static address, and prints every address that the server announces, that one
+ * among them.
+ *
+ * The table is read when the kernel channel has come up; the request waits until the server's data is complete, since
+ * announcements do not reach a host before.
+ */
+#include <bridge/bridge.h>
+#include <qv_thread.h>
+
+#include <errno.h>
+#include <signal.h>
+#include <stdbool.h>
+#include <stdint.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/signalfd.h>
+#include <unistd.h>
+
+enum { PORT_MAX = 63, VLAN_MAX = 4094 };
+
+static struct {
+    const char *name;
+    uint8_t mac[6];
+    uint16_t vid;
+    uint32_t ifx;
+} options = {.name = "mac_table", .mac = {0x02, 0, 0, 0, 0, 1}, .vid = 1, .ifx = 1};
+
+static struct qv_thread_master *loop;
+
+static const char *type_text(uint32_t type) {
+    static const char *const texts[] = {"?",    "dynamic",  "static", "filter", "local",
+                                        "copy", "security", "other",  "trusted"};
+    return texts[type < sizeof texts / sizeof *texts ? type : 0];
+}
+
+static void print_entry(const char *what, const struct bri_mac_entry *entry) {
+    const uint8_t *mac = entry->mac;
+    printf("%s: %s %02x:%02x:%02x:%02x:%02x:%02x, VLAN %u, port %u, %s\n", options.name, what, mac[0], mac[1], mac[2],
+           mac[3], mac[4], mac[5], entry->bcast_id, entry->ifx, type_text(entry->type));
+}
+
+/* Prints from the first entry that the key selects to the last. Every step waits for the kernel's answer. */
+static void print_walk(struct bri_mac_entry key, int (*first)(struct bri_mac_entry *),
+                       int (*next)(const struct bri_mac_entry *, struct bri_mac_entry *)) {
+    unsigned count = 0;
+    for (int result = first(&key); result == 0; result = next(&key, &key), ++count)
+        print_entry("  entry", &key);
+    printf("%s:   %u entries\n", options.name, count);
+}
+
+/* Job: prints the table. An entry's field tells by what a walk goes; the address 0 is the lowest. */
+static int print_table(void *arg) {
+    (void)arg;
+    printf("%s: all addresses\n", options.name);
+    print_walk((struct bri_mac_entry){.field = BRI_MAC_FIELD_MAC}, bridge_maddr_find_first_on_mac,
+               bridge_maddr_find_next_on_mac);
+    printf("%s: addresses of port %u\n", options.name, options.ifx);
+    print_walk((struct bri_mac_entry){.field = BRI_MAC_FIELD_IFX, .ifx = options.ifx}, bridge_maddr_find_first_on_ifx,
+               bridge_maddr_find_next_on_ifx);
+    return 0;
+}
+
+/* Job: asks the server for the static address. The answer is its announcement. */
+static int add_address(void *arg) {
+    (void)arg;
+    if (bridge_maddr_add_static(options.mac, options.vid, options.ifx) == 0)
+        printf("%s: asked for the address\n", options.name);
+    else
+        printf("%s: could not ask for the address: no port %u, or no server\n", options.name, options.ifx);
+    return 0;
+}
+
+/* Job: whether the address has reached the kernel. */
+static int look_up_address(void *arg) {
+    struct bri_mac_entry entry;
+    (void)arg;
+    if (bridge_maddr_find_single(options.mac, options.vid, &entry) == 0)
+        print_entry("in the kernel's table:", &entry);
+    else
+        printf("%s: not in the kernel's table\n", options.name);
+    return 0;
+}
+
+/* Runs a job once behind what runs now: a handler returns soon, and look-ups wait for the kernel. */
+static void soon(qv_thread_func job, const char *name) {
+    qv_thread_cancel_by_arg_func(loop, NULL, job);
+    if (qv_thread_add_event_withname(loop, job, NULL, name) == NULL)
+        fprintf(stderr, "%s: no job %s\n", options.name, name);
+}
+
+static void on_announcement(const struct bri_mac_msg *record) {
+    const struct bri_mac_entry *entry = &record->entry;
+    print_entry(record->oper == BRI_MAC_ADD ? "added" : "deleted", entry);
+    if (record->oper != BRI_MAC_ADD || entry->type != BRI_MAC_TYPE_STATIC || entry->bcast_id != options.vid ||
+        memcmp(entry->mac, options.mac, sizeof options.mac) != 0)
+        return;
+    printf("%s: that is the address we asked for\n", options.name);
+    soon(look_up_address, "table-look-up");
+}
+
+/* Gets the registered events. Announcements come one record at a time. */
+static int on_event(uint32_t type, void *data, uint16_t len) {
+    switch (type) {
+    case BRIDGE_EVENT_KERNEL_DATA_REQ: /* twice after a lost channel */
+        soon(print_table, "table-print");
+        break;
+    case BRIDGE_EVENT_BKUP_DATA_END:
+        soon(add_address, "table-add");
+        break;
+    case MAC_EVENT_NOTIFY_ADDR:
+    case MAC_EVENT_NOTIFY_NONDYN:
+        if (len == sizeof(struct bri_mac_msg))
+            on_announcement(data);
+        break;
+    default:
+        break;
+    }
+    return 0;
+}
+
+static int register_events(void) {
+    static const uint32_t types[] = {BRIDGE_EVENT_KERNEL_DATA_REQ, BRIDGE_EVENT_BKUP_DATA_END, MAC_EVENT_NOTIFY_ADDR,
+                                     MAC_EVENT_NOTIFY_NONDYN};
+    struct event_set events = {{0}};
+    for (size_t i = 0; i < sizeof types / sizeof *types; ++i)
+        events.words[types[i] >> 5] |= UINT32_C(1) << (types[i] & 31);
+    return bridge_client_reg_event(&events, on_event);
+}
+
+/* Job: a signal asks us to end. */
+static int on_signal(void *arg) {
+    (void)arg;
+    qv_thread_master_stop(loop);
+    return 0;
+}
+
+static int watch_signals(void) {
+    sigset_t signals;
+    sigemptyset(&signals);
+    sigaddset(&signals, SIGINT);
+    sigaddset(&signals, SIGTERM);
+    sigprocmask(SIG_BLOCK, &signals, NULL);
+    const int descriptor = signalfd(-1, &signals, SFD_CLOEXEC | SFD_NONBLOCK);
+    return qv_thread_add_read_withname(loop, on_signal, NULL, descriptor, "table-signal") == NULL ? -1 : descriptor;
+}
+
+/* A number from 1 to `most`, or 0. */
+static unsigned long number(const char *text, unsigned long most) {
+    char *end;
+    errno = 0;
+    const unsigned long value = strtoul(text, &end, 10);
+    return *text >= '0' && *text <= '9' && *end == '\0' && errno == 0 && value <= most ? value : 0;
+}
+
+static bool parse_mac(const char *text) {
+    int end = -1;
+    const int count = sscanf(text, "%2hhx:%2hhx:%2hhx:%2hhx:%2hhx:%2hhx%n", &options.mac[0], &options.mac[1],
+                             &options.mac[2], &options.mac[3], &options.mac[4], &options.mac[5], &end);
+    return count == 6 && text[end] == '\0';
+}
+
+static bool parse_option(int option) {
+    switch (option) {
+    case 'n':
+        options.name = optarg;
+        return true;
+    case 'm':
+        return parse_mac(optarg);
+    case 'v':
+        options.vid = (uint16_t)number(optarg, VLAN_MAX);
+        return options.vid != 0;
+    case 'i':
+        options.ifx = (uint32_t)number(optarg, PORT_MAX);
+        return options.ifx != 0;
+    default:
+        return false;
+    }
+}
+
+static int usage(void) {
+    fprintf(stderr, "usage: mac_table [-n NAME] [-m MAC] [-v VLAN] [-i PORT]\n"
+                    "  -n NAME  name told to the server (mac_table)\n"
+                    "  -m MAC   address to add (02:00:00:00:00:01)\n"
+                    "  -v VLAN  its VLAN (1)\n"
+                    "  -i PORT  its port, and the port whose addresses are printed (1)\n"
+                    "TMPDIR names the directory of the server, VSDID the switch device.\n");
+    return 2;
+}
+
+int main(int argc, char **argv) {
+    for (int option; (option = getopt(argc, argv, "n:m:v:i:")) != -1;)
+        if (!parse_option(option))
+            return usage();
+    if (optind != argc)
+        return usage();
+    setvbuf(stdout, NULL, _IOLBF, 0);
+    loop = qv_thread_master_create();
+    if (loop == NULL || bridge_agent_init(options.name, loop) != 0 || register_events() != 0)
+        return 1;
+    const int signals = watch_signals();
+    if (signals < 0)
+        return 1;
+    const int result = qv_thread_master_run(loop);
+    qv_thread_master_destroy(loop);
+    close(signals);
+    return result == 0 ? 0 : 1;
+}
