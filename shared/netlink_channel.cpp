@@ -25,7 +25,6 @@ struct Channel {
     char name[20] = {};                 // client name of the last initialisation
     qv_thread_master *master = nullptr; // loop of the pending read job
     void *client = nullptr;             // the record it was added for; only ever compared
-    bool reading = false;               // a read job is pending
     bool reconnecting = false;          // a reconnect timer is pending
 };
 Channel g_channel;
@@ -39,17 +38,14 @@ void cancel_read_job() {
         return;
     qv_thread_cancel_by_arg_func(g_channel.master, g_channel.client, read_job);
     qv_thread_cancel_by_arg_func(g_channel.master, nullptr, read_job);
-    g_channel.reading = false;
 }
 
+// Never a second one: the host may have brought the channel up anew in the middle of a read.
 [[nodiscard]] bool add_read_job(void *arg) {
     if (g_channel.fd <= 0 || g_channel.master == nullptr)
         return false;
-    if (g_channel.reading)
-        cancel_read_job();
-    g_channel.reading =
-        qv_thread_add_read_withname(g_channel.master, read_job, arg, g_channel.fd, "bri-ef-read") != nullptr;
-    return g_channel.reading;
+    cancel_read_job();
+    return qv_thread_add_read_withname(g_channel.master, read_job, arg, g_channel.fd, "bri-ef-read") != nullptr;
 }
 
 void add_reconnect_timer() {
@@ -66,7 +62,6 @@ void raise_kernel_data_request() {
 
 int read_job(void *) {
     static ReplyBuffer buffer;
-    g_channel.reading = false;
     bool gone = false;
     if (uint8_t *payload = receive_payload(g_channel.fd, g_channel.family, buffer, &gone))
         bridge_lib_nlmsg_dispch(payload);
@@ -108,7 +103,7 @@ int reconnect_job(void *) {
         BRI_LOG(log::kClient, "[%s] get socket[AF_NETLINK] family failed.\n", name());
         return false;
     }
-    cancel_read_job();
+    cancel_read_job(); // that of the client before
     g_channel.master = client.master;
     g_channel.client = &client;
     return add_read_job(&client);
@@ -168,8 +163,4 @@ int bridge_lib_send_netlink(const uint8_t *data, uint32_t len, int32_t type) {
         return 0;
     BRI_LOG(bri::log::kClient, "[%s] send to netlink error.\n", netlink::name());
     return -1;
-}
-
-void bridge_lib_nlmsg_dispch(void *) {
-    // What the kernel sends unasked is of no use to a client.
 }

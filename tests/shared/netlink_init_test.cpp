@@ -94,6 +94,16 @@ TEST_F(NetlinkInit, after_a_read_keeps_one_read_job) {
     EXPECT_EQ(loop().find("bri-ef-read")->arg, &ctx());
 }
 
+TEST_F(NetlinkInit, for_another_client_takes_the_read_job_over) {
+    up();
+    bri_clnt_ctx other{};
+    other.master = loop().master();
+    ASSERT_EQ(bridge_lib_nlclient_init(&other), 1);
+    ASSERT_EQ(read_jobs(), 1);
+    EXPECT_EQ(loop().find("bri-ef-read")->arg, &other);
+    EXPECT_EQ(kernel.sockets.size(), 1U);
+}
+
 TEST_F(NetlinkInit, every_refused_step_of_the_socket_fails_without_losing_a_descriptor) {
     for (const char *call : {"socket", "bind", "setsockopt"}) {
         clear_log();

@@ -294,13 +294,6 @@ TEST_F(NetlinkQuery, feedback_reads_the_next_message_of_any_socket) {
     EXPECT_EQ(bridge_lib_feedback_netlink(fd(), -1), nullptr);
 }
 
-TEST_F(NetlinkQuery, the_dispatcher_takes_anything) {
-    bridge_lib_nlmsg_dispch(nullptr);
-    uint8_t payload[4] = {};
-    bridge_lib_nlmsg_dispch(payload);
-    EXPECT_TRUE(log_lines().empty());
-}
-
 TEST_F(NetlinkQuery, writes_nothing_while_the_flag_is_off) {
     g_bri_clnt_dbg[BRI_DBG_MSG] = 0;
     answers({1});
