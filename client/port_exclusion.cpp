@@ -49,6 +49,7 @@ Texts texts_of(uint32_t flags) {
 
 struct Table {
     bri_sem_lock *lock;
+    bri_shm_handle *shm;
     uint32_t *flags; // null until the set-up succeeded
 };
 Table g_table;
@@ -57,7 +58,7 @@ bool set_up() {
     table::Opened opened;
     switch (table::open(kTable, opened)) {
     case table::Result::kOk:
-        g_table = {opened.lock, static_cast<bri_exclusion_table *>(opened.shm->data)->flags};
+        g_table = {opened.lock, opened.shm, static_cast<bri_exclusion_table *>(opened.shm->data)->flags};
         return true;
     case table::Result::kNoKey:
         BRI_LOG(log::kShm, "Get ipc-key failed.\n");
