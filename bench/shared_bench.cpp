@@ -127,20 +127,20 @@ template <Answer answer> constexpr Way way(const char *name) {
 constexpr const char *kLibrary = "library";
 
 #ifdef BRIDGE_HAVE_LMDB
-#define BENCH_LMDB(operation) way<lmdb::operation>("lmdb"),
+#define BRI_BENCH_LMDB(operation) way<lmdb::operation>("lmdb"),
 #else
-#define BENCH_LMDB(operation)
+#define BRI_BENCH_LMDB(operation)
 #endif
 #ifdef BRIDGE_HAVE_SQLITE3
-#define BENCH_SQLITE(operation) way<sqlite::operation>("sqlite"),
+#define BRI_BENCH_SQLITE(operation) way<sqlite::operation>("sqlite"),
 #else
-#define BENCH_SQLITE(operation)
+#define BRI_BENCH_SQLITE(operation)
 #endif
-#define BENCH_OPERATION(operation)                                                                                     \
+#define BRI_BENCH_OPERATION(operation)                                                                                 \
     {                                                                                                                  \
 #operation, {                                                                                                  \
             way<library::operation>(kLibrary), way<bare::operation>("bare"),                                           \
-                BENCH_LMDB(operation) BENCH_SQLITE(operation)                                                          \
+                BRI_BENCH_LMDB(operation) BRI_BENCH_SQLITE(operation)                                                  \
         }                                                                                                              \
     }
 
@@ -151,9 +151,9 @@ struct Operation {
 
 std::vector<Operation> operations() {
     return {
-        BENCH_OPERATION(member_test),  BENCH_OPERATION(tag_rule),   BENCH_OPERATION(entry_copy),
-        BENCH_OPERATION(set_walk),     BENCH_OPERATION(port_count), BENCH_OPERATION(svi_lookup),
-        BENCH_OPERATION(group_search),
+        BRI_BENCH_OPERATION(member_test),  BRI_BENCH_OPERATION(tag_rule),   BRI_BENCH_OPERATION(entry_copy),
+        BRI_BENCH_OPERATION(set_walk),     BRI_BENCH_OPERATION(port_count), BRI_BENCH_OPERATION(svi_lookup),
+        BRI_BENCH_OPERATION(group_search),
     };
 }
 
