@@ -10,6 +10,7 @@
 #include <bridge/vlan_db.h>
 
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
 
 vlan_group_manager vlan_group_mng;
@@ -57,6 +58,7 @@ bool open_table(table::Opened &opened) {
         break;
     case table::Result::kNoSegment:
         BRI_LOG(log::kClient, "vlan-group create sysv shm failed.\n");
+        std::free(opened.lock); // nothing is kept
         break;
     }
     return false;
