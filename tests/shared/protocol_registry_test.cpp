@@ -1,4 +1,5 @@
 #include "tests/shared/vlan_fixture.h"
+#include "tests/support/children.h"
 
 namespace {
 
@@ -156,6 +157,26 @@ TEST_F(ProtocolRegistry, unset_takes_the_lowest_five_bits_of_the_number) {
     EXPECT_EQ(state(), ~(1U << 1));
     bridge_proto_state_unset(31);
     EXPECT_EQ(state(), ~(1U << 1 | 1U << 31));
+}
+
+// Four processes enable and disable protocols of their own, three each, in the one word that all share.
+TEST_F(ProtocolRegistry, processes_that_change_their_own_protocols_lose_none) {
+    constexpr int kRounds = scaled(100000);
+    put_state(1U << 13);
+    ASSERT_TRUE(all_children(4, [](int index) {
+        const auto first = static_cast<uint32_t>(1 + 3 * index);
+        uint32_t conflict = 0;
+        for (int round = 0; round < kRounds; ++round) {
+            const uint32_t proto = first + static_cast<uint32_t>(round % 3);
+            if (bridge_proto_state_set(proto, &conflict) != 1 || bridge_proto_state_get(proto) != 1)
+                return 1;
+            bridge_proto_state_unset(proto);
+            if (bridge_proto_state_get(proto) != 0)
+                return 2;
+        }
+        return bridge_proto_state_set(first, &conflict) == 1 ? 0 : 3;
+    }));
+    EXPECT_EQ(state(), 1U << 1 | 1U << 4 | 1U << 7 | 1U << 10 | 1U << 13);
 }
 
 TEST_F(ProtocolRegistry, all_states_are_the_whole_word) {
