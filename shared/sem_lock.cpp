@@ -28,10 +28,17 @@ bri_sem_lock *new_lock() {
     return static_cast<bri_sem_lock *>(std::calloc(1, sizeof(bri_sem_lock)));
 }
 
-void set_free(int semid) {
+bool set_free(int semid) {
     SemArgument argument{};
     argument.value = 1;
-    semctl(semid, 0, SETVAL, argument);
+    return semctl(semid, 0, SETVAL, argument) == 0;
+}
+
+// A new set is held by nobody and would block every process for ever if it stayed at its initial 0.
+void set_new_free(int semid) {
+    sembuf raise{0, 1, 0};
+    if (!set_free(semid))
+        semop(semid, &raise, 1);
 }
 
 bool used_before(int semid) {
@@ -53,7 +60,7 @@ int join(int32_t key) {
 int create_or_join(int32_t key) {
     int semid = semget(key, 1, IPC_CREAT | IPC_EXCL | kMode);
     if (semid >= 0) {
-        set_free(semid);
+        set_new_free(semid);
         return semid;
     }
     if (errno != EEXIST)
