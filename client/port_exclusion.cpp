@@ -8,7 +8,6 @@
 #include "shared/table.h"
 
 #include <cstdio>
-#include <cstdlib>
 #include <iterator>
 #include <string_view>
 #include <unistd.h>
@@ -68,7 +67,7 @@ bool set_up() {
         break;
     case table::Result::kNoSegment:
         BRI_LOG(log::kShm, "bridge_init_funcmem fail to create shared memory.");
-        std::free(opened.lock); // the next call starts anew
+        table::free_handles(opened); // the next call starts anew
         break;
     }
     return false;

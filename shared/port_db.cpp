@@ -22,6 +22,7 @@ static_assert(std::size(kModeNames) == BRI_PORT_HYBRID + 1, "one name a mode");
 
 // The count of the old mapping goes with it, and after a failure no operation finds the old mapping any more.
 bool map() {
+    table::free_handles({g_manager.lock, g_manager.shm});
     g_manager = {};
     table::Opened opened;
     const bool ok = table::open_database(kTable, opened, log::kPortDb);

@@ -4,6 +4,8 @@
 #include "base/text.h"
 #include "base/vsd.h"
 
+#include <cstdlib>
+
 namespace bri::table {
 
 Result open(const Spec &spec, Opened &opened) {
@@ -16,6 +18,11 @@ Result open(const Spec &spec, Opened &opened) {
         return Result::kNoLock;
     opened.shm = bridge_shm_create(spec.name, key, spec.size);
     return opened.shm != nullptr ? Result::kOk : Result::kNoSegment;
+}
+
+void free_handles(const Opened &earlier) {
+    std::free(earlier.lock);
+    std::free(earlier.shm);
 }
 
 bool open_database(const Spec &spec, Opened &opened, const log::Category &category) {

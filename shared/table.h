@@ -27,7 +27,10 @@ enum class Result { kOk, kNoKey, kNoLock, kNoSegment };
 // Creates or joins the lock, then the segment.
 [[nodiscard]] Result open(const Spec &spec, Opened &opened);
 
-// The same with the words that the port and the VLAN database have for a failure. True when both are there.
+// Frees the handles of an earlier set-up. Its mapping stays: addresses in it are still in use.
+void free_handles(const Opened &earlier);
+
+// The same as open() with the words that the port and the VLAN database have for a failure. True when both are there.
 [[nodiscard]] bool open_database(const Spec &spec, Opened &opened, const log::Category &category);
 
 // Key, id, size and name (64 bytes) of a mapped segment's header.

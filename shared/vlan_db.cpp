@@ -19,6 +19,7 @@ constexpr int32_t kMaxVlans = BRI_VLAN_ENTRIES;
 
 // After a failure no operation finds the old mapping any more.
 bool map() {
+    table::free_handles({g_vl_mng.lock, g_vl_mng.shm});
     g_vl_mng = {};
     table::Opened opened;
     const bool ok = table::open_database(kTable, opened, log::kVlanDb);

@@ -129,6 +129,7 @@ void update_word(vlan_group_entry &entry, unsigned index, uint32_t wanted, uint3
 } // namespace
 
 int vlan_group_shm_init() {
+    table::free_handles({vlan_group_mng.lock, vlan_group_mng.shm});
     vlan_group_mng = {};
     table::Opened opened;
     if (!open_table(opened))
