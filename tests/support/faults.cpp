@@ -20,11 +20,11 @@ Hooks hooks;
 
 namespace {
 
-constexpr std::array kCalls{"malloc",   "calloc",  "realloc", "socket",   "bind",     "connect",   "setsockopt",
-                            "send",     "recv",    "sendto",  "recvfrom", "read",     "write",     "close",
-                            "open",     "mkdir",   "chmod",   "access",   "fopen",    "shmget",    "shmat",
-                            "shmdt",    "shmctl",  "semget",  "semctl",   "semop",    "sem_open",  "sem_close",
-                            "sem_post", "sem_wait", "sem_getvalue", "sysinfo", "getpid"};
+constexpr std::array kCalls{"malloc",   "calloc",   "realloc",      "socket",   "bind",  "connect",  "setsockopt",
+                            "send",     "recv",     "sendto",       "recvfrom", "read",  "write",    "close",
+                            "open",     "mkdir",    "chmod",        "access",   "fopen", "shmget",   "shmat",
+                            "shmdt",    "shmctl",   "semget",       "semctl",   "semop", "sem_open", "sem_close",
+                            "sem_post", "sem_wait", "sem_getvalue", "sysinfo",  "getpid"};
 
 struct Arm {
     std::atomic<int> calls{0};
@@ -34,6 +34,13 @@ struct Arm {
 };
 std::array<Arm, kCalls.size()> arms;
 std::atomic<int> failed{0};
+std::atomic<int> blocks{0};
+
+template <class T> T *count_block(T *block) {
+    if (block != nullptr)
+        ++blocks;
+    return block;
+}
 
 Arm &arm_of(const std::string &call) {
     for (size_t index = 0; index < kCalls.size(); ++index)
@@ -85,8 +92,15 @@ void fail(const std::string &call, int nth, int error, int times) {
     arm.first = arm.calls + nth;
 }
 
-int calls(const std::string &call) { return arm_of(call).calls; }
-int injected() { return failed; }
+int calls(const std::string &call) {
+    return arm_of(call).calls;
+}
+int injected() {
+    return failed;
+}
+int live_blocks() {
+    return blocks;
+}
 
 void clear() {
     for (Arm &arm : arms) {
@@ -98,19 +112,21 @@ void clear() {
     redirections().clear();
 }
 
-void redirect(const std::string &path, const std::string &instead) { redirections()[path] = instead; }
+void redirect(const std::string &path, const std::string &instead) {
+    redirections()[path] = instead;
+}
 
 } // namespace test::faults
 
 namespace faults = test::faults;
 
-#define HIT(name) faults::hit(faults::arms[faults::index_of(#name)])
+#define HIT(name)    faults::hit(faults::arms[faults::index_of(#name)])
 #define HOOKED(name) (faults::hooks.name && faults::paused == 0)
 
 // A call with a hook: fail if armed, else the hook, else the real call.
 #define WRAP_HOOKED(result, name, parameters, arguments)                                                               \
-    extern "C" result __real_##name parameters;                                                                       \
-    extern "C" result __wrap_##name parameters;                                                                       \
+    extern "C" result __real_##name parameters;                                                                        \
+    extern "C" result __wrap_##name parameters;                                                                        \
     result __wrap_##name parameters {                                                                                  \
         if (HIT(name))                                                                                                 \
             return static_cast<result>(-1);                                                                            \
@@ -118,11 +134,13 @@ namespace faults = test::faults;
             return faults::hooks.name arguments;                                                                       \
         return __real_##name arguments;                                                                                \
     }                                                                                                                  \
-    result faults::real_##name parameters { return __real_##name arguments; }
+    result faults::real_##name parameters {                                                                            \
+        return __real_##name arguments;                                                                                \
+    }
 
 #define WRAP(result, name, failure, parameters, arguments)                                                             \
-    extern "C" result __real_##name parameters;                                                                       \
-    extern "C" result __wrap_##name parameters;                                                                       \
+    extern "C" result __real_##name parameters;                                                                        \
+    extern "C" result __wrap_##name parameters;                                                                        \
     result __wrap_##name parameters {                                                                                  \
         if (HIT(name))                                                                                                 \
             return failure;                                                                                            \
@@ -136,8 +154,7 @@ WRAP_HOOKED(int, setsockopt, (int fd, int level, int name, const void *value, so
             (fd, level, name, value, length))
 WRAP_HOOKED(ssize_t, send, (int fd, const void *data, size_t size, int flags), (fd, data, size, flags))
 WRAP_HOOKED(ssize_t, recv, (int fd, void *data, size_t size, int flags), (fd, data, size, flags))
-WRAP_HOOKED(ssize_t, sendto,
-            (int fd, const void *data, size_t size, int flags, const sockaddr *to, socklen_t length),
+WRAP_HOOKED(ssize_t, sendto, (int fd, const void *data, size_t size, int flags, const sockaddr *to, socklen_t length),
             (fd, data, size, flags, to, length))
 WRAP_HOOKED(ssize_t, recvfrom, (int fd, void *data, size_t size, int flags, sockaddr *from, socklen_t *length),
             (fd, data, size, flags, from, length))
@@ -145,12 +162,9 @@ WRAP_HOOKED(ssize_t, read, (int fd, void *data, size_t size), (fd, data, size))
 WRAP_HOOKED(ssize_t, write, (int fd, const void *data, size_t size), (fd, data, size))
 WRAP_HOOKED(int, close, (int fd), (fd))
 
-WRAP(void *, calloc, nullptr, (size_t count, size_t size), (count, size))
-WRAP(void *, realloc, nullptr, (void *old, size_t size), (old, size))
 WRAP(int, mkdir, -1, (const char *path, mode_t mode), (faults::where(path), mode))
 WRAP(int, chmod, -1, (const char *path, mode_t mode), (faults::where(path), mode))
 WRAP(int, access, -1, (const char *path, int mode), (faults::where(path), mode))
-WRAP(FILE *, fopen, nullptr, (const char *path, const char *mode), (faults::where(path), mode))
 WRAP(int, shmget, -1, (key_t key, size_t size, int flags), (key, size, flags))
 WRAP(void *, shmat, reinterpret_cast<void *>(-1), (int id, const void *at, int flags), (id, at, flags))
 WRAP(int, shmdt, -1, (const void *at), (at))
@@ -170,9 +184,30 @@ void *__wrap_malloc(size_t size);
 void *__wrap_malloc(size_t size) {
     if (HIT(malloc))
         return nullptr;
-    if (HOOKED(malloc))
-        return faults::hooks.malloc(size);
-    return __real_malloc(size);
+    return faults::count_block(HOOKED(malloc) ? faults::hooks.malloc(size) : __real_malloc(size));
+}
+
+void *__real_calloc(size_t count, size_t size);
+void *__wrap_calloc(size_t count, size_t size);
+void *__wrap_calloc(size_t count, size_t size) {
+    return HIT(calloc) ? nullptr : faults::count_block(__real_calloc(count, size));
+}
+
+void *__real_realloc(void *old, size_t size);
+void *__wrap_realloc(void *old, size_t size);
+void *__wrap_realloc(void *old, size_t size) {
+    if (HIT(realloc))
+        return nullptr;
+    void *block = __real_realloc(old, size);
+    return old == nullptr ? faults::count_block(block) : block;
+}
+
+void __real_free(void *block);
+void __wrap_free(void *block);
+void __wrap_free(void *block) {
+    if (block != nullptr)
+        --faults::blocks;
+    __real_free(block);
 }
 
 pid_t __real_getpid(void);
@@ -182,6 +217,16 @@ pid_t __wrap_getpid(void) {
     if (HOOKED(getpid))
         return faults::hooks.getpid();
     return __real_getpid();
+}
+
+// What the C library does inside is its own, also where it is linked statically.
+FILE *__real_fopen(const char *path, const char *mode);
+FILE *__wrap_fopen(const char *path, const char *mode);
+FILE *__wrap_fopen(const char *path, const char *mode) {
+    if (HIT(fopen))
+        return nullptr;
+    const faults::Pause pause;
+    return __real_fopen(faults::where(path), mode);
 }
 
 int __real_open(const char *path, int flags, ...);
@@ -213,6 +258,7 @@ sem_t *__wrap_sem_open(const char *name, int flags, ...) {
         value = va_arg(arguments, unsigned);
         va_end(arguments);
     }
+    const faults::Pause pause;
     return __real_sem_open(name, flags, mode, value);
 }
 

@@ -32,6 +32,10 @@ int calls(const std::string &call);
 // Calls that were made to fail since the last clear().
 int injected();
 
+// Blocks on the heap that the library, and whatever else is linked into the program, has taken and not given back. Only
+// a difference means something.
+int live_blocks();
+
 // Forgets counters, failures, hooks and redirections. The fixtures call it.
 void clear();
 

@@ -1,0 +1,53 @@
+#include "tests/faults/rows.h"
+
+#include <set>
+
+namespace {
+
+using namespace test;
+
+TEST(fault_sweep, client) {
+    sweep(client_rows());
+}
+
+TEST(fault_sweep, services) {
+    sweep(service_rows());
+}
+
+TEST(fault_sweep, ipc) {
+    sweep(ipc_rows());
+}
+
+TEST(fault_sweep, tables) {
+    sweep(table_rows());
+}
+
+TEST(fault_sweep, kernel_channel) {
+    sweep(kernel_rows());
+}
+
+TEST(fault_sweep, requests) {
+    sweep(request_rows());
+}
+
+TEST(fault_sweep, the_other_operations_make_no_call_that_could_fail) {
+    for (const Row &row : quiet_rows())
+        EXPECT_EQ(calls_of(row), "") << row.operation;
+}
+
+TEST(fault_sweep, has_every_exported_operation) {
+    std::set<std::string> covered;
+    for (const auto &rows :
+         {client_rows(), service_rows(), ipc_rows(), table_rows(), kernel_rows(), request_rows(), quiet_rows()})
+        for (const Row &row : rows) {
+            const std::string name = row.operation;
+            covered.insert(name.substr(0, name.find(',')));
+        }
+    const std::vector<std::string> exported{
+#include "exported_names.inc"
+    };
+    for (const std::string &name : exported)
+        EXPECT_TRUE(name.starts_with("g_") || name == "vlan_group_mng" || covered.contains(name)) << name;
+}
+
+} // namespace

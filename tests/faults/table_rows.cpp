@@ -1,0 +1,95 @@
+// Setting up the shared tables, and what their operations ask of the system.
+#include "tests/faults/rows.h"
+
+#include <cstdlib>
+#include <sys/shm.h>
+
+namespace test {
+
+namespace {
+
+constexpr size_t kExclusionHeader = 76;
+constexpr uint32_t kIfx = 5;
+
+uint32_t g_conflict;
+char g_text[64];
+
+// A table that another process has made, with a flag set.
+void flagged(World &world) {
+    const faults::Pause pause;
+    const int id = shmget(world.key(0x33330001), kExclusionHeader + sizeof(bri_exclusion_table), IPC_CREAT | 0777);
+    void *segment = shmat(id, nullptr, 0);
+    put_at<uint32_t>(segment, kExclusionHeader + kIfx * 4, BRI_DOT1X);
+    shmdt(segment);
+}
+
+// A lock that cannot be set up fails the table; one that is not set free does not. A repeated set-up maps anew.
+const Effects kSetUp{{"calloc", Got::kFailure},
+                     {"semget", Got::kFailure},
+                     {"semctl", Got::kSuccess, 0, 0, true},
+                     {"shmget", Got::kFailure},
+                     {"shmctl", Got::kFailure},
+                     {"shmat", Got::kFailure},
+                     {"malloc", Got::kFailure, 0, 0, true}};
+
+// The same behind a table that can be had and maps anew.
+Effects behind_another(Effects effects) {
+    for (Effect &effect : effects)
+        effect.keeps_mapping = true;
+    return effects;
+}
+
+// What a process does that comes up: a lock that was not given back is free again.
+void come_up(World &world) {
+    free(bridge_lock_create(world.key(0x33330001)));
+}
+
+// Who does not get the lock goes on without it.
+Effects locking(Effects effects) {
+    effects.push_back({"semop", Got::kSuccess});
+    return effects;
+}
+
+Got make_vlan() {
+    vl_clear_vlan_entry(World::kVlan);
+    vl_initial_vlan_entry(World::kVlan, BRI_VLAN_STATIC);
+    return vl_exist(World::kVlan, 0) != 0 ? Got::kSuccess : Got::kElse;
+}
+
+} // namespace
+
+std::vector<Row> table_rows() {
+    return {
+        {"bridge_portdb_init", Level::kBare, [](World &) { return one(bridge_portdb_init()); }, kSetUp},
+        {"vl_vlandb_init", Level::kBare, [](World &) { return one(vl_vlandb_init()); }, kSetUp},
+        {"vlan_group_shm_init", Level::kBare, [](World &) { return one(vlan_group_shm_init()); }, kSetUp},
+        {"vl_clnt_manage_init", Level::kStarted, [](World &) { return made(vl_clnt_manage_init(&World::ctx())); },
+         behind_another(kSetUp)},
+        {"bridge_set_excflag",
+         Level::kBare,
+         [](World &) { return zero(bridge_set_excflag(kIfx, BRI_HOST, BRI_SECURE, &g_conflict)); },
+         locking(kSetUp),
+         0,
+         {},
+         come_up},
+        {"bridge_unset_excflag",
+         Level::kBare,
+         [](World &) { return zero(bridge_unset_excflag(kIfx, BRI_HOST)); },
+         locking(kSetUp),
+         0,
+         {},
+         come_up},
+        {"bridge_coxmng_get_status", Level::kBare,
+         [](World &) { return one(bridge_coxmng_get_status(kIfx, g_text, sizeof g_text)); }, kSetUp, 0, flagged},
+        {"swport_set_attr_exclude",
+         Level::kStarted,
+         [](World &) { return one(swport_set_attr_exclude(World::kPort, 64, 1, 128, &g_conflict)); },
+         {{"semop", Got::kSuccess}},
+         0,
+         {},
+         [](World &world) { free(bridge_lock_create(world.key(0x22220001))); }},
+        {"vl_initial_vlan_entry", Level::kStarted, [](World &) { return make_vlan(); }, {{"sysinfo", Got::kSuccess}}},
+    };
+}
+
+} // namespace test
