@@ -41,7 +41,7 @@ const char *value_text(const Figure &figure, const char *line) {
 
 // Saturates; text that is no number, or a negative one, counts as 0.
 uint64_t parse_count(const char *text) {
-    text += std::strspn(text, " \t");
+    text += std::strspn(text, " \t\n\v\f\r"); // what strtoull passes over by itself
     return *text == '-' ? 0 : std::strtoull(text, nullptr, 10);
 }
 

@@ -135,7 +135,7 @@ TEST_F(MemInfo, keeps_64_bit_figures_and_saturates) {
 }
 
 TEST_F(MemInfo, counts_what_is_no_number_as_zero) {
-    for (const char *text : {"Slab:\n", "Slab: kB\n", "Slab: -5 kB\n", "Slab:"}) {
+    for (const char *text : {"Slab:\n", "Slab: kB\n", "Slab: -5 kB\n", "Slab:\r-5 kB\n", "Slab:"}) {
         EXPECT_EQ(read(text + std::string(text[5] == 0 ? "" : kComplete)), -1) << text;
         EXPECT_EQ(info.slab, 0U) << text;
     }
