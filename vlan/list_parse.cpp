@@ -16,20 +16,19 @@ namespace bri::vlan {
 
 namespace {
 
-constexpr uint32_t kLeastErrorRoom = 128;
-constexpr size_t kListRoom = 256; // the parser reads this much of a text, its end included
+constexpr uint32_t kLeastErrorRoom = 128; // more than any message needs
+constexpr size_t kListRoom = 256;         // the parser reads this much of a text, its end included
 
 // Where the checker says what is wrong.
 struct ErrorText {
-    char *text;
-    uint32_t size;
+    char *text; // kLeastErrorRoom bytes, whatever the caller says that there are
 
     bool illegal(char found) const {
-        std::snprintf(text, size, "illegal input character '%c' found!\n", found);
+        std::snprintf(text, kLeastErrorRoom, "illegal input character '%c' found!\n", found);
         return false;
     }
     bool out_of_range() const {
-        copy_text(text, size, "vlanset input range error!\n");
+        copy_text(text, kLeastErrorRoom, "vlanset input range error!\n");
         return false;
     }
 };
@@ -164,7 +163,7 @@ using namespace bri;
 int vl_clnt_check_vlan_set(const char *text, char *errbuf, uint32_t errlen) {
     if (errbuf == nullptr || errlen < vlan::kLeastErrorRoom || text == nullptr || *text == '\0')
         return 0;
-    return vlan::check(text, {errbuf, errlen}) ? 1 : 0;
+    return vlan::check(text, {errbuf}) ? 1 : 0;
 }
 
 int vl_clnt_vlist_str_to_map(const char *text, struct vlanset *set, char *errbuf, uint32_t errlen) {

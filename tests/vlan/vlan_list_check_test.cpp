@@ -65,6 +65,8 @@ TEST_F(ListCheck, refuses_the_word_that_the_formatters_write_for_all) {
 
 TEST_F(ListCheck, names_the_first_wrong_character) {
     expect_refused("5000,1x2y", illegal('x'));
+    expect_refused("1\t", illegal('\t'));
+    expect_refused("1\n", illegal('\n'));
 }
 
 TEST_F(ListCheck, refuses_ids_out_of_range) {
@@ -113,6 +115,15 @@ TEST_F(ListCheck, without_a_text_or_room_for_the_message_refuses_silently) {
     EXPECT_EQ(vl_clnt_check_vlan_set("1", nullptr, 128), 0);
     EXPECT_STREQ(error, "untouched");
     EXPECT_EQ(vl_clnt_check_vlan_set("1", error, 0xFFFFFFFF), 1);
+}
+
+TEST_F(ListCheck, writes_no_more_than_128_bytes_of_a_larger_buffer) {
+    char large[140];
+    for (const char *text : {"x", "5000", "3-5-7"}) {
+        std::memset(large, '#', sizeof large);
+        EXPECT_EQ(vl_clnt_check_vlan_set(text, large, 0xFFFFFFFF), 0) << text;
+        EXPECT_EQ(std::string(large + 128, 12), repeat('#', 12)) << text;
+    }
 }
 
 TEST_F(ListCheck, without_memory_refuses_and_logs) {
