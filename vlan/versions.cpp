@@ -82,7 +82,7 @@ void reconcile(uint16_t vid, const vle &entry, uint16_t latest) {
 // entry.
 void catch_up(uint16_t vid, const vle &entry) {
     const uint16_t latest = shared::load(entry.version);
-    if (vid < BRI_VLAN_ENTRIES && g_vlan_private_version[vid] != latest)
+    if (g_vlan_private_version[vid] != latest)
         reconcile(vid, entry, latest);
 }
 
