@@ -105,8 +105,9 @@ TEST_F(Replay, name_is_measured_by_the_mode) {
     std::strcpy(add_vlan(300).name, "DVLAN0300");
     std::strcpy(add_vlan(301, BRI_VLAN_DYNAMIC).name, "VLAN0301");
     add_vlan(302, BRI_VLAN_SUPER);
+    std::strcpy(add_vlan(303, BRI_VLAN_DYNAMIC).name, "XVLAN0303");
     run();
-    EXPECT_EQ(types(), (std::vector<uint32_t>{389, 392, 393, 392}));
+    EXPECT_EQ(types(), (std::vector<uint32_t>{389, 392, 393, 392, 393, 392}));
     EXPECT_EQ(of_type(392)[0].payload, Bytes(56).put<uint16_t>(0, 300).text(4, "DVLAN0300").bytes);
     EXPECT_EQ(of_type(392)[1].payload, Bytes(56).put<uint16_t>(0, 301).text(4, "VLAN0301").bytes);
 }

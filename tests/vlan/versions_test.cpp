@@ -303,6 +303,19 @@ TEST_F(Research, private_version_ahead_is_set_back_silently) {
     expect_vlan_log("VLAN-Search: VLAN[100] private version[9] is biger than latest[4], ERROR.\n");
 }
 
+TEST_F(Research, logs_versions_as_signed_numbers) {
+    vle &entry = add_vlan(100, BRI_VLAN_STATIC, {}, true);
+    debug_on({BRI_DBG_VLAN});
+    entry.version = bits16(-3);
+    g_vlan_private_version[100] = bits16(-2);
+    vl_version_check_on_reserch(100);
+    entry.version = bits16(-1);
+    vl_version_check_on_reserch(100);
+    EXPECT_EQ(log_text(), "VLAN-Search: VLAN[100] private version[-2] is biger than latest[-3], ERROR.\n"
+                          "VLAN-Search: VLAN[100] private version[-3] is smaller than latest[-1].\n"
+                          "Updata vlan-private version from:65533 to:65535.\n");
+}
+
 TEST_F(Research, compares_signed_so_a_wrapped_latest_is_older) {
     vle &entry = add_vlan(100);
     entry.version = bits16(-32768);

@@ -42,6 +42,12 @@ TEST_F(ListParse, of_commas_and_spaces_is_empty) {
     expect_set("1,2,  ", set_of({1, 2}));
 }
 
+TEST_F(ListParse, spaces_at_the_end_are_no_item) {
+    debug_on({BRI_DBG_VLAN});
+    expect_set("1,  ", set_of({1}));
+    EXPECT_EQ(log_text(), "valid vid 1 read\n");
+}
+
 TEST_F(ListParse, null_arguments_give_minus_1) {
     EXPECT_EQ(vl_clnt_vlist_str_to_map(nullptr, &set, error, sizeof error), -1);
     EXPECT_EQ(vl_clnt_vlist_str_to_map("1", nullptr, error, sizeof error), -1);

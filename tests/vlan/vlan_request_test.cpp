@@ -64,6 +64,15 @@ TEST_F(VlanRequest, delete_of_a_missing_vlan_sends_nothing) {
     expect_nothing_sent();
 }
 
+TEST_F(VlanRequest, delete_of_a_vlan_that_this_process_missed_tells_no_create) {
+    watch({387});
+    add_vlan(300, BRI_VLAN_STATIC, {}, true);
+    sent(); // the registration
+    EXPECT_EQ(vl_clnt_delete_vlan_entry(300), 0);
+    EXPECT_EQ(sent().size(), 1U);
+    EXPECT_TRUE(events().empty());
+}
+
 TEST_F(VlanRequest, native_vlan_is_sent_unchecked) {
     vl_clnt_set_native_vlan(0x01020304, 0xFFFE);
     std::vector<uint8_t> expected(8);
@@ -333,6 +342,9 @@ TEST_F(VlanRequest, set_reply_log_shows_the_first_line_of_the_failed_set) {
     for (const LogLine &line : log_lines())
         expect_vlan_log(line.text);
     clear_log();
+    reply.failed = set_of({0, 7});
+    bridge_client_vlanset_reply(&reply);
+    EXPECT_TRUE(logged("Client(unit) vlan range reply fail map 7...\n"));
     reply.failed = {};
     bridge_client_vlanset_reply(&reply);
     EXPECT_TRUE(logged("Client(unit) vlan range reply fail map ...\n"));

@@ -72,6 +72,11 @@ TEST_F(VlanTable, status_by_mode) {
               (std::vector<std::string>{"STATIC   ", "DYNAMIC  ", "SUPER    ", "SUB      ", "Unknown  ", "Unknown  "}));
 }
 
+TEST_F(VlanTable, proxy_is_on_for_any_flag_but_0) {
+    add_vlan(10).proxy = 2;
+    EXPECT_EQ(rows().substr(49, 5), "ON   ");
+}
+
 TEST_F(VlanTable, proxy_off) {
     add_vlan(10).proxy = 0;
     EXPECT_EQ(rows(), "  10 VLAN0010         1 STATIC    0       0      OFF   " + repeat(' ', 38) + "\n");

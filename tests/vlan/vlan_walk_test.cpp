@@ -77,6 +77,13 @@ TEST_F(MemberWalk, undo_leaves_out_absent_ports_and_those_that_are_no_members) {
     EXPECT_EQ(walk(), "a1 a3 a4 a5 r4 r1 ");
 }
 
+TEST_F(MemberWalk, undo_asks_the_vlan_that_the_entry_names) {
+    add_vlan(11, BRI_VLAN_STATIC, {2, 4});
+    vl_get_vlan_entry(10)->vid = 11; // a foreign writer's mistake
+    verdicts[5] = 3;
+    EXPECT_EQ(walk(), "a1 a2 a3 a4 a5 r4 r2 ");
+}
+
 int leave_vlan(int32_t ifx, void *) {
     steps += "r" + std::to_string(ifx) + " ";
     vl_del_static_member(ifx - 1, 10);
