@@ -161,11 +161,13 @@ TEST_F(ProtocolRegistry, unset_takes_the_lowest_five_bits_of_the_number) {
 
 // Four processes enable and disable protocols of their own, three each, in the one word that all share.
 TEST_F(ProtocolRegistry, processes_that_change_their_own_protocols_lose_none) {
-    constexpr int kRounds = scaled(100000);
+    constexpr int kRounds = scaled(1000000);
+    SharedBlock<uint32_t> arrived;
     put_state(1U << 13);
-    ASSERT_TRUE(all_children(4, [](int index) {
+    ASSERT_TRUE(all_children(4, [&](int index) {
         const auto first = static_cast<uint32_t>(1 + 3 * index);
         uint32_t conflict = 0;
+        meet(*arrived, 4);
         for (int round = 0; round < kRounds; ++round) {
             const uint32_t proto = first + static_cast<uint32_t>(round % 3);
             if (bridge_proto_state_set(proto, &conflict) != 1 || bridge_proto_state_get(proto) != 1)
