@@ -11,16 +11,24 @@ namespace bri::bits {
 inline constexpr unsigned kSetBits = 4096; // event sets and VLAN sets
 inline constexpr unsigned kSetWords = kSetBits / 32;
 
-[[nodiscard]] constexpr unsigned word_of(unsigned bit) { return bit >> 5; }
-[[nodiscard]] constexpr uint32_t mask_of(unsigned bit) { return uint32_t{1} << (bit & 31U); }
+[[nodiscard]] constexpr unsigned word_of(unsigned bit) {
+    return bit >> 5;
+}
+[[nodiscard]] constexpr uint32_t mask_of(unsigned bit) {
+    return uint32_t{1} << (bit & 31U);
+}
 
 // The caller bounds `bit` by the set's size. Words are accessed as shared words, so the same code serves private sets
 // and sets in shared memory.
 [[nodiscard]] inline bool test(const uint32_t *words, unsigned bit) {
     return (shared::load(words[word_of(bit)]) & mask_of(bit)) != 0;
 }
-inline void set(uint32_t *words, unsigned bit) { words[word_of(bit)] |= mask_of(bit); }
-inline void clear(uint32_t *words, unsigned bit) { words[word_of(bit)] &= ~mask_of(bit); }
+inline void set(uint32_t *words, unsigned bit) {
+    words[word_of(bit)] |= mask_of(bit);
+}
+inline void clear(uint32_t *words, unsigned bit) {
+    words[word_of(bit)] &= ~mask_of(bit);
+}
 
 // The same for a set in shared memory; true when the call changed the bit.
 inline bool set_shared(uint32_t *words, unsigned bit) {

@@ -15,10 +15,12 @@ inline void copy_text(char *dst, size_t size, const char *src) {
     std::memcpy(dst, src, length);
     std::memset(dst + length, 0, size - length);
 }
-template <size_t N> inline void copy_text(char (&dst)[N], const char *src) { copy_text(dst, N, src); }
+template <size_t N> inline void copy_text(char (&dst)[N], const char *src) {
+    copy_text(dst, N, src);
+}
 
-// What atoi gives, saturated to 32 bits. `end`, when given, becomes the first character that was not read: `text` itself
-// when there is no number.
+// What atoi gives, saturated to 32 bits. `end`, when given, becomes the first character that was not read: `text`
+// itself when there is no number.
 [[nodiscard]] inline int32_t parse_int(const char *text, char **end = nullptr) {
     const long long value = std::strtoll(text, end, 10);
     if (value > INT32_MAX)

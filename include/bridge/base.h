@@ -20,8 +20,8 @@
 #include <stdint.h>
 
 #ifdef __cplusplus
-#define BRI_BEGIN_DECLS extern "C" {
-#define BRI_END_DECLS }
+#define BRI_BEGIN_DECLS                    extern "C" {
+#define BRI_END_DECLS                      }
 #define BRI_STATIC_ASSERT(condition, text) static_assert(condition, text)
 #else
 #define BRI_BEGIN_DECLS
@@ -34,7 +34,7 @@
 
 /* Layout assertions: BRI_SIZE once per record, BRI_AT once per field. */
 #define BRI_SIZE(type, size) BRI_STATIC_ASSERT(sizeof(struct type) == (size), #type " must be " #size " bytes")
-#define BRI_AT(type, field, offset) \
+#define BRI_AT(type, field, offset)                                                                                    \
     BRI_STATIC_ASSERT(offsetof(struct type, field) == (offset), #type "." #field " must be at " #offset)
 
 BRI_BEGIN_DECLS

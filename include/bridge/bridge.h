@@ -2,6 +2,8 @@
 #ifndef BRIDGE_BRIDGE_H
 #define BRIDGE_BRIDGE_H
 
+/* From the foundation upwards. */
+/* clang-format off */
 #include <bridge/base.h>
 #include <bridge/events.h>
 #include <bridge/client.h>
@@ -21,5 +23,6 @@
 #include <bridge/l2_topology.h>
 #include <bridge/mac_client.h>
 #include <bridge/mac_vlan.h>
+/* clang-format on */
 
 #endif

@@ -8,13 +8,13 @@ BRI_BEGIN_DECLS
 
 /* Index into g_bri_clnt_dbg. Bytes 20..23 hold the message-delay interval. */
 enum bri_debug_flag {
-    BRI_DBG_VLAN = 1,    /* VLAN client, shared tables and IPC */
-    BRI_DBG_MAC = 2,     /* MAC client, with the MAC filter */
-    BRI_DBG_QINQ = 3,    /* QinQ */
-    BRI_DBG_VMAP = 4,    /* VLAN mapping */
-    BRI_DBG_MSG = 7,     /* client messaging, kernel channel, VLAN groups */
-    BRI_DBG_DELAY = 20,  /* 32-bit word: seconds that messages are held back, 0 for none */
-    BRI_DBG_PVLAN = 25,  /* private VLAN */
+    BRI_DBG_VLAN = 1,   /* VLAN client, shared tables and IPC */
+    BRI_DBG_MAC = 2,    /* MAC client, with the MAC filter */
+    BRI_DBG_QINQ = 3,   /* QinQ */
+    BRI_DBG_VMAP = 4,   /* VLAN mapping */
+    BRI_DBG_MSG = 7,    /* client messaging, kernel channel, VLAN groups */
+    BRI_DBG_DELAY = 20, /* 32-bit word: seconds that messages are held back, 0 for none */
+    BRI_DBG_PVLAN = 25, /* private VLAN */
     BRI_DBG_FLAGS = 28
 };
 
@@ -56,7 +56,8 @@ BRI_API void bri_clnt_debug_init(struct bri_clnt_ctx *client);
  * most). A null name changes nothing. Sends nothing. */
 BRI_API void bri_clnt_debug_name_parse(const char *name);
 
-/* Set the flags 0, 1, 2, 3, 4, 7, 11, 13, 15, 16, 17, 24 and 25; the delay stays as it is. Any thread; sends nothing. */
+/* Set the flags 0, 1, 2, 3, 4, 7, 11, 13, 15, 16, 17, 24 and 25; the delay stays as it is. Any thread; sends nothing.
+ */
 BRI_API void bri_clnt_debug_all(void);
 
 /* Obey one debug message of the server (DEBUG_EVENT_*): a header and `len` payload bytes behind it, at any alignment.

@@ -19,8 +19,8 @@ BRI_BEGIN_DECLS
 
 /* Limits of a batch, both directions, in bytes. */
 #define BRI_BATCH_BUFFER_SIZE 10256u /* batch header and messages */
-#define BRI_BATCH_MSG_MAX 10248u     /* all messages of a batch, their headers included */
-#define BRI_PAYLOAD_MAX 10240u       /* one message's payload */
+#define BRI_BATCH_MSG_MAX     10248u /* all messages of a batch, their headers included */
+#define BRI_PAYLOAD_MAX       10240u /* one message's payload */
 
 /* Header of one message; `len` payload bytes follow it directly. Messages in a batch are not aligned. */
 struct bri_msg_hdr {

@@ -6,8 +6,8 @@
 
 BRI_BEGIN_DECLS
 
-#define BRI_L2TOP_BATCH_MAX 64u         /* records in one status batch */
-#define BRI_L2TOP_INSTANCE_ALL 0x3FFu   /* instance number that means every instance */
+#define BRI_L2TOP_BATCH_MAX    64u    /* records in one status batch */
+#define BRI_L2TOP_INSTANCE_ALL 0x3FFu /* instance number that means every instance */
 
 /* Port status record, element of L2TOP_EVENT_PORT_STATUS. */
 struct l2top_port_status {

@@ -14,9 +14,9 @@
 
 BRI_BEGIN_DECLS
 
-#define BRI_VLAN_ENTRIES 4095u /* entries in the table, VLAN id 0..4094; entry 0 is never used */
-#define BRI_VID_MIN 1u
-#define BRI_VID_MAX 4094u
+#define BRI_VLAN_ENTRIES   4095u /* entries in the table, VLAN id 0..4094; entry 0 is never used */
+#define BRI_VID_MIN        1u
+#define BRI_VID_MAX        4094u
 #define BRI_VLAN_NAME_SIZE 36u
 
 /* VLAN modes. */

@@ -50,7 +50,8 @@ struct Hooks {
     std::function<int(int fd, int level, int name, const void *value, socklen_t length)> setsockopt;
     std::function<ssize_t(int fd, const void *data, size_t size, int flags)> send;
     std::function<ssize_t(int fd, void *data, size_t size, int flags)> recv;
-    std::function<ssize_t(int fd, const void *data, size_t size, int flags, const sockaddr *to, socklen_t length)> sendto;
+    std::function<ssize_t(int fd, const void *data, size_t size, int flags, const sockaddr *to, socklen_t length)>
+        sendto;
     std::function<ssize_t(int fd, void *data, size_t size, int flags, sockaddr *from, socklen_t *length)> recvfrom;
     std::function<ssize_t(int fd, void *data, size_t size)> read;
     std::function<ssize_t(int fd, const void *data, size_t size)> write;

@@ -31,7 +31,9 @@ int times_logged(const std::string &text) {
     return times;
 }
 
-bool logged(const std::string &text) { return times_logged(text) != 0; }
+bool logged(const std::string &text) {
+    return times_logged(text) != 0;
+}
 
 LogLine log_line(const std::string &text) {
     for (const LogLine &line : log_lines())

@@ -13,7 +13,9 @@ Loop &Loop::get() {
     return loop;
 }
 
-qv_thread_master *Loop::master() { return reinterpret_cast<qv_thread_master *>(this); }
+qv_thread_master *Loop::master() {
+    return reinterpret_cast<qv_thread_master *>(this);
+}
 
 int Loop::count(const std::string &name) const {
     return static_cast<int>(

@@ -5,6 +5,8 @@
 extern "C" {
 
 int __wrap_getaddrinfo(const char *, const char *, const addrinfo *, addrinfo **);
-int __wrap_getaddrinfo(const char *, const char *, const addrinfo *, addrinfo **) { return EAI_FAIL; }
+int __wrap_getaddrinfo(const char *, const char *, const addrinfo *, addrinfo **) {
+    return EAI_FAIL;
+}
 
 } // extern "C"
