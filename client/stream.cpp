@@ -75,6 +75,7 @@ int bridge_writen(int fd, const void *buf, uint32_t n) {
     return write_all(fd, buf, n, done);
 }
 
+// NOLINTNEXTLINE(readability-non-const-parameter): written to through a reference
 int bridge_writen_dontwait(int fd, const void *buf, uint32_t n, uint32_t *written) {
     uint32_t unwanted = 0;
     if (written == nullptr)

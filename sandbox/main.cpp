@@ -84,6 +84,7 @@ std::string environment(const char *name) {
 
 } // namespace
 
+// NOLINTNEXTLINE(bugprone-exception-escape): out of memory before there is anything to say it with
 int main(int argc, char **argv) {
     try {
         Options options;
