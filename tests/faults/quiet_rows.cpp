@@ -245,52 +245,64 @@ std::vector<Row> quiet_rows() {
                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                            &g_byte)) QUIET(vlan_group_get_member_vlan_cnt, (kGroup, &g_byte)) QUIET(vlan_group_set_member_vlan, (kGroup, &g_set,
                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                  &g_other_set, &g_other_set, &g_byte,
                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                  &g_byte)) QUIET(vlan_group_get_entry_copy,
-                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                 (kGroup, &g_group)) QUIET(vlan_group_check_vlan_is_member_vlan, (kGroup,
-                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                  kVlan)) QUIET(vlan_group_get_member_vlan_bitmap,
-                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                (kGroup,
-                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                 &g_set))
-                                                                                        QUIET(vg_clnt_get_vlan_list, (kGroup, &g_set)) QUIET(vg_clnt_get_default_vid, (kGroup)) QUIET(vg_clnt_get_assign_mode, (kGroup)) QUIET(
-                                                                                            vg_clnt_is_member_of_any_group,
-                                                                                            (kVlan,
-                                                                                             &g_byte)) QUIET(vg_clnt_change_array_to_bitmap,
-                                                                                                             (&g_half, 1, &g_set))
+                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                 (kGroup,
+                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                  &g_group))
+                                                                                        QUIET(vlan_group_check_vlan_is_member_vlan, (kGroup, kVlan)) QUIET(vlan_group_get_member_vlan_bitmap, (kGroup, &g_set)) QUIET(
+                                                                                            vg_clnt_get_vlan_list,
+                                                                                            (
+                                                                                                kGroup,
+                                                                                                &g_set)) QUIET(vg_clnt_get_default_vid,
+                                                                                                               (kGroup)) QUIET(vg_clnt_get_assign_mode, (kGroup))
+                                                                                            QUIET(vg_clnt_is_member_of_any_group,
+                                                                                                  (kVlan,
+                                                                                                   &g_byte)) QUIET(vg_clnt_change_array_to_bitmap,
+                                                                                                                   (&g_half, 1, &g_set))
 
-                                                                                            QUIET(l2top_clnt_init, ("un"
-                                                                                                                    "i"
-                                                                                                                    "t")) QUIET(
-                                                                                                bridge_set_bri_proto_prejudge,
-                                                                                                (BRI_PROT_ERPS,
-                                                                                                 0)) QUIET(bridge_get_port_instance_status,
-                                                                                                           (kPort, 0, &g_number))
-                                                                                                QUIET(bridge_get_port_fwd_status, (kPort, kVlan, &g_number)) QUIET(
-                                                                                                    bridge_get_vlan_from_instance,
-                                                                                                    (
-                                                                                                        g_words,
-                                                                                                        &g_set)) QUIET(bridge_set_port_errdisable,
-                                                                                                                       ()) QUIET(bri_clnt_on_l2topo_msg,
-                                                                                                                                 (message(
-                                                                                                                                     L2TOP_EVENT_PROTO_CONFIG)))
-                                                                                                    QUIET(bri_clnt_notify_proto_status, ()) QUIET(
-                                                                                                        swport_clnt_judge_notify_port_status,
-                                                                                                        (nullptr)) QUIET(swport_clnt_notify_port_status_flush,
-                                                                                                                         ())
+                                                                                                QUIET(
+                                                                                                    l2top_clnt_init,
+                                                                                                    ("un"
+                                                                                                     "i"
+                                                                                                     "t")) QUIET(bridge_set_bri_proto_prejudge,
+                                                                                                                 (
+                                                                                                                     BRI_PROT_ERPS,
+                                                                                                                     0)) QUIET(bridge_get_port_instance_status,
+                                                                                                                               (kPort, 0, &g_number))
+                                                                                                    QUIET(
+                                                                                                        bridge_get_port_fwd_status,
+                                                                                                        (kPort, kVlan,
+                                                                                                         &g_number)) QUIET(bridge_get_vlan_from_instance,
+                                                                                                                           (g_words, &g_set))
+                                                                                                        QUIET(
+                                                                                                            bridge_set_port_errdisable,
+                                                                                                            ()) QUIET(bri_clnt_on_l2topo_msg,
+                                                                                                                      (message(L2TOP_EVENT_PROTO_CONFIG)))
+                                                                                                            QUIET(bri_clnt_notify_proto_status, ()) QUIET(
+                                                                                                                swport_clnt_judge_notify_port_status,
+                                                                                                                (nullptr)) QUIET(swport_clnt_notify_port_status_flush,
+                                                                                                                                 ())
 
-                                                                                                        QUIET(mac_client_init, (&World::ctx())) QUIET(
-                                                                                                            bridge_maddr_get_available_total,
-                                                                                                            (&g_number)) QUIET(mac_client_on_server_msg,
-                                                                                                                               (message(
-                                                                                                                                   MAC_EVENT_SYNC_DATA_BEGIN)))
-                                                                                                            QUIET(
-                                                                                                                mac_client_get_available_total,
-                                                                                                                ())
-                                                                                                                QUIET(mac_client_set_available_total,
-                                                                                                                      (
-                                                                                                                          1024)) QUIET(mac_client_show_statistic,
-                                                                                                                                       ())
+                                                                                                                QUIET(
+                                                                                                                    mac_client_init,
+                                                                                                                    (&World::
+                                                                                                                         ctx())) QUIET(bridge_maddr_get_available_total,
+                                                                                                                                       (&g_number))
                                                                                                                     QUIET(
-                                                                                                                        bridge_mvlan_lib_dispose_msg,
+                                                                                                                        mac_client_on_server_msg,
                                                                                                                         (message(
-                                                                                                                            MVLAN_EVENT_SYNC_DATA_BEGIN)))};
+                                                                                                                            MAC_EVENT_SYNC_DATA_BEGIN)))
+                                                                                                                        QUIET(
+                                                                                                                            mac_client_get_available_total,
+                                                                                                                            ())
+                                                                                                                            QUIET(
+                                                                                                                                mac_client_set_available_total,
+                                                                                                                                (1024))
+                                                                                                                                QUIET(
+                                                                                                                                    mac_client_show_statistic,
+                                                                                                                                    ())
+                                                                                                                                    QUIET(
+                                                                                                                                        bridge_mvlan_lib_dispose_msg,
+                                                                                                                                        (message(
+                                                                                                                                            MVLAN_EVENT_SYNC_DATA_BEGIN)))};
 }
 // clang-format on
 
