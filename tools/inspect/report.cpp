@@ -20,8 +20,11 @@ bool holds_ids(const Json &list) {
 
 std::string joined(const Json &values, const char *separator) {
     std::string text;
-    for (const Json &value : values)
-        text += (text.empty() ? "" : separator) + text_of(value);
+    for (const Json &value : values) {
+        if (!text.empty())
+            text += separator;
+        text += text_of(value);
+    }
     return text;
 }
 
