@@ -90,7 +90,11 @@ TEST_F(InspectWatch, segment_that_goes_ends_the_watch) {
     vlan_group_creat_entry(9);
     Running watch({"groups", "--json", "--watch", kSoon});
     (void)watch.line();
-    bridge_shm_destroy(vlan_group_mng.shm->hdr);
+    bri_shm_handle *shm = vlan_group_mng.shm;
+    bridge_shm_destroy(shm->hdr);
+    shm->hdr = nullptr;
+    bridge_shm_dettach(shm);
+    std::free(vlan_group_mng.lock);
     vlan_group_mng = {};
     EXPECT_EQ(watch.line(), "");
 }
