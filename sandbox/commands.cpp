@@ -1,5 +1,6 @@
 #include "sandbox/commands.h"
 
+#include "sandbox/debug_commands.h"
 #include "sandbox/names.h"
 #include "sandbox/output.h"
 
@@ -72,6 +73,8 @@ const Commands::Row Commands::kRows[] = {
     {"restart", "[SECONDS]", "close everything and listen again, after a while", 0, 1, &Commands::restart},
     {"clients", "", "list the connections", 0, 0, &Commands::clients},
     {"kernel", "[up|down]", "take the kernel's bridge module away or bring it back", 0, 1, &Commands::kernel},
+    {"debug", "CLIENT WHAT...", "switch a client's debugging, delay its events, make it print itself", 3, SIZE_MAX,
+     &Commands::debug},
     {"sleep", "SECONDS", "let time pass", 1, 1, &Commands::sleep},
     {"wait-clients", "N [SECONDS]", "wait until N clients are registered", 1, 2, &Commands::wait_clients},
     {"wait-event", "TYPE [SECONDS]", "wait for the next message of that type from a client", 1, 2,
@@ -185,6 +188,14 @@ Commands::Result Commands::kernel(const Words &words, StreamState &) {
     return std::nullopt;
 }
 
+Commands::Result Commands::debug(const Words &words, StreamState &) {
+    const std::string target = (words[1][0] == '@' ? "" : "@") + words[1];
+    const auto [type, payload] = debug_message(Words(words.begin() + 2, words.end()));
+    if (bridge_.announce(type, {payload.data(), payload.size()}, Target(target)) == 0)
+        throw std::invalid_argument("no such client: " + words[1]);
+    return std::nullopt;
+}
+
 Commands::Result Commands::sleep(const Words &words, StreamState &) {
     return Wait{never, parse_seconds(words[1]), ""};
 }
@@ -217,6 +228,8 @@ Commands::Result Commands::help(const Words &, StreamState &) {
         say("  %-13s%-22s%s", row.name, row.arguments, row.help);
     say("  @CLIENT is @ and a client's number or name; without it a command is for all clients. TYPE is a number or a");
     say("  name such as VLAN_EVENT_RENAME; HEX is pairs of hexadecimal digits, with blanks where you like.");
+    for (const std::string &line : debug_help())
+        say("%s", line.c_str());
     return std::nullopt;
 }
 

@@ -49,6 +49,7 @@ class Commands {
     Result restart(const Words &words, StreamState &stream);
     Result clients(const Words &words, StreamState &stream);
     Result kernel(const Words &words, StreamState &stream);
+    Result debug(const Words &words, StreamState &stream);
     Result sleep(const Words &words, StreamState &stream);
     Result wait_clients(const Words &words, StreamState &stream);
     Result wait_event(const Words &words, StreamState &stream);
