@@ -11,9 +11,9 @@ namespace bri::mac {
 
 namespace {
 
-// What an argument list must hold to be accepted. The type is an argument of rollback and bypass only.
+// The arguments of one call.
 struct Args {
-    uint32_t type;
+    uint32_t type; // of rollback and bypass only
     const uint8_t *mac;
     uint16_t bcast_id;
     uint32_t ifx;
@@ -21,17 +21,21 @@ struct Args {
     [[nodiscard]] bool names_entry() const { return mac != nullptr && bcast_id != 0; }
     [[nodiscard]] bool port_exists() const { return swport_check_exist(static_cast<int32_t>(ifx)) != 0; }
 };
+
+// What they must hold for the call to be accepted.
 using Accepts = bool (*)(const Args &);
 
+// Absent arguments are wildcards.
 bool anything(const Args &) {
     return true;
-} // absent arguments are wildcards
+}
 bool entry_on_port(const Args &args) {
     return args.names_entry() && args.port_exists();
 }
+// The port itself may be gone.
 bool entry_with_ifx(const Args &args) {
     return args.names_entry() && args.ifx != 0;
-} // the port may be gone
+}
 bool rollback(const Args &args) {
     return (args.type == BRI_MAC_TYPE_STATIC || args.type == BRI_MAC_TYPE_FILTER) && args.names_entry();
 }
