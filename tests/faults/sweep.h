@@ -15,9 +15,10 @@ namespace test {
 // What an attempt gave, by the operation's own convention for results.
 enum class Got { kSuccess, kFailure, kElse };
 
+// For operations without a result.
 inline Got done() {
     return Got::kSuccess;
-} // for operations without a result
+}
 inline Got zero(int result) {
     return result == 0 ? Got::kSuccess : result == -1 ? Got::kFailure : Got::kElse;
 }
