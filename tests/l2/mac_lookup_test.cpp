@@ -168,16 +168,21 @@ TEST_F(MacLookup, refused_arguments_ask_nothing) {
 }
 
 TEST_F(MacLookup, refusals_pass_the_filter_and_need_the_flag) {
+    const auto all_refused = [] {
+        bridge_maddr_find_first_on_mac(nullptr);
+        bridge_maddr_find_first_on_ifx(nullptr);
+        bridge_maddr_find_next_on_mac(nullptr, nullptr);
+        bridge_maddr_find_next_on_ifx(nullptr, nullptr);
+        bridge_maddr_find_static_on_ifx(0);
+        bridge_maddr_find_single(nullptr, 0, nullptr);
+    };
     g_bglib_mac_filter.vid = 4000;
-    bridge_maddr_find_static_on_ifx(0);
-    EXPECT_EQ(log_lines().size(), 1U);
+    g_bglib_mac_filter.ifx = 60;
+    all_refused();
+    EXPECT_EQ(log_lines().size(), 6U);
     clear_log();
     g_bri_clnt_dbg[BRI_DBG_MAC] = 0;
-    bri_mac_entry any{};
-    bridge_maddr_find_static_on_ifx(0);
-    bridge_maddr_find_single(nullptr, 0, nullptr);
-    bridge_maddr_find_first_on_mac(nullptr);
-    bridge_maddr_find_next_on_ifx(nullptr, &any);
+    all_refused();
     EXPECT_TRUE(log_lines().empty());
 }
 

@@ -305,6 +305,28 @@ TEST_F(MacKernelRequest, the_filter_passes_what_is_about_no_entry) {
     EXPECT_EQ(log_lines().size(), 11U);
 }
 
+TEST_F(MacKernelRequest, the_filter_passes_refusals_and_failures) {
+    g_bglib_mac_filter.vid = 4000;
+    g_bglib_mac_filter.ifx = 60;
+    const bri_mac_msg record{};
+    mac_client_init(nullptr);
+    bridge_maddr_del_dyn_on_vlanmap(nullptr, 7, 0);
+    bridge_maddr_set_intf_learn(8, 1);
+    bridge_maddr_get_available_total(nullptr);
+    mac_client_set_available_total(1024);
+    EXPECT_EQ(log_lines().size(), 5U);
+    clear_log();
+    disconnect();
+    bridge_lib_nlclient_deinit(&ctx());
+    bridge_maddr_set_intf_learn(7, 1);
+    bridge_maddr_set_dyn_life_range(1, 2, 3);
+    bridge_maddr_set_available_mac(1, 2, 3);
+    bridge_maddr_dynmac_check_begin();
+    bridge_maddr_dynmac_check_end();
+    bridge_maddr_notify(&record, 1);
+    EXPECT_EQ(log_lines().size(), 6U);
+}
+
 TEST_F(MacKernelRequest, without_the_flag_nothing_is_written) {
     g_bri_clnt_dbg[BRI_DBG_MAC] = 0;
     const vlanset map{};

@@ -158,6 +158,16 @@ TEST_F(TopologyOrigin, without_memory_stops_behind_the_table) {
     EXPECT_EQ(types(), (std::vector<uint32_t>{643, 644}));
 }
 
+TEST_F(TopologyOrigin, without_the_flag_nothing_is_written) {
+    g_bri_clnt_dbg[BRI_DBG_VLAN] = 0;
+    g_bri_clnt_dbg[BRI_DBG_MSG] = 0;
+    l2top_clnt_notify_origin_data(); // nothing is left to flush
+    faults::fail("calloc", 1, ENOMEM);
+    l2top_clnt_notify_origin_data();
+    EXPECT_EQ(faults::injected(), 1);
+    EXPECT_TRUE(log_lines().empty());
+}
+
 // --- the steps by themselves
 
 TEST_F(TopologyOrigin, without_a_run_there_is_no_buffer) {

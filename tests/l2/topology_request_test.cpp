@@ -395,6 +395,14 @@ TEST_F(TopologyRequest, the_name_is_cut_to_19_characters) {
 TEST_F(TopologyRequest, each_line_needs_its_own_flag) {
     const l2top_port_status_batch plain = batch(1);
     const l2top_port_status_batch many = batch(65);
+    const l2top_port_status_batch every = batch(1, 0x3FF);
+    const l2top_port_instance_req wanted{};
+    ASSERT_EQ(bridge_set_bri_proto_prejudge(4, 1U << 2), 1);
+    const auto of_room = [](const char *module, const char *start) {
+        return std::count_if(log_lines().begin(), log_lines().end(), [&](const LogLine &line) {
+            return line.module == module && line.text.rfind(start, 0) == 0;
+        });
+    };
     const auto all = [&] {
         bridge_set_port_fwd_status(&plain);
         bridge_set_port_fwd_status(&many);
@@ -402,23 +410,33 @@ TEST_F(TopologyRequest, each_line_needs_its_own_flag) {
         bridge_set_port_instance_status(nullptr);
         bridge_set_instance_configtable(nullptr);
         bridge_set_port_errdisable();
+        faults::fail("calloc", 1, ENOMEM);
+        bridge_set_port_fwd_status(&every);
+        faults::fail("calloc", 1, ENOMEM);
+        bridge_set_port_instance_status(&wanted);
         bridge_config_bri_protocol(14, 1);
         bridge_config_bri_protocol(2, 1);
+        bridge_config_bri_protocol(4, 1); // 2 is in the way
         bridge_config_bri_protocol(2, 0);
+        ctx().connected = 0;
+        bridge_set_port_fwd_status(&plain);
+        bridge_config_bri_protocol(2, 1);
+        ctx().connected = 1;
     };
     std::memset(g_bri_clnt_dbg, 1, sizeof g_bri_clnt_dbg);
     g_bri_clnt_dbg[BRI_DBG_VLAN] = 0;
+    clear_log();
     all();
     for (const LogLine &line : log_lines())
         EXPECT_EQ(line.tag, "LIB_DEBUG") << line.text;
+    EXPECT_EQ(of_room("BRIDGE", "[unit] conf bridge protocol status failed"), 1);
+    EXPECT_EQ(of_room("BRIDGE", "[unit] set protocol[4] failed, conflict protocol[2]."), 1);
+    EXPECT_EQ(of_room("BRIDGE", "[unit] send conf-bri-proto msg "), 3);
     clear_log();
     g_bri_clnt_dbg[BRI_DBG_VLAN] = 1;
     g_bri_clnt_dbg[BRI_DBG_MSG] = 0;
     all();
-    int room = 0;
-    for (const LogLine &line : log_lines())
-        room += line.module == "VLIB" ? 1 : 0;
-    EXPECT_EQ(room, 6);
+    EXPECT_EQ(of_room("VLIB", ""), 10);
     for (const LogLine &line : log_lines())
         EXPECT_NE(line.tag, "LIB_DEBUG") << line.text;
 }

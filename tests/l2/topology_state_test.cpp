@@ -228,6 +228,10 @@ TEST_F(TopologyStateUnmapped, everything_fails) {
     EXPECT_EQ(log_text(), "[unit] get vlan from instance fail: table not ready.\n");
     expect_line(log_text(), "BRIDGE", "LIB_DEBUG");
     EXPECT_EQ(vlans.words[5], 0xFFFFFFFFU);
+    clear_log();
+    g_bri_clnt_dbg[BRI_DBG_MSG] = 0; // the flag of the one line, not of the others
+    EXPECT_EQ(bridge_get_vlan_from_instance(instances, &vlans), -1);
+    EXPECT_TRUE(log_lines().empty());
 }
 
 } // namespace

@@ -148,6 +148,8 @@ TEST_F(NetlinkQuery, a_family_that_goes_meanwhile_restarts_the_channel) {
     EXPECT_EQ(query(), nullptr);
     EXPECT_EQ(timers(), 1);
     EXPECT_EQ(ctx().nl_ready, 0);
+    EXPECT_EQ(kernel.open_sockets(), 0);
+    EXPECT_EQ(extra_descriptors(), 0);
 }
 
 TEST_F(NetlinkQuery, an_over_long_answer_is_a_disconnection_and_not_data) {
@@ -213,6 +215,22 @@ TEST_F(NetlinkQuery, a_late_answer_is_not_taken_for_the_next_one) {
     const void *answer = query();
     ASSERT_NE(answer, nullptr);
     EXPECT_EQ(bytes(answer, 1), Packet{2});
+    EXPECT_EQ(kernel.open_sockets(), 0);
+    EXPECT_EQ(extra_descriptors(), 0);
+}
+
+// The same for the answer to the resolution.
+TEST_F(NetlinkQuery, a_late_family_is_not_taken_for_the_next_one) {
+    int late = -1;
+    kernel.on_resolve = [&](const KernelRequest &request) { late = request.fd; };
+    EXPECT_EQ(query(), nullptr);
+    EXPECT_TRUE(kernel.data_requests().empty());
+    kernel.on_resolve = nullptr;
+    kernel.deliver(late, family_answer("EF_BRIDGE", 99));
+    answers({2});
+    EXPECT_NE(query(), nullptr);
+    EXPECT_EQ(kernel.data_requests().back().message_type(), 27);
+    EXPECT_EQ(extra_descriptors(), 0);
 }
 
 TEST_F(NetlinkQuery, without_the_family_gives_nothing) {
@@ -230,6 +248,36 @@ TEST_F(NetlinkQuery, finds_a_family_that_was_created_anew_under_another_id) {
     answers({3});
     EXPECT_NE(query(), nullptr);
     EXPECT_EQ(kernel.data_requests().back().message_type(), 41);
+    EXPECT_EQ(kernel.open_sockets(), 1); // the channel's
+    EXPECT_EQ(extra_descriptors(), 1);
+}
+
+// The answer to the resolution is read in one piece of at most 20020 bytes.
+TEST_F(NetlinkQuery, a_resolution_of_up_to_20020_bytes_is_taken) {
+    size_t filling = 0;
+    kernel.on_resolve = [&](const KernelRequest &request) {
+        Packet answer = family_answer("EF_BRIDGE", 27) + netlink_attr(9, Packet(filling, 1));
+        put_at(answer.data(), 0, static_cast<uint32_t>(answer.size()));
+        kernel.deliver(request.fd, answer);
+    };
+    answers({1});
+    const size_t others = family_answer("EF_BRIDGE", 27).size() + 4;
+    filling = 20020 - others;
+    EXPECT_NE(query(), nullptr);
+    filling += 4;
+    EXPECT_EQ(query(), nullptr);
+    EXPECT_TRUE(logged("[] netlink msg type error.\n"));
+}
+
+// The read job has a buffer of its own.
+TEST_F(NetlinkQuery, an_answer_stays_while_the_channel_is_read) {
+    up();
+    answers(Packet(50, 0xEE));
+    const void *answer = query();
+    ASSERT_NE(answer, nullptr);
+    kernel.deliver(fd(), netlink_message(27, 3, netlink_attr(0, Packet(100, 7))));
+    EXPECT_EQ(loop().run_readable(), 1);
+    EXPECT_EQ(bytes(answer, 100), Packet(50, 0xEE) + Packet(50, 0));
 }
 
 TEST_F(NetlinkQuery, every_refused_step_gives_nothing_without_losing_a_descriptor) {

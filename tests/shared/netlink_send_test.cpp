@@ -65,6 +65,14 @@ TEST_F(NetlinkSend, on_a_closed_channel_fails) {
     EXPECT_TRUE(kernel.requests.empty());
 }
 
+// A channel that came no further than its socket: the family is sent as it stands.
+TEST_F(NetlinkSend, with_the_family_unknown_sends_its_low_16_bits) {
+    kernel.family = 0;
+    ASSERT_EQ(bridge_lib_nlclient_init(&ctx()), 0);
+    EXPECT_EQ(bridge_lib_send_netlink(nullptr, 0, 275), 0);
+    EXPECT_EQ(kernel.data_requests().back().message_type(), 0xFFFF);
+}
+
 TEST_F(NetlinkSend, without_memory_fails_silently) {
     up();
     faults::fail("malloc", 1, ENOMEM);
