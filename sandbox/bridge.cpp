@@ -57,7 +57,9 @@ Batch single(uint32_t type, Bytes payload = {}) {
 
 } // namespace
 
-Bridge::Bridge(event_base *base, const std::string &tmpdir, bool slave) : server_(base, tmpdir, *this), slave_(slave) {
+Bridge::Bridge(event_base *base, const std::string &tmpdir, bool slave)
+    : server_(base, tmpdir, *this), addresses_([this](uint32_t type, Bytes payload) { announce(type, payload); }),
+      slave_(slave) {
     server_.on_connected = [this](Connection &client) {
         say("%s: connected", client.text().c_str());
         on_change();
@@ -118,6 +120,8 @@ void Bridge::handle(Connection &client, uint32_t type, Bytes payload) {
     say("%s: sent %s, %zu bytes", client.text().c_str(), event_text(type).c_str(), payload.size);
     if (type == BRIDGE_EVENT_ORI_DATA_REQUEST)
         answer_origin_request(client, payload);
+    else if (addresses_.take_request(type, payload))
+        return;
     else if (echoed(type))
         announce(type, payload);
 }

@@ -1,6 +1,7 @@
 // What the bridge server does with its clients' messages: registrations, data synchronisation, origin data, requests.
 #pragma once
 
+#include "sandbox/addresses.h"
 #include "sandbox/server.h"
 
 #include <cstdint>
@@ -15,6 +16,7 @@ class Bridge : private ConnectionOwner {
     Bridge(event_base *base, const std::string &tmpdir, bool slave);
 
     Server &server() { return server_; }
+    Addresses &addresses() { return addresses_; }
     // Called after anything that somebody may wait for: a message, a client more or less.
     std::function<void()> on_change = [] {};
 
@@ -44,6 +46,7 @@ class Bridge : private ConnectionOwner {
     void answer_origin_request(Connection &client, Bytes payload);
 
     Server server_;
+    Addresses addresses_;
     bool slave_;
     std::map<uint32_t, uint64_t> received_;
 };

@@ -72,7 +72,10 @@ const Commands::Row Commands::kRows[] = {
     {"drop", "[@CLIENT]", "close connections", 0, 1, &Commands::drop},
     {"restart", "[SECONDS]", "close everything and listen again, after a while", 0, 1, &Commands::restart},
     {"clients", "", "list the connections", 0, 0, &Commands::clients},
-    {"kernel", "[up|down]", "take the kernel's bridge module away or bring it back", 0, 1, &Commands::kernel},
+    {"kernel", "[STATE [ERRNO]]", "the kernel's bridge module: up, down, error, long or silent; or show it", 0, 2,
+     &Commands::kernel},
+    {"mac", "WHAT [...]", "the kernel's MAC addresses; \"mac help\" tells more", 1, 5, &Commands::mac},
+    {"mvlan", "WHAT [...]", "the hosts' VLANs by address; \"mvlan help\" tells more", 1, 4, &Commands::mvlan},
     {"debug", "CLIENT WHAT...", "switch a client's debugging, delay its events, make it print itself", 3, SIZE_MAX,
      &Commands::debug},
     {"sleep", "SECONDS", "let time pass", 1, 1, &Commands::sleep},
@@ -172,19 +175,6 @@ Commands::Result Commands::clients(const Words &, StreamState &) {
             client.stalled() ? " stalled" : "");
     });
     say("clients: %u", count);
-    return std::nullopt;
-}
-
-Commands::Result Commands::kernel(const Words &words, StreamState &) {
-    if (words.size() == 1)
-        say("kernel: %s, %zu sockets, %zu listen", kernel_.is_up() ? "up" : "down", kernel_.sockets(),
-            kernel_.listeners());
-    else if (words[1] == "up")
-        kernel_.up();
-    else if (words[1] == "down")
-        kernel_.down();
-    else
-        throw std::invalid_argument("up or down, not " + words[1]);
     return std::nullopt;
 }
 

@@ -50,6 +50,8 @@ class Commands {
     Result clients(const Words &words, StreamState &stream);
     Result kernel(const Words &words, StreamState &stream);
     Result debug(const Words &words, StreamState &stream);
+    Result mac(const Words &words, StreamState &stream);
+    Result mvlan(const Words &words, StreamState &stream);
     Result sleep(const Words &words, StreamState &stream);
     Result wait_clients(const Words &words, StreamState &stream);
     Result wait_event(const Words &words, StreamState &stream);

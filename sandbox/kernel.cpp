@@ -1,85 +1,24 @@
 #include "sandbox/kernel.h"
 
+#include "sandbox/kernel_messages.h"
 #include "sandbox/local_socket.h"
+#include "sandbox/names.h"
+#include "sandbox/netlink_reply.h"
 #include "sandbox/output.h"
 
 #include <cerrno>
-#include <cstring>
-#include <linux/genetlink.h>
-#include <linux/netlink.h>
 #include <sys/socket.h>
+#include <utility>
 #include <vector>
 
 namespace sandbox {
 
 namespace {
 
-constexpr char kFamilyName[] = "EF_BRIDGE";
-constexpr uint16_t kFamilyId = 0x23;
 constexpr size_t kPacketMax = 65536;
-constexpr size_t kHeaders = sizeof(nlmsghdr) + sizeof(genlmsghdr);
+constexpr size_t kTooLong = 10248;              // bytes of payload: with its headers more than a host takes
 constexpr uint32_t kControllerNotices = 0x8000; // the group mask of the controller's own notices
-
-// A netlink message under construction.
-class Reply {
-  public:
-    Reply(uint16_t type, uint8_t command) : bytes_(kHeaders) {
-        const nlmsghdr head{0, type, 0, 0, 0};
-        const genlmsghdr generic{command, 1, 0};
-        std::memcpy(bytes_.data(), &head, sizeof head);
-        std::memcpy(bytes_.data() + sizeof head, &generic, sizeof generic);
-        finish();
-    }
-
-    Reply &attribute(uint16_t type, const void *data, size_t size) {
-        const nlattr head{static_cast<uint16_t>(sizeof(nlattr) + size), type};
-        const size_t at = bytes_.size();
-        bytes_.resize(at + NLA_ALIGN(head.nla_len));
-        std::memcpy(bytes_.data() + at, &head, sizeof head);
-        std::memcpy(bytes_.data() + at + sizeof head, data, size);
-        finish();
-        return *this;
-    }
-
-    [[nodiscard]] Bytes bytes() const { return {bytes_.data(), bytes_.size()}; }
-
-  private:
-    void finish() {
-        const auto length = static_cast<uint32_t>(bytes_.size());
-        std::memcpy(bytes_.data() + offsetof(nlmsghdr, nlmsg_len), &length, sizeof length);
-    }
-
-    std::vector<uint8_t> bytes_;
-};
-
-Reply family_answer() {
-    return Reply(GENL_ID_CTRL, CTRL_CMD_NEWFAMILY)
-        .attribute(CTRL_ATTR_FAMILY_NAME, kFamilyName, sizeof kFamilyName)
-        .attribute(CTRL_ATTR_FAMILY_ID, &kFamilyId, sizeof kFamilyId);
-}
-
-Reply family_gone() {
-    return Reply(GENL_ID_CTRL, CTRL_CMD_DELFAMILY)
-        .attribute(CTRL_ATTR_FAMILY_NAME, kFamilyName, sizeof kFamilyName)
-        .attribute(CTRL_ATTR_FAMILY_ID, &kFamilyId, sizeof kFamilyId);
-}
-
-// The error word, then the head of the request that caused it.
-std::vector<uint8_t> error_answer(int error, Bytes request) {
-    const nlmsghdr cause = bri::load_at<nlmsghdr>(request, 0);
-    const nlmsghdr head{sizeof(nlmsghdr) + sizeof error + sizeof cause, NLMSG_ERROR, 0, 0, 0};
-    const int word = -error;
-    std::vector<uint8_t> bytes(head.nlmsg_len);
-    std::memcpy(bytes.data(), &head, sizeof head);
-    std::memcpy(bytes.data() + sizeof head, &word, sizeof word);
-    std::memcpy(bytes.data() + sizeof head + sizeof word, &cause, sizeof cause);
-    return bytes;
-}
-
-bool asks_for_family(Bytes packet) {
-    return packet.holds(kHeaders + sizeof(nlattr), sizeof kFamilyName) &&
-           std::memcmp(packet.data + kHeaders + sizeof(nlattr), kFamilyName, sizeof kFamilyName) == 0;
-}
+constexpr uint8_t kDataCommand = 3;
 
 } // namespace
 
@@ -105,6 +44,10 @@ class Kernel::Socket {
     void send(Bytes message) const {
         static_cast<void>(::send(fd_.get(), message.data, message.size, MSG_DONTWAIT | MSG_NOSIGNAL));
     }
+    void refuse(int error, Bytes request) const {
+        const std::vector<uint8_t> bytes = error_answer(error, request);
+        send({bytes.data(), bytes.size()});
+    }
 
   private:
     bri::Fd fd_;
@@ -114,8 +57,8 @@ class Kernel::Socket {
     uint32_t groups_ = 0;
 };
 
-Kernel::Kernel(event_base *base, const std::string &tmpdir)
-    : base_(base), path_(socket_path(tmpdir, ".kernel_socket")) {}
+Kernel::Kernel(event_base *base, const std::string &tmpdir, Addresses &addresses)
+    : base_(base), addresses_(addresses), path_(socket_path(tmpdir, ".kernel_socket")) {}
 
 Kernel::~Kernel() {
     if (listener_ != nullptr)
@@ -141,11 +84,23 @@ size_t Kernel::listeners() const {
     return count;
 }
 
-void Kernel::down() {
-    up_ = false;
+void Kernel::set_state(KernelState state, int error) {
+    const KernelState before = std::exchange(state_, state);
+    error_ = error;
+    if ((before == KernelState::kDown) == (state == KernelState::kDown))
+        return;
+    if (state != KernelState::kDown) {
+        ++family_;
+        return;
+    }
+    addresses_.clear();
+    tell_listeners_of_the_end();
+}
+
+void Kernel::tell_listeners_of_the_end() const {
     for (const auto &socket : sockets_)
         if (socket->listens())
-            socket->send(family_gone().bytes());
+            socket->send(family_gone(family_).bytes());
 }
 
 void Kernel::read_packet(Socket &socket) {
@@ -164,20 +119,33 @@ void Kernel::read_packet(Socket &socket) {
         answer(socket, bytes);
 }
 
-void Kernel::answer(const Socket &socket, Bytes packet) const {
+void Kernel::answer(const Socket &socket, Bytes packet) {
     const uint16_t type = bri::load_at<nlmsghdr>(packet, 0).nlmsg_type;
-    const auto refuse = [&](int error) {
-        const std::vector<uint8_t> bytes = error_answer(error, packet);
-        socket.send({bytes.data(), bytes.size()});
-    };
-    if (type == GENL_ID_CTRL)
-        return up_ && asks_for_family(packet) ? socket.send(family_answer().bytes()) : refuse(ENOENT);
-    if (!up_ || type != kFamilyId)
-        return refuse(ENOENT);
-    const auto message = bri::load_at<uint32_t>(packet, kHeaders + sizeof(nlattr));
-    say("kernel: message type %u", message);
-    if (!socket.listens())
-        refuse(EOPNOTSUPP); // a question, and nothing here knows the answer
+    const bool there = state_ != KernelState::kDown;
+    if (there && type == family_)
+        take_message(socket, packet);
+    else if (there && type == GENL_ID_CTRL && asks_for_family(packet))
+        socket.send(family_answer(family_).bytes());
+    else
+        socket.refuse(ENOENT, packet);
+}
+
+void Kernel::take_message(const Socket &socket, Bytes packet) {
+    const std::optional<KernelMessage> message = kernel_message(packet);
+    if (message)
+        say("kernel: got %s, %zu bytes", event_text(message->type).c_str(), message->data.size);
+    if (state_ == KernelState::kSilent)
+        return;
+    if (state_ == KernelState::kError)
+        return socket.refuse(error_, packet);
+    KernelResult result = message ? handle(addresses_, *message) : KernelResult{EINVAL, {}};
+    if (result.error != 0 && !socket.listens()) // somebody waits for it
+        return socket.refuse(result.error, packet);
+    if (result.answer.empty())
+        return;
+    if (state_ == KernelState::kLong)
+        result.answer.resize(kTooLong);
+    socket.send(NetlinkReply(family_, kDataCommand).attribute(0, result.answer.data(), result.answer.size()).bytes());
 }
 
 } // namespace sandbox

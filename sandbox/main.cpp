@@ -26,7 +26,7 @@ class Program {
   public:
     explicit Program(const Options &options)
         : base_(event_base_new()), bridge_(base_.get(), options.tmpdir, options.slave),
-          kernel_(base_.get(), options.tmpdir),
+          kernel_(base_.get(), options.tmpdir, bridge_.addresses()),
           commands_(bridge_, kernel_, [this] { event_base_loopbreak(base_.get()); }) {
         bridge_.on_change = [this] {
             for (CommandStream &stream : streams_)

@@ -263,7 +263,7 @@ TEST_F(Sandbox, bad_commands_are_told_and_nothing_else_happens) {
         {"sleep -1", "error: not a number of seconds: -1"},
         {"sleep soon", "error: not a number of seconds: soon"},
         {"wait-clients many", "error: not a number up to 4294967295: many"},
-        {"kernel panic", "error: up or down, not panic"},
+        {"kernel panic", "error: no such state: panic"},
     };
     for (const auto &[command, error] : cases) {
         sandbox.write_line(command);
@@ -279,7 +279,7 @@ TEST_F(Sandbox, help_names_every_command) {
     Process sandbox = start_sandbox();
     sandbox.write_line("help");
     for (const char *command : {"role", "switchover", "event", "raw", "stall", "resume", "drop", "restart", "clients",
-                                "kernel", "sleep", "wait-clients", "wait-event", "print", "help", "quit"})
+                                "kernel", "mac", "mvlan", "sleep", "wait-clients", "wait-event", "print", "help", "quit"})
         EXPECT_TRUE(sandbox.shows("\n  " + std::string(command) + " "));
 }
 

@@ -8,6 +8,7 @@ namespace test {
 
 const char *const kSandbox = BRIDGE_SANDBOX;
 const char *const kPortWatch = BRIDGE_PORT_WATCH;
+const char *const kMacTable = BRIDGE_MAC_TABLE;
 const char *const kKernelSim = BRIDGE_KERNEL_SIM;
 
 ByteVec registration(std::initializer_list<unsigned> types, unsigned pid, const std::string &name, uint8_t op,
@@ -40,8 +41,8 @@ Process World::start_sandbox(const std::vector<std::string> &options) const {
     return sandbox;
 }
 
-Process World::start_host(const std::string &name, const std::vector<std::string> &options) const {
-    std::vector<std::string> command{kPortWatch, "-n", name};
+Process World::start_host(const std::string &name, const std::vector<std::string> &options, const char *program) const {
+    std::vector<std::string> command{program, "-n", name};
     command.insert(command.end(), options.begin(), options.end());
     // The preloaded library comes before the sanitizer's, which minds although it loses nothing by it.
     const std::vector<std::string> environment{std::string("LD_PRELOAD=").append(kKernelSim),

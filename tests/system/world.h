@@ -14,6 +14,7 @@ namespace test {
 // The programs under test and the library that host daemons preload.
 extern const char *const kSandbox;
 extern const char *const kPortWatch;
+extern const char *const kMacTable;
 extern const char *const kKernelSim;
 
 // The payload of a registration of these events. A full one carries a process id.
@@ -28,8 +29,10 @@ class World : public Env {
   protected:
     // A server that listens.
     Process start_sandbox(const std::vector<std::string> &options = {}) const;
-    // A port_watch of that name, with the kernel's bridge module of the sandbox.
-    Process start_host(const std::string &name, const std::vector<std::string> &options = {}) const;
+    // A host daemon of that name, a port_watch unless another is asked for, with the kernel's bridge module of the
+    // sandbox.
+    Process start_host(const std::string &name, const std::vector<std::string> &options = {},
+                       const char *program = kPortWatch) const;
 
     // A connection without a registration, and one that has registered and taken the answer to that.
     [[nodiscard]] Peer connect_client() const;

@@ -1,0 +1,107 @@
+#include "sandbox/addresses.h"
+
+#include "base/bits.h"
+
+#include <bridge/events.h>
+
+#include <algorithm>
+#include <cstddef>
+
+namespace sandbox {
+
+namespace {
+
+constexpr size_t kRecordsPerMessage = BRI_PAYLOAD_MAX / sizeof(bri_mac_msg);
+
+// What a check concerns: learned addresses, or the configured ones of a type, 0 for all.
+auto kind_of(bool dynamic, uint32_t type) {
+    return
+        [=](const bri_mac_entry &entry) { return is_dynamic(entry) == dynamic && (type == 0 || entry.type == type); };
+}
+
+bool holds_vlan(const vlanset &vlans, uint16_t vid) {
+    return vid < bri::bits::kSetBits && bri::bits::test(vlans.words, vid);
+}
+
+} // namespace
+
+size_t Addresses::announce(const MacChanges &changes) const {
+    for (size_t at = 0; at < changes.size(); at += kRecordsPerMessage) {
+        const size_t count = std::min(kRecordsPerMessage, changes.size() - at);
+        announce_(MAC_EVENT_NOTIFY_ADDR, {reinterpret_cast<const uint8_t *>(&changes[at]), count * sizeof changes[at]});
+    }
+    return changes.size();
+}
+
+size_t Addresses::apply(const bri_mac_msg &record) {
+    return announce(macs_.apply(record));
+}
+
+size_t Addresses::apply_run(Bytes records) {
+    MacChanges changes;
+    for (; records.size >= sizeof(bri_mac_msg); records = records.from(sizeof(bri_mac_msg))) {
+        const MacChanges more = macs_.apply(bri::load_at<bri_mac_msg>(records, 0));
+        changes.insert(changes.end(), more.begin(), more.end());
+    }
+    return announce(changes);
+}
+
+void Addresses::begin_check(bool dynamic, uint32_t type) {
+    macs_.begin_check(kind_of(dynamic, type));
+}
+
+void Addresses::end_check(bool dynamic, uint32_t type) {
+    announce(macs_.end_check(kind_of(dynamic, type)));
+}
+
+bool Addresses::apply(const mvlan_msg &request) {
+    if (!hosts_.apply(request))
+        return false;
+    announce_(MVLAN_EVENT_NOTIFY_ENTRY, {reinterpret_cast<const uint8_t *>(&request), sizeof request});
+    return true;
+}
+
+void Addresses::clear() {
+    macs_.clear();
+    hosts_.clear();
+}
+
+void Addresses::take_vlan_delete(Bytes payload) {
+    if (payload.size < sizeof(bri_mac_vlanmap_del))
+        return;
+    const auto request = bri::load_at<bri_mac_vlanmap_del>(payload, 0);
+    announce(macs_.remove_if([&](const bri_mac_entry &entry) {
+        return is_dynamic(entry) && holds_vlan(request.vlans, entry.bcast_id) &&
+               (request.ifx == 0 || request.ifx == entry.ifx);
+    }));
+}
+
+bool Addresses::take_request(uint32_t type, Bytes payload) {
+    switch (type) {
+    case MAC_EVENT_NOTIFY_ADDR:
+        apply_run(payload);
+        return true;
+    case MVLAN_EVENT_NOTIFY_ENTRY:
+        if (payload.size >= sizeof(mvlan_msg))
+            apply(bri::load_at<mvlan_msg>(payload, 0));
+        return true;
+    case MAC_EVENT_ROLLBACK_ADDR:
+    case MAC_EVENT_BYPASS_ADDR:
+        apply_run(payload);
+        return false;
+    case MAC_EVENT_DEL_DYN_ON_VLANMAP:
+    case MAC_EVENT_DEL_DYN_ON_INTF_VLANMAP:
+        take_vlan_delete(payload);
+        return false;
+    case MAC_EVENT_NONDYN_CHECK_BEGIN:
+        begin_check(false, bri::load_at<uint32_t>(payload, 0));
+        return false;
+    case MAC_EVENT_NONDYN_CHECK_END:
+        end_check(false, bri::load_at<uint32_t>(payload, 0));
+        return false;
+    default:
+        return false;
+    }
+}
+
+} // namespace sandbox

@@ -1,0 +1,48 @@
+// The tables of the kernel's bridge module and everybody who changes them: clients through the server socket, hosts
+// through the kernel channel, the operator. Whoever it was, the clients that registered the event get each change of
+// the address table as one record.
+#pragma once
+
+#include "sandbox/batch.h"
+#include "sandbox/mac_table.h"
+#include "sandbox/mac_vlans.h"
+
+#include <cstdint>
+#include <functional>
+
+namespace sandbox {
+
+class Addresses {
+  public:
+    // Sends an event to the clients that registered it.
+    using Announce = std::function<void(uint32_t type, Bytes payload)>;
+    explicit Addresses(Announce announce) : announce_(std::move(announce)) {}
+
+    // A request that came through the server socket. True when it is answered with that; the others still come back as
+    // the events of their number.
+    bool take_request(uint32_t type, Bytes payload);
+
+    // One change, and a run of them. How many addresses changed.
+    size_t apply(const bri_mac_msg &record);
+    size_t apply_run(Bytes records);
+    // The addresses that change between the two calls, or are added once more, stay; the others of the kind go.
+    void begin_check(bool dynamic, uint32_t type = 0);
+    void end_check(bool dynamic, uint32_t type = 0);
+    // False when there was nothing to change.
+    bool apply(const mvlan_msg &request);
+    // What goes with the kernel's module. The clients are not told: they are asked for their data when it comes back.
+    void clear();
+
+    [[nodiscard]] const MacTable &macs() const { return macs_; }
+    [[nodiscard]] const MacVlans &hosts() const { return hosts_; }
+
+  private:
+    size_t announce(const MacChanges &changes) const;
+    void take_vlan_delete(Bytes payload);
+
+    Announce announce_;
+    MacTable macs_;
+    MacVlans hosts_;
+};
+
+} // namespace sandbox
