@@ -42,6 +42,10 @@ bool Batch::empty() const {
     return bytes_.size() == sizeof(bri_batch_hdr);
 }
 
+uint32_t Batch::messages() const {
+    return bri::load_as<bri_batch_hdr>(bytes_.data()).msg_cnt;
+}
+
 Incoming peek_batch(evbuffer *input) {
     bri_batch_hdr header;
     if (evbuffer_copyout(input, &header, sizeof header) < static_cast<ssize_t>(sizeof header))

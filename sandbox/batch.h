@@ -22,6 +22,7 @@ class Batch {
     bool add(uint32_t type, Bytes payload = {});
 
     [[nodiscard]] bool empty() const;
+    [[nodiscard]] uint32_t messages() const;
     [[nodiscard]] Bytes bytes() const { return {bytes_.data(), bytes_.size()}; }
 
   private:

@@ -106,12 +106,11 @@ std::optional<Wait> Commands::run(const std::string &line, StreamState &stream) 
 }
 
 Commands::Result Commands::role(const Words &words, StreamState &) {
-    if (words.size() == 1)
-        say("role: %s", bridge_.slave() ? "slave" : "master");
-    else if (words[1] == "master" || words[1] == "slave")
-        bridge_.set_role(words[1] == "slave");
-    else
+    if (words.size() > 1 && words[1] != "master" && words[1] != "slave")
         throw std::invalid_argument("no such role: " + words[1]);
+    if (words.size() > 1)
+        bridge_.set_role(words[1] == "slave");
+    say("role: %s", bridge_.slave() ? "slave" : "master");
     return std::nullopt;
 }
 
@@ -123,6 +122,7 @@ Commands::Result Commands::switchover(const Words &words, StreamState &) {
         bridge_.begin_switchover();
     if (half != "begin")
         bridge_.end_switchover();
+    say("switchover: %s", half.empty() ? "begin and end" : half.c_str());
     return std::nullopt;
 }
 
@@ -162,17 +162,19 @@ Commands::Result Commands::drop(const Words &words, StreamState &) {
 }
 
 Commands::Result Commands::restart(const Words &words, StreamState &) {
-    bridge_.server().restart(words.size() > 1 ? parse_seconds(words[1]) : Milliseconds(0));
+    const Milliseconds pause = words.size() > 1 ? parse_seconds(words[1]) : Milliseconds(0);
+    say("restart: %u clients", bridge_.server().drop(Target()));
+    bridge_.server().restart(pause);
     return std::nullopt;
 }
 
 Commands::Result Commands::clients(const Words &, StreamState &) {
     const unsigned count = bridge_.server().for_each(Target(), [](const Connection &client) {
         const Registration &known = client.registration;
-        say("  %u %s pid %u events %u messages %llu queued %zu%s%s", client.id(),
+        say("  %u %s pid %u events %u messages %llu sent %llu queued %zu%s%s", client.id(),
             known.complete() ? known.name().c_str() : "(not registered)", known.pid(), known.count(),
-            static_cast<unsigned long long>(client.received()), client.queued(), known.fresh() ? " fresh" : "",
-            client.stalled() ? " stalled" : "");
+            static_cast<unsigned long long>(client.received()), static_cast<unsigned long long>(client.sent()),
+            client.queued(), known.fresh() ? " fresh" : "", client.stalled() ? " stalled" : "");
     });
     say("clients: %u", count);
     return std::nullopt;
@@ -181,8 +183,10 @@ Commands::Result Commands::clients(const Words &, StreamState &) {
 Commands::Result Commands::debug(const Words &words, StreamState &) {
     const std::string target = (words[1][0] == '@' ? "" : "@") + words[1];
     const auto [type, payload] = debug_message(Words(words.begin() + 2, words.end()));
-    if (bridge_.announce(type, {payload.data(), payload.size()}, Target(target)) == 0)
+    const unsigned count = bridge_.announce(type, {payload.data(), payload.size()}, Target(target));
+    if (count == 0)
         throw std::invalid_argument("no such client: " + words[1]);
+    say("debug %s: to %u clients", event_text(type).c_str(), count);
     return std::nullopt;
 }
 

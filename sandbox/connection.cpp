@@ -41,6 +41,11 @@ void Connection::send(Bytes bytes) {
     bufferevent_write(channel_.get(), bytes.data, bytes.size);
 }
 
+void Connection::send(const Batch &batch) {
+    sent_ += batch.messages();
+    send(batch.bytes());
+}
+
 void Connection::stall() {
     stalled_ = true;
     if (open())

@@ -30,7 +30,7 @@ class Connection {
     Connection &operator=(const Connection &) = delete;
 
     void send(Bytes bytes);
-    void send(const Batch &batch) { send(batch.bytes()); }
+    void send(const Batch &batch);
 
     // Stalled, it neither reads nor writes; what is sent meanwhile is queued.
     void stall();
@@ -46,7 +46,9 @@ class Connection {
     [[nodiscard]] bool open() const { return channel_ != nullptr; }
     [[nodiscard]] bool stalled() const { return stalled_; }
     [[nodiscard]] size_t queued() const;
-    [[nodiscard]] uint64_t received() const { return received_; } // messages
+    // Messages; the sent ones include those that are still queued.
+    [[nodiscard]] uint64_t received() const { return received_; }
+    [[nodiscard]] uint64_t sent() const { return sent_; }
 
   private:
     void on_readable();
@@ -58,6 +60,7 @@ class Connection {
     ConnectionOwner &owner_;
     bool stalled_ = false;
     uint64_t received_ = 0;
+    uint64_t sent_ = 0;
 };
 
 } // namespace sandbox

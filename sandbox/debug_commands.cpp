@@ -57,6 +57,14 @@ DebugMessage value_message(uint32_t type, uint32_t value) {
     return message(type, words);
 }
 
+// Also a negative number, which ends the delay and with it the client's timer; 0 keeps the timer going, without a
+// pause.
+uint32_t parse_seconds(const std::string &text) {
+    if (text[0] == '-')
+        return 0 - parse_number(text.substr(1), INT32_MAX);
+    return parse_number(text, INT32_MAX);
+}
+
 bool is_on(const std::string &word) {
     if (word != "on" && word != "off")
         throw std::invalid_argument("on or off, not " + word);
@@ -111,7 +119,7 @@ DebugMessage debug_message(const std::vector<std::string> &words) {
     if (words.size() != 2)
         throw std::invalid_argument("debug what? (try help)");
     if (words[0] == "delay")
-        return value_message(DEBUG_EVENT_MSG_DELAY, parse_number(words[1], INT32_MAX));
+        return value_message(DEBUG_EVENT_MSG_DELAY, parse_seconds(words[1]));
     if (words[0] == "show")
         return {find(kShows, words[1]), {}};
     return switch_message(find(kSwitches, words[0]), is_on(words[1]));
@@ -120,7 +128,7 @@ DebugMessage debug_message(const std::vector<std::string> &words) {
 std::vector<std::string> debug_help() {
     return {
         "  WHAT of debug: " + alternatives(kSwitches) + " on|off; mac filter [vid N] [mac ADDRESS] [ifx N];",
-        "  delay SECONDS, 0 for none; show " + alternatives(kShows) + ".",
+        "  delay SECONDS, -1 for none; show " + alternatives(kShows) + ".",
     };
 }
 

@@ -42,6 +42,7 @@ TEST_F(DebugMessages, each_command_is_one_message_to_one_client) {
         {"mac filter mac 00:1A:2B:3C:4D:FE", {0x883, filter_payload(1, 0, mac)}},
         {"mac filter ifx 0x12345678 vid 5 mac 001a2b3c4dfe", {0x883, filter_payload(1, 5, mac, 0x12345678)}},
         {"delay 5", {0x894, value_payload(5)}},
+        {"delay -1", {0x894, value_payload(0xffffffff)}},
         {"delay 0", {0x894, value_payload(0)}},
         {"delay 2147483647", {0x894, value_payload(0x7fffffff)}},
         {"show flags", {0x897, {}}},
@@ -84,6 +85,7 @@ TEST_F(DebugMessages, commands_that_say_nothing_known_are_told_and_send_nothing)
         {"debug raw vlan on off", "error: debug what? (try help)"},
         {"debug raw show all", "error: flags|vlan|mac|cache|swport|delay, not all"},
         {"debug raw delay long", "error: not a number up to 2147483647: long"},
+        {"debug raw delay -", "error: not a number up to 2147483647: "},
         {"debug raw delay 2147483648", "error: not a number up to 2147483647: 2147483648"},
         {"debug raw mac filter vid", "error: mac filter without the value of vid"},
         {"debug raw mac filter vid 65536", "error: not a number up to 65535: 65536"},
@@ -105,7 +107,7 @@ TEST_F(DebugMessages, help_tells_them) {
     sandbox.write_line("help");
     EXPECT_TRUE(sandbox.shows("\n  debug "));
     EXPECT_TRUE(sandbox.shows("vlan|mac|qinq|vmap|msg|pvlan on|off; mac filter [vid N] [mac ADDRESS] [ifx N];\n"));
-    EXPECT_TRUE(sandbox.shows("delay SECONDS, 0 for none; show flags|vlan|mac|cache|swport|delay.\n"));
+    EXPECT_TRUE(sandbox.shows("delay SECONDS, -1 for none; show flags|vlan|mac|cache|swport|delay.\n"));
 }
 
 // A host "alpha" whose log lines go to a file, apart from what it prints.

@@ -177,7 +177,7 @@ TEST_F(Sandbox, stalled_client_is_neither_read_nor_written_until_resumed) {
     sandbox.write_line("event 387 01");
     EXPECT_EQ(next(other), (std::vector<Message>{{387, {1}}}));
     sandbox.write_line("clients");
-    EXPECT_TRUE(sandbox.shows("1 raw pid 4242 events 1 messages 1 queued 17 fresh stalled"));
+    EXPECT_TRUE(sandbox.shows("1 raw pid 4242 events 1 messages 1 sent 5 queued 17 fresh stalled"));
     EXPECT_FALSE(client.readable());
     sandbox.write_line("resume");
     EXPECT_TRUE(sandbox.shows("resume: 2 clients"));
