@@ -1,7 +1,6 @@
 // Messages to the server: collected in one batch, written when it fills, when one is urgent, or by the 50 ms timer.
 #include "base/list.h"
 #include "base/log.h"
-#include "base/raii.h"
 #include "client/state.h"
 #include "client/transport.h"
 
@@ -14,6 +13,8 @@ uint8_t *g_bglib_sendbuf;
 pthread_mutex_t g_bglib_send_lock = PTHREAD_MUTEX_INITIALIZER;
 
 namespace {
+
+bool g_flush_due; // the timer came; whoever holds the send lock flushes
 
 bri_batch_hdr &batch() {
     return *reinterpret_cast<bri_batch_hdr *>(g_bglib_sendbuf);
@@ -92,6 +93,15 @@ void write_batch(bri_clnt_ctx &ctx) {
     }
 }
 
+// Does a flush that came due while the lock was held. Looks again behind the release: it may have come in between.
+void release_send_lock(bri_clnt_ctx &ctx) {
+    do {
+        if (__atomic_exchange_n(&g_flush_due, false, __ATOMIC_SEQ_CST))
+            flush(ctx);
+        pthread_mutex_unlock(&g_bglib_send_lock);
+    } while (__atomic_load_n(&g_flush_due, __ATOMIC_SEQ_CST) && pthread_mutex_trylock(&g_bglib_send_lock) == 0);
+}
+
 } // namespace
 
 void put_message(uint8_t *at, const void *data, uint32_t len, uint32_t type) {
@@ -118,10 +128,20 @@ void flush(bri_clnt_ctx &ctx) {
     clear_batch();
 }
 
+SendLock::SendLock(bri_clnt_ctx &ctx) : ctx_(ctx) {
+    pthread_mutex_lock(&g_bglib_send_lock);
+}
+
+SendLock::~SendLock() {
+    release_send_lock(ctx_);
+}
+
+// The loop does not wait for a thread that blocks in a write.
 int flush_job(void *) {
     if (g_bridge_client != nullptr) {
-        const MutexLock lock(g_bglib_send_lock);
-        flush(*g_bridge_client);
+        __atomic_store_n(&g_flush_due, true, __ATOMIC_SEQ_CST); // before the look at the lock
+        if (pthread_mutex_trylock(&g_bglib_send_lock) == 0)
+            release_send_lock(*g_bridge_client);
     }
     bridge_client_thread_event(BRI_CLNT_EVT_MSG_TIMER);
     return 0;
@@ -144,7 +164,7 @@ int bridge_client_send_message(const void *data, uint32_t len, uint32_t type) {
         BRI_LOG(log::kClient, "failed to send msg: buff is not ready.\n");
         return -1;
     }
-    const MutexLock lock(g_bglib_send_lock);
+    const SendLock lock(*ctx);
     if (!batch_takes(len))
         flush(*ctx);
     if (!batch_takes(len)) // the connection was lost since the first look, and the batch waits for the next one

@@ -40,7 +40,7 @@ bool complete_half_written(bri_clnt_ctx &ctx) {
 // The server must see the rest of a message that it has seen the beginning of, though its sender is told that it
 // failed.
 bool write_now(bri_clnt_ctx &ctx, HeapPtr<Run> &run) {
-    const MutexLock lock(g_bglib_send_lock);
+    const SendLock lock(ctx);
     if (ctx.sock <= 0 || !complete_half_written(ctx))
         return false;
     if (write_rest(ctx, *run))

@@ -54,6 +54,19 @@ void rewind_cache(bri_clnt_ctx &ctx);
 extern uint8_t *g_bglib_sendbuf; // BRI_BATCH_BUFFER_SIZE bytes; zero wherever no message lies
 extern pthread_mutex_t g_bglib_send_lock;
 
+// Holds the send lock for a sender, who may block in a write. A flush that comes due meanwhile does not wait for the
+// lock: the holder does it before the lock is free again.
+class SendLock {
+  public:
+    explicit SendLock(bri_clnt_ctx &ctx);
+    ~SendLock();
+    SendLock(const SendLock &) = delete;
+    SendLock &operator=(const SendLock &) = delete;
+
+  private:
+    bri_clnt_ctx &ctx_;
+};
+
 // Writes what waits, oldest first, without blocking. The send lock is held.
 void flush(bri_clnt_ctx &ctx);
 

@@ -113,9 +113,9 @@ BRI_API int bridge_client_send_message(const void *data, uint32_t len, uint32_t 
 
 /* Write a message to the server now, as a batch of its own, before whatever is batched or cached; only a run that is
  * half written is completed first. Same arguments as bridge_client_send_message. Blocks while the socket takes nothing:
- * five send time-outs of 10 seconds at most for each of the two, during which every other sender waits. 0 when all of
- * it was written, else -1: without a socket, with `len` above 10240, without memory, or when the writing failed. Any
- * thread, also from inside handlers. */
+ * five send time-outs of 10 seconds at most for each of the two, during which every other sender waits, the flush timer
+ * not. 0 when all of it was written, else -1: without a socket, with `len` above 10240, without memory, or when the
+ * writing failed. Any thread, also from inside handlers. */
 BRI_API int bridge_client_send_message_ontime(const void *data, uint32_t len, uint32_t type);
 
 /* Read one batch from `fd` into the receive buffer, whole, and point `out` at it; it stays until the next call. 0, or

@@ -256,6 +256,43 @@ TEST_F(FlushTimer, gives_0_before_start_up) {
     EXPECT_TRUE(loop().pending.empty());
 }
 
+// What is due meanwhile leaves as soon as the sender is done.
+TEST_F(FlushTimer, does_not_wait_for_a_sender_that_holds_the_lock) {
+    Peer peer = start_paired();
+    ASSERT_EQ(send(kPlain, {1}), 0);
+    int writes = 0;
+    faults::hooks.send = [&](int fd, const void *data, size_t size, int flags) {
+        if (++writes == 1) {
+            EXPECT_EQ(tick(), 0);
+        }
+        return faults::real_send(fd, data, size, flags);
+    };
+    alarm(10); // ends the test by a signal where the timer waits
+    EXPECT_EQ(send_ontime(2305, {2}), 0);
+    EXPECT_EQ(loop().count("bri-msg-timer"), 1);
+    EXPECT_EQ(peer.read_now(), batch_of({{2305, {2}}}) + batch_of({{kPlain, {1}}}));
+    EXPECT_EQ(send(kPlain, {3}), 0); // and is not due any more
+    EXPECT_FALSE(peer.readable());
+    faults::clear();
+}
+
+TEST_F(FlushTimer, is_done_by_a_sender_that_holds_the_lock) {
+    Peer peer = start_paired();
+    int writes = 0;
+    faults::hooks.send = [&](int fd, const void *data, size_t size, int flags) {
+        if (++writes > 1)
+            return faults::real_send(fd, data, size, flags);
+        EXPECT_EQ(tick(), 0);
+        errno = EAGAIN;
+        return ssize_t{-1};
+    };
+    alarm(10);
+    EXPECT_EQ(send(kUrgent, {1}), 0);
+    EXPECT_EQ(writes, 2);
+    EXPECT_EQ(peer.read_now(), batch_of({{kUrgent, {1}}}));
+    faults::clear();
+}
+
 TEST_F(FlushTimer, keeps_batch_and_cache_while_there_is_no_socket_or_no_connection) {
     Peer peer = start_paired();
     Script script;

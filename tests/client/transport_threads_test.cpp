@@ -141,28 +141,55 @@ TEST_F(transport_threads, send_from_4_threads_while_the_loop_reconnects) {
     expect_each_thread_in_order();
 }
 
-// A thread that blocks in a message that does not wait holds the lock; the reset does not wait for its time-out.
-TEST_F(transport_threads, reset_sends_a_blocked_sender_home) {
-    Peer peer = start_paired();
-    const timeval limit{2, 0}; // five of them are what the message waits for
-    ASSERT_EQ(setsockopt(ctx().sock, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit), 0);
-    const ByteVec bytes = pattern(4096);
-    uint32_t written = 0;
-    while (bridge_writen_dontwait(ctx().sock, bytes.data(), 4096, &written) == 0) {
+// A thread that blocks in a message that does not wait, and so holds the lock.
+class transport_blocked_sender : public Transport {
+  protected:
+    void block() {
+        peer_ = start_paired();
+        const timeval limit{2, 0}; // five of them are what the message waits for
+        ASSERT_EQ(setsockopt(ctx().sock, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit), 0);
+        const ByteVec bytes = pattern(4096);
+        uint32_t written = 0;
+        while (bridge_writen_dontwait(ctx().sock, bytes.data(), 4096, &written) == 0) {
+        }
+        sender_ = std::thread([this] { result = send_ontime(kPlain, pattern(10000)); });
+        while (pthread_mutex_trylock(&bri::client::g_bglib_send_lock) == 0) {
+            pthread_mutex_unlock(&bri::client::g_bglib_send_lock);
+            std::this_thread::yield();
+        }
+        since_ = time(nullptr);
     }
-    std::atomic<int> result{1};
-    std::thread sender([&] { result = send_ontime(kPlain, pattern(10000)); });
-    while (pthread_mutex_trylock(&bri::client::g_bglib_send_lock) == 0) {
-        pthread_mutex_unlock(&bri::client::g_bglib_send_lock);
-        std::this_thread::yield();
+    void reset_and_join() {
+        bridge_client_connect_reset();
+        sender_.join();
     }
-    const time_t before = time(nullptr);
-    bridge_client_connect_reset();
-    sender.join();
+    [[nodiscard]] time_t seconds() const { return time(nullptr) - since_; }
+
+    static constexpr int kBlocked = 1;
+    std::atomic<int> result{kBlocked};
+
+  private:
+    Peer peer_;
+    std::thread sender_;
+    time_t since_ = 0;
+};
+
+TEST_F(transport_blocked_sender, is_sent_home_by_a_reset) {
+    block();
+    reset_and_join();
     EXPECT_EQ(result, -1);
-    EXPECT_LT(time(nullptr) - before, 8);
+    EXPECT_LT(seconds(), 8);
     EXPECT_EQ(ctx().sock, 0);
     EXPECT_EQ(ctx().cache_cnt, 0U);
+}
+
+TEST_F(transport_blocked_sender, does_not_hold_up_the_loop) {
+    block();
+    for (int period = 0; period < 3; ++period)
+        EXPECT_EQ(tick(), 0);
+    EXPECT_EQ(result, kBlocked);
+    reset_and_join();
+    EXPECT_EQ(loop().count("bri-msg-timer"), 1);
 }
 
 } // namespace
