@@ -259,6 +259,19 @@ TEST_F(ReadJob, drops_a_cut_header_of_every_length) {
     }
 }
 
+TEST_F(ReadJob, reads_a_batch_that_is_no_more_than_a_cut_header_whole) {
+    begin();
+    for (uint32_t there = 1; there < 8; ++there) {
+        events.clear();
+        peer.write(batch_of({}, there, 1) + pattern(there));
+        peer.send({{kBegin, {}}});
+        EXPECT_EQ(read_job(), 0);
+        EXPECT_TRUE(events.empty());
+        EXPECT_EQ(read_job(), 0);
+        EXPECT_EQ(events, (std::vector<uint32_t>{kBegin})) << there;
+    }
+}
+
 TEST_F(ReadJob, takes_the_longest_batch_full_of_empty_messages) {
     begin();
     g_bri_clnt_dbg[BRI_DBG_MSG] = 0;
