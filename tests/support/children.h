@@ -2,6 +2,8 @@
 #pragma once
 
 #include <csignal>
+#include <cstdint>
+#include <ctime>
 #include <gtest/gtest.h>
 #include <new>
 #include <sched.h>
@@ -89,6 +91,45 @@ inline void meet(uint32_t &arrived, uint32_t total) {
     for (unsigned spins = 1; __atomic_load_n(&arrived, __ATOMIC_SEQ_CST) < total; ++spins)
         if (spins % 1024 == 0)
             sched_yield();
+}
+
+// Contest of processes for bits of shared words, where each flips its own ones. It goes on until they have met often:
+// on a busy machine they may run one after the other for a long time, and what comes between a reading and a writing
+// then never does.
+struct FlipContest {
+    uint32_t arrived;
+    uint32_t met; // how often a process found that another one had been there since its last look
+};
+
+// The part of one of `processes`. flip(bit, on) changes a bit of `own`, all clear at first and in the end, and read()
+// gives all bits. Each bit keeps its value while the others are flipped, so one that is lost still shows at the next
+// reading. True when none was lost.
+template <class Flip, class Read>
+bool flips_hold(FlipContest &contest, uint32_t processes, uint64_t own, Flip &&flip, Read &&read) {
+    constexpr uint32_t kOften = static_cast<uint32_t>(scaled(20000));
+    const time_t latest = time(nullptr) + 5; // a machine with one processor never gets there
+    uint64_t expected = 0;
+    uint64_t others = 0;
+    meet(contest.arrived, processes);
+    while (__atomic_load_n(&contest.met, __ATOMIC_RELAXED) < kOften && time(nullptr) <= latest) {
+        uint32_t met = 0;
+        for (int pass = 0; pass < 2; ++pass) // sets every bit, then clears every bit
+            for (uint64_t left = own; left != 0; left &= left - 1) {
+                const int bit = __builtin_ctzll(left);
+                expected ^= uint64_t{1} << bit;
+                flip(bit, pass == 0);
+                const uint64_t all = read();
+                if ((all & own) != expected) {
+                    __atomic_store_n(&contest.met, kOften, __ATOMIC_RELAXED);
+                    return false;
+                }
+                met += (all & ~own) != others ? 1U : 0U;
+                others = all & ~own;
+            }
+        if (met != 0)
+            __atomic_fetch_add(&contest.met, met, __ATOMIC_RELAXED);
+    }
+    return true;
 }
 
 } // namespace test
