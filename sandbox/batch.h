@@ -13,6 +13,10 @@ namespace sandbox {
 
 using bri::Bytes;
 
+template <class Record> Bytes bytes_of(const Record &record) {
+    return {reinterpret_cast<const uint8_t *>(&record), sizeof record};
+}
+
 // One batch as it goes on the wire.
 class Batch {
   public:

@@ -1,0 +1,272 @@
+#include "sandbox/ports.h"
+
+#include "base/shared_word.h"
+#include "sandbox/output.h"
+
+#include <cstddef>
+#include <cstring>
+#include <stdexcept>
+#include <strings.h>
+
+namespace sandbox {
+
+namespace shared = bri::shared;
+namespace bits = bri::bits;
+
+namespace {
+
+// The dynamic memberships of a port, in the server's own part of its block.
+static_assert(sizeof(spcb::server3) == sizeof(vlanset) && offsetof(spcb, server3) % alignof(vlanset) == 0);
+uint32_t *dynamic_vlans(spcb &port) {
+    return reinterpret_cast<uint32_t *>(port.server3);
+}
+
+spcb &existing(uint32_t ifx) {
+    spcb *port = ifx < BRI_PORT_SLOTS ? swport_get_spcb(static_cast<int32_t>(ifx)) : nullptr;
+    if (port == nullptr)
+        throw std::invalid_argument("no port " + std::to_string(ifx));
+    return *port;
+}
+
+void check_vid(uint16_t vid) {
+    if (vl_check_vlanid_valid(vid) == 0)
+        throw std::invalid_argument("no VLAN id: " + std::to_string(vid));
+}
+
+bool carries(const spcb &port, uint16_t vid) {
+    switch (shared::load(port.mode)) {
+    case BRI_PORT_ROUTE:
+        return false;
+    case BRI_PORT_TRUNK:
+    case BRI_PORT_UPLINK:
+    case BRI_PORT_HYBRID:
+        return bits::test(port.allow_vlan.words, vid);
+    default:
+        return shared::load(port.default_vid) == vid;
+    }
+}
+
+template <class Fn> void for_each_port(Fn &&fn) {
+    for (uint32_t ifx = 1; ifx < BRI_PORT_SLOTS; ++ifx)
+        if (swport_get_spcb(static_cast<int32_t>(ifx)) != nullptr)
+            fn(ifx);
+}
+
+vlanset memberships(uint32_t ifx) {
+    return those_of(all_vlans(), [&](uint16_t vid) { return vl_is_vlan_member(vid, static_cast<int32_t>(ifx)) != 0; });
+}
+
+void changed(spcb &port) {
+    shared::add(port.version, uint32_t{1});
+}
+
+} // namespace
+
+void Ports::open() {
+    if (bridge_portdb_init() == 0)
+        throw std::runtime_error("cannot map the port table");
+    for_each_port([](uint32_t) { swport_inc_total_num(); }); // this process's own count
+}
+
+void Ports::add(uint32_t ifx, uint32_t mode, uint16_t pvid) {
+    spcb *port = ifx < BRI_PORT_SLOTS ? swport_get_raw_spcb(static_cast<int32_t>(ifx)) : nullptr;
+    if (port == nullptr)
+        throw std::invalid_argument("no port number: " + std::to_string(ifx));
+    if (shared::load(port->ifx) != 0)
+        throw std::invalid_argument("there is a port " + std::to_string(ifx) + " already");
+    check_vid(pvid);
+    const uint32_t version = shared::load(port->version);
+    std::memset(port, 0, sizeof *port);
+    port->version = version + 1;
+    port->mode = mode;
+    port->default_mode = mode;
+    port->default_vid = pvid;
+    shared::store(port->ifx, ifx); // from now on it is there
+    swport_inc_total_num();
+    vl_evt_intf_rec record{};
+    record.ifx = ifx;
+    record.mode = mode;
+    record.pvid = pvid;
+    announce_(VLAN_EVENT_CREATE_INTF, bytes_of(record));
+    announce_attributes(ifx);
+    refresh(ifx, all_vlans());
+}
+
+void Ports::remove(uint32_t ifx) {
+    spcb &port = existing(ifx);
+    remove_members(ifx, memberships(ifx));
+    vl_evt_intf_rec record{};
+    record.ifx = ifx;
+    record.mode = port.mode;
+    record.pvid = port.default_vid;
+    shared::store(port.ifx, uint32_t{0});
+    changed(port);
+    swport_dec_total_num();
+    announce_(VLAN_EVENT_DESTROY_INTF, bytes_of(record));
+}
+
+void Ports::set_mode(uint32_t ifx, uint32_t mode) {
+    spcb &port = existing(ifx);
+    shared::store(port.mode, mode);
+    changed(port);
+    const vl_evt_intf_mode_rec record{ifx, mode};
+    announce_(VLAN_EVENT_MODIFY_INTF_MODE, bytes_of(record));
+    refresh(ifx, all_vlans());
+}
+
+void Ports::set_pvid(uint32_t ifx, uint16_t pvid) {
+    spcb &port = existing(ifx);
+    check_vid(pvid);
+    vlanset concerned = only(pvid);
+    put(concerned, shared::load(port.default_vid));
+    shared::store(port.default_vid, pvid);
+    changed(port);
+    const vl_evt_intf_pvid_rec record{ifx, pvid, 0};
+    announce_(VLAN_EVENT_MODIFY_INTF_PVID, bytes_of(record));
+    refresh(ifx, concerned);
+}
+
+void Ports::set_allowed(uint32_t ifx, const vlanset &vlans) {
+    spcb &port = existing(ifx);
+    const vlanset concerned =
+        those_of(all_vlans(), [&](uint16_t vid) { return holds(vlans, vid) != holds(port.allow_vlan, vid); });
+    for_each_vlan(concerned, [&](uint16_t vid) {
+        if (holds(vlans, vid))
+            bits::set_shared(port.allow_vlan.words, vid);
+        else
+            bits::clear_shared(port.allow_vlan.words, vid);
+    });
+    changed(port);
+    announce_allowed(ifx);
+    refresh(ifx, concerned);
+}
+
+void Ports::allow(uint32_t ifx, const vlanset &vlans) {
+    vlanset wanted = existing(ifx).allow_vlan;
+    bits::merge(wanted.words, vlans.words, bits::kSetWords);
+    set_allowed(ifx, wanted);
+}
+
+void Ports::disallow(uint32_t ifx, const vlanset &vlans) {
+    vlanset wanted = existing(ifx).allow_vlan;
+    bits::remove(wanted.words, vlans.words, bits::kSetWords);
+    set_allowed(ifx, wanted);
+}
+
+void Ports::add_dynamic(uint32_t ifx, const vlanset &vlans) {
+    spcb &port = existing(ifx);
+    const vlanset live = those_of(vlans, [](uint16_t vid) { return vl_exist(vid, 0) != 0; });
+    for_each_vlan(live, [&](uint16_t vid) { bits::set_shared(dynamic_vlans(port), vid); });
+    refresh(ifx, live, BRI_MEMBERSHIP_DYNAMIC);
+}
+
+void Ports::remove_dynamic(uint32_t ifx, const vlanset &vlans) {
+    spcb &port = existing(ifx);
+    const vlanset dynamic = those_of(vlans, [&](uint16_t vid) { return bits::test(dynamic_vlans(port), vid); });
+    for_each_vlan(dynamic, [&](uint16_t vid) { bits::clear_shared(dynamic_vlans(port), vid); });
+    refresh(ifx, dynamic, BRI_MEMBERSHIP_DYNAMIC);
+}
+
+void Ports::add_members(uint32_t ifx, const vlanset &vlans) {
+    existing(ifx);
+    const auto index = static_cast<int32_t>(ifx);
+    const vlanset added =
+        those_of(vlans, [&](uint16_t vid) { return vl_exist(vid, 0) != 0 && vl_is_vlan_member(vid, index) == 0; });
+    for_each_vlan(added, [&](uint16_t vid) { vl_add_static_member(index, vid); });
+    announce_members(ifx, added, true, BRI_MEMBERSHIP_STATIC);
+}
+
+void Ports::remove_members(uint32_t ifx, const vlanset &vlans) {
+    spcb &port = existing(ifx);
+    const auto index = static_cast<int32_t>(ifx);
+    const vlanset removed = those_of(vlans, [&](uint16_t vid) { return vl_is_vlan_member(vid, index) != 0; });
+    for_each_vlan(removed, [&](uint16_t vid) {
+        vl_del_static_member(index, vid);
+        bits::clear_shared(dynamic_vlans(port), vid);
+    });
+    announce_members(ifx, removed, false, BRI_MEMBERSHIP_STATIC);
+}
+
+void Ports::vlans_created(const vlanset &vlans) {
+    for_each_port([&](uint32_t ifx) { refresh(ifx, vlans); });
+}
+
+void Ports::vlans_leaving(const vlanset &vlans) {
+    for_each_port([&](uint32_t ifx) {
+        for_each_vlan(vlans, [&](uint16_t vid) { bits::clear_shared(dynamic_vlans(existing(ifx)), vid); });
+    });
+}
+
+// Brings the member bits of those VLANs in line with what the port carries.
+void Ports::refresh(uint32_t ifx, const vlanset &concerned, uint32_t kind) {
+    spcb &port = existing(ifx);
+    const auto index = static_cast<int32_t>(ifx);
+    vlanset added{};
+    vlanset removed{};
+    for_each_vlan(concerned, [&](uint16_t vid) {
+        const bool wanted = vl_exist(vid, 0) != 0 && (carries(port, vid) || bits::test(dynamic_vlans(port), vid));
+        if (wanted == (vl_is_vlan_member(vid, index) != 0))
+            return;
+        put(wanted ? added : removed, vid);
+        wanted ? vl_add_static_member(index, vid) : vl_del_static_member(index, vid);
+    });
+    announce_members(ifx, removed, false, kind);
+    announce_members(ifx, added, true, kind);
+}
+
+// Access ports have a record for one VLAN, all others the one for a set.
+void Ports::announce_members(uint32_t ifx, const vlanset &vlans, bool added, uint32_t kind) const {
+    const auto rule = [&](uint16_t vid) { return swport_get_vlan_tag_rule(static_cast<int32_t>(ifx), vid); };
+    const uint32_t mode = shared::load(existing(ifx).mode);
+    if (mode == BRI_PORT_ACCESS && count(vlans) == 1) {
+        vl_evt_intf_vlan_rec record{};
+        record.ifx = ifx;
+        record.vid = lowest(vlans);
+        record.value = BRI_TAG_UNTAGGED;
+        record.mode = mode;
+        announce_(added ? VLAN_EVENT_ADD_INTF : VLAN_EVENT_DEL_INTF, bytes_of(record));
+    } else if (count(vlans) != 0) {
+        vl_evt_intf_vlanset_rec record{};
+        record.ifx = ifx;
+        record.vlans = vlans;
+        record.tagged = those_of(vlans, [&](uint16_t vid) { return rule(vid) == BRI_TAG_TAGGED; });
+        record.kind = kind;
+        announce_(added ? VLAN_EVENT_RANGE_ADD_INTF : VLAN_EVENT_RANGE_DEL_INTF, bytes_of(record));
+    }
+}
+
+void Ports::announce_attributes(uint32_t ifx) const {
+    const spcb &port = existing(ifx);
+    const vl_evt_intf_mode_rec mode{ifx, shared::load(port.mode)};
+    announce_(VLAN_EVENT_MODIFY_INTF_MODE, bytes_of(mode));
+    const vl_evt_intf_pvid_rec pvid{ifx, shared::load(port.default_vid), 0};
+    announce_(VLAN_EVENT_MODIFY_INTF_PVID, bytes_of(pvid));
+    announce_allowed(ifx);
+}
+
+void Ports::announce_allowed(uint32_t ifx) const {
+    vl_evt_intf_allow_rec record{};
+    record.ifx = ifx;
+    record.allow = existing(ifx).allow_vlan;
+    announce_(VLAN_EVENT_MODIFY_INTF_ALLOWVL, bytes_of(record));
+}
+
+void Ports::show() {
+    unsigned number = 0;
+    for_each_port([&](uint32_t ifx) {
+        const spcb &port = existing(ifx);
+        say("  port %u %s native %u allows %s member of %s", ifx, swport_vlan_mode_name(shared::load(port.mode)),
+            shared::load(port.default_vid), vlans_text(port.allow_vlan).c_str(), vlans_text(memberships(ifx)).c_str());
+        ++number;
+    });
+    say("ports: %u", number);
+}
+
+uint32_t parse_port_mode(const std::string &text) {
+    for (uint32_t mode = BRI_PORT_ROUTE; mode <= BRI_PORT_HYBRID; ++mode)
+        if (strcasecmp(text.c_str(), swport_vlan_mode_name(mode)) == 0)
+            return mode;
+    throw std::invalid_argument("no such port mode: " + text);
+}
+
+} // namespace sandbox

@@ -1,0 +1,63 @@
+// The switch ports: this program is the owner of their blocks in shared memory.
+#pragma once
+
+#include "sandbox/batch.h"
+#include "sandbox/vlan_sets.h"
+
+#include <bridge/port_db.h>
+#include <bridge/vlan_client.h>
+
+#include <cstdint>
+#include <functional>
+#include <string>
+
+namespace sandbox {
+
+// Sends an event to the clients that registered it.
+using Announce = std::function<void(uint32_t type, Bytes payload)>;
+
+// A port is a member of the VLANs that it carries: its native VLAN when it is an access port, the allowed ones when it
+// is a trunk or the like, none when it is routed; and of those that a client made it a dynamic member of. The table
+// knows one kind of member bit; which of them are dynamic stands in the part of the block that is the server's own.
+// Each change is made first and announced then. All throw std::invalid_argument for a port that is not there.
+class Ports {
+  public:
+    explicit Ports(Announce announce) : announce_(std::move(announce)) {}
+
+    // Maps the port table; throws std::runtime_error.
+    static void open();
+
+    void add(uint32_t ifx, uint32_t mode, uint16_t pvid);
+    void remove(uint32_t ifx);
+    void set_mode(uint32_t ifx, uint32_t mode);
+    void set_pvid(uint32_t ifx, uint16_t pvid);
+    void set_allowed(uint32_t ifx, const vlanset &vlans);
+    void allow(uint32_t ifx, const vlanset &vlans);
+    void disallow(uint32_t ifx, const vlanset &vlans);
+
+    // Memberships that clients ask for; VLANs that do not exist are passed over.
+    void add_dynamic(uint32_t ifx, const vlanset &vlans);
+    void remove_dynamic(uint32_t ifx, const vlanset &vlans);
+    // Memberships by the operator's word, whatever the port carries, until something about the two changes.
+    void add_members(uint32_t ifx, const vlanset &vlans);
+    void remove_members(uint32_t ifx, const vlanset &vlans);
+
+    // These VLANs have just been created, or are about to go.
+    void vlans_created(const vlanset &vlans);
+    void vlans_leaving(const vlanset &vlans);
+
+    static void show();
+
+  private:
+    void refresh(uint32_t ifx, const vlanset &concerned, uint32_t kind = BRI_MEMBERSHIP_STATIC);
+    void announce_members(uint32_t ifx, const vlanset &vlans, bool added, uint32_t kind) const;
+    void announce_attributes(uint32_t ifx) const;
+    void announce_allowed(uint32_t ifx) const;
+
+    Announce announce_;
+};
+
+// "trunk" as BRI_PORT_TRUNK; throws std::invalid_argument.
+uint32_t parse_port_mode(const std::string &text);
+
+} // namespace sandbox
