@@ -75,7 +75,9 @@ unsigned Server::resume(const Target &target) {
 }
 
 unsigned Server::drop(const Target &target) {
-    return for_each(target, [](Connection &client) { client.close(); });
+    const unsigned count = for_each(target, [](Connection &client) { client.close(); });
+    on_dropped();
+    return count;
 }
 
 unsigned Server::registered() const {

@@ -54,6 +54,8 @@ class Server {
     [[nodiscard]] const std::string &path() const { return path_; }
 
     std::function<void(Connection &)> on_connected = [](Connection &) {};
+    // Connections were closed by a drop or a restart, which tell nobody else.
+    std::function<void()> on_dropped = [] {};
 
   private:
     void accept(evutil_socket_t descriptor);

@@ -1,0 +1,89 @@
+#include "sandbox/prejudge.h"
+
+#include <bridge/vlan_client.h>
+
+namespace sandbox {
+
+Prejudge::Prejudge(event_base *base, Server &server)
+    : server_(server), limit_(base, [this] { time_out(); }), next_(base, [this] { begin_next(); }),
+      lost_(base, [this] { forget_lost(); }) {}
+
+void Prejudge::ask(Vlans vlans, Settled settled) {
+    questions_.push_back({std::move(vlans), std::move(settled)});
+    if (!asking_ && questions_.size() == 1)
+        begin_next();
+}
+
+void Prejudge::begin_next() {
+    if (asking_ || questions_.empty())
+        return;
+    vlans_ = questions_.front().vlans();
+    waiting_.clear();
+    asking_ = true;
+    if (count(vlans_) != 0)
+        send_question();
+    if (waiting_.empty())
+        settle("");
+    else
+        limit_.start(patience_);
+}
+
+void Prejudge::send_question() {
+    const bool one = count(vlans_) == 1;
+    type_ = one ? VLAN_EVENT_CREATE_PREJ : VLAN_EVENT_CREATE_RANGE_PREJ;
+    vl_evt_vlan_rec record{};
+    record.vid = lowest(vlans_);
+    Batch batch;
+    batch.add(type_, one ? bytes_of(record) : bytes_of(vlans_));
+    server_.for_each(Target(), [&](Connection &client) {
+        if (!client.registration.complete() || !client.registration.wants(type_))
+            return;
+        client.send(batch);
+        if (client.open())
+            waiting_.insert(client.id());
+    });
+}
+
+void Prejudge::answer(const Connection &client, uint32_t type, bool accepted) {
+    const auto late = overdue_.find({client.id(), type});
+    if (late != overdue_.end()) {
+        if (--late->second == 0)
+            overdue_.erase(late);
+        return;
+    }
+    if (!asking_ || type != type_ || waiting_.erase(client.id()) == 0)
+        return;
+    if (!accepted)
+        settle(client.text() + " refused");
+    else if (waiting_.empty())
+        settle("");
+}
+
+void Prejudge::forget_lost() {
+    std::set<unsigned> there;
+    server_.for_each(Target(), [&](const Connection &client) { there.insert(client.id()); });
+    std::erase_if(overdue_, [&](const auto &entry) { return there.count(entry.first.first) == 0; });
+    std::erase_if(waiting_, [&](unsigned id) { return there.count(id) == 0; });
+    if (asking_ && waiting_.empty())
+        settle("");
+}
+
+void Prejudge::time_out() {
+    settle(std::to_string(waiting_.size()) + " clients did not answer in time");
+}
+
+// Who has not answered by now will do so later, and must not answer the next question by that.
+void Prejudge::settle(const std::string &refusal) {
+    limit_.cancel();
+    for (const unsigned id : waiting_)
+        ++overdue_[{id, type_}];
+    waiting_.clear();
+    const Question question = std::move(questions_.front());
+    questions_.pop_front();
+    asking_ = false;
+    question.settled(vlans_, refusal);
+    if (!questions_.empty())
+        next_.start(Milliseconds(0));
+}
+
+} // namespace sandbox
