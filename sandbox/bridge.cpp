@@ -59,7 +59,8 @@ Batch single(uint32_t type, Bytes payload = {}) {
 
 Bridge::Bridge(event_base *base, const std::string &tmpdir, bool slave)
     : server_(base, tmpdir, *this), addresses_([this](uint32_t type, Bytes payload) { announce(type, payload); }),
-      slave_(slave) {
+      vlans_(base, server_, [this](uint32_t type, Bytes payload) { announce(type, payload); }), slave_(slave) {
+    server_.on_dropped = [this] { vlans_.prejudge().look_for_lost(); };
     server_.on_connected = [this](Connection &client) {
         say("%s: connected", client.text().c_str());
         on_change();
@@ -105,6 +106,7 @@ void Bridge::end_switchover() {
 
 void Bridge::on_lost(Connection &client, const std::string &why) {
     say("%s: lost, %s", client.text().c_str(), why.c_str());
+    vlans_.prejudge().look_for_lost();
     on_change();
 }
 

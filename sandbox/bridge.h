@@ -3,6 +3,7 @@
 
 #include "sandbox/addresses.h"
 #include "sandbox/server.h"
+#include "sandbox/vlans.h"
 
 #include <cstdint>
 #include <functional>
@@ -17,6 +18,7 @@ class Bridge : private ConnectionOwner {
 
     Server &server() { return server_; }
     Addresses &addresses() { return addresses_; }
+    Vlans &vlans() { return vlans_; }
     // Called after anything that somebody may wait for: a message, a client more or less.
     std::function<void()> on_change = [] {};
 
@@ -47,6 +49,7 @@ class Bridge : private ConnectionOwner {
 
     Server server_;
     Addresses addresses_;
+    Vlans vlans_;
     bool slave_;
     std::map<uint32_t, uint64_t> received_;
 };

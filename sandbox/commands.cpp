@@ -82,6 +82,8 @@ const Commands::Row Commands::kRows[] = {
     {"wait-clients", "N [SECONDS]", "wait until N clients are registered", 1, 2, &Commands::wait_clients},
     {"wait-event", "TYPE [SECONDS]", "wait for the next message of that type from a client", 1, 2,
      &Commands::wait_event},
+    {"port", "WHAT [IFX ...]", "the switch ports; \"port help\" tells more", 1, 4, &Commands::port},
+    {"vlan", "WHAT [LIST ...]", "the VLANs; \"vlan help\" tells more", 1, 3, &Commands::vlan},
     {"print", "TEXT", "print a line", 0, SIZE_MAX, &Commands::print},
     {"help", "", "this list", 0, 0, &Commands::help},
     {"quit", "", "end the server", 0, 0, &Commands::quit},

@@ -55,6 +55,9 @@ class Commands {
     Result sleep(const Words &words, StreamState &stream);
     Result wait_clients(const Words &words, StreamState &stream);
     Result wait_event(const Words &words, StreamState &stream);
+    Result port(const Words &words, StreamState &stream);
+    Result vlan(const Words &words, StreamState &stream);
+    Result create_vlans(const Words &words);
     Result print(const Words &words, StreamState &stream);
     Result help(const Words &words, StreamState &stream);
     Result quit(const Words &words, StreamState &stream);

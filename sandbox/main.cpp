@@ -47,6 +47,7 @@ class Program {
     int run() {
         bridge_.server().listen();
         kernel_.listen();
+        Vlans::open(); // not before this is the only server
         say("listening at %s", bridge_.server().path().c_str());
         const StandardInput input(base_.get(), add_stream([](const std::string &error) {
                                       say("error: %s", error.c_str());

@@ -8,11 +8,6 @@ namespace {
 using namespace test;
 
 struct Sandbox : World {
-    // The messages of the next batch.
-    static std::vector<Message> next(Peer &peer) {
-        const auto batch = peer.read_batch();
-        return batch ? batch->messages() : std::vector<Message>{};
-    }
     // Nothing has been sent to it: an event that it wants comes first.
     static void expect_nothing_before(Peer &peer, const Message &marker) {
         EXPECT_EQ(next(peer), std::vector<Message>{marker});
@@ -144,27 +139,27 @@ TEST_F(Sandbox, client_that_breaks_the_framing_is_dropped_alone) {
 
 TEST_F(Sandbox, batches_arrive_whole_however_they_are_cut) {
     Process sandbox = start_sandbox();
-    Peer client = register_client({387, 388}, "raw");
-    const ByteVec bytes = batch_of({{387, {1}}, {388, {2, 3}}}) + batch_of({}) + batch_of({{387, ByteVec(10240, 7)}});
+    Peer client = register_client({392, 393}, "raw");
+    const ByteVec bytes = batch_of({{392, {1}}, {393, {2, 3}}}) + batch_of({}) + batch_of({{392, ByteVec(10240, 7)}});
     for (size_t at = 0; at < 60; ++at)
         client.write({bytes[at]});
     client.write(ByteVec(bytes.begin() + 60, bytes.end()));
-    EXPECT_EQ(next(client), (std::vector<Message>{{387, {1}}}));
-    EXPECT_EQ(next(client), (std::vector<Message>{{388, {2, 3}}}));
-    EXPECT_EQ(next(client), (std::vector<Message>{{387, ByteVec(10240, 7)}}));
+    EXPECT_EQ(next(client), (std::vector<Message>{{392, {1}}}));
+    EXPECT_EQ(next(client), (std::vector<Message>{{393, {2, 3}}}));
+    EXPECT_EQ(next(client), (std::vector<Message>{{392, ByteVec(10240, 7)}}));
 }
 
 TEST_F(Sandbox, slow_client_holds_nobody_and_loses_nothing) {
     constexpr int events = 200; // two megabytes, more than a socket takes
     Process sandbox = start_sandbox();
-    Peer slow = register_client({387}, "slow");
-    Peer quick = register_client({387}, "quick");
+    Peer slow = register_client({392}, "slow");
+    Peer quick = register_client({392}, "quick");
     for (int i = 0; i < events; ++i)
-        quick.send({{387, ByteVec(10240, static_cast<uint8_t>(i))}});
+        quick.send({{392, ByteVec(10240, static_cast<uint8_t>(i))}});
     for (int i = 0; i < events; ++i)
-        ASSERT_EQ(next(quick), (std::vector<Message>{{387, ByteVec(10240, static_cast<uint8_t>(i))}}));
+        ASSERT_EQ(next(quick), (std::vector<Message>{{392, ByteVec(10240, static_cast<uint8_t>(i))}}));
     for (int i = 0; i < events; ++i)
-        ASSERT_EQ(next(slow), (std::vector<Message>{{387, ByteVec(10240, static_cast<uint8_t>(i))}}));
+        ASSERT_EQ(next(slow), (std::vector<Message>{{392, ByteVec(10240, static_cast<uint8_t>(i))}}));
 }
 
 TEST_F(Sandbox, stalled_client_is_neither_read_nor_written_until_resumed) {
@@ -278,8 +273,9 @@ TEST_F(Sandbox, bad_commands_are_told_and_nothing_else_happens) {
 TEST_F(Sandbox, help_names_every_command) {
     Process sandbox = start_sandbox();
     sandbox.write_line("help");
-    for (const char *command : {"role", "switchover", "event", "raw", "stall", "resume", "drop", "restart", "clients",
-                                "kernel", "mac", "mvlan", "sleep", "wait-clients", "wait-event", "print", "help", "quit"})
+    for (const char *command :
+         {"role", "switchover", "event", "raw", "stall", "resume", "drop", "restart", "clients", "kernel", "mac",
+          "mvlan", "sleep", "wait-clients", "wait-event", "port", "vlan", "print", "help", "quit"})
         EXPECT_TRUE(sandbox.shows("\n  " + std::string(command) + " "));
 }
 

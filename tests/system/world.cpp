@@ -69,6 +69,11 @@ Peer World::register_client(std::initializer_list<unsigned> types, const std::st
     return peer;
 }
 
+std::vector<Message> World::next(Peer &peer) {
+    const auto batch = peer.read_batch(kPatienceMs);
+    return batch ? batch->messages() : std::vector<Message>{};
+}
+
 std::vector<Message> World::synchronisation(uint8_t role) {
     return {{BRIDGE_EVEVT_SERVER_STAT, {role}},
             {BRIDGE_EVENT_BKUP_DATA_BEGIN, {}},

@@ -38,6 +38,8 @@ class World : public Env {
     [[nodiscard]] Peer connect_client() const;
     [[nodiscard]] Peer register_client(std::initializer_list<unsigned> types, const std::string &name,
                                        unsigned pid = 4242) const;
+    // The messages of the next batch.
+    static std::vector<Message> next(Peer &peer);
     // What a server tells a client that has registered.
     static std::vector<Message> synchronisation(uint8_t role = 0);
 

@@ -1,0 +1,50 @@
+// The VLANs: this program is the owner of their table in shared memory and decides on their creation with the clients.
+#pragma once
+
+#include "sandbox/ports.h"
+#include "sandbox/prejudge.h"
+
+#include <cstdint>
+#include <functional>
+#include <string>
+
+namespace sandbox {
+
+// Each change is made first and announced then, with the version that the table has given the VLAN.
+class Vlans {
+  public:
+    Vlans(event_base *base, Server &server, Announce announce);
+
+    // Maps the tables and sets their limits; what they hold stays, as after a server's death. Throws
+    // std::runtime_error.
+    static void open();
+
+    // Creates those of the set that do not exist, when no client objects, and tells how it went.
+    using Settled = std::function<void()>;
+    void create(
+        const vlanset &vlans, uint32_t mode, bool by_operator, Settled settled = [] {});
+    // The rest pass VLANs over that do not exist, except the ones for a single VLAN, which throw.
+    void remove(const vlanset &vlans);
+    void set_mode(const vlanset &vlans, uint32_t mode);
+    void rename(uint16_t vid, const std::string &name);
+    void set_svi(uint16_t vid, uint32_t ifx);
+
+    static void show();
+    [[nodiscard]] Ports &ports() { return ports_; }
+    [[nodiscard]] Prejudge &prejudge() { return prejudge_; }
+
+  private:
+    void create_now(const vlanset &vlans, uint32_t mode, bool by_operator);
+    void announce_vlan(uint32_t type, uint16_t vid) const;
+    void announce_set(uint32_t type, const vlanset &vlans) const;
+    void announce_svi(uint16_t vid) const;
+
+    Announce announce_;
+    Ports ports_;
+    Prejudge prejudge_;
+};
+
+// "static", "dynamic" or "super"; throws std::invalid_argument.
+uint32_t parse_vlan_mode(const std::string &text);
+
+} // namespace sandbox

@@ -1,0 +1,205 @@
+// Ports and VLANs of the sandbox server: what its commands and its clients' requests do to the shared tables, and what
+// it announces.
+#include "tests/system/world.h"
+
+#include <bridge/port_db.h>
+#include <bridge/vlan_db.h>
+
+namespace {
+
+using namespace test;
+
+template <class Record> Record record_of(const Message &message) {
+    Record record{};
+    EXPECT_EQ(message.payload.size(), sizeof record) << message.type;
+    if (message.payload.size() == sizeof record)
+        std::memcpy(&record, message.payload.data(), sizeof record);
+    return record;
+}
+
+vlanset set_of(std::initializer_list<unsigned> vlans) {
+    vlanset set{};
+    for (const unsigned vid : vlans)
+        set.words[vid / 32] |= 1U << (vid % 32);
+    return set;
+}
+bool operator==(const vlanset &left, const vlanset &right) {
+    return std::memcmp(&left, &right, sizeof left) == 0;
+}
+
+// This process reads the tables as any client does.
+struct SandboxVlans : World {
+    Process start_with_tables(const std::vector<std::string> &options = {}) const {
+        Process sandbox = start_sandbox(options);
+        EXPECT_EQ(bridge_portdb_init(), 1);
+        EXPECT_EQ(vl_vlandb_init(), 1);
+        return sandbox;
+    }
+    // The one message of the next batch.
+    static Message next_one(Peer &peer) {
+        const std::vector<Message> messages = next(peer);
+        EXPECT_EQ(messages.size(), 1U);
+        return messages.empty() ? Message{} : messages[0];
+    }
+    template <class Record> static Record next_record(Peer &peer, uint32_t type) {
+        const Message message = next_one(peer);
+        EXPECT_EQ(message.type, type);
+        return record_of<Record>(message);
+    }
+    // Runs commands, and returns when all have been.
+    static void tell(Process &sandbox, std::initializer_list<const char *> lines) {
+        static int marks = 0;
+        for (const char *line : lines)
+            sandbox.write_line(line);
+        const std::string mark = "mark " + std::to_string(++marks);
+        sandbox.write_line("print " + mark);
+        EXPECT_TRUE(sandbox.shows(mark + "\n"));
+        EXPECT_EQ(sandbox.count("error:"), 0) << sandbox.output();
+    }
+    static bool member(uint16_t vid, int ifx) { return vl_is_vlan_member(vid, ifx) != 0; }
+};
+
+TEST_F(SandboxVlans, new_port_stands_in_the_table_and_is_announced_with_all_that_it_has) {
+    Process sandbox = start_with_tables();
+    tell(sandbox, {"vlan create 10"});
+    Peer client = register_client({398, 402, 403, 407, 409, 410}, "raw");
+    tell(sandbox, {"port add 3 access 10"});
+    ASSERT_NE(swport_get_spcb(3), nullptr);
+    EXPECT_EQ(swport_get_spcb(3)->mode, uint32_t{BRI_PORT_ACCESS});
+    EXPECT_EQ(swport_get_port_default_vid(3), 10);
+    EXPECT_NE(swport_get_version(3), 0U);
+    EXPECT_TRUE(member(10, 3));
+    const auto port = next_record<vl_evt_intf_rec>(client, VLAN_EVENT_CREATE_INTF);
+    EXPECT_EQ(port.ifx, 3U);
+    EXPECT_EQ(port.mode, uint32_t{BRI_PORT_ACCESS});
+    EXPECT_EQ(port.pvid, 10);
+    EXPECT_EQ(next_record<vl_evt_intf_mode_rec>(client, VLAN_EVENT_MODIFY_INTF_MODE).mode, uint32_t{BRI_PORT_ACCESS});
+    EXPECT_EQ(next_record<vl_evt_intf_pvid_rec>(client, VLAN_EVENT_MODIFY_INTF_PVID).pvid, 10);
+    EXPECT_TRUE(next_record<vl_evt_intf_allow_rec>(client, VLAN_EVENT_MODIFY_INTF_ALLOWVL).allow == vlanset{});
+    const auto joined = next_record<vl_evt_intf_vlan_rec>(client, VLAN_EVENT_ADD_INTF);
+    EXPECT_EQ(joined.ifx, 3U);
+    EXPECT_EQ(joined.vid, 10);
+    EXPECT_EQ(joined.value, 3U);
+}
+
+TEST_F(SandboxVlans, port_is_a_member_of_the_vlans_that_it_carries) {
+    Process sandbox = start_with_tables();
+    tell(sandbox, {"vlan create 1-4", "port add 5 trunk 1", "port allow 5 2-3,9"});
+    EXPECT_TRUE(!member(1, 5) && member(2, 5) && member(3, 5) && !member(4, 5));
+    EXPECT_EQ(swport_get_vlan_tag_rule(5, 2), BRI_TAG_TAGGED);
+    Peer client = register_client({403, 405}, "raw");
+    tell(sandbox, {"port allow 5 3-4"});
+    const auto left = next_record<vl_evt_intf_vlanset_rec>(client, VLAN_EVENT_RANGE_DEL_INTF);
+    EXPECT_TRUE(left.vlans == set_of({2}));
+    const auto joined = next_record<vl_evt_intf_vlanset_rec>(client, VLAN_EVENT_RANGE_ADD_INTF);
+    EXPECT_EQ(joined.ifx, 5U);
+    EXPECT_TRUE(joined.vlans == set_of({4}));
+    EXPECT_TRUE(joined.tagged == set_of({4}));
+    EXPECT_EQ(joined.kind, uint32_t{BRI_MEMBERSHIP_STATIC});
+    tell(sandbox, {"port allow 5 3-4,9", "vlan create 9"});
+    EXPECT_TRUE(member(9, 5)); // a new VLAN gets the ports that carry it
+    tell(sandbox, {"port mode 5 access", "port pvid 5 2"});
+    EXPECT_TRUE(!member(1, 5) && member(2, 5) && !member(3, 5) && !member(9, 5));
+    tell(sandbox, {"port mode 5 route"});
+    EXPECT_FALSE(member(2, 5));
+    tell(sandbox, {"port join 5 4", "port join 5 1", "port leave 5 1"});
+    EXPECT_TRUE(!member(1, 5) && member(4, 5));
+    tell(sandbox, {"port del 5"});
+    EXPECT_EQ(swport_get_spcb(5), nullptr);
+    EXPECT_FALSE(member(4, 5));
+}
+
+TEST_F(SandboxVlans, one_vlan_s_life_is_announced_with_the_versions_of_the_table) {
+    Process sandbox = start_with_tables();
+    Peer client = register_client({387, 388, 392, 393, 411}, "raw");
+    tell(sandbox, {"vlan create 7 dynamic", "vlan rename 7 lobby", "vlan mode 7 static", "vlan svi 7 900"});
+    ASSERT_NE(vl_exist(7, BRI_VLAN_STATIC), 0);
+    EXPECT_EQ(vl_get_svi_ifx(7), 900U);
+    EXPECT_EQ(vl_is_created_by_cli(7), 1);
+    const auto created = next_record<vl_evt_vlan_rec>(client, VLAN_EVENT_CREATE_INDEX);
+    EXPECT_EQ(created.vid, 7);
+    EXPECT_EQ(created.version, 1);
+    EXPECT_STREQ(created.name, "DVLAN0007");
+    EXPECT_EQ(created.mode, uint32_t{BRI_VLAN_DYNAMIC});
+    EXPECT_STREQ(next_record<vl_evt_vlan_rec>(client, VLAN_EVENT_RENAME).name, "lobby");
+    EXPECT_EQ(next_record<vl_evt_vlan_rec>(client, VLAN_EVENT_MODIFY_VLAN_MODE).mode, uint32_t{BRI_VLAN_STATIC});
+    EXPECT_STREQ(next_record<vl_evt_vlan_rec>(client, VLAN_EVENT_RENAME).name, "VLAN0007"); // the table renames it
+    const auto svi = next_record<vl_evt_svi_rec>(client, VLAN_EVENT_SVI_CREATE_DESTROY);
+    EXPECT_EQ(svi.svi_ifx, 900U);
+    EXPECT_EQ(svi.vid, 7);
+    tell(sandbox, {"vlan delete 7", "vlan create 7"});
+    EXPECT_EQ(next_record<vl_evt_svi_rec>(client, VLAN_EVENT_SVI_CREATE_DESTROY).svi_ifx, 0U);
+    EXPECT_EQ(next_record<vl_evt_vlan_rec>(client, VLAN_EVENT_DESTROY_INDEX).version, 1);
+    EXPECT_EQ(next_record<vl_evt_vlan_rec>(client, VLAN_EVENT_CREATE_INDEX).version, 2);
+    EXPECT_EQ(vl_get_vlan_latest_version(7), 2);
+}
+
+TEST_F(SandboxVlans, several_vlans_are_announced_as_one_set_without_those_that_were_there) {
+    Process sandbox = start_with_tables();
+    tell(sandbox, {"vlan create 3", "vlan delete 3", "vlan create 2"});
+    Peer client = register_client({387, 389, 390, 393}, "raw");
+    tell(sandbox, {"vlan create 1-4 dynamic", "vlan delete 3-4094"});
+    const auto created = next_record<vl_evt_vlanset_rec>(client, VLAN_EVENT_CREATE_RANGE);
+    EXPECT_TRUE(created.vlans == set_of({1, 3, 4}));
+    EXPECT_EQ(created.versions[1], 1);
+    EXPECT_EQ(created.versions[2], 0);
+    EXPECT_EQ(created.versions[3], 2);
+    EXPECT_EQ(created.origin_data, 0U);
+    for (const unsigned vid : {1U, 3U, 4U}) {
+        const auto mode = next_record<vl_evt_vlan_rec>(client, VLAN_EVENT_MODIFY_VLAN_MODE);
+        EXPECT_EQ(mode.vid, vid);
+        EXPECT_EQ(mode.mode, uint32_t{BRI_VLAN_DYNAMIC});
+    }
+    const auto deleted = next_record<vl_evt_vlanset_rec>(client, VLAN_EVENT_DESTROY_RANGE);
+    EXPECT_TRUE(deleted.vlans == set_of({3, 4}));
+    EXPECT_EQ(deleted.versions[3], 2);
+    EXPECT_EQ(vl_get_vlan_number(), 2);
+}
+
+TEST_F(SandboxVlans, tables_outlive_the_server) {
+    Process sandbox = start_with_tables();
+    tell(sandbox, {"port add 1 trunk 1", "port allow 1 all", "vlan create 20-30"});
+    sandbox.signal(SIGKILL);
+    EXPECT_EQ(sandbox.wait(), 1000 + SIGKILL);
+    Process next_server = start_sandbox();
+    next_server.write_line("port show");
+    EXPECT_TRUE(next_server.shows("  port 1 TRUNK native 1 allows 1-4094 member of 20-30\nports: 1\n"));
+    next_server.write_line("vlan delete 21-30");
+    next_server.write_line("vlan show");
+    EXPECT_TRUE(next_server.shows("  vlan 20 VLAN0020 static version 1 svi 0 ports 1\nvlans: 1\n"));
+}
+
+TEST_F(SandboxVlans, bad_commands_are_told_and_change_nothing) {
+    Process sandbox = start_with_tables();
+    tell(sandbox, {"port add 1 access 1", "vlan create 5", "vlan svi 5 9"});
+    const std::vector<std::pair<const char *, const char *>> cases = {
+        {"port", "error: usage: port WHAT [IFX ...]"},
+        {"port fly 1", "error: no such command: port fly (try port help)"},
+        {"port add 1 trunk", "error: usage: port add IFX MODE PVID"},
+        {"port add 1 trunk 2", "error: there is a port 1 already"},
+        {"port add 0 trunk 2", "error: no port number: 0"},
+        {"port add 64 trunk 2", "error: not a number up to 63: 64"},
+        {"port add 2 bridge 2", "error: no such port mode: bridge"},
+        {"port add 2 trunk 0", "error: no VLAN id: 0"},
+        {"port mode 2 trunk", "error: no port 2"},
+        {"port pvid 1 4095", "error: not a number up to 4094: 4095"},
+        {"port allow 1 1-4095", "error: not a VLAN list: 1-4095"},
+        {"vlan create", "error: usage: vlan create LIST [MODE]"},
+        {"vlan create 0", "error: not a VLAN list: 0"},
+        {"vlan create 6 private", "error: no such VLAN mode: private"},
+        {"vlan rename 6 x", "error: no VLAN 6"},
+        {"vlan rename 5 123456789-123456789-123456789-123456", "error: a name has 1 to 35 characters"},
+        {"vlan svi 5 8", "error: VLAN 5 has the SVI 9"},
+        {"vlan create 5", "vlan create: they exist already"},
+    };
+    for (const auto &[command, error] : cases) {
+        sandbox.write_line(command);
+        EXPECT_TRUE(sandbox.shows(error)) << command;
+    }
+    sandbox.write_line("vlan show");
+    EXPECT_TRUE(sandbox.shows("  vlan 5 VLAN0005 static version 1 svi 9 ports none\nvlans: 1\n"));
+    sandbox.write_line("port show");
+    EXPECT_TRUE(sandbox.shows("  port 1 ACCESS native 1 allows none member of none\nports: 1\n"));
+}
+
+} // namespace
