@@ -20,7 +20,7 @@ Delivery delivery_of(uint32_t type) {
     return number == BRI_SUBMOD_CLNT_MNG || number == BRI_SUBMOD_DEBUG ? Delivery::kToAll : Delivery::kToRegistered;
 }
 
-// Requests of these submodules come back as the events of the same number, to everybody who wants them.
+// The other requests of these submodules come back as the events of the same number, to everybody who wants them.
 bool echoed(uint32_t type) {
     const uint32_t number = submodule(type);
     return number == BRI_SUBMOD_MAC || number == BRI_SUBMOD_VLAN;
@@ -122,7 +122,7 @@ void Bridge::handle(Connection &client, uint32_t type, Bytes payload) {
     say("%s: sent %s, %zu bytes", client.text().c_str(), event_text(type).c_str(), payload.size);
     if (type == BRIDGE_EVENT_ORI_DATA_REQUEST)
         answer_origin_request(client, payload);
-    else if (addresses_.take_request(type, payload))
+    else if (addresses_.take_request(type, payload) || vlans_.take(client, type, payload))
         return;
     else if (echoed(type))
         announce(type, payload);

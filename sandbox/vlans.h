@@ -1,8 +1,11 @@
-// The VLANs: this program is the owner of their table in shared memory and decides on their creation with the clients.
+// The VLANs: this program is the owner of their table in shared memory, decides on their creation with the clients, and
+// applies what clients ask for.
 #pragma once
 
 #include "sandbox/ports.h"
 #include "sandbox/prejudge.h"
+
+#include <bridge/vlan_request.h>
 
 #include <cstdint>
 #include <functional>
@@ -29,11 +32,17 @@ class Vlans {
     void rename(uint16_t vid, const std::string &name);
     void set_svi(uint16_t vid, uint32_t ifx);
 
+    // A client's message; false when it is not one of the requests and answers that are served here.
+    bool take(const Connection &client, uint32_t type, Bytes payload);
+
     static void show();
     [[nodiscard]] Ports &ports() { return ports_; }
     [[nodiscard]] Prejudge &prejudge() { return prejudge_; }
 
   private:
+    struct Request;
+    static const Request kRequests[];
+
     void create_now(const vlanset &vlans, uint32_t mode, bool by_operator);
     void announce_vlan(uint32_t type, uint16_t vid) const;
     void announce_set(uint32_t type, const vlanset &vlans) const;

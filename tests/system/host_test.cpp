@@ -78,6 +78,7 @@ TEST_F(Host, event_reaches_the_hosts_that_registered_it_and_no_other) {
 
 TEST_F(Host, request_comes_back_to_every_host_as_the_event_of_its_number) {
     Process sandbox = start_sandbox();
+    sandbox.write_line("port add 1 access 1");
     Process listener = start_ready_host("listener");
     Process sender = start_host("sender", {"-p", "20"});
     const std::string port_1_vlan_2 = "(409), 8 bytes: " + port_1() + spaced(hex_of(uint16_t{2})) + "00 00\n";
@@ -183,7 +184,7 @@ TEST_F(Host, unknown_and_broken_messages_do_no_harm) {
 
 TEST_F(Host, requests_made_during_a_stall_arrive_complete_and_in_order) {
     Process sandbox = start_sandbox();
-    Process host = start_host("alpha", {"-p", "5"});
+    Process host = start_host("alpha", {"-p", "5", "-t", "392", "-e", "392"});
     EXPECT_TRUE(host.shows("VLAN 3\n"));
     sandbox.write_line("stall");
     EXPECT_TRUE(sandbox.shows("stall: 1 clients"));
@@ -191,7 +192,7 @@ TEST_F(Host, requests_made_during_a_stall_arrive_complete_and_in_order) {
     sandbox.write_line("resume");
     // Each comes back as an event that shows it, some of them already before the stall.
     const auto event = [](unsigned vid) {
-        return "(409), 8 bytes: " + port_1() + spaced(hex_of(static_cast<uint16_t>(vid))) + "00 00\n";
+        return "(392), 8 bytes: " + port_1() + spaced(hex_of(static_cast<uint16_t>(vid))) + "00 00\n";
     };
     EXPECT_TRUE(host.shows(event(30)));
     for (size_t vid = 1, at = 0; vid <= 30; ++vid) {

@@ -2,9 +2,6 @@
 // it announces.
 #include "tests/system/world.h"
 
-#include <bridge/port_db.h>
-#include <bridge/vlan_db.h>
-
 namespace {
 
 using namespace test;
@@ -200,6 +197,188 @@ TEST_F(SandboxVlans, bad_commands_are_told_and_change_nothing) {
     EXPECT_TRUE(sandbox.shows("  vlan 5 VLAN0005 static version 1 svi 9 ports none\nvlans: 1\n"));
     sandbox.write_line("port show");
     EXPECT_TRUE(sandbox.shows("  port 1 ACCESS native 1 allows none member of none\nports: 1\n"));
+}
+
+struct SandboxRequests : SandboxVlans {
+    template <class Record> static void send(Peer &client, uint32_t type, const Record &record) {
+        client.send({{type, bytes_of(record)}});
+    }
+    // A request that comes back shows that everything before it has been done.
+    static void settle(Peer &client) {
+        client.send({{VLAN_EVENT_SET_VSWPT_NUM, {1}}});
+        EXPECT_EQ(next_one(client), (Message{VLAN_EVENT_SET_VSWPT_NUM, {1}}));
+    }
+    static vl_evt_vlan_rec vlan(uint16_t vid) {
+        vl_evt_vlan_rec record{};
+        record.vid = vid;
+        return record;
+    }
+    static vl_dyn_member_req port_vlan(uint32_t ifx, uint16_t vid) {
+        vl_dyn_member_req record{};
+        record.ifx = ifx;
+        record.vid = vid;
+        return record;
+    }
+};
+
+TEST_F(SandboxRequests, vlans_are_created_deleted_and_rolled_back) {
+    Process sandbox = start_with_tables();
+    Peer client = register_client({387, 388, 390, 419}, "raw");
+    send(client, VLAN_EVENT_CREATE_INDEX, vlan(6));
+    EXPECT_EQ(next_record<vl_evt_vlan_rec>(client, VLAN_EVENT_CREATE_INDEX).version, 1);
+    EXPECT_NE(vl_exist(6, BRI_VLAN_STATIC), 0);
+    EXPECT_EQ(vl_is_created_by_cli(6), 0);
+    send(client, VLAN_EVENT_DESTROY_INDEX, vlan(6));
+    EXPECT_EQ(next_record<vl_evt_vlan_rec>(client, VLAN_EVENT_DESTROY_INDEX).version, 1);
+    EXPECT_EQ(vl_exist(6, 0), 0);
+    tell(sandbox, {"vlan create 1-4"});
+    vl_evt_vlanset_rec back{};
+    back.vlans = set_of({2});
+    send(client, VLAN_EVENT_DESTROY_RANGE, back);
+    EXPECT_EQ(next_record<vl_evt_vlan_rec>(client, VLAN_EVENT_DESTROY_INDEX).vid, 2);
+    back.vlans = set_of({0, 1, 2, 3, 4095});
+    send(client, VLAN_EVENT_DESTROY_RANGE, back);
+    EXPECT_TRUE(next_record<vl_evt_vlanset_rec>(client, VLAN_EVENT_DESTROY_RANGE).vlans == set_of({1, 3}));
+    EXPECT_TRUE(vl_exist(4, 0) != 0 && vl_get_vlan_number() == 1);
+}
+
+TEST_F(SandboxRequests, ports_get_native_allowed_and_dynamic_vlans) {
+    Process sandbox = start_with_tables();
+    tell(sandbox, {"vlan create 1-5", "port add 9 trunk 1"});
+    Peer client = register_client({403, 405, 409, 419}, "raw");
+    send(client, VLAN_EVENT_MODIFY_INTF_PVID, vl_evt_intf_pvid_rec{9, 5, 0});
+    EXPECT_EQ(next_record<vl_evt_intf_pvid_rec>(client, VLAN_EVENT_MODIFY_INTF_PVID).pvid, 5);
+    EXPECT_EQ(swport_get_port_default_vid(9), 5);
+    send(client, VLAN_EVENT_SP_ADD_ALLOW_VLAN, vl_port_vlanset_req{9, set_of({1, 2})});
+    EXPECT_TRUE(next_record<vl_evt_intf_vlanset_rec>(client, VLAN_EVENT_RANGE_ADD_INTF).vlans == set_of({1, 2}));
+    EXPECT_TRUE(swport_is_allow_vlan(9, 2) && member(2, 9));
+    send(client, VLAN_EVENT_SET_ADD_DYN_INTF, port_vlan(9, 3));
+    const auto dynamic = next_record<vl_evt_intf_vlanset_rec>(client, VLAN_EVENT_RANGE_ADD_INTF);
+    EXPECT_TRUE(dynamic.vlans == set_of({3}));
+    EXPECT_EQ(dynamic.kind, uint32_t{BRI_MEMBERSHIP_DYNAMIC});
+    send(client, VLAN_EVENT_DYN_MEM_ADD_RANG, vl_port_vlanset_req{9, set_of({2, 4, 5, 600})});
+    EXPECT_TRUE(next_record<vl_evt_intf_vlanset_rec>(client, VLAN_EVENT_RANGE_ADD_INTF).vlans == set_of({4, 5}));
+    send(client, VLAN_EVENT_SET_DEL_DYN_INTF, port_vlan(9, 3));
+    EXPECT_TRUE(next_record<vl_evt_intf_vlanset_rec>(client, VLAN_EVENT_RANGE_DEL_INTF).vlans == set_of({3}));
+    send(client, VLAN_EVENT_SP_RMV_ALLOW_VLAN, vl_port_vlanset_req{9, set_of({1, 2})});
+    EXPECT_TRUE(next_record<vl_evt_intf_vlanset_rec>(client, VLAN_EVENT_RANGE_DEL_INTF).vlans == set_of({1}));
+    EXPECT_TRUE(!swport_is_allow_vlan(9, 2) && member(2, 9)); // 2 is a dynamic one too
+    send(client, VLAN_EVENT_DYN_MEM_DEL_RANG, vl_port_vlanset_req{9, set_of({2, 4})});
+    EXPECT_TRUE(next_record<vl_evt_intf_vlanset_rec>(client, VLAN_EVENT_RANGE_DEL_INTF).vlans == set_of({2, 4}));
+    send(client, VLAN_EVENT_SP_RMV_SUB_IF_VLAN, vl_port_vlanset_req{9, set_of({1, 5})});
+    EXPECT_TRUE(next_record<vl_evt_intf_vlanset_rec>(client, VLAN_EVENT_RANGE_DEL_INTF).vlans == set_of({5}));
+    settle(client);
+}
+
+TEST_F(SandboxRequests, request_that_makes_no_sense_is_ignored) {
+    Process sandbox = start_with_tables();
+    tell(sandbox, {"vlan create 1", "port add 9 trunk 1"});
+    Peer client =
+        register_client({387, 388, 390, 396, 397, 403, 405, 409, 410, 413, 414, 415, 416, 417, 418, 419, 421}, "raw");
+    for (const uint32_t type : {387U, 388U, 390U, 396U, 397U, 409U, 413U, 414U, 415U, 416U, 417U, 418U, 421U}) {
+        client.send({{type, {1, 2, 3}}, {type, {}}, {type, ByteVec(9000)}});
+        EXPECT_TRUE(sandbox.shows("(" + std::to_string(type) + ") ignored, 9000 bytes")) << type;
+    }
+    for (const uint16_t vid : {uint16_t{0}, uint16_t{4095}, uint16_t{65535}}) {
+        send(client, VLAN_EVENT_CREATE_INDEX, vlan(vid));
+        send(client, VLAN_EVENT_DESTROY_INDEX, vlan(vid));
+        send(client, VLAN_EVENT_MODIFY_INTF_PVID, vl_evt_intf_pvid_rec{9, vid, 0});
+        send(client, VLAN_EVENT_SET_ADD_DYN_INTF, port_vlan(9, vid));
+    }
+    for (const uint32_t ifx : {0U, 8U, 64U, 0xffffffffU}) {
+        send(client, VLAN_EVENT_MODIFY_INTF_PVID, vl_evt_intf_pvid_rec{ifx, 1, 0});
+        send(client, VLAN_EVENT_SET_ADD_DYN_INTF, port_vlan(ifx, 1));
+        send(client, VLAN_EVENT_SP_ADD_ALLOW_VLAN, vl_port_vlanset_req{ifx, set_of({1})});
+        EXPECT_TRUE(sandbox.shows("(417) ignored, no port " + std::to_string(ifx)));
+    }
+    settle(client); // nothing was announced before
+    sandbox.write_line("vlan show");
+    EXPECT_TRUE(sandbox.shows("  vlan 1 VLAN0001 static version 1 svi 0 ports none\nvlans: 1\n"));
+}
+
+// Clients that answer the question before a creation by hand.
+struct SandboxPrejudge : SandboxRequests {
+    static void answer(Peer &client, uint32_t result) { send(client, VLAN_EVENT_CREATE_PREJ, result); }
+    static void expect_question(Peer &client, uint16_t vid) {
+        EXPECT_EQ(next_record<vl_evt_vlan_rec>(client, VLAN_EVENT_CREATE_PREJ).vid, vid);
+    }
+};
+
+TEST_F(SandboxPrejudge, vlan_is_created_when_everybody_who_was_asked_accepts) {
+    Process sandbox = start_with_tables();
+    Peer first = register_client({387, 396}, "first");
+    Peer second = register_client({387, 396}, "second");
+    Peer other = register_client({387}, "other");
+    sandbox.write_line("vlan create 50");
+    expect_question(first, 50);
+    expect_question(second, 50);
+    answer(first, 0);
+    EXPECT_FALSE(first.readable(20)); // one answer is missing
+    EXPECT_EQ(vl_exist(50, 0), 0);
+    answer(second, 0);
+    for (Peer *client : {&first, &second, &other})
+        EXPECT_EQ(next_record<vl_evt_vlan_rec>(*client, VLAN_EVENT_CREATE_INDEX).vid, 50);
+    EXPECT_TRUE(sandbox.shows("vlan create 50: done\n"));
+}
+
+TEST_F(SandboxPrejudge, one_refusal_is_enough_and_a_late_answer_is_not_taken_for_the_next_question) {
+    Process sandbox = start_with_tables();
+    Peer first = register_client({387, 396}, "first");
+    Peer second = register_client({387, 396}, "second");
+    send(second, VLAN_EVENT_CREATE_INDEX, vlan(51));
+    expect_question(first, 51);
+    answer(first, 7);
+    EXPECT_TRUE(sandbox.shows("vlan create 51: client 1 (first) refused\n"));
+    EXPECT_EQ(vl_exist(51, 0), 0);
+    sandbox.write_line("vlan create 52");
+    expect_question(first, 52);
+    answer(first, 0);
+    expect_question(second, 51);
+    answer(second, 0);
+    expect_question(second, 52);
+    answer(second, 1);
+    EXPECT_TRUE(sandbox.shows("vlan create 52: client 2 (second) refused\n"));
+    EXPECT_FALSE(first.readable());
+}
+
+TEST_F(SandboxPrejudge, a_set_is_asked_and_refused_as_a_whole) {
+    Process sandbox = start_with_tables();
+    Peer client = register_client({389, 397}, "raw");
+    tell(sandbox, {"vlan create 62"});
+    vl_vlanset_reply reply{set_of({63}), 1};
+    for (const uint32_t failure : {1U, 0U}) {
+        sandbox.write_line("vlan create 61-64");
+        EXPECT_EQ(next_one(client), (Message{VLAN_EVENT_CREATE_RANGE_PREJ, bytes_of(set_of({61, 63, 64}))}));
+        reply.failure = failure;
+        send(client, VLAN_EVENT_CREATE_RANGE_PREJ, reply);
+    }
+    EXPECT_TRUE(sandbox.shows("vlan create 61,63-64: client 1 (raw) refused\n"));
+    EXPECT_TRUE(next_record<vl_evt_vlanset_rec>(client, VLAN_EVENT_CREATE_RANGE).vlans == set_of({61, 63, 64}));
+}
+
+TEST_F(SandboxPrejudge, client_that_is_silent_refuses_and_one_that_goes_does_not) {
+    Process sandbox = start_with_tables();
+    Peer silent = register_client({396}, "silent");
+    {
+        const Peer leaving = register_client({396}, "leaving");
+        tell(sandbox, {"vlan patience 50"});
+        sandbox.write_line("vlan create 71");
+        EXPECT_TRUE(sandbox.shows("vlan create 71: 2 clients did not answer in time\n"));
+        tell(sandbox, {"vlan patience 60000"});
+        send(silent, VLAN_EVENT_CREATE_PREJ, uint32_t{0}); // too late
+        EXPECT_TRUE(sandbox.shows("sent VLAN_EVENT_CREATE_PREJ"));
+        sandbox.write_line("vlan create 72");
+        expect_question(silent, 71);
+        expect_question(silent, 72);
+        answer(silent, 0);
+        EXPECT_TRUE(sandbox.shows("sent VLAN_EVENT_CREATE_PREJ"));
+    }
+    EXPECT_TRUE(sandbox.shows("vlan create 72: done\n"));
+    sandbox.write_line("vlan create 73");
+    expect_question(silent, 73);
+    silent.close();
+    EXPECT_TRUE(sandbox.shows("vlan create 73: done\n"));
+    EXPECT_EQ(vl_get_vlan_number(), 2);
 }
 
 } // namespace
