@@ -8,6 +8,7 @@
 #include <bridge/l2_topology.h>
 #include <bridge/port_db.h>
 
+#include <cstddef>
 #include <cstdint>
 #include <cstdlib>
 #include <utility>
