@@ -14,17 +14,18 @@ namespace bri::vlan {
 
 namespace {
 
-// Bit n: whether the n-th of `count` entries, at most 32, is in use and lists the port. Without branches, since every
-// entry is read for every port.
+// Bit n: whether the n-th of `count` entries, at most 32, is in use and lists the port. Arithmetic only, since every
+// entry is read for every port: a 16-bit id that is not 0 carries into bit 16.
 uint32_t listing_word(const vle *entries, unsigned count, unsigned ifx) {
     const unsigned index = bits::word_of(ifx);
-    const uint32_t mask = bits::mask_of(ifx);
+    const unsigned shift = ifx & 31U;
     uint32_t word = 0;
+#pragma GCC unroll 8
     for (const vle *entry = entries + count; entry != entries;) {
         --entry;
-        const bool listed = (shared::load(entry->members[index]) & mask) != 0;
-        const bool in_use = shared::load(entry->vid) != 0;
-        word = word * 2 + (uint32_t{listed} & uint32_t{in_use});
+        const uint32_t listed = shared::load(entry->members[index]) >> shift & 1U;
+        const uint32_t in_use = (uint32_t{shared::load(entry->vid)} + UINT16_MAX) >> 16;
+        word = word * 2 + (listed & in_use);
     }
     return word;
 }
