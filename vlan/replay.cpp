@@ -48,13 +48,18 @@ void notify_vlan_set() {
 // Whether the VLAN has the name that it got when it was initialised: "VLAN" and the id in four digits, behind a "D" for
 // a dynamic one.
 bool has_default_name(const vle &entry, unsigned vid) {
-    char expected[] = "VLAN0000";
-    for (char *digit = expected + sizeof expected - 2; vid != 0; vid /= 10)
-        *digit-- = static_cast<char>('0' + vid % 10);
+    constexpr char kWord[] = {'V', 'L', 'A', 'N'};
+    constexpr size_t kEnd = sizeof kWord + 4; // of the text
     const bool dynamic = shared::load(entry.mode) == BRI_VLAN_DYNAMIC;
     if (dynamic && entry.name[0] != 'D')
         return false;
-    return std::memcmp(dynamic ? entry.name + 1 : entry.name, expected, sizeof expected) == 0;
+    const char *text = dynamic ? entry.name + 1 : entry.name;
+    if (std::memcmp(text, kWord, sizeof kWord) != 0 || text[kEnd] != '\0')
+        return false;
+    for (size_t at = kEnd; at-- != sizeof kWord; vid /= 10)
+        if (text[at] != static_cast<char>('0' + vid % 10))
+            return false;
+    return true;
 }
 
 void notify_dynamic_mode(uint16_t vid, const vle &entry) {
