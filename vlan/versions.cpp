@@ -64,7 +64,8 @@ void notify_missed(uint16_t vid, const vle &entry, bool seen_before) {
     bridge_call_event_handlers(VLAN_EVENT_CREATE_INDEX, &rec, sizeof rec);
 }
 
-void reconcile(uint16_t vid, const vle &entry, uint16_t latest) {
+// Apart from catch_up, which every look-up runs and which hardly ever comes here.
+[[gnu::noinline]] void reconcile(uint16_t vid, const vle &entry, uint16_t latest) {
     const uint16_t known = g_vlan_private_version[vid];
     if (!older(known, latest)) {
         BRI_LOG(log::kVlan, "VLAN-Search: VLAN[%d] private version[%d] is biger than latest[%d], ERROR.\n", vid,
