@@ -5,7 +5,6 @@
 #include <cerrno>
 #include <poll.h>
 #include <sys/socket.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 namespace {
@@ -20,11 +19,8 @@ constexpr uint32_t kStatic = BRI_MAC_TYPE_STATIC;
 // A netlink socket of a host, connected by the library that hosts preload.
 class Channel {
   public:
-    explicit Channel(const std::string &tmpdir, uint32_t groups = 0)
+    explicit Channel(const sockaddr_un &address, uint32_t groups = 0)
         : fd_(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0)) {
-        sockaddr_un address{};
-        address.sun_family = AF_UNIX;
-        (tmpdir + "/bridge/.kernel_socket").copy(address.sun_path, sizeof address.sun_path - 1);
         EXPECT_EQ(connect(fd_, reinterpret_cast<const sockaddr *>(&address), sizeof address), 0);
         sockaddr_nl bound{};
         bound.nl_family = AF_NETLINK;
@@ -113,12 +109,7 @@ mvlan_msg host_vlan(uint32_t type, uint8_t last, uint16_t vlan, uint32_t ifx = 0
 struct SandboxKernel : World {
     Process sandbox = start_sandbox();
 
-    // Runs a command and waits until it has been run.
-    void run(const std::string &command) {
-        sandbox.write_line(command);
-        sandbox.write_line("print done " + std::to_string(++commands_));
-        EXPECT_TRUE(sandbox.shows("done " + std::to_string(commands_) + "\n"));
-    }
+    void run(const std::string &command) { World::run(sandbox, command); }
     // The table as `mac show` prints it, without the blanks in front.
     std::vector<std::string> shown(const std::string &table = "mac") {
         run("print the table");
@@ -156,14 +147,11 @@ struct SandboxKernel : World {
         for (size_t i = 0; i < told.size(); ++i)
             EXPECT_EQ(test::bytes_of(told[i]), test::bytes_of(expected[i])) << i;
     }
-
-  private:
-    int commands_ = 0;
 };
 
 TEST_F(SandboxKernel, walk_by_address_meets_every_address_once_and_in_order) {
     fill_some();
-    const Channel channel(tmpdir());
+    const Channel channel(kernel_address());
     bri_mac_find_first query{};
     query.key.field = BRI_MAC_FIELD_MAC;
     const auto first = channel.ask_for(MAC_EVENT_CLIENT_FIND_FIRST, query);
@@ -192,7 +180,7 @@ TEST_F(SandboxKernel, walk_by_address_meets_every_address_once_and_in_order) {
 
 TEST_F(SandboxKernel, first_look_up_obeys_the_fields_of_its_key) {
     fill_some();
-    const Channel channel(tmpdir());
+    const Channel channel(kernel_address());
     const struct {
         bri_mac_entry key;
         std::optional<bri_mac_entry> result;
@@ -220,7 +208,7 @@ TEST_F(SandboxKernel, first_look_up_obeys_the_fields_of_its_key) {
 TEST_F(SandboxKernel, walk_by_port_stays_on_it) {
     fill_some();
     run("mac add 02:00:00:00:00:06 10 3");
-    const Channel channel(tmpdir());
+    const Channel channel(kernel_address());
     bri_mac_find_next step{};
     step.key = entry(0, 0, 3, 0, BRI_MAC_FIELD_IFX);
     step.key.mac[0] = 0;
@@ -234,7 +222,7 @@ TEST_F(SandboxKernel, walk_by_port_stays_on_it) {
 
 TEST_F(SandboxKernel, vlan_of_a_host_is_found_by_its_address_and_zero_without_an_entry) {
     run("mvlan add 00:00:00:00:00:09 40 6");
-    const Channel channel(tmpdir());
+    const Channel channel(kernel_address());
     mvlan_msg query = host_vlan(2, 9, 0);
     std::memset(query.entry.mask, 0, sizeof query.entry.mask);
     const auto known = channel.ask_for(MVLAN_EVENT_NOTIFY_ENTRY, query);
@@ -254,7 +242,7 @@ TEST_F(SandboxKernel, vlan_entry_with_the_longest_mask_wins) {
                  {MVLAN_EVENT_NOTIFY_ENTRY, test::bytes_of(host_vlan(0, 9, 30))}});
     EXPECT_TRUE(sandbox.shows("sent 515, 28 bytes"));
     EXPECT_TRUE(sandbox.shows("sent 515, 28 bytes"));
-    const Channel channel(tmpdir());
+    const Channel channel(kernel_address());
     EXPECT_EQ(channel.ask_for(MVLAN_EVENT_NOTIFY_ENTRY, host_vlan(2, 9, 0)).entry.vlan, 30U);
     EXPECT_EQ(channel.ask_for(MVLAN_EVENT_NOTIFY_ENTRY, host_vlan(2, 8, 0)).entry.vlan, 20U);
 }
@@ -345,7 +333,7 @@ TEST_F(SandboxKernel, vlans_of_hosts_are_added_and_withdrawn_by_clients) {
 
 TEST_F(SandboxKernel, records_on_the_kernel_channel_are_taken_and_announced) {
     Peer client = register_client({MAC_EVENT_NOTIFY_ADDR}, "raw");
-    const Channel channel(tmpdir(), 0x8000);
+    const Channel channel(kernel_address(), 0x8000);
     const bri_mac_msg learned = record(BRI_MAC_ADD, entry(1, 10, 3, kDynamic));
     channel.tell(MAC_EVENT_SS_NOTIFY_ADDR, packet_of(learned) + Packet(7, 0xEE));
     expect_announced(client, {learned});
@@ -367,7 +355,7 @@ TEST_F(SandboxKernel, more_changes_than_a_message_holds_are_announced_in_several
 TEST_F(SandboxKernel, check_of_dynamic_addresses_drops_those_that_are_not_told_again) {
     fill_some();
     Peer client = register_client({MAC_EVENT_NOTIFY_ADDR}, "raw");
-    const Channel channel(tmpdir(), 0x8000);
+    const Channel channel(kernel_address(), 0x8000);
     channel.tell(MAC_EVENT_DYN_CHECK_END, {}); // no check is on
     channel.tell(MAC_EVENT_DYN_CHECK_BEGIN, {});
     channel.tell(MAC_EVENT_SS_NOTIFY_ADDR, packet_of(record(BRI_MAC_ADD, entry(5, 10, 3, kDynamic))));
@@ -392,7 +380,7 @@ TEST_F(SandboxKernel, check_of_configured_addresses_concerns_the_type_that_it_na
 }
 
 TEST_F(SandboxKernel, question_that_nobody_understands_is_refused) {
-    const Channel channel(tmpdir());
+    const Channel channel(kernel_address());
     const auto error_of = [](const Packet &answer) {
         EXPECT_EQ(value_at<uint16_t>(answer.data(), 4), NLMSG_ERROR);
         return value_at<int32_t>(answer.data(), 16);
@@ -411,7 +399,7 @@ TEST_F(SandboxKernel, question_that_nobody_understands_is_refused) {
 
 TEST_F(SandboxKernel, states_change_the_answers) {
     fill_some();
-    const Channel channel(tmpdir());
+    const Channel channel(kernel_address());
     const Packet question = packet_of(bri_mac_find_first{});
     const auto type_of = [](const Packet &answer) { return value_at<uint16_t>(answer.data(), 4); };
     run("kernel error 16");
@@ -438,8 +426,8 @@ TEST_F(SandboxKernel, states_change_the_answers) {
 TEST_F(SandboxKernel, module_takes_its_tables_along_and_comes_back_under_another_id) {
     fill_some();
     run("mvlan add 00:00:00:00:00:09 40");
-    const Channel listener(tmpdir(), 0x8000);
-    const Channel channel(tmpdir());
+    const Channel listener(kernel_address(), 0x8000);
+    const Channel channel(kernel_address());
     EXPECT_EQ(listener.resolve(), family_message(kFirstFamily));
     EXPECT_EQ(channel.resolve(), family_message(kFirstFamily));
     run("kernel down");

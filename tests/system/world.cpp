@@ -2,7 +2,6 @@
 
 #include <csignal>
 #include <sys/socket.h>
-#include <sys/un.h>
 
 namespace test {
 
@@ -10,6 +9,17 @@ const char *const kSandbox = BRIDGE_SANDBOX;
 const char *const kPortWatch = BRIDGE_PORT_WATCH;
 const char *const kMacTable = BRIDGE_MAC_TABLE;
 const char *const kKernelSim = BRIDGE_KERNEL_SIM;
+
+namespace {
+
+sockaddr_un unix_address(const std::string &path) {
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    path.copy(address.sun_path, sizeof address.sun_path - 1);
+    return address;
+}
+
+} // namespace
 
 ByteVec registration(std::initializer_list<unsigned> types, unsigned pid, const std::string &name, uint8_t op,
                      uint8_t fresh) {
@@ -50,10 +60,20 @@ Process World::start_host(const std::string &name, const std::vector<std::string
     return Process(command, environment);
 }
 
+void World::run(Process &sandbox, const std::string &command) {
+    static int commands = 0;
+    const std::string done = "done " + std::to_string(++commands);
+    sandbox.write_line(command);
+    sandbox.write_line("print " + done);
+    EXPECT_TRUE(sandbox.shows(done + "\n"));
+}
+
+sockaddr_un World::kernel_address() const {
+    return unix_address(tmpdir() + "/bridge/.kernel_socket");
+}
+
 Peer World::connect_client() const {
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    socket_path().copy(address.sun_path, sizeof address.sun_path - 1);
+    const sockaddr_un address = unix_address(socket_path());
     Peer peer(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
     EXPECT_EQ(connect(peer.fd(), reinterpret_cast<const sockaddr *>(&address), sizeof address), 0);
     return peer;

@@ -7,6 +7,7 @@
 
 #include <initializer_list>
 #include <string>
+#include <sys/un.h>
 #include <vector>
 
 namespace test {
@@ -34,6 +35,9 @@ class World : public Env {
     Process start_host(const std::string &name, const std::vector<std::string> &options = {},
                        const char *program = kPortWatch) const;
 
+    // Runs a command of the server and waits until it has been run.
+    static void run(Process &sandbox, const std::string &command);
+
     // A connection without a registration, and one that has registered and taken the answer to that.
     [[nodiscard]] Peer connect_client() const;
     [[nodiscard]] Peer register_client(std::initializer_list<unsigned> types, const std::string &name,
@@ -43,6 +47,8 @@ class World : public Env {
     // What a server tells a client that has registered.
     static std::vector<Message> synchronisation(uint8_t role = 0);
 
+    // The server's end of the netlink sockets, to which the preloaded library connects them.
+    [[nodiscard]] sockaddr_un kernel_address() const;
     [[nodiscard]] std::string socket_path() const { return tmpdir() + "/bridge/.server_socket"; }
 };
 
