@@ -16,6 +16,8 @@ int swport_set_attr_exclude(int32_t ifx, uint32_t bits, uint32_t set, uint32_t c
     spcb *port = ports::present(ifx); // before the lock is taken
     if (port == nullptr)
         return 0;
+    if (conflicts != nullptr)
+        *conflicts = 0;
     // Tested and set in one step under the lock, which a process that joins the table may set free at any time.
     uint32_t found = 0;
     bridge_wr_lock(ports::g_manager.lock);
@@ -23,8 +25,8 @@ int swport_set_attr_exclude(int32_t ifx, uint32_t bits, uint32_t set, uint32_t c
         found = shared::set_bits_unless(port->attr_exclude, bits, conflict_mask & kExclusiveFunctions);
     else
         shared::clear_bits(port->attr_exclude, bits);
-    bridge_unlock(ports::g_manager.lock);
     if (conflicts != nullptr)
-        *conflicts = found;
+        *conflicts |= found;
+    bridge_unlock(ports::g_manager.lock);
     return 1;
 }

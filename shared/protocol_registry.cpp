@@ -42,10 +42,8 @@ bri_proto_registry *registry_for(uint32_t proto) {
 
 // The lowest enabled protocol that stands in the way of `proto`, or 0.
 uint32_t conflict_of(const bri_proto_registry &protocols, uint32_t proto) {
-    const uint32_t mask = shared::load(protocols.prejudge[proto]);
-    if (mask == 0)
-        return 0;
-    const uint32_t others = mask & shared::load(protocols.state) & ~bits::mask_of(proto);
+    const uint32_t others =
+        shared::load(protocols.prejudge[proto]) & shared::load(protocols.state) & ~bits::mask_of(proto);
     uint32_t found = 0;
     bits::for_each(&others, kFirst, kLast, [&](unsigned other) {
         found = other;

@@ -129,6 +129,7 @@ TEST_F(debug_switches, a_payload_too_short_for_its_code_changes_nothing) {
     send(0x881, 1, 0);
     EXPECT_EQ(g_bri_clnt_dbg[1], 0);
     EXPECT_EQ(log_lines().size(), 1U);
+    expect_change_line("[stp] debug-msg[881] is too short, len[0], discarded.\n");
 }
 
 TEST_F(debug_switches, a_mac_filter_of_23_bytes_is_dropped) {
@@ -237,9 +238,26 @@ TEST_F(debug_switches, the_marker_file_of_the_client_switches_everything_on) {
 TEST_F(debug_switches, a_marker_path_is_cut_to_63_characters) {
     const std::string name(100, 'n');
     faults::redirect(("/data/bridge_client_" + name).substr(0, 63), write_file("marker", ""));
-    bri_clnt_debug_name_parse(nullptr);
-    EXPECT_EQ(g_bri_clnt_dbg[1], 0);
     bri_clnt_debug_name_parse(name.c_str());
+    EXPECT_EQ(g_bri_clnt_dbg[1], 1);
+}
+
+TEST_F(debug_switches, no_name_has_no_marker_file) {
+    bri_clnt_debug_name_parse(nullptr);
+    EXPECT_EQ(faults::calls("access"), 1); // that of the fixture's client
+    EXPECT_EQ(g_bri_clnt_dbg[1], 0);
+}
+
+TEST_F(debug_switches, initialisation_keeps_the_mac_filter) {
+    g_bglib_mac_filter.vid = 12;
+    bri_clnt_debug_init(&client);
+    EXPECT_EQ(g_bglib_mac_filter.vid, 12);
+}
+
+TEST_F(debug_switches, a_start_that_fails_before_it_has_a_client_leaves_the_earlier_one) {
+    faults::fail("calloc", 1, ENOMEM);
+    ASSERT_EQ(bridge_agent_init("stp", Loop::get().master()), -1);
+    send(0x881, 1);
     EXPECT_EQ(g_bri_clnt_dbg[1], 1);
 }
 
@@ -275,6 +293,27 @@ TEST_F(mac_filter, an_empty_filter_passes_everything) {
     const bri_mac_entry made = entry();
     EXPECT_EQ(bri_clnt_match_mac_dbg_filter(&made), 1);
     EXPECT_EQ(bri_clnt_match_mac_dbg_filter(nullptr), 1);
+}
+
+TEST_F(mac_filter, any_byte_of_the_address_makes_it_a_set_field) {
+    const bri_mac_entry made = entry();
+    for (uint8_t &byte : g_bglib_mac_filter.mac) {
+        byte = 0x55;
+        EXPECT_EQ(bri_clnt_match_mac_dbg_filter(&made), 0);
+        byte = 0;
+    }
+    g_bglib_mac_filter.reserved1 = 0xFF;
+    std::memset(g_bglib_mac_filter.reserved2, 0xFF, sizeof g_bglib_mac_filter.reserved2);
+    std::memset(g_bglib_mac_filter.reserved3, 0xFF, sizeof g_bglib_mac_filter.reserved3);
+    EXPECT_EQ(bri_clnt_match_mac_dbg_filter(&made), 1); // bytes beside the fields mean nothing
+}
+
+TEST_F(mac_filter, the_enable_byte_does_not_decide_what_passes) {
+    const bri_mac_entry made = entry();
+    for (const uint8_t enable : {uint8_t{0}, uint8_t{1}}) {
+        g_bglib_mac_filter.enable = enable;
+        EXPECT_EQ(bri_clnt_match_mac_dbg_filter(&made), 1);
+    }
 }
 
 TEST_F(mac_filter, each_set_field_must_agree) {

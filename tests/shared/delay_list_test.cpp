@@ -87,6 +87,48 @@ TEST_F(delay_list, a_message_waits_for_the_timer) {
     EXPECT_EQ(g_bri_msg_delay_list.prev, &g_bri_msg_delay_list);
 }
 
+TEST_F(delay_list, a_message_is_held_back_from_one_second_on_and_whatever_its_length) {
+    static uint8_t longest[8 + BRI_BATCH_MSG_MAX];
+    put_at(longest, 0, kType);
+    put_at(longest, 4, uint32_t{BRI_BATCH_MSG_MAX});
+    put_at(longest, 8, uint32_t{2});
+    set_interval(1);
+    ASSERT_NE(Loop::get().find("msg-delay-timer"), nullptr);
+    EXPECT_EQ(Loop::get().find("msg-delay-timer")->usec, 1000000);
+    EXPECT_EQ(delay(1), 1);
+    EXPECT_EQ(bri_clnt_msg_delay_process(reinterpret_cast<bri_msg_hdr *>(longest)), 1);
+    set_interval(0);
+    EXPECT_EQ(g_seen, numbers(1, 2));
+}
+
+TEST_F(delay_list, what_was_held_back_is_given_back_to_the_heap) {
+    const int before = faults::live_blocks();
+    set_interval(3);
+    Loop::get().pending.clear();
+    delay(1);
+    delay(2);
+    EXPECT_EQ(faults::live_blocks(), before + 2);
+    set_interval(0);
+    EXPECT_EQ(g_seen, numbers(1, 2));
+    EXPECT_EQ(faults::live_blocks(), before);
+    set_interval(3);
+    delay(3);
+    bri_clnt_debug_init(&client);
+    EXPECT_EQ(faults::live_blocks(), before);
+}
+
+TEST_F(delay_list, the_copy_is_the_callers_no_more) {
+    alignas(4) uint8_t message[12] = {};
+    put_at(message, 0, kType);
+    put_at(message, 4, uint32_t{4});
+    put_at(message, 8, uint32_t{7});
+    set_interval(3);
+    EXPECT_EQ(bri_clnt_msg_delay_process(reinterpret_cast<bri_msg_hdr *>(message)), 1);
+    std::memset(message, 0xEE, sizeof message);
+    set_interval(0);
+    EXPECT_EQ(g_seen, numbers(7, 7));
+}
+
 TEST_F(delay_list, a_message_is_still_counted_while_it_is_delivered) {
     set_interval(3);
     delay(1);
@@ -143,6 +185,25 @@ TEST_F(delay_list, the_timer_runs_on_with_the_interval_of_that_moment) {
     const Job *job = Loop::get().find("msg-delay-timer");
     ASSERT_NE(job, nullptr);
     EXPECT_EQ(job->usec, 0);
+}
+
+// What a handler had held back before it switched the delay off waits for the timer, which runs on.
+TEST_F(delay_list, switching_off_what_is_off_releases_nothing) {
+    set_interval(3);
+    g_inside = [](uint32_t number) {
+        if (number == 1) {
+            delay(2);
+            set_interval(0);
+        }
+        return 0;
+    };
+    delay(1);
+    Loop::get().run("msg-delay-timer");
+    ASSERT_EQ(g_bri_msg_delay_num, 1U);
+    set_interval(0);
+    EXPECT_EQ(g_seen, numbers(1, 1));
+    Loop::get().run("msg-delay-timer");
+    EXPECT_EQ(g_seen, numbers(1, 2));
 }
 
 TEST_F(delay_list, a_negative_interval_is_stored_logged_and_means_off) {
@@ -252,6 +313,26 @@ TEST_F(delay_list, a_handler_may_initialise_debugging_in_the_middle_of_a_release
     Loop::get().run("msg-delay-timer");
     EXPECT_EQ(g_seen, numbers(1, 1));
     EXPECT_EQ(g_bri_msg_delay_num, 0U);
+}
+
+// The message that the new debugging holds back is not one of those that waited when the release began.
+TEST_F(delay_list, a_message_held_back_after_such_an_initialisation_waits_for_the_next_release) {
+    set_interval(3);
+    g_inside = [](uint32_t number) {
+        if (number == 1) {
+            bri_clnt_debug_init(g_bridge_client);
+            set_interval(3);
+            delay(5);
+        }
+        return 0;
+    };
+    for (uint32_t number = 1; number <= 3; ++number)
+        delay(number);
+    Loop::get().run("msg-delay-timer");
+    EXPECT_EQ(g_seen, numbers(1, 1));
+    EXPECT_EQ(g_bri_msg_delay_num, 1U);
+    set_interval(0);
+    EXPECT_EQ(g_seen, (std::vector<uint32_t>{1, 5}));
 }
 
 TEST_F(delay_list, the_timer_ends_when_a_start_that_failed_has_taken_its_record_away) {

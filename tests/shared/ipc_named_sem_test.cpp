@@ -195,6 +195,7 @@ TEST_F(IpcNamedSem, a_null_name_gives_each_call_its_failure_result) {
     EXPECT_EQ(bridge_psem_down(nullptr), -1);
     EXPECT_EQ(value, 77);
     EXPECT_EQ(calls("sem_open"), 0);
+    EXPECT_TRUE(test::log_lines().empty());
 }
 
 TEST_F(IpcNamedSem, nothing_is_logged_while_the_flag_is_off) {

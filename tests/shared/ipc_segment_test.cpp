@@ -137,6 +137,10 @@ TEST_F(IpcSegment, sizes_that_the_header_cannot_tell_are_refused) {
     EXPECT_EQ(create("TABLE", UINT32_MAX - kHeader + 1), nullptr);
     EXPECT_EQ(calls("shmget"), 0);
     EXPECT_EQ(test::times_logged(with_errno("Get shm failed", EINVAL)), 2);
+    expect_line(with_errno("Get shm failed", EINVAL));
+    fail("shmget", 1, ENOSPC); // the largest that it can tell is asked of the system
+    EXPECT_EQ(create("TABLE", UINT32_MAX - kHeader), nullptr);
+    EXPECT_EQ(calls("shmget"), 1);
 }
 
 TEST_F(IpcSegment, a_segment_may_have_no_data) {
@@ -261,10 +265,11 @@ TEST_F(IpcSegment, a_segment_too_small_for_the_header_is_not_attached) {
 }
 
 TEST_F(IpcSegment, dettach_unmaps_and_keeps_the_segment) {
-    bri_shm_handle *handle = create();
+    const int blocks = test::faults::live_blocks();
+    bri_shm_handle *handle = bridge_shm_create("TABLE", key_, 100);
     test::clear_log();
-    forget(handle);
     bridge_shm_dettach(handle);
+    EXPECT_EQ(test::faults::live_blocks(), blocks);
     EXPECT_EQ(status().shm_nattch, 0U);
     ASSERT_EQ(test::log_lines().size(), 1U);
     expect_line(text_of("Dettached shm SUCC:[name:TABLE, key:%d].", key_));
@@ -272,17 +277,22 @@ TEST_F(IpcSegment, dettach_unmaps_and_keeps_the_segment) {
 
 TEST_F(IpcSegment, dettach_without_a_mapping_frees_the_handle_silently) {
     bridge_shm_dettach(nullptr);
-    bridge_shm_dettach(static_cast<bri_shm_handle *>(std::calloc(1, sizeof(bri_shm_handle)))); // a leak check sees it
+    const int blocks = test::faults::live_blocks();
+    bridge_shm_dettach(static_cast<bri_shm_handle *>(std::calloc(1, sizeof(bri_shm_handle))));
+    EXPECT_EQ(test::faults::live_blocks(), blocks);
     EXPECT_EQ(calls("shmdt"), 0);
     EXPECT_TRUE(test::log_lines().empty());
 }
 
 TEST_F(IpcSegment, destroy_unmaps_and_removes_the_segment) {
     bri_shm_handle *handle = create();
+    const int destroyed = id();
     test::clear_log();
     bridge_shm_destroy(handle->hdr);
     handle->hdr = nullptr; // the handle stays the caller's
     EXPECT_EQ(id(), -1);
+    shmid_ds status{};
+    EXPECT_EQ(shmctl(destroyed, IPC_STAT, &status), -1); // gone at once, so no mapping was left
     ASSERT_EQ(test::log_lines().size(), 1U);
     expect_line(text_of("Destroy shm SUCC:[name:TABLE, key:%d].", key_));
 }

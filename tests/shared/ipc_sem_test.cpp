@@ -173,10 +173,12 @@ TEST_F(IpcSem, get_without_memory_fails) {
 TEST_F(IpcSem, both_forms_take_the_semaphore_and_unlock_gives_it_back) {
     bri_sem_lock *lock = create();
     for (void (*take)(bri_sem_lock *) : {bridge_rd_lock, bridge_wr_lock}) {
+        test::clear_log();
         take(lock);
         EXPECT_EQ(value(), 0);
         bridge_unlock(lock);
         EXPECT_EQ(value(), 1);
+        EXPECT_TRUE(test::log_lines().empty()); // only a failure is told
     }
 }
 

@@ -99,10 +99,14 @@ TEST_F(PortClaims, the_lock_is_taken_and_given_back_also_by_a_refusal) {
 TEST_F(PortClaims, a_claim_waits_for_the_lock) {
     bri_sem_lock *lock = bridge_lock_get(key());
     bridge_wr_lock(lock);
-    const pid_t child = test::start_child([] { return swport_set_attr_exclude(5, 1, 1, 0, nullptr) == 1 ? 0 : 1; });
+    test::SharedBlock<uint32_t> conflicts;
+    *conflicts = 77;
+    const pid_t child =
+        test::start_child([&] { return swport_set_attr_exclude(5, 1, 1, 0, &*conflicts) == 1 ? 0 : 1; });
     while (semctl(lock->semid, 0, GETNCNT) != 1)
         usleep(100);
     EXPECT_EQ(flags(5), 0U);
+    EXPECT_EQ(__atomic_load_n(&*conflicts, __ATOMIC_SEQ_CST), 0U); // none until one is found under the lock
     bridge_unlock(lock);
     EXPECT_EQ(test::wait_for(child), 0);
     EXPECT_EQ(flags(5), 1U);
