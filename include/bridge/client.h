@@ -27,6 +27,24 @@ struct bri_clnt_ctx {
     struct bri_list oridata_cbs;     /* origin-data callbacks */
     struct bri_list cache;           /* byte runs waiting to be written */
 };
+/* Read by hosts in place, with pointers of either size. */
+BRI_AT(bri_clnt_ctx, pid, 0);
+BRI_AT(bri_clnt_ctx, sock, 4);
+BRI_AT(bri_clnt_ctx, cache_cnt, 8);
+BRI_AT(bri_clnt_ctx, cache_max, 12);
+BRI_AT(bri_clnt_ctx, cache_drop, 16);
+BRI_AT(bri_clnt_ctx, connected, 20);
+BRI_AT(bri_clnt_ctx, nl_ready, 21);
+BRI_AT(bri_clnt_ctx, fresh, 22);
+BRI_AT(bri_clnt_ctx, conn_done, 23);
+BRI_AT(bri_clnt_ctx, data_synced, 24);
+BRI_AT(bri_clnt_ctx, name, 25);
+BRI_AT(bri_clnt_ctx, master, 48);
+BRI_AT(bri_clnt_ctx, event_set, 48 + sizeof(void *));
+BRI_AT(bri_clnt_ctx, handlers, 560 + sizeof(void *));
+BRI_AT(bri_clnt_ctx, conn_cbs, 560 + 3 * sizeof(void *));
+BRI_AT(bri_clnt_ctx, oridata_cbs, 560 + 5 * sizeof(void *));
+BRI_AT(bri_clnt_ctx, cache, 560 + 7 * sizeof(void *));
 
 typedef void (*bri_clnt_cb)(void);
 

@@ -192,6 +192,28 @@ TEST_F(Business, a_failed_origin_mac_request_is_answered_with_the_empty_failure_
     expect_debug_line("SS-ORIGIN-MAC Callback func failed.\n", 2);
 }
 
+// The line of success comes before its answer, the one of failure behind it; a message that fails shows the place.
+TEST_F(Business, answers_are_sent_behind_the_line_of_success_and_before_that_of_failure) {
+    bridge_client_connect_reset();
+    uint32_t request = 0;
+    for (const int outcome : {0, -1}) {
+        result = outcome;
+        bri_clnt_reg_swport_prejudge_callback(callback);
+        bri_clnt_reg_ss_origin_mac_callback(callback);
+        test::clear_log();
+        bri_clnt_call_swport_prejudge_callback(&request);
+        bri_clnt_call_ss_origin_mac_callback();
+        const std::string called =
+            std::string("[unit] call business-callbk process ") + (outcome == 0 ? "success.\n" : "failed.\n");
+        const std::string refused = "Client send msg failed!\n";
+        EXPECT_EQ(test::log_text(), outcome == 0
+                                        ? called + "SWPORT-IS-ALLOW Callback func SUCC,is_allow 1.\n" + refused +
+                                              called + "SS-ORIGIN-MAC Callback func SUCC, total num(0).\n" + refused
+                                        : called + refused + "SWPORT-IS-ALLOW Callback func failed.\n" + called +
+                                              refused + "SS-ORIGIN-MAC Callback func failed.\n");
+    }
+}
+
 TEST_F(Business, answers_overtake_the_batch) {
     connect();
     bridge_client_send_message(nullptr, 0, 387);

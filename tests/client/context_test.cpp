@@ -97,6 +97,7 @@ TEST_F(Init, says_so_when_the_socket_fails_and_leaves_nothing_behind) {
     EXPECT_EQ(outcome.result, -1);
     EXPECT_EQ(outcome.printed, "Bridge lib init failed: sock create failed.\n");
     EXPECT_EQ(open_descriptors(), descriptors);
+    EXPECT_EQ(faults::calls("semget") + faults::calls("shmget"), 0); // no subsystem was started
     EXPECT_EQ(g_state.business[0], nullptr);
     expect_nothing_left();
     EXPECT_EQ(init("A").result, 0);
@@ -120,6 +121,39 @@ TEST_F(Init, logs_from_its_first_socket_on_when_a_marker_file_asks_for_it) {
     ASSERT_EQ(init("VLAND").result, 0);
     EXPECT_TRUE(logged("[VLAND] sock[" + std::to_string(ctx().sock) + "] create SUCC.\n"));
     EXPECT_TRUE(logged("[VLAND] ready to add qv-thread for CONNECT.\n"));
+}
+
+TEST_F(Init, starts_the_subsystems_in_their_order_behind_the_socket) {
+    faults::redirect("/data/bridge_client_VLAND", write_file("marker", ""));
+    ByteVec mac_name; // when the first segment is made
+    faults::hooks.malloc = [&](size_t size) {
+        if (faults::calls("shmget") == 1 && mac_name.empty()) {
+            const faults::Pause pause;
+            mac_name.assign(g_bglib_client_name_mac, g_bglib_client_name_mac + 20);
+        }
+        return std::calloc(1, size);
+    };
+    ASSERT_EQ(init("VLAND").result, 0);
+    faults::hooks.malloc = nullptr;
+    EXPECT_EQ(mac_name, bytes_of("VLAND\0\0\0\0\0\0\0\0\0\0\0\0\0\0"));
+    const std::string log = log_text();
+    size_t at = 0;
+    for (const char *part : {"create SUCC", "name:SWPORT-SHM", "name:VLAN-SHM", "name:VLAN-GROUP-SHM",
+                             "[VLAND] ready to add qv-thread for CONNECT.\n"}) {
+        at = log.find(part, at);
+        ASSERT_NE(at, std::string::npos) << part;
+    }
+}
+
+TEST_F(Init, tells_the_subsystems_the_name) {
+    ASSERT_EQ(init("VLAND").result, 0);
+    debug_on({BRI_DBG_MSG, BRI_DBG_VLAN});
+    clear_log();
+    bridge_client_request_oridata();
+    EXPECT_TRUE(logged("[VLAND] request oridata ...\n"));
+    bridge_set_port_fwd_status(nullptr);
+    EXPECT_TRUE(logged("Client[VLAND] set port status failed: invalid arg.\n"));
+    EXPECT_STREQ(g_bglib_client_name_mac, "VLAND");
 }
 
 TEST_F(Init, says_so_when_the_vlan_groups_fail_and_goes_on) {

@@ -258,6 +258,9 @@ TEST_F(LocalMac, is_read_once) {
     EXPECT_EQ(local().size(), 1U);
     expect_debug_line(line("set_local : 020a.0b0c.0d01."));
     expect_debug_line(line("save local mac to lib-db SUCC, 020a.0b0c.0d01."));
+    EXPECT_EQ(test::log_text(), "Oepn local MAC file failed: ./tmp/dm/.sysmac.\n" +
+                                    line("set_local : 020a.0b0c.0d01.") +
+                                    line("save local mac to lib-db SUCC, 020a.0b0c.0d01."));
     EXPECT_FALSE(test::logged(line("get local mac from lib-db SUCC, 020a.0b0c.0d01.")));
     test::clear_log();
     put(kKernelFile, "020000000002");
@@ -334,6 +337,9 @@ TEST_F(LocalMac, of_svis_uses_a_local_one_that_is_known_already) {
 
 TEST_F(LocalMac, of_svis_is_not_found_without_either) {
     EXPECT_EQ(svi(), kNone);
+    EXPECT_EQ(test::log_text(), "Oepn local MAC file failed: ./tmp/dm/.l3mac.\n"
+                                "Oepn local MAC file failed: ./tmp/dm/.sysmac.\n"
+                                "Oepn local MAC file failed: /proc/macaddr.\n");
     put(kRoutedFile, "020000000009");
     EXPECT_EQ(svi().size(), 1U);
 }

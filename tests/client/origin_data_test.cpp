@@ -92,6 +92,13 @@ TEST_F(OriginData, other_submodules_are_asked_of_the_server) {
     EXPECT_TRUE(events().empty());
 }
 
+TEST_F(OriginData, other_submodules_are_asked_before_the_line) {
+    ctx().connected = 0; // the refusal shows the place of the message
+    bridge_client_notify_submod_oridata(2);
+    EXPECT_EQ(test::log_text(), "Client send msg failed: Socket is not ready.\n"
+                                "[unit] request [BRI_SUBMOD_MAC]data from server.\n");
+}
+
 // Requests ------------------------------------------------------------------------------------------------------------
 
 TEST_F(OriginData, request_for_all_runs_at_once_when_the_backup_data_is_there) {

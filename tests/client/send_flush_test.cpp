@@ -120,6 +120,17 @@ TEST_F(Flush, queues_nothing_when_the_batch_is_empty) {
     EXPECT_EQ(cached(), (std::vector<Cached>{{17, 0}}));
 }
 
+TEST_F(Flush, gives_the_memory_of_a_run_back_when_it_is_out) {
+    int before = 0;
+    for (int round = 0; round < 10; ++round) {
+        flush_single(1, -EAGAIN);
+        tick();
+        if (round == 0) // the doubles have what they need
+            before = faults::live_blocks();
+    }
+    EXPECT_EQ(faults::live_blocks(), before);
+}
+
 TEST_F(Flush, writes_nothing_when_there_is_nothing) {
     tick();
     EXPECT_EQ(faults::calls("send"), 0);

@@ -91,6 +91,22 @@ TEST_F(SocketCreate, closes_the_socket_that_it_replaces_and_forgets_its_connecti
     EXPECT_EQ(loop().count("bri-read"), 0);
 }
 
+TEST_F(SocketCreate, without_a_socket_to_replace_leaves_the_connection_state_alone) {
+    start();
+    close(ctx().sock);
+    for (const int none : {0, -1}) {
+        ctx().sock = none;
+        ctx().fresh = 0;
+        ctx().conn_done = 1;
+        const int fd = bridge_client_socket_create(&ctx());
+        EXPECT_GT(fd, 0);
+        EXPECT_EQ(ctx().fresh, 0);
+        EXPECT_EQ(ctx().conn_done, 1);
+        close(fd);
+    }
+    ctx().sock = 0;
+}
+
 // --- connect
 
 class SocketConnect : public Transport {
@@ -293,6 +309,21 @@ TEST_F(ConnectReset, without_a_socket_clears_the_state_and_closes_nothing) {
     EXPECT_EQ(faults::calls("close"), 0);
 }
 
+// Whoever sends holds the lock: none of them may see the descriptor of another file.
+TEST_F(ConnectReset, closes_the_socket_under_the_send_lock) {
+    Server server;
+    Peer peer = start_connected(server);
+    int locked = 0;
+    faults::hooks.close = [&](int fd) {
+        locked = pthread_mutex_trylock(&bri::client::g_bglib_send_lock);
+        return faults::real_close(fd);
+    };
+    bridge_client_connect_reset();
+    EXPECT_EQ(locked, EBUSY);
+    EXPECT_EQ(pthread_mutex_trylock(&bri::client::g_bglib_send_lock), 0);
+    faults::clear();
+}
+
 // --- the connect job
 
 class ConnectJob : public Transport {
@@ -463,6 +494,41 @@ TEST_F(ConnectJob, tries_again_when_the_loop_refuses_the_read_job) {
     EXPECT_EQ(loop().count("bri-read"), 1);
     Peer peer = server.accept();
     EXPECT_EQ(peer.read_batches().size(), 1U);
+}
+
+TEST_F(ConnectJob, works_on_descriptor_1_as_on_any_other) {
+    const Server server;
+    start();
+    bridge_client_connect_reset();
+    const int output = dup(1);
+    close(1);
+    const int connected = connect();
+    const int sock = ctx().sock;
+    Peer peer = server.accept();
+    const ByteVec registered = peer.read_now();
+    const int queued = send(kPlain, {1});
+    tick();
+    const ByteVec sent = peer.read_now();
+    const int alone = send_ontime(kPlain, {2});
+    peer.send({{BRIDGE_EVEVT_SERVER_STAT, {1}}});
+    const int read = loop().run("bri-read");
+    const int created = bridge_client_socket_create(&ctx()); // in the place of the old one
+    bridge_client_connect_reset();
+    const int left = fcntl(1, F_GETFD);
+    dup2(output, 1);
+    close(output);
+    EXPECT_EQ(sock, 1);
+    EXPECT_EQ(connected, 0);
+    EXPECT_EQ(registered, batch_of({{129, registration_of(ctx(), 1)}}));
+    EXPECT_EQ(queued, 0);
+    EXPECT_EQ(sent, batch_of({{kPlain, {1}}}));
+    EXPECT_EQ(alone, 0);
+    EXPECT_EQ(peer.read_now(), batch_of({{kPlain, {2}}}));
+    EXPECT_EQ(read, 0);
+    EXPECT_EQ(bri::client::g_state.slave, 1);
+    EXPECT_EQ(created, 1);
+    EXPECT_EQ(left, -1);
+    EXPECT_TRUE(peer.ended());
 }
 
 // --- the whole way
