@@ -116,6 +116,7 @@ TEST_F(IpcNamedSem, up_and_down_change_the_value_and_give_0) {
     EXPECT_EQ(bridge_psem_down(name()), 0);
     EXPECT_EQ(value(), 0);
     EXPECT_EQ(calls("sem_close"), 0); // handles stay open
+    EXPECT_TRUE(test::log_lines().empty());
 }
 
 TEST_F(IpcNamedSem, up_of_a_missing_one_fails) {

@@ -149,6 +149,17 @@ TEST_F(IpcSegment, a_segment_may_have_no_data) {
     EXPECT_NE(attach(), nullptr);
 }
 
+// Ids count from 0, which is as good as any other.
+TEST_F(IpcSegment, the_first_segment_of_a_machine_is_made_and_attached) {
+    const int status = test::wait_for(test::start_child_alone([&] {
+        const bri_shm_handle *handle = create();
+        return handle != nullptr && id() == 0 && attach() != nullptr && attach_rdonly() != nullptr ? 0 : 1;
+    }));
+    if (status == test::kNoNamespace << 8)
+        GTEST_SKIP() << "needs a namespace of its own";
+    EXPECT_EQ(status, 0);
+}
+
 TEST_F(IpcSegment, a_null_name_is_refused) {
     EXPECT_EQ(create(nullptr), nullptr);
     ASSERT_EQ(test::log_lines().size(), 1U);

@@ -152,6 +152,18 @@ TEST_F(PortDb, a_repetition_replaces_the_mapping_and_forgets_the_count) {
     EXPECT_TRUE(test::logged("total-swport-num:\t0\n"));
 }
 
+TEST_F(PortDb, repetitions_and_failures_keep_one_pair_of_handles) {
+    const int pair = test::faults::live_blocks();
+    ASSERT_EQ(bridge_portdb_init(), 1);
+    EXPECT_EQ(test::faults::live_blocks(), pair);
+    fail("shmget", 1, ENOSPC);
+    ASSERT_EQ(bridge_portdb_init(), 0);
+    EXPECT_EQ(test::faults::live_blocks(), pair - 1); // the lock, until the next attempt
+    fail("semget", 1, ENOSPC);
+    ASSERT_EQ(bridge_portdb_init(), 0);
+    EXPECT_EQ(test::faults::live_blocks(), pair - 2);
+}
+
 TEST_F(PortDb, taking_down_does_nothing) {
     plug(5);
     bridge_portdb_deinit();

@@ -100,6 +100,18 @@ TEST_F(VlanDb, failed_set_up_leaves_no_way_to_the_old_mapping) {
     EXPECT_EQ(vl_exist(10, 0), 0);
 }
 
+TEST_F(VlanDb, repetitions_and_failures_keep_one_pair_of_handles) {
+    const int pair = faults::live_blocks();
+    ASSERT_EQ(vl_vlandb_init(), 1);
+    EXPECT_EQ(faults::live_blocks(), pair);
+    faults::fail("shmget", 1, ENOSPC);
+    ASSERT_EQ(vl_vlandb_init(), 0);
+    EXPECT_EQ(faults::live_blocks(), pair - 1); // the lock, until the next attempt
+    faults::fail("semget", 1, ENOSPC);
+    ASSERT_EQ(vl_vlandb_init(), 0);
+    EXPECT_EQ(faults::live_blocks(), pair - 2);
+}
+
 TEST_F(VlanDb, set_up_again_and_deinit_keep_the_contents) {
     make(10);
     vl_vlandb_deinit();

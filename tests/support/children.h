@@ -37,6 +37,17 @@ template <class Fn> pid_t start_child(Fn &&fn) {
     return child;
 }
 
+constexpr int kNoNamespace = 77; // status of a child that may not have a namespace of its own
+
+// Runs fn() in a child with System V objects of its own, where the first one of each kind has the id 0, as on a machine
+// that has just started.
+template <class Fn> pid_t start_child_alone(Fn &&fn) {
+    return start_child([&] {
+        const bool alone = unshare(CLONE_NEWIPC) == 0 || unshare(CLONE_NEWUSER | CLONE_NEWIPC) == 0;
+        return alone ? fn() : kNoNamespace;
+    });
+}
+
 // The status that waitpid gives.
 inline int wait_for(pid_t child) {
     int status = -1;

@@ -56,6 +56,15 @@ TEST_F(UnmappedVlanGroups, set_up_without_a_segment_fails) {
     EXPECT_EQ(vlan_group_base_entry(), nullptr);
 }
 
+TEST_F(UnmappedVlanGroups, failed_set_up_keeps_no_handle) {
+    const int before = faults::live_blocks();
+    for (const char *call : {"calloc", "semget", "shmget", "shmat", "malloc"}) {
+        faults::fail(call, 1, EACCES);
+        EXPECT_EQ(vlan_group_shm_init(), 0) << call;
+        EXPECT_EQ(faults::live_blocks(), before) << call;
+    }
+}
+
 TEST_F(UnmappedVlanGroups, failed_set_up_is_silent_while_the_flag_is_off) {
     debug_on({BRI_DBG_VLAN}); // the flag of the tables, not of the groups
     for (const char *call : {"semget", "shmget"}) {
