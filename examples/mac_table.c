@@ -5,17 +5,11 @@
  * The table is read when the kernel channel has come up; the request waits until the server's data is complete, since
  * announcements do not reach a host before.
  */
-#include <bridge/bridge.h>
-#include <qv_thread.h>
+#include "host.h"
 
-#include <errno.h>
-#include <signal.h>
-#include <stdbool.h>
 #include <stdint.h>
 #include <stdio.h>
-#include <stdlib.h>
 #include <string.h>
-#include <sys/signalfd.h>
 #include <unistd.h>
 
 enum { PORT_MAX = 63, VLAN_MAX = 4094 };
@@ -26,8 +20,6 @@ static struct {
     uint16_t vid;
     uint32_t ifx;
 } options = {.name = "mac_table", .mac = {0x02, 0, 0, 0, 0, 1}, .vid = 1, .ifx = 1};
-
-static struct qv_thread_master *loop;
 
 static const char *type_text(uint32_t type) {
     static const char *const texts[] = {"?",    "dynamic",  "static", "filter", "local",
@@ -85,8 +77,8 @@ static int look_up_address(void *arg) {
 
 /* Runs a job once behind what runs now: a handler returns soon, and look-ups wait for the kernel. */
 static void soon(qv_thread_func job, const char *name) {
-    qv_thread_cancel_by_arg_func(loop, NULL, job);
-    if (qv_thread_add_event_withname(loop, job, NULL, name) == NULL)
+    qv_thread_cancel_by_arg_func(host_loop, NULL, job);
+    if (qv_thread_add_event_withname(host_loop, job, NULL, name) == NULL)
         fprintf(stderr, "%s: no job %s\n", options.name, name);
 }
 
@@ -125,33 +117,8 @@ static int register_events(void) {
                                      MAC_EVENT_NOTIFY_NONDYN};
     struct event_set events = {{0}};
     for (size_t i = 0; i < sizeof types / sizeof *types; ++i)
-        events.words[types[i] >> 5] |= UINT32_C(1) << (types[i] & 31);
+        host_want(&events, types[i]);
     return bridge_client_reg_event(&events, on_event);
-}
-
-/* Job: a signal asks us to end. */
-static int on_signal(void *arg) {
-    (void)arg;
-    qv_thread_master_stop(loop);
-    return 0;
-}
-
-static int watch_signals(void) {
-    sigset_t signals;
-    sigemptyset(&signals);
-    sigaddset(&signals, SIGINT);
-    sigaddset(&signals, SIGTERM);
-    sigprocmask(SIG_BLOCK, &signals, NULL);
-    const int descriptor = signalfd(-1, &signals, SFD_CLOEXEC | SFD_NONBLOCK);
-    return qv_thread_add_read_withname(loop, on_signal, NULL, descriptor, "table-signal") == NULL ? -1 : descriptor;
-}
-
-/* A number from 1 to `most`, or 0. */
-static unsigned long number(const char *text, unsigned long most) {
-    char *end;
-    errno = 0;
-    const unsigned long value = strtoul(text, &end, 10);
-    return *text >= '0' && *text <= '9' && *end == '\0' && errno == 0 && value <= most ? value : 0;
 }
 
 static bool parse_mac(const char *text) {
@@ -162,6 +129,7 @@ static bool parse_mac(const char *text) {
 }
 
 static bool parse_option(int option) {
+    long number;
     switch (option) {
     case 'n':
         options.name = optarg;
@@ -169,11 +137,13 @@ static bool parse_option(int option) {
     case 'm':
         return parse_mac(optarg);
     case 'v':
-        options.vid = (uint16_t)number(optarg, VLAN_MAX);
-        return options.vid != 0;
+        number = host_number(optarg, 1, VLAN_MAX);
+        options.vid = (uint16_t)number;
+        return number > 0;
     case 'i':
-        options.ifx = (uint32_t)number(optarg, PORT_MAX);
-        return options.ifx != 0;
+        number = host_number(optarg, 1, PORT_MAX);
+        options.ifx = (uint32_t)number;
+        return number > 0;
     default:
         return false;
     }
@@ -195,15 +165,5 @@ int main(int argc, char **argv) {
             return usage();
     if (optind != argc)
         return usage();
-    setvbuf(stdout, NULL, _IOLBF, 0);
-    loop = qv_thread_master_create();
-    if (loop == NULL || bridge_agent_init(options.name, loop) != 0 || register_events() != 0)
-        return 1;
-    const int signals = watch_signals();
-    if (signals < 0)
-        return 1;
-    const int result = qv_thread_master_run(loop);
-    qv_thread_master_destroy(loop);
-    close(signals);
-    return result == 0 ? 0 : 1;
+    return host_start(options.name) && register_events() == 0 ? host_run() : 1;
 }

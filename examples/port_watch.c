@@ -1,21 +1,14 @@
 /* port_watch: a small host daemon. It registers for some events, prints each with its name, sends a request on a timer
  * and tells when its connection or its role changes.
  *
- * The steps of every host daemon, in main(): make the event loop, initialise the library with it, register handlers
- * and callbacks, run the loop. All that follows happens in jobs of the loop.
+ * The steps of every host daemon, in main() and host.c: make the event loop, initialise the library with it, register
+ * handlers and callbacks, run the loop. All that follows happens in jobs of the loop.
  */
-#include <bridge/bridge.h>
-#include <qv_thread.h>
+#include "host.h"
 
-#include <errno.h>
-#include <signal.h>
-#include <stdbool.h>
 #include <stdint.h>
 #include <stdio.h>
-#include <stdlib.h>
 #include <string.h>
-#include <sys/signalfd.h>
-#include <sys/time.h>
 #include <unistd.h>
 
 enum { STATE_PERIOD_MS = 100, SHOWN_BYTES = 16 };
@@ -33,19 +26,8 @@ static struct {
     uint32_t request_type;
 } options = {.name = "port_watch", .request_ms = 1000, .request_type = VLAN_EVENT_MODIFY_INTF_PVID};
 
-static struct qv_thread_master *loop;
 static bool acting; /* set by on_event when an event reached us */
 static char shown_state[64];
-
-static void want(uint32_t type) {
-    options.events.words[type >> 5] |= UINT32_C(1) << (type & 31);
-}
-
-static void after_ms(long milliseconds, qv_thread_func job, const char *name) {
-    const struct timeval after = {.tv_sec = milliseconds / 1000, .tv_usec = milliseconds % 1000 * 1000};
-    if (qv_thread_add_timer_timeval_withname(loop, job, NULL, &after, name) == NULL)
-        fprintf(stderr, "%s: no timer %s\n", options.name, name);
-}
 
 /* Gets every event that was registered; the payload ends with this call. */
 static int on_event(uint32_t type, void *data, uint16_t len) {
@@ -90,7 +72,7 @@ static int show_state(void *arg) {
         memcpy(shown_state, state, sizeof state);
         printf("%s: state: %s\n", options.name, state);
     }
-    after_ms(STATE_PERIOD_MS, show_state, "watch-state");
+    host_after_ms(STATE_PERIOD_MS, show_state, "watch-state");
     return 0;
 }
 
@@ -104,7 +86,7 @@ static int send_request(void *arg) {
                options.request_type, vid);
         vid = vid < 4094 ? (uint16_t)(vid + 1) : 1;
     }
-    after_ms(options.request_ms, send_request, "watch-request");
+    host_after_ms(options.request_ms, send_request, "watch-request");
     return 0;
 }
 
@@ -113,27 +95,9 @@ static void on_connect(void) {
     printf("%s: connected\n", options.name);
 }
 
-/* Job: a signal asks us to end. */
-static int on_signal(void *arg) {
-    (void)arg;
-    qv_thread_master_stop(loop);
-    return 0;
-}
-
-/* Signals become readable like everything else, so that none interrupts a job. */
-static int watch_signals(void) {
-    sigset_t signals;
-    sigemptyset(&signals);
-    sigaddset(&signals, SIGINT);
-    sigaddset(&signals, SIGTERM);
-    sigprocmask(SIG_BLOCK, &signals, NULL);
-    const int descriptor = signalfd(-1, &signals, SFD_CLOEXEC | SFD_NONBLOCK);
-    return qv_thread_add_read_withname(loop, on_signal, NULL, descriptor, "watch-signal") == NULL ? -1 : descriptor;
-}
-
 static int register_events(void) {
     struct event_set own = {{0}};
-    own.words[BRIDGE_EVEVT_MS_ROLE_STAT >> 5] |= UINT32_C(1) << (BRIDGE_EVEVT_MS_ROLE_STAT & 31);
+    host_want(&own, BRIDGE_EVEVT_MS_ROLE_STAT);
     bridge_agent_set_connect_callback(on_connect);
     return bridge_client_reg_event(&options.events, on_event) == 0 && bridge_client_reg_event(&own, on_own_event) == 0
                ? 0
@@ -150,17 +114,9 @@ static int usage(void) {
     return -1;
 }
 
-/* A number from 0 to `most`, or -1. */
-static long number(const char *text, long most) {
-    char *end;
-    errno = 0;
-    const long value = strtol(text, &end, 10);
-    return *text != '\0' && *end == '\0' && errno == 0 && value >= 0 && value <= most ? value : -1;
-}
-
 static int parse_options(int argc, char **argv) {
     for (int option; (option = getopt(argc, argv, "n:e:p:t:")) != -1;) {
-        const long value = option == 'n' || optarg == NULL ? 0 : number(optarg, option == 'p' ? 3600000 : 4095);
+        const long value = option == 'n' || optarg == NULL ? 0 : host_number(optarg, 0, option == 'p' ? 3600000 : 4095);
         if (value < 0)
             return usage();
         switch (option) {
@@ -168,7 +124,7 @@ static int parse_options(int argc, char **argv) {
             options.name = optarg;
             break;
         case 'e':
-            want((uint32_t)value);
+            host_want(&options.events, (uint32_t)value);
             options.events_given = true;
             break;
         case 'p':
@@ -182,26 +138,19 @@ static int parse_options(int argc, char **argv) {
         }
     }
     for (size_t i = 0; !options.events_given && i < sizeof default_events / sizeof *default_events; ++i)
-        want(default_events[i]);
+        host_want(&options.events, default_events[i]);
     return optind == argc ? 0 : usage();
 }
 
 int main(int argc, char **argv) {
     if (parse_options(argc, argv) != 0)
         return 2;
-    setvbuf(stdout, NULL, _IOLBF, 0);
-    loop = qv_thread_master_create();
-    if (loop == NULL || bridge_agent_init(options.name, loop) != 0 || register_events() != 0)
-        return 1;
-    const int signals = watch_signals();
-    if (signals < 0)
+    if (!host_start(options.name) || register_events() != 0)
         return 1;
     show_state(NULL);
     if (options.request_ms > 0)
-        after_ms(options.request_ms, send_request, "watch-request");
-    const int result = qv_thread_master_run(loop);
-    qv_thread_master_destroy(loop);
-    close(signals);
+        host_after_ms(options.request_ms, send_request, "watch-request");
+    const int status = host_run();
     printf("%s: ended\n", options.name);
-    return result == 0 ? 0 : 1;
+    return status;
 }

@@ -1,0 +1,61 @@
+#include "host.h"
+
+#include <errno.h>
+#include <signal.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <sys/signalfd.h>
+#include <sys/time.h>
+#include <unistd.h>
+
+struct qv_thread_master *host_loop;
+
+static int signals = -1;
+
+/* Job: a signal asks us to end. */
+static int on_signal(void *arg) {
+    (void)arg;
+    qv_thread_master_stop(host_loop);
+    return 0;
+}
+
+/* Signals become readable like everything else, so that none interrupts a job. */
+static bool watch_signals(void) {
+    sigset_t watched;
+    sigemptyset(&watched);
+    sigaddset(&watched, SIGINT);
+    sigaddset(&watched, SIGTERM);
+    sigprocmask(SIG_BLOCK, &watched, NULL);
+    signals = signalfd(-1, &watched, SFD_CLOEXEC | SFD_NONBLOCK);
+    return signals >= 0 && qv_thread_add_read_withname(host_loop, on_signal, NULL, signals, "host-signal") != NULL;
+}
+
+bool host_start(const char *name) {
+    setvbuf(stdout, NULL, _IOLBF, 0);
+    host_loop = qv_thread_master_create();
+    return host_loop != NULL && watch_signals() && bridge_agent_init(name, host_loop) == 0;
+}
+
+int host_run(void) {
+    const int result = qv_thread_master_run(host_loop);
+    qv_thread_master_destroy(host_loop);
+    close(signals);
+    return result == 0 ? EXIT_SUCCESS : EXIT_FAILURE;
+}
+
+void host_after_ms(long milliseconds, qv_thread_func job, const char *name) {
+    const struct timeval after = {.tv_sec = milliseconds / 1000, .tv_usec = milliseconds % 1000 * 1000};
+    if (qv_thread_add_timer_timeval_withname(host_loop, job, NULL, &after, name) == NULL)
+        fprintf(stderr, "no timer %s\n", name);
+}
+
+long host_number(const char *text, long least, long most) {
+    char *end;
+    errno = 0;
+    const long value = strtol(text, &end, 10);
+    return *text >= '0' && *text <= '9' && *end == '\0' && errno == 0 && value >= least && value <= most ? value : -1;
+}
+
+void host_want(struct event_set *events, uint32_t type) {
+    events->words[type >> 5] |= UINT32_C(1) << (type & 31);
+}

@@ -1,0 +1,30 @@
+/* What the small hosts of this directory have in common: their loop, their start, their end by a signal, and the
+ * reading of numbers and sets of events. */
+#ifndef EXAMPLES_HOST_H
+#define EXAMPLES_HOST_H
+
+#include <bridge/bridge.h>
+#include <qv_thread.h>
+
+#include <stdbool.h>
+
+/* The loop in which everything happens, after host_start(). */
+extern struct qv_thread_master *host_loop;
+
+/* Makes the loop and initialises the library with it; standard output goes out line by line. Register handlers and
+ * callbacks next: nothing is sent or received before the loop runs. */
+bool host_start(const char *name);
+
+/* Runs the loop until SIGINT or SIGTERM. Gives the exit status. */
+int host_run(void);
+
+/* A job after a while; a line on standard error when there is no memory for it. */
+void host_after_ms(long milliseconds, qv_thread_func job, const char *name);
+
+/* A number from `least` (not below 0) to `most`, or -1. */
+long host_number(const char *text, long least, long most);
+
+/* Adds an event type, 0..4095, to a set. */
+void host_want(struct event_set *events, uint32_t type);
+
+#endif
