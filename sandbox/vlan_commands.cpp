@@ -62,6 +62,13 @@ constexpr Verb kVlanVerbs[] = {
     {"show", "", "the VLANs", 0, [](Vlans &, const Words &) { Vlans::show(); }},
 };
 
+std::string text_of(const Words &words) {
+    std::string text;
+    for (const std::string &word : words)
+        text += (text.empty() ? "" : " ") + word;
+    return text;
+}
+
 template <size_t N> void show_help(const Verb (&verbs)[N]) {
     for (const Verb &verb : verbs)
         say("  %-13s%-22s%s", verb.name, verb.arguments, verb.help);
@@ -74,7 +81,10 @@ template <size_t N> void run_verb(const Verb (&verbs)[N], Vlans &vlans, const Wo
             continue;
         if (words.size() != verb.words + 2)
             throw std::invalid_argument("usage: " + words[0] + " " + verb.name + " " + verb.arguments);
-        return verb.run(vlans, Words(words.begin() + 2, words.end()));
+        verb.run(vlans, Words(words.begin() + 2, words.end()));
+        if (verb.words != 0) // without, it shows something
+            say("%s: done", text_of(words).c_str());
+        return;
     }
     throw std::invalid_argument("no such command: " + words[0] + " " + words[1] + " (try " + words[0] + " help)");
 }

@@ -60,7 +60,8 @@ TEST_F(SandboxVlans, new_port_stands_in_the_table_and_is_announced_with_all_that
     Process sandbox = start_with_tables();
     tell(sandbox, {"vlan create 10"});
     Peer client = register_client({398, 402, 403, 407, 409, 410}, "raw");
-    tell(sandbox, {"port add 3 access 10"});
+    sandbox.write_line("port add 3 access 10");
+    EXPECT_TRUE(sandbox.shows("\nport add 3 access 10: done\n"));
     ASSERT_NE(swport_get_spcb(3), nullptr);
     EXPECT_EQ(swport_get_spcb(3)->mode, uint32_t{BRI_PORT_ACCESS});
     EXPECT_EQ(swport_get_port_default_vid(3), 10);
