@@ -274,8 +274,8 @@ TEST_F(Sandbox, help_names_every_command) {
     Process sandbox = start_sandbox();
     sandbox.write_line("help");
     for (const char *command :
-         {"role", "switchover", "event", "raw", "stall", "resume", "drop", "restart", "clients", "kernel", "mac",
-          "mvlan", "sleep", "wait-clients", "wait-event", "port", "vlan", "print", "help", "quit"})
+         {"role", "switchover", "event", "raw",          "stall",      "resume", "drop", "restart", "clients", "kernel",
+          "mac",  "mvlan",      "sleep", "wait-clients", "wait-event", "port",   "vlan", "print",   "help",    "quit"})
         EXPECT_TRUE(sandbox.shows("\n  " + std::string(command) + " "));
 }
 

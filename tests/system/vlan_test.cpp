@@ -382,4 +382,77 @@ TEST_F(SandboxPrejudge, client_that_is_silent_refuses_and_one_that_goes_does_not
     EXPECT_EQ(vl_get_vlan_number(), 2);
 }
 
+// Host daemons of which each has a say.
+struct Guards : SandboxVlans {
+    Process start_guard(Process &sandbox, const std::string &name, const std::vector<std::string> &options = {}) const {
+        Process guard = start_host(name, options, kVlanGuard);
+        EXPECT_TRUE(sandbox.shows("(" + name + "): registered"));
+        return guard;
+    }
+};
+
+TEST_F(Guards, vlan_that_one_of_two_guards_refuses_is_not_created) {
+    Process sandbox = start_with_tables();
+    Process first = start_guard(sandbox, "first");
+    Process second = start_guard(sandbox, "second", {"-r", "40", "-r", "45"});
+    sandbox.write_line("vlan create 40");
+    EXPECT_TRUE(first.shows("first: VLAN 40 asked: accepted\n"));
+    EXPECT_TRUE(second.shows("second: VLAN 40 asked: refused\n"));
+    EXPECT_TRUE(sandbox.shows("vlan create 40: client 2 (second) refused\n"));
+    EXPECT_EQ(vl_exist(40, 0), 0);
+    sandbox.write_line("vlan create 44-46");
+    EXPECT_TRUE(second.shows("second: VLANs 44-46 asked: refused because of 45\n"));
+    EXPECT_TRUE(sandbox.shows("vlan create 44-46: client 2 (second) refused\n"));
+    EXPECT_EQ(vl_get_vlan_number(), 0);
+    sandbox.write_line("vlan create 41");
+    for (Process *guard : {&first, &second}) {
+        EXPECT_TRUE(guard->shows(": VLAN 41 created, version 1\n"));
+        EXPECT_EQ(guard->count("created"), 1);
+        EXPECT_EQ(guard->end(), 0);
+    }
+    EXPECT_EQ(sandbox.end(), 0);
+}
+
+TEST_F(Guards, vlan_that_both_accept_is_in_the_table_and_both_see_it_with_its_version) {
+    Process sandbox = start_with_tables();
+    tell(sandbox, {"vlan create 40", "vlan delete 40"});
+    Process first = start_guard(sandbox, "first");
+    Process second = start_guard(sandbox, "second");
+    sandbox.write_line("vlan create 40");
+    for (const std::string name : {"first", "second"}) {
+        Process &guard = name == "first" ? first : second;
+        EXPECT_TRUE(guard.shows(name + ": VLAN 40 asked: accepted\n" + name + ": VLAN 40 created, version 2\n"));
+    }
+    EXPECT_TRUE(sandbox.shows("vlan create 40: done\n"));
+    EXPECT_NE(vl_exist(40, BRI_VLAN_STATIC), 0);
+    EXPECT_EQ(vl_get_vlan_latest_version(40), 2);
+    for (Process *process : {&first, &second, &sandbox})
+        EXPECT_EQ(process->end(), 0);
+}
+
+TEST_F(Guards, one_vlan_of_a_set_is_taken_back_by_a_guard_that_had_accepted_it) {
+    Process sandbox = start_with_tables();
+    Process first = start_guard(sandbox, "first");
+    Process second = start_guard(sandbox, "second", {"-b", "62"});
+    sandbox.write_line("vlan create 61-63");
+    EXPECT_TRUE(second.shows("second: VLANs 61-63 asked: accepted\n"));
+    EXPECT_TRUE(second.shows("second: VLAN 62 created, version 1\nsecond: VLAN 62 taken back\n"));
+    EXPECT_TRUE(sandbox.shows("client 2 (second): sent VLAN_EVENT_DESTROY_RANGE(390), 8708 bytes\n"));
+    EXPECT_TRUE(first.shows("first: VLAN 63 created, version 1\nfirst: VLAN 62 deleted, version 1\n"));
+    EXPECT_TRUE(second.shows("second: VLAN 62 deleted, version 1\n"));
+    EXPECT_TRUE(vl_exist(61, 0) != 0 && vl_exist(62, 0) == 0 && vl_exist(63, 0) != 0);
+    for (Process *process : {&first, &second, &sandbox})
+        EXPECT_EQ(process->end(), 0);
+}
+
+TEST_F(Guards, command_line_that_is_not_understood_is_refused) {
+    const std::vector<std::vector<std::string>> cases = {{"-x"},        {"-r"},     {"-r", "0"}, {"-r", "4095"},
+                                                         {"-r", "4-5"}, {"-b", ""}, {"-b"},      {"surplus"}};
+    for (const auto &options : cases) {
+        Process guard = start_host("guard", options, kVlanGuard);
+        EXPECT_EQ(guard.wait(), 2);
+        EXPECT_TRUE(guard.shows("usage: vlan_guard [-n NAME]"));
+    }
+}
+
 } // namespace

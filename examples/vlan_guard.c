@@ -1,0 +1,162 @@
+/* vlan_guard: a small host daemon that has a say in which VLANs are created. The server asks it before each creation;
+ * it refuses the VLANs that it is told to, accepts the others, and takes one back after its creation, as a host does
+ * that finds out too late that it cannot serve it. It prints every question and every creation and deletion.
+ */
+#include "host.h"
+
+#include <stdint.h>
+#include <stdio.h>
+#include <string.h>
+#include <unistd.h>
+
+enum { VLAN_MAX = 4094, TEXT_SIZE = 256, TEXT_ITEMS = 20 };
+
+static struct {
+    const char *name;
+    struct vlanset refused;
+    uint16_t taken_back; /* 0: none */
+} options = {.name = "vlan_guard"};
+
+static bool holds(const struct vlanset *set, unsigned vid) {
+    return (set->words[vid >> 5] >> (vid & 31) & 1) != 0;
+}
+
+static void put(struct vlanset *set, unsigned vid) {
+    set->words[vid >> 5] |= UINT32_C(1) << (vid & 31);
+}
+
+/* The first VLANs of a set, as many as fit on a line. */
+static const char *list_text(const struct vlanset *set) {
+    static char text[TEXT_SIZE];
+    vl_clnt_vlist_vlan_line_format(text, set, 1, TEXT_ITEMS);
+    return *text != '\0' ? text : "none";
+}
+
+/* The question about one VLAN: zero accepts. Whoever is asked answers exactly once. */
+static void judge_vlan(uint16_t vid) {
+    const uint32_t result = vid <= VLAN_MAX && holds(&options.refused, vid);
+    printf("%s: VLAN %u asked: %s\n", options.name, vid, result == 0 ? "accepted" : "refused");
+    bridge_client_vlan_reply(&result);
+}
+
+/* The question about a set: the answer names the VLANs that fail. */
+static void judge_set(const struct vlanset *asked) {
+    struct vl_vlanset_reply reply = {.failure = 0};
+    for (unsigned vid = 1; vid <= VLAN_MAX; ++vid)
+        if (holds(asked, vid) && holds(&options.refused, vid)) {
+            put(&reply.failed, vid);
+            reply.failure = 1;
+        }
+    printf("%s: VLANs %s asked: ", options.name, list_text(asked));
+    if (reply.failure == 0)
+        printf("accepted\n");
+    else
+        printf("refused because of %s\n", list_text(&reply.failed));
+    bridge_client_vlanset_reply(&reply);
+}
+
+static void on_created(uint16_t vid, uint16_t version) {
+    printf("%s: VLAN %u created, version %u\n", options.name, vid, version);
+    if (vid != options.taken_back)
+        return;
+    printf("%s: VLAN %u taken back\n", options.name, vid);
+    bridge_client_vlan_rollback(vid);
+}
+
+static void on_deleted(uint16_t vid, uint16_t version) {
+    printf("%s: VLAN %u deleted, version %u\n", options.name, vid, version);
+}
+
+/* The record of a replay lists the VLANs that are there already; nobody was asked about those. */
+static void on_set(const struct vl_evt_vlanset_rec *record, void (*each)(uint16_t vid, uint16_t version)) {
+    if (record->origin_data != 0) {
+        printf("%s: VLANs so far: %s\n", options.name, list_text(&record->vlans));
+        return;
+    }
+    for (uint16_t vid = 1; vid <= VLAN_MAX; ++vid)
+        if (holds(&record->vlans, vid))
+            each(vid, record->versions[vid]);
+}
+
+static void on_vlan_event(uint32_t type, const struct vl_evt_vlan_rec *record) {
+    if (type == VLAN_EVENT_CREATE_PREJ)
+        judge_vlan(record->vid);
+    else if (type == VLAN_EVENT_CREATE_INDEX)
+        on_created(record->vid, record->version);
+    else
+        on_deleted(record->vid, record->version);
+}
+
+/* Gets the registered events. The payload may lie at any address: it is copied before its fields are read. */
+static int on_event(uint32_t type, void *data, uint16_t len) {
+    static union {
+        struct vl_evt_vlan_rec vlan;
+        struct vl_evt_vlanset_rec set;
+        struct vlanset asked;
+    } record;
+    memset(&record, 0, sizeof record);
+    if (len != 0)
+        memcpy(&record, data, len < sizeof record ? len : sizeof record);
+    switch (type) {
+    case VLAN_EVENT_CREATE_RANGE_PREJ:
+        judge_set(&record.asked);
+        break;
+    case VLAN_EVENT_CREATE_RANGE:
+        on_set(&record.set, on_created);
+        break;
+    case VLAN_EVENT_DESTROY_RANGE:
+        on_set(&record.set, on_deleted);
+        break;
+    default:
+        on_vlan_event(type, &record.vlan);
+        break;
+    }
+    return 0;
+}
+
+static int register_events(void) {
+    static const uint32_t types[] = {VLAN_EVENT_CREATE_PREJ,  VLAN_EVENT_CREATE_RANGE_PREJ, VLAN_EVENT_CREATE_INDEX,
+                                     VLAN_EVENT_CREATE_RANGE, VLAN_EVENT_DESTROY_INDEX,     VLAN_EVENT_DESTROY_RANGE};
+    struct event_set events = {{0}};
+    for (size_t i = 0; i < sizeof types / sizeof *types; ++i)
+        host_want(&events, types[i]);
+    return bridge_client_reg_event(&events, on_event);
+}
+
+static bool parse_option(int option) {
+    long vid;
+    switch (option) {
+    case 'n':
+        options.name = optarg;
+        return true;
+    case 'r':
+        vid = host_number(optarg, 1, VLAN_MAX);
+        if (vid > 0)
+            put(&options.refused, (unsigned)vid);
+        return vid > 0;
+    case 'b':
+        vid = host_number(optarg, 1, VLAN_MAX);
+        options.taken_back = (uint16_t)vid;
+        return vid > 0;
+    default:
+        return false;
+    }
+}
+
+static int usage(void) {
+    fprintf(stderr, "usage: vlan_guard [-n NAME] [-r VLAN]... [-b VLAN]\n"
+                    "  -n NAME  name told to the server (vlan_guard)\n"
+                    "  -r VLAN  refuse this VLAN\n"
+                    "  -b VLAN  accept this VLAN, but take it back when it has been created\n"
+                    "TMPDIR names the directory of the server, VSDID the switch device.\n");
+    return 2;
+}
+
+int main(int argc, char **argv) {
+    for (int option; (option = getopt(argc, argv, "n:r:b:")) != -1;)
+        if (!parse_option(option))
+            return usage();
+    if (optind != argc)
+        return usage();
+    return host_start(options.name) && register_events() == 0 ? host_run() : 1;
+}
