@@ -12,8 +12,8 @@ class TopologyOrigin : public L2Host {
         clear_log();
     }
     static uint16_t *table() { return swport_get_stp_instance_table(); }
-    static void make_vlan(uint16_t vid, uint16_t instance) {
-        vl_initial_vlan_entry(vid, BRI_VLAN_STATIC);
+    static void make_vlan(uint16_t vid, uint16_t instance, uint32_t mode = BRI_VLAN_STATIC) {
+        vl_initial_vlan_entry(vid, mode);
         table()[vid] = instance;
     }
     static spcb &plug_with_states(int32_t ifx) {
@@ -96,7 +96,7 @@ TEST_F(TopologyOrigin, comes_in_its_order) {
 
 TEST_F(TopologyOrigin, tells_the_instances_of_existing_vlans_only) {
     make_vlan(1, 0);
-    make_vlan(4094, 64);
+    make_vlan(4094, 64, BRI_VLAN_DYNAMIC); // the mode does not matter
     table()[50] = 20;                // VLAN 50 does not exist
     table()[4095] = table()[0] = 30; // no VLANs
     make_vlan(60, 65);               // no instance
