@@ -127,9 +127,12 @@ int bridge_set_port_instance_status(const l2top_port_instance_req *request) {
     const bri::HeapPtr<l2top_port_status_batch> batch(make_batch());
     if (!batch.ok())
         return refuse_no_memory();
-    const auto hand_over = [](const l2top_port_status_batch &full) { return bridge_set_port_fwd_status(&full) == 0; };
+    const auto hand_over = [](const l2top_port_status_batch &full) {
+        static_cast<void>(bridge_set_port_fwd_status(&full)); // what it gives does not count
+        return true;
+    };
     bri::bits::for_each(request->instances, 0, InstanceSet::kLast, [&](unsigned instance) {
-        static_cast<void>(append(*batch, record_of(*request, instance), hand_over)); // the results do not count
+        static_cast<void>(append(*batch, record_of(*request, instance), hand_over));
     });
     if (batch->count != 0)
         static_cast<void>(hand_over(*batch));
