@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# demo.sh BUILD_DIR: two host daemons and a bridge server that dies. Every step is checked in what the processes print;
+# demo.sh BUILD_DIR: three host daemons and a bridge server that dies. Every step is checked in what the processes print;
 # the first one that does not happen in time ends the demo with status 1.
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -9,8 +9,9 @@ patience=15 # seconds for one step
 
 sandbox=$build/sandbox/bridge-sandbox
 port_watch=$build/examples/port_watch
+mac_table=$build/examples/mac_table
 kernel=$(realpath -m "$build/sandbox/libef_bridge_sim.so")
-for file in "$sandbox" "$port_watch" "$kernel"; do
+for file in "$sandbox" "$port_watch" "$mac_table" "$kernel"; do
     [[ -e $file ]] || { echo "demo: $file is missing; build first" >&2; exit 1; }
 done
 
@@ -71,10 +72,11 @@ start_server() {
 }
 tell() { echo "$1" >&"$commands"; }
 
+# start_host NAME PROGRAM [OPTION...]
 start_host() {
-    local name=$1
-    shift
-    LD_PRELOAD=$kernel "$port_watch" -n "$name" "$@" >"$work/$name.log" 2>&1 </dev/null &
+    local name=$1 program=$2
+    shift 2
+    LD_PRELOAD=$kernel "$program" -n "$name" "$@" >"$work/$name.log" 2>&1 </dev/null &
     pids[$name]=$!
 }
 
@@ -87,15 +89,15 @@ ends() {
     ((status == $3)) || fail "$name ended with status $status instead of $3"
 }
 
-echo "Two host daemons, linked against the shared library, and a bridge server for workstations."
+echo "Three host daemons, linked against the shared library, and a bridge server for workstations."
 
 step "The server starts and listens. It gets a port."
 start_server server1
 tell "port add 1 access 1"
 
 step "Two hosts connect over the local socket and register their events."
-start_host ports -p 0 -e 132 -e 407 -e 409
-start_host asker -p 500 -e 132 -e 409
+start_host ports "$port_watch" -p 0 -e 132 -e 407 -e 409
+start_host asker "$port_watch" -p 500 -e 132 -e 409
 sees server1 "(ports): registered, pid ${pids[ports]}, 4 event types, fresh"
 sees server1 "(asker): registered, pid ${pids[asker]}, 3 event types, fresh"
 
@@ -116,6 +118,14 @@ sees server1 "(asker): sent VLAN_EVENT_MODIFY_INTF_PVID(409), 8 bytes" 2
 for host in asker ports; do # the first such event came from the port table, with the data
     sees $host "$host: event VLAN_EVENT_MODIFY_INTF_PVID(409), 8 bytes" 3
 done
+
+step "A third host walks the kernel's table of MAC addresses, has one added, is told so and finds it in the kernel."
+tell "mac add 02:00:00:00:00:05 1 1"
+start_host table "$mac_table" -m 02:00:00:00:00:01 -v 1 -i 1
+sees table "table:   entry 02:00:00:00:00:05, VLAN 1, port 1, dynamic" 2
+sees table "table: added 02:00:00:00:00:01, VLAN 1, port 1, static"
+sees table "table: in the kernel's table: 02:00:00:00:00:01, VLAN 1, port 1, static"
+ends table TERM 0
 
 step "The server is killed (kill -9). The hosts notice and keep running."
 ends server1 KILL 137
