@@ -1,6 +1,6 @@
 #include "sandbox/addresses.h"
 
-#include "base/bits.h"
+#include "sandbox/vlan_sets.h"
 
 #include <bridge/events.h>
 
@@ -17,10 +17,6 @@ constexpr size_t kRecordsPerMessage = BRI_PAYLOAD_MAX / sizeof(bri_mac_msg);
 auto kind_of(bool dynamic, uint32_t type) {
     return
         [=](const bri_mac_entry &entry) { return is_dynamic(entry) == dynamic && (type == 0 || entry.type == type); };
-}
-
-bool holds_vlan(const vlanset &vlans, uint16_t vid) {
-    return vid < bri::bits::kSetBits && bri::bits::test(vlans.words, vid);
 }
 
 } // namespace
@@ -57,7 +53,7 @@ void Addresses::end_check(bool dynamic, uint32_t type) {
 bool Addresses::apply(const mvlan_msg &request) {
     if (!hosts_.apply(request))
         return false;
-    announce_(MVLAN_EVENT_NOTIFY_ENTRY, {reinterpret_cast<const uint8_t *>(&request), sizeof request});
+    announce_(MVLAN_EVENT_NOTIFY_ENTRY, bytes_of(request));
     return true;
 }
 
@@ -71,7 +67,7 @@ void Addresses::take_vlan_delete(Bytes payload) {
         return;
     const auto request = bri::load_at<bri_mac_vlanmap_del>(payload, 0);
     announce(macs_.remove_if([&](const bri_mac_entry &entry) {
-        return is_dynamic(entry) && holds_vlan(request.vlans, entry.bcast_id) &&
+        return is_dynamic(entry) && entry.bcast_id <= BRI_VID_MAX && holds(request.vlans, entry.bcast_id) &&
                (request.ifx == 0 || request.ifx == entry.ifx);
     }));
 }

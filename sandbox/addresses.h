@@ -8,14 +8,12 @@
 #include "sandbox/mac_vlans.h"
 
 #include <cstdint>
-#include <functional>
+#include <utility>
 
 namespace sandbox {
 
 class Addresses {
   public:
-    // Sends an event to the clients that registered it.
-    using Announce = std::function<void(uint32_t type, Bytes payload)>;
     explicit Addresses(Announce announce) : announce_(std::move(announce)) {}
 
     // A request that came through the server socket. True when it is answered with that; the others still come back as

@@ -4,6 +4,7 @@
 #include "base/bytes.h"
 
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -12,6 +13,8 @@ struct evbuffer;
 namespace sandbox {
 
 using bri::Bytes;
+// Sends an event to the clients that registered it.
+using Announce = std::function<void(uint32_t type, Bytes payload)>;
 
 template <class Record> Bytes bytes_of(const Record &record) {
     return {reinterpret_cast<const uint8_t *>(&record), sizeof record};

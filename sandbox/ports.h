@@ -8,13 +8,9 @@
 #include <bridge/vlan_client.h>
 
 #include <cstdint>
-#include <functional>
 #include <string>
 
 namespace sandbox {
-
-// Sends an event to the clients that registered it.
-using Announce = std::function<void(uint32_t type, Bytes payload)>;
 
 // A port is a member of the VLANs that it carries: its native VLAN when it is an access port, the allowed ones when it
 // is a trunk or the like, none when it is routed; and of those that a client made it a dynamic member of. The table
