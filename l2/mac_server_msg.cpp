@@ -48,12 +48,19 @@ void hand_on(uint32_t event, bri_mac_msg &record) {
     bridge_call_event_handlers(event, &record, sizeof record);
 }
 
-// Each record is handed on as an aligned copy of its own; a piece at the end that is shorter counts as completed with
-// zeros.
+// An aligned copy of the first record; one that is cut counts as completed with zeros.
+bri_mac_msg first_of(Bytes records) {
+    if (records.size >= sizeof(bri_mac_msg))
+        return load_as<bri_mac_msg>(records.data);
+    bri_mac_msg cut{};
+    std::memcpy(&cut, records.data, records.size);
+    return cut;
+}
+
+// Each record is handed on as a copy of its own.
 void unpack(uint32_t event, Bytes payload) {
     for (; payload.size != 0; payload = payload.from(std::min(payload.size, sizeof(bri_mac_msg)))) {
-        bri_mac_msg record{};
-        std::memcpy(&record, payload.data, std::min(payload.size, sizeof record));
+        bri_mac_msg record = first_of(payload);
         if (record.oper != BRI_MAC_ADD && record.oper != BRI_MAC_DEL) {
             BRI_MAC_LOG(&record.entry, "(%s), notify addr : drop null msg\n", g_bglib_client_name_mac);
             return;
