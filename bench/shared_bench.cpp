@@ -1,9 +1,10 @@
 // What a look-up in the shared tables costs, beside the same access to the bare arrays and beside look-ups of the same
-// records in LMDB and in SQLite, all in one run. After the times it prints the ratios.
+// records in LMDB and in SQLite, all in one run.
 //
 // All four must give the same answers to all questions before anything is measured.
 #include <benchmark/benchmark.h>
 
+#include "bench/ratios.h"
 #include "bench/shared_records.h"
 #ifdef BRIDGE_HAVE_LMDB
 #include "bench/shared_lmdb.h"
@@ -14,7 +15,6 @@
 
 #include <cstring>
 #include <filesystem>
-#include <map>
 #include <random>
 #include <string>
 #include <sys/sem.h>
@@ -283,20 +283,17 @@ void compare_answers(const Operation &operation) {
             }
 }
 
-// The usual table, and behind it how many times longer than the library each other way takes.
-class Ratios : public benchmark::ConsoleReporter {
-  public:
-    explicit Ratios(const std::vector<Operation> &all) : ConsoleReporter(OO_Tabular), operations_(all) {}
+std::string name_of(const Operation &operation, const Way &way) {
+    return std::string(operation.name) + "/" + way.name;
+}
 
-    void ReportRuns(const std::vector<Run> &runs) override {
-        for (const Run &run : runs)
-            if (!run.error_occurred && (run.run_type == Run::RT_Iteration || run.aggregate_name == "median"))
-                times_[run.run_name.function_name] = run.GetAdjustedCPUTime();
-        ConsoleReporter::ReportRuns(runs);
-    }
+// How many times longer than the library each other way takes.
+class Table : public Times {
+  public:
+    explicit Table(const std::vector<Operation> &all) : operations_(all) {}
 
     void Finalize() override {
-        std::printf("\n%-14s %12s", "operation", "library ns");
+        std::printf("%-14s %12s", "", "library ns");
         for (size_t index = 1; index < operations_.front().ways.size(); ++index)
             std::printf(" %10s", operations_.front().ways[index].name);
         std::puts("   (times the library's)");
@@ -314,13 +311,9 @@ class Ratios : public benchmark::ConsoleReporter {
             std::printf(" %10.2f", time_of(operation, operation.ways[index]) / own);
         std::puts("");
     }
-    double time_of(const Operation &operation, const Way &way) const {
-        const auto found = times_.find(std::string(operation.name) + "/" + way.name);
-        return found != times_.end() ? found->second : 0;
-    }
+    double time_of(const Operation &operation, const Way &way) const { return Times::time_of(name_of(operation, way)); }
 
     const std::vector<Operation> &operations_;
-    std::map<std::string, double> times_;
 };
 
 } // namespace
@@ -335,9 +328,8 @@ int main(int argc, char **argv) {
     for (const bench::Operation &operation : all) {
         bench::compare_answers(operation);
         for (const bench::Way &way : operation.ways)
-            benchmark::RegisterBenchmark((std::string(operation.name) + "/" + way.name).c_str(), way.measure);
+            benchmark::RegisterBenchmark(name_of(operation, way).c_str(), way.measure)->Apply(bench::repeated);
     }
-    bench::Ratios reporter(all);
-    benchmark::RunSpecifiedBenchmarks(&reporter);
-    return 0;
+    bench::Table table(all);
+    return bench::run("Look-ups in the shared tables", table);
 }
