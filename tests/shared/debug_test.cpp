@@ -111,6 +111,10 @@ TEST_F(debug_switches, the_mac_filter_with_enable_zero_switches_mac_debugging_of
     uint8_t message[32] = {};
     put_at(message, 0, uint32_t{0x883});
     put_at(message, 4, uint32_t{24});
+    debug_on({2});
+    bri_clnt_on_debug_msg(reinterpret_cast<bri_msg_hdr *>(message));
+    EXPECT_EQ(g_bri_clnt_dbg[2], 0);
+    EXPECT_TRUE(log_lines().empty()); // flag 7 is off
     debug_on({2, 7});
     bri_clnt_on_debug_msg(reinterpret_cast<bri_msg_hdr *>(message));
     EXPECT_EQ(g_bri_clnt_dbg[2], 0);
@@ -172,6 +176,10 @@ TEST_F(debug_switches, show_delay_prints_the_interval_and_the_number_waiting) {
     send(0x89D, 0, 0);
     expect_print({" Bridge client[pid 4321] event-delay timer: 9 second.\n", " Delay-event number: 3.\n"});
     g_bri_msg_delay_num = 0;
+    clear_log();
+    send(0x894, 0xFFFFFFFF); // off, but set
+    send(0x89D, 0, 0);
+    expect_print({" Bridge client[pid 4321] event-delay timer: -1 second.\n", " Delay-event number: 0.\n"});
 }
 
 TEST_F(debug_switches, show_cache_prints_the_counters_of_the_client_record) {

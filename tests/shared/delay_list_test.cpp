@@ -76,6 +76,7 @@ TEST_F(delay_list, a_message_waits_for_the_timer) {
     ASSERT_NE(job, nullptr);
     EXPECT_EQ(job->kind, Job::Kind::kTimer);
     EXPECT_EQ(job->usec, 3000000);
+    EXPECT_EQ(job->master, client.master);
     EXPECT_EQ(delay(1), 1);
     EXPECT_EQ(delay(2), 1);
     EXPECT_EQ(g_bri_msg_delay_num, 2U);
@@ -185,6 +186,16 @@ TEST_F(delay_list, the_timer_runs_on_with_the_interval_of_that_moment) {
     const Job *job = Loop::get().find("msg-delay-timer");
     ASSERT_NE(job, nullptr);
     EXPECT_EQ(job->usec, 0);
+}
+
+TEST_F(delay_list, of_two_timers_each_runs_on_with_the_interval_that_was_set_last) {
+    set_interval(3);
+    set_interval(5);
+    for (const long usec : {3000000L, 5000000L, 5000000L}) {
+        ASSERT_EQ(Loop::get().find("msg-delay-timer")->usec, usec);
+        Loop::get().run("msg-delay-timer");
+        EXPECT_EQ(Loop::get().count("msg-delay-timer"), 2);
+    }
 }
 
 // What a handler had held back before it switched the delay off waits for the timer, which runs on.

@@ -230,6 +230,33 @@ TEST_F(PortDb, an_absent_port_has_no_values) {
     EXPECT_EQ(test::bytes_of(copy), std::vector<uint8_t>(test::kBlockSize));
 }
 
+TEST_F(PortDb, look_ups_log_nothing) {
+    plug(5);
+    test::debug_on({BRI_DBG_VLAN});
+    test::clear_log();
+    for (const int32_t ifx : {-1, 0, 5, 6, 64}) {
+        uint32_t word = 0;
+        spcb copy;
+        swport_check_ifindex_valid(ifx);
+        swport_get_raw_spcb(ifx);
+        swport_check_exist(ifx);
+        swport_get_spcb_copy(ifx, &copy);
+        swport_get_version(ifx);
+        swport_get_port_mode(ifx, &word);
+        swport_get_port_default_mode(ifx, &word);
+        swport_get_port_default_vid(ifx);
+        swport_get_tag_vlan(ifx);
+        swport_is_allow_vlan(ifx, 10);
+        swport_get_vlan_tag_rule(ifx, 10);
+        swport_tag_vlan_add(ifx, 10);
+        swport_tag_vlan_del(ifx, 10);
+        swport_set_attr_exclude(ifx, 1, 1, 0, nullptr);
+    }
+    swport_get_total_port_num();
+    swport_get_stp_instance(10);
+    EXPECT_TRUE(test::log_lines().empty());
+}
+
 TEST_F(PortDb, null_places_for_a_value_give_0) {
     plug(5);
     EXPECT_EQ(swport_get_port_mode(5, nullptr), 0);

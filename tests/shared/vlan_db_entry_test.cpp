@@ -229,6 +229,34 @@ TEST_F(VlanEntry, svi_search_finds_neither_0_nor_empty_entries_nor_entry_0) {
     EXPECT_EQ(vl_get_vid_from_svifx(9), 0);
 }
 
+TEST_F(VlanEntry, look_ups_log_nothing) {
+    make(10);
+    debug_on({BRI_DBG_VLAN});
+    for (const uint16_t vid : {uint16_t{0}, uint16_t{10}, uint16_t{11}, uint16_t{65535}}) {
+        uint32_t words[2];
+        vle copy;
+        char name[36];
+        vl_exist(vid, 0);
+        vl_get_vlan_copy(vid, &copy);
+        vl_get_vlan_latest_version(vid);
+        vl_get_vlan_mode(vid, words);
+        vl_get_vlan_name(vid, name);
+        vl_get_svi_ifx(vid);
+        vl_get_manage_vid(vid);
+        vl_get_vlan_up_mem(vid);
+        vl_get_vlan_ref(vid);
+        vl_is_created_by_cli(vid);
+        vl_get_vswpt_num(vid);
+        vl_is_subvlan(vid);
+        vl_is_supervlan(vid);
+        vl_is_vlan_have_port(vid);
+        vl_get_vlan_port_bmap(vid, words);
+        vl_is_vlan_member(vid, 0);
+    }
+    vl_get_vid_from_svifx(9);
+    EXPECT_TRUE(log_lines().empty());
+}
+
 // mode, manage vid, own vid -> sub-VLAN, super VLAN; all of VLAN 10
 TEST_F(VlanEntry, sub_and_super_vlans_are_told_by_mode_and_manage_vid) {
     const struct {
