@@ -46,6 +46,27 @@ bool carries(const spcb &port, uint16_t vid) {
     }
 }
 
+// Ports that are in no VLAN but the ones that they carry.
+bool takes_no_others(const spcb &port) {
+    const uint32_t mode = shared::load(port.mode);
+    return mode == BRI_PORT_ROUTE || mode == BRI_PORT_ACCESS;
+}
+
+spcb &open_to_others(uint32_t ifx) {
+    spcb &port = existing(ifx);
+    if (takes_no_others(port))
+        throw std::invalid_argument("port " + std::to_string(ifx) + " is an access or a routed port");
+    return port;
+}
+
+vl_evt_intf_rec record_of(const spcb &port) {
+    vl_evt_intf_rec record{};
+    record.ifx = shared::load(port.ifx);
+    record.mode = shared::load(port.mode);
+    record.pvid = shared::load(port.default_vid);
+    return record;
+}
+
 template <class Fn> void for_each_port(Fn &&fn) {
     for (uint32_t ifx = 1; ifx < BRI_PORT_SLOTS; ++ifx)
         if (swport_get_spcb(static_cast<int32_t>(ifx)) != nullptr)
@@ -83,22 +104,14 @@ void Ports::add(uint32_t ifx, uint32_t mode, uint16_t pvid) {
     port->default_vid = pvid;
     shared::store(port->ifx, ifx); // from now on it is there
     swport_inc_total_num();
-    vl_evt_intf_rec record{};
-    record.ifx = ifx;
-    record.mode = mode;
-    record.pvid = pvid;
-    announce_(VLAN_EVENT_CREATE_INTF, bytes_of(record));
-    announce_attributes(ifx);
+    announce_port(ifx);
     refresh(ifx, all_vlans());
 }
 
 void Ports::remove(uint32_t ifx) {
     spcb &port = existing(ifx);
-    remove_members(ifx, memberships(ifx));
-    vl_evt_intf_rec record{};
-    record.ifx = ifx;
-    record.mode = port.mode;
-    record.pvid = port.default_vid;
+    take_out(ifx, memberships(ifx));
+    const vl_evt_intf_rec record = record_of(port);
     shared::store(port.ifx, uint32_t{0});
     changed(port);
     swport_dec_total_num();
@@ -107,10 +120,16 @@ void Ports::remove(uint32_t ifx) {
 
 void Ports::set_mode(uint32_t ifx, uint32_t mode) {
     spcb &port = existing(ifx);
+    const bool was_routed = shared::load(port.mode) == BRI_PORT_ROUTE;
     shared::store(port.mode, mode);
+    if (takes_no_others(port))
+        for_each_vlan(all_vlans(), [&](uint16_t vid) { bits::clear_shared(dynamic_vlans(port), vid); });
     changed(port);
     const vl_evt_intf_mode_rec record{ifx, mode};
-    announce_(VLAN_EVENT_MODIFY_INTF_MODE, bytes_of(record));
+    if (was_routed)
+        announce_port(ifx); // replays leave routed ports out, so there are clients that do not know it
+    else
+        announce_(VLAN_EVENT_MODIFY_INTF_MODE, bytes_of(record));
     refresh(ifx, all_vlans());
 }
 
@@ -154,21 +173,21 @@ void Ports::disallow(uint32_t ifx, const vlanset &vlans) {
 }
 
 void Ports::add_dynamic(uint32_t ifx, const vlanset &vlans) {
-    spcb &port = existing(ifx);
+    spcb &port = open_to_others(ifx);
     const vlanset live = those_of(vlans, [](uint16_t vid) { return vl_exist(vid, 0) != 0; });
     for_each_vlan(live, [&](uint16_t vid) { bits::set_shared(dynamic_vlans(port), vid); });
     refresh(ifx, live, BRI_MEMBERSHIP_DYNAMIC);
 }
 
 void Ports::remove_dynamic(uint32_t ifx, const vlanset &vlans) {
-    spcb &port = existing(ifx);
+    spcb &port = open_to_others(ifx);
     const vlanset dynamic = those_of(vlans, [&](uint16_t vid) { return bits::test(dynamic_vlans(port), vid); });
     for_each_vlan(dynamic, [&](uint16_t vid) { bits::clear_shared(dynamic_vlans(port), vid); });
     refresh(ifx, dynamic, BRI_MEMBERSHIP_DYNAMIC);
 }
 
 void Ports::add_members(uint32_t ifx, const vlanset &vlans) {
-    existing(ifx);
+    open_to_others(ifx);
     const auto index = static_cast<int32_t>(ifx);
     const vlanset added =
         those_of(vlans, [&](uint16_t vid) { return vl_exist(vid, 0) != 0 && vl_is_vlan_member(vid, index) == 0; });
@@ -177,6 +196,11 @@ void Ports::add_members(uint32_t ifx, const vlanset &vlans) {
 }
 
 void Ports::remove_members(uint32_t ifx, const vlanset &vlans) {
+    open_to_others(ifx);
+    take_out(ifx, vlans);
+}
+
+void Ports::take_out(uint32_t ifx, const vlanset &vlans) {
     spcb &port = existing(ifx);
     const auto index = static_cast<int32_t>(ifx);
     const vlanset removed = those_of(vlans, [&](uint16_t vid) { return vl_is_vlan_member(vid, index) != 0; });
@@ -235,8 +259,9 @@ void Ports::announce_members(uint32_t ifx, const vlanset &vlans, bool added, uin
     }
 }
 
-void Ports::announce_attributes(uint32_t ifx) const {
+void Ports::announce_port(uint32_t ifx) const {
     const spcb &port = existing(ifx);
+    announce_(VLAN_EVENT_CREATE_INTF, bytes_of(record_of(port)));
     const vl_evt_intf_mode_rec mode{ifx, shared::load(port.mode)};
     announce_(VLAN_EVENT_MODIFY_INTF_MODE, bytes_of(mode));
     const vl_evt_intf_pvid_rec pvid{ifx, shared::load(port.default_vid), 0};

@@ -13,8 +13,9 @@
 namespace sandbox {
 
 // A port is a member of the VLANs that it carries: its native VLAN when it is an access port, the allowed ones when it
-// is a trunk or the like, none when it is routed; and of those that a client made it a dynamic member of. The table
-// knows one kind of member bit; which of them are dynamic stands in the part of the block that is the server's own.
+// is a trunk or the like, none when it is routed; and, unless it is an access or a routed port, of those that a client
+// made it a dynamic member of. The table knows one kind of member bit; which of them are dynamic stands in the part of
+// the block that is the server's own. So a client that replays the tables to itself sees every membership.
 // Each change is made first and announced then. All throw std::invalid_argument for a port that is not there.
 class Ports {
   public:
@@ -31,7 +32,8 @@ class Ports {
     void allow(uint32_t ifx, const vlanset &vlans);
     void disallow(uint32_t ifx, const vlanset &vlans);
 
-    // Memberships that clients ask for; VLANs that do not exist are passed over.
+    // Memberships that clients ask for; VLANs that do not exist are passed over. These four also throw
+    // std::invalid_argument for an access or a routed port.
     void add_dynamic(uint32_t ifx, const vlanset &vlans);
     void remove_dynamic(uint32_t ifx, const vlanset &vlans);
     // Memberships by the operator's word, whatever the port carries, until something about the two changes.
@@ -45,9 +47,10 @@ class Ports {
     static void show();
 
   private:
+    void take_out(uint32_t ifx, const vlanset &vlans);
     void refresh(uint32_t ifx, const vlanset &concerned, uint32_t kind = BRI_MEMBERSHIP_STATIC);
     void announce_members(uint32_t ifx, const vlanset &vlans, bool added, uint32_t kind) const;
-    void announce_attributes(uint32_t ifx) const;
+    void announce_port(uint32_t ifx) const;
     void announce_allowed(uint32_t ifx) const;
 
     Announce announce_;

@@ -100,11 +100,28 @@ TEST_F(SandboxVlans, port_is_a_member_of_the_vlans_that_it_carries) {
     EXPECT_TRUE(!member(1, 5) && member(2, 5) && !member(3, 5) && !member(9, 5));
     tell(sandbox, {"port mode 5 route"});
     EXPECT_FALSE(member(2, 5));
-    tell(sandbox, {"port join 5 4", "port join 5 1", "port leave 5 1"});
+    tell(sandbox, {"port allow 5 none", "port mode 5 hybrid", "port join 5 4", "port join 5 1", "port leave 5 1"});
     EXPECT_TRUE(!member(1, 5) && member(4, 5));
     tell(sandbox, {"port del 5"});
     EXPECT_EQ(swport_get_spcb(5), nullptr);
     EXPECT_FALSE(member(4, 5));
+}
+
+TEST_F(SandboxVlans, routed_port_that_becomes_a_switch_port_is_announced_like_a_new_one) {
+    Process sandbox = start_with_tables();
+    tell(sandbox, {"vlan create 7", "port add 5 route 7"});
+    Peer client = register_client({398, 402, 403, 405, 407, 409, 410, 415}, "raw");
+    EXPECT_FALSE(member(7, 5));
+    tell(sandbox, {"port mode 5 hybrid"});
+    EXPECT_EQ(next_record<vl_evt_intf_rec>(client, VLAN_EVENT_CREATE_INTF).mode, uint32_t{BRI_PORT_HYBRID});
+    EXPECT_EQ(next_record<vl_evt_intf_mode_rec>(client, VLAN_EVENT_MODIFY_INTF_MODE).ifx, 5U);
+    EXPECT_EQ(next_record<vl_evt_intf_pvid_rec>(client, VLAN_EVENT_MODIFY_INTF_PVID).pvid, 7);
+    EXPECT_EQ(next_record<vl_evt_intf_allow_rec>(client, VLAN_EVENT_MODIFY_INTF_ALLOWVL).ifx, 5U);
+    // Dynamic memberships end with a mode that has none.
+    client.send({{VLAN_EVENT_DYN_MEM_ADD_RANG, bytes_of(vl_port_vlanset_req{5, set_of({7})})}});
+    EXPECT_TRUE(next_record<vl_evt_intf_vlanset_rec>(client, VLAN_EVENT_RANGE_ADD_INTF).vlans == set_of({7}));
+    tell(sandbox, {"port mode 5 route", "port mode 5 hybrid"});
+    EXPECT_FALSE(member(7, 5));
 }
 
 TEST_F(SandboxVlans, one_vlan_s_life_is_announced_with_the_versions_of_the_table) {
@@ -180,6 +197,8 @@ TEST_F(SandboxVlans, bad_commands_are_told_and_change_nothing) {
         {"port add 2 bridge 2", "error: no such port mode: bridge"},
         {"port add 2 trunk 0", "error: no VLAN id: 0"},
         {"port mode 2 trunk", "error: no port 2"},
+        {"port join 1 5", "error: port 1 is an access or a routed port"},
+        {"port leave 1 5", "error: port 1 is an access or a routed port"},
         {"port pvid 1 4095", "error: not a number up to 4094: 4095"},
         {"port allow 1 1-4095", "error: not a VLAN list: 1-4095"},
         {"vlan create", "error: usage: vlan create LIST [MODE]"},
