@@ -102,7 +102,9 @@ BRI_API void bri_clnt_call_ss_origin_mac_callback(void);
 
 /* Ask for all origin data, as after a restart of the host: the handlers see every submodule's data between its begin
  * and end event, and the server is asked for the MAC addresses. Done within the call when the backup data has ended and
- * this process is master; otherwise kept until the backup data or a switch-over ends. Loop thread. */
+ * this process is master; otherwise kept until the backup data or a switch-over ends. Loop thread. A handler of the
+ * events that this raises may ask again, and is then called again within its own call: one that always asks runs out
+ * of stack. */
 BRI_API void bridge_client_request_oridata(void);
 
 /* The same for one submodule: the handlers see the data of VLAN (3) and layer-2 topology (5); the server is asked for
