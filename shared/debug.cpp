@@ -130,12 +130,13 @@ void show_delay(const uint8_t *) {
     BRI_LOG(log::kPrint, " Delay-event number: %d.\n", g_bri_msg_delay_num);
 }
 
+// Other threads may be sending.
 void show_cache(const uint8_t *) {
     BRI_LOG(log::kPrint, " Bridge client[pid %d] cache-msg-flush timer: %d usecs\n", g_client->pid,
             client::kFlushPeriodUsec);
-    BRI_LOG(log::kPrint, " Cache-msg number: %d\n", g_client->cache_cnt);
+    BRI_LOG(log::kPrint, " Cache-msg number: %d\n", shared::load(g_client->cache_cnt));
     BRI_LOG(log::kPrint, " Cache-msg limit: %u\n", g_client->cache_max);
-    BRI_LOG(log::kPrint, " Cache-msg drop: %u\n", g_client->cache_drop);
+    BRI_LOG(log::kPrint, " Cache-msg drop: %u\n", shared::load(g_client->cache_drop));
     BRI_LOG(log::kPrint, " Notify-data-sync-end: %s\n", g_client->data_synced != 0 ? "YES" : "NO");
 }
 

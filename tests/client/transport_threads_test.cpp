@@ -49,6 +49,13 @@ class transport_threads : public Transport {
             ++received;
         }
     }
+    // What a person may ask for at any time.
+    static void show_cache() {
+        bri_msg_hdr message{DEBUG_EVENT_SHOW_CACHE, 0};
+        clear_log();
+        bridge_client_msg_dspch(&message);
+        EXPECT_EQ(log_lines().size(), 5U);
+    }
     void expect_each_thread_in_order() const {
         for (const std::vector<uint32_t> &numbers : seen_)
             EXPECT_TRUE(std::is_sorted(numbers.begin(), numbers.end()));
@@ -96,8 +103,10 @@ TEST_F(transport_threads, send_into_the_cache_from_4_threads_and_lose_nothing) {
     const int small = 4096;
     ASSERT_EQ(setsockopt(ctx().sock, SOL_SOCKET, SO_SNDBUF, &small, sizeof small), 0);
     send_from_all(false);
-    while (!all_done())
+    while (!all_done()) {
         tick();
+        show_cache();
+    }
     join();
     EXPECT_GT(ctx().cache_cnt, 0U);
     for (int round = 0; round < 10000 && received < kThreads * kMessages; ++round) {
