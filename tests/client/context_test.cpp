@@ -123,6 +123,14 @@ TEST_F(Init, logs_from_its_first_socket_on_when_a_marker_file_asks_for_it) {
     EXPECT_TRUE(logged("[VLAND] ready to add qv-thread for CONNECT.\n"));
 }
 
+TEST_F(Init, prints_nothing_when_it_succeeds) {
+    faults::redirect("/proc/meminfo", write_file("meminfo", "MemTotal: 9 kB\nMemFree: 1 kB\nActive: 1 kB\n"
+                                                            "Inactive: 1 kB\nMapped: 1 kB\nSlab: 1 kB\n"));
+    const Outcome outcome = init("A");
+    EXPECT_EQ(outcome.result, 0);
+    EXPECT_EQ(outcome.printed, "");
+}
+
 TEST_F(Init, starts_the_subsystems_in_their_order_behind_the_socket) {
     faults::redirect("/data/bridge_client_VLAND", write_file("marker", ""));
     ByteVec mac_name; // when the first segment is made
