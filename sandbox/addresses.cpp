@@ -19,13 +19,17 @@ auto kind_of(bool dynamic, uint32_t type) {
         [=](const bri_mac_entry &entry) { return is_dynamic(entry) == dynamic && (type == 0 || entry.type == type); };
 }
 
+void send_records(const MacChanges &records, const Announce &send) {
+    for (size_t at = 0; at < records.size(); at += kRecordsPerMessage) {
+        const size_t count = std::min(kRecordsPerMessage, records.size() - at);
+        send(MAC_EVENT_NOTIFY_ADDR, {reinterpret_cast<const uint8_t *>(&records[at]), count * sizeof records[at]});
+    }
+}
+
 } // namespace
 
 size_t Addresses::announce(const MacChanges &changes) const {
-    for (size_t at = 0; at < changes.size(); at += kRecordsPerMessage) {
-        const size_t count = std::min(kRecordsPerMessage, changes.size() - at);
-        announce_(MAC_EVENT_NOTIFY_ADDR, {reinterpret_cast<const uint8_t *>(&changes[at]), count * sizeof changes[at]});
-    }
+    send_records(changes, announce_);
     return changes.size();
 }
 
@@ -55,6 +59,17 @@ bool Addresses::apply(const mvlan_msg &request) {
         return false;
     announce_(MVLAN_EVENT_NOTIFY_ENTRY, bytes_of(request));
     return true;
+}
+
+void Addresses::replay(uint32_t submodule, const Announce &send) const {
+    if (submodule == BRI_SUBMOD_MAC) {
+        MacChanges all;
+        macs_.for_each([&](const bri_mac_entry &entry) { all.push_back({0, BRI_MAC_ADD, entry}); });
+        send_records(all, send);
+    } else if (submodule == BRI_SUBMOD_MVLAN) {
+        for (const mvlan_msg &entry : hosts_.entries())
+            send(MVLAN_EVENT_NOTIFY_ENTRY, bytes_of(entry));
+    }
 }
 
 void Addresses::clear() {

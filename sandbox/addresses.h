@@ -28,6 +28,8 @@ class Addresses {
     void end_check(bool dynamic, uint32_t type = 0);
     // False when there was nothing to change.
     bool apply(const mvlan_msg &request);
+    // Every entry of the submodule's table, as an add, for somebody who asks for its data.
+    void replay(uint32_t submodule, const Announce &send) const;
     // What goes with the kernel's module. The clients are not told: they are asked for their data when it comes back.
     void clear();
 

@@ -164,9 +164,13 @@ void Bridge::answer_origin_request(Connection &client, Bytes payload) {
         say("%s: no origin data of submodule %u", client.text().c_str(), number);
         return;
     }
-    for (const uint32_t type : {sync->begin, sync->end})
+    const auto send = [&client](uint32_t type, Bytes data) {
         if (client.registration.wants(type))
-            client.send(single(type));
+            client.send(single(type, data));
+    };
+    send(sync->begin, {});
+    addresses_.replay(number, send);
+    send(sync->end, {});
 }
 
 } // namespace sandbox

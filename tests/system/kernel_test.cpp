@@ -352,6 +352,36 @@ TEST_F(SandboxKernel, more_changes_than_a_message_holds_are_announced_in_several
     EXPECT_EQ(ByteVec(last.mac, last.mac + 6), (ByteVec{6, 0, 0, 0, 1, 43}));
 }
 
+TEST_F(SandboxKernel, client_that_asks_for_the_data_gets_both_tables) {
+    Peer client = register_client({MAC_EVENT_SYNC_DATA_BEGIN, MAC_EVENT_SYNC_DATA_END, MAC_EVENT_NOTIFY_ADDR,
+                                   MVLAN_EVENT_NOTIFY_ENTRY, MVLAN_EVENT_SYNC_DATA_END},
+                                  "raw");
+    run("mac fill 257 10 3");
+    run("mvlan add 00:00:00:00:00:09 40");
+    for (int message = 0; message < 3; ++message)
+        ASSERT_TRUE(client.read_batch()); // the announcements
+    Peer other = register_client({MAC_EVENT_NOTIFY_ADDR, MVLAN_EVENT_NOTIFY_ENTRY}, "other");
+    for (const uint32_t submodule : {BRI_SUBMOD_MAC, BRI_SUBMOD_MVLAN})
+        client.send({{BRIDGE_EVENT_ORI_DATA_REQUEST, test::bytes_of(submodule)}});
+    std::vector<Message> all;
+    for (int message = 0; message < 6; ++message)
+        if (const auto batch = client.read_batch())
+            all.push_back(batch->messages().at(0));
+    ASSERT_EQ(all.size(), 6U);
+    const auto size = [](size_t records) { return records * sizeof(bri_mac_msg); };
+    EXPECT_EQ(all[0], (Message{MAC_EVENT_SYNC_DATA_BEGIN, {}}));
+    EXPECT_EQ(all[1].type, uint32_t{MAC_EVENT_NOTIFY_ADDR});
+    EXPECT_EQ(all[1].payload.size(), size(256));
+    bri_mac_entry last = entry(0, 10, 3, kDynamic);
+    const uint8_t mac[6] = {6, 0, 0, 0, 1, 0};
+    std::memcpy(last.mac, mac, sizeof mac);
+    EXPECT_EQ(all[2], (Message{MAC_EVENT_NOTIFY_ADDR, test::bytes_of(record(BRI_MAC_ADD, last))}));
+    EXPECT_EQ(all[3], (Message{MAC_EVENT_SYNC_DATA_END, {}}));
+    EXPECT_EQ(all[4], (Message{MVLAN_EVENT_NOTIFY_ENTRY, test::bytes_of(host_vlan(0, 9, 40))}));
+    EXPECT_EQ(all[5], (Message{MVLAN_EVENT_SYNC_DATA_END, {}}));
+    EXPECT_FALSE(other.readable());
+}
+
 TEST_F(SandboxKernel, check_of_dynamic_addresses_drops_those_that_are_not_told_again) {
     fill_some();
     Peer client = register_client({MAC_EVENT_NOTIFY_ADDR}, "raw");

@@ -94,6 +94,15 @@ TEST_F(MacHost, adds_a_static_address_sees_its_announcement_and_finds_it_in_the_
     expect_clean_end({&host, &sandbox});
 }
 
+TEST_F(MacHost, is_told_the_addresses_that_were_there_before_it) {
+    Process host = start_table();
+    EXPECT_TRUE(shows_all(host, {"added 02:00:00:00:00:01, VLAN 10, port 3, dynamic",
+                                 "added 02:00:00:00:00:05, VLAN 10, port 3, dynamic",
+                                 "added 02:00:00:00:00:05, VLAN 11, port 3, static",
+                                 "added 02:00:00:00:00:07, VLAN 10, port 4, security"}));
+    expect_clean_end({&host, &sandbox});
+}
+
 TEST_F(MacHost, sees_every_change_of_the_table_as_one_record) {
     Process host = start_watching_table();
     run("mac fill 300 20 4");
