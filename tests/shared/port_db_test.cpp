@@ -280,6 +280,9 @@ TEST_F(PortDb, the_private_count_stays_within_0_and_65) {
     };
     swport_dec_total_num();
     EXPECT_EQ(shown(), "total-swport-num:\t0\n");
+    swport_inc_total_num();
+    swport_dec_total_num();
+    EXPECT_EQ(shown(), "total-swport-num:\t0\n");
     for (int times = 0; times < 64; ++times)
         swport_inc_total_num();
     EXPECT_EQ(shown(), "total-swport-num:\t64\n");

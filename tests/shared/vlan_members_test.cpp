@@ -127,14 +127,15 @@ TEST_F(VlanMembers, members_are_added_and_removed_by_their_bit) {
 }
 
 TEST_F(VlanMembers, interface_indexes_outside_the_words_change_nothing) {
-    std::memset(entry(9), 0x5A, 3 * 80);
-    put_at<uint16_t>(entry(10), 6, 10);
-    const std::vector<uint8_t> before(data(), data() + kVlanDataSize);
-    for (const int32_t ifx : {64, 65, 95, 96, 2048, -1, -32, INT32_MAX, INT32_MIN}) {
-        vl_add_static_member(ifx, 10);
-        vl_del_static_member(ifx, 10);
+    constexpr int32_t kOutside[] = {64, 65, 95, 96, 2048, -1, -32, INT32_MAX, INT32_MIN};
+    for (const int fill : {0x00, 0xFF}) { // where a bit that is set shows, and one that is cleared
+        std::memset(entry(9), fill, 3 * 80);
+        put_at<uint16_t>(entry(10), 6, 10);
+        const std::vector<uint8_t> before(data(), data() + kVlanDataSize);
+        for (const int32_t ifx : kOutside)
+            (fill == 0 ? vl_add_static_member : vl_del_static_member)(ifx, 10);
+        EXPECT_EQ(std::vector<uint8_t>(data(), data() + kVlanDataSize), before);
     }
-    EXPECT_EQ(std::vector<uint8_t>(data(), data() + kVlanDataSize), before);
 }
 
 TEST_F(VlanMembers, changes_are_logged_also_for_an_index_without_a_bit) {
