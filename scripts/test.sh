@@ -61,11 +61,13 @@ run_tests() {
     build_configurations "${names[@]}" || return 1
     write_combined_tree "${names[@]}"
 
-    local build_seconds='' name
+    local build_seconds='' suites=() name
     for name in "${names[@]}"; do
         build_seconds+="$name=$(cat "build/test/$name.seconds") "
+        suites+=(build/"$name"/tests/*_suites.cmake)
     done
     # ctest's own words end the output; the summary goes in before its closing lines.
     ctest --test-dir build/test -j "$jobs" --output-on-failure --no-tests=error --no-label-summary "$@" 2>&1 |
-        tee build/test/ctest.log | awk -v builds="$build_seconds" -v filtered=$# -f scripts/test_summary.awk
+        tee build/test/ctest.log | awk -v builds="$build_seconds" -v filtered=$# -f scripts/test_summary.awk \
+            "${suites[@]}" stage=ctest -
 }

@@ -1,5 +1,7 @@
 # Passes ctest's output on without the lines of passed tests, and writes a table of the configurations before its
 # closing lines. Fails when a configuration ran no test (unless `filtered`: the caller chose tests).
+# Reads first the lists of suites ("# suite tests", see cmake/list_suites.cmake), then what ctest says: to ctest a suite
+# is one test; whatever is not a suite counts as one.
 #   builds    "configuration=build-seconds ..." in the order of the table
 
 BEGIN {
@@ -9,14 +11,16 @@ BEGIN {
         order[i] = pair[1]
         build[pair[1]] = pair[2]
     }
-    step = 500
+    step = 1000
 }
 
 function table(   i, name) {
-    printf "\n%-14s %8s %10s %14s %14s\n", "configuration", "tests", "failures", "test seconds", "build seconds"
+    printf "\n%-14s %8s %8s %14s %14s %14s\n", "configuration", "tests", "suites", "failed suites", "test seconds",
+        "build seconds"
     for (i = 1; i <= rows; i++) {
         name = order[i]
-        printf "%-14s %8d %10d %14.1f %14d\n", name, tests[name], failures[name], seconds[name], build[name]
+        printf "%-14s %8d %8d %14d %14.1f %14d\n", name, tests[name], suites[name], failures[name], seconds[name],
+            build[name]
         if (tests[name] == 0 && !filtered)
             empty = empty " " name
     }
@@ -26,18 +30,27 @@ function table(   i, name) {
     fflush()
 }
 
+stage != "ctest" {
+    if ($1 == "#")
+        count[$2] = $3
+    next
+}
+
 /^ +Start +[0-9]+: / { next }
 
 /^ *[0-9]+\/[0-9]+ Test +#[0-9]+: / {
     name = $0
     sub(/^ *[0-9]+\/[0-9]+ Test +#[0-9]+: /, "", name)
+    sub(/ .*/, "", name)
+    ran = name in count ? count[name] : 1
     sub(/\/.*/, "", name)
-    tests[name]++
+    suites[name]++
+    tests[name] += ran
     seconds[name] += $(NF - 1)
-    done++
     if ($0 ~ /   Passed +[0-9.]+ sec/) {
-        if (done % step == 0) {
-            printf "%d tests ran\n", done
+        done += ran
+        if (int(done / step) != int((done - ran) / step)) {
+            printf "%d tests passed\n", done
             fflush()
         }
         next

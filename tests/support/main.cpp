@@ -31,32 +31,53 @@ std::vector<std::string> selected(const std::string &filter) {
     return names;
 }
 
+// What ctest and the parent take for a test that was skipped.
+constexpr int kSkipped = 77;
+
+int run_one() {
+    const int status = RUN_ALL_TESTS();
+    return status == 0 && testing::UnitTest::GetInstance()->skipped_test_count() != 0 ? kSkipped : status;
+}
+
 int run_in_child(const std::string &name) {
     std::fflush(nullptr);
     const pid_t child = fork();
     if (child == 0) {
         testing::GTEST_FLAG(filter) = name;
-        std::exit(RUN_ALL_TESTS());
+        std::exit(run_one());
     }
     int status = 0;
     waitpid(child, &status, 0);
-    return status;
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+// All of them skipped counts as skipped.
+int run_each(const std::vector<std::string> &names) {
+    size_t failed = 0;
+    size_t skipped = 0;
+    for (const std::string &name : names)
+        switch (run_in_child(name)) {
+        case 0:
+            break;
+        case kSkipped:
+            ++skipped;
+            break;
+        default:
+            ++failed;
+            std::printf("FAILED: %s\n", name.c_str());
+        }
+    std::printf("%zu tests, %zu failed, %zu skipped\n", names.size(), failed, skipped);
+    if (failed != 0 || names.empty())
+        return 1;
+    return skipped == names.size() ? kSkipped : 0;
 }
 
 } // namespace
 
 int main(int argc, char **argv) {
     testing::InitGoogleTest(&argc, argv);
-    const std::string filter = testing::GTEST_FLAG(filter);
-    const std::vector<std::string> names = selected(filter);
-    if (testing::GTEST_FLAG(list_tests) || names.size() == 1)
+    const std::vector<std::string> names = selected(testing::GTEST_FLAG(filter));
+    if (testing::GTEST_FLAG(list_tests))
         return RUN_ALL_TESTS();
-    int failed = 0;
-    for (const std::string &name : names)
-        if (run_in_child(name) != 0) {
-            ++failed;
-            std::printf("FAILED: %s\n", name.c_str());
-        }
-    std::printf("%zu tests, %d failed\n", names.size(), failed);
-    return failed == 0 && !names.empty() ? 0 : 1;
+    return names.size() == 1 ? run_one() : run_each(names);
 }
