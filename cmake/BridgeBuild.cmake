@@ -21,6 +21,10 @@ if(BRIDGE_SANITIZE)
   target_compile_options(bridge_flags INTERFACE -fsanitize=${BRIDGE_SANITIZE} -fno-sanitize-recover=all
                                                 -fno-omit-frame-pointer)
   target_link_options(bridge_flags INTERFACE -fsanitize=${BRIDGE_SANITIZE})
+  if(CMAKE_CXX_COMPILER_ID STREQUAL Clang)
+    # These two need the C++ runtime, which programs in C do not have.
+    target_compile_options(bridge_flags INTERFACE -fno-sanitize=function,vptr)
+  endif()
 endif()
 
 add_library(bridge_library_flags INTERFACE)

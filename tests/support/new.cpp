@@ -4,7 +4,7 @@
 #include <cstddef>
 #include <new>
 
-#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+#ifndef BRIDGE_SANITIZED
 
 extern "C" void *__real_malloc(size_t size);
 extern "C" void __real_free(void *block);
