@@ -228,6 +228,16 @@ TEST_F(LocalMac, text_is_its_first_twelve_hexadecimal_digits) {
     }
 }
 
+TEST_F(LocalMac, text_knows_every_digit_and_no_neighbour_of_one) {
+    bri::client::Mac mac{};
+    for (const std::string_view text : {"0123456789aB"sv, "/0:1@2`3G4g5 6789aB"sv}) {
+        EXPECT_TRUE(bri::client::parse_mac_text(text.data(), text.size(), mac)) << text;
+        EXPECT_EQ(mac, (bri::client::Mac{{0x01, 0x23, 0x45, 0x67, 0x89, 0xAB}})) << text;
+    }
+    EXPECT_TRUE(bri::client::parse_mac_text("cdefABCDEFAf", 12, mac));
+    EXPECT_EQ(mac, (bri::client::Mac{{0xCD, 0xEF, 0xAB, 0xCD, 0xEF, 0xAF}}));
+}
+
 TEST_F(LocalMac, of_a_file_lies_in_its_first_31_characters) {
     put(kSystemFile, "                    001a2b3c4d5e");
     EXPECT_EQ(local(), kNone);

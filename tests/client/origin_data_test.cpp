@@ -77,6 +77,20 @@ TEST_F(OriginData, replay_of_vlan_and_topology_is_done_here) {
     EXPECT_EQ(ctx().data_synced, 0);
 }
 
+// Each replay has at least one event of its own, also of empty tables: the set of VLANs, the instance table.
+TEST_F(OriginData, replay_raises_the_data_between_begin_and_end) {
+    listen({389, 643});
+    backup_ended();
+    bridge_client_notify_submod_oridata(3);
+    EXPECT_EQ(event_types(), (Types{385, 389, 386}));
+    events().clear();
+    bridge_client_notify_submod_oridata(5);
+    EXPECT_EQ(event_types(), (Types{641, 643, 642}));
+    events().clear();
+    bridge_client_notify_all_oridata();
+    EXPECT_EQ(event_types(), (Types{133, 385, 389, 386, 641, 643, 642, 134}));
+}
+
 TEST_F(OriginData, other_submodules_are_asked_of_the_server) {
     backup_ended();
     const std::vector<std::pair<uint32_t, std::string>> submods{
