@@ -59,6 +59,8 @@ TEST_F(MacServerMsg, every_type_is_passed_on_unpacked_kept_or_ignored) {
         } else {
             EXPECT_TRUE(events().empty()) << type;
         }
+        EXPECT_EQ(mac_client_get_available_total() == 1024, type != 271) << type; // kept from that one alone
+        mac_client_set_available_total(1024);
     }
 }
 
