@@ -20,9 +20,10 @@ template <class Subject> struct Verb {
     void (*run)(Subject &subject, const Words &words);
 };
 
-// Runs the verb that words[1] names, or shows the table for "help".
+// Runs the verb that words[1] names and gives its row, or shows the table for "help" and gives null.
 template <class Subject, size_t N>
-void run_verb(const Verb<Subject> (&verbs)[N], Subject &subject, const std::vector<std::string> &words) {
+const Verb<Subject> *run_verb(const Verb<Subject> (&verbs)[N], Subject &subject,
+                              const std::vector<std::string> &words) {
     for (const auto &verb : verbs) {
         if (words[1] == "help")
             say("  %-13s%-22s%s", verb.name, verb.arguments, verb.help);
@@ -31,10 +32,12 @@ void run_verb(const Verb<Subject> (&verbs)[N], Subject &subject, const std::vect
         const size_t given = words.size() - 2;
         if (given < verb.least || given > verb.most)
             throw std::invalid_argument("usage: " + words[0] + " " + verb.name + " " + verb.arguments);
-        return verb.run(subject, {words.begin() + 2, words.end()});
+        verb.run(subject, {words.begin() + 2, words.end()});
+        return &verb;
     }
     if (words[1] != "help")
         throw std::invalid_argument("no such command: " + words[0] + " " + words[1] + " (try " + words[0] + " help)");
+    return nullptr;
 }
 
 } // namespace sandbox

@@ -2,6 +2,7 @@
 #include "sandbox/commands.h"
 #include "sandbox/names.h"
 #include "sandbox/output.h"
+#include "sandbox/verbs.h"
 
 #include <memory>
 #include <stdexcept>
@@ -19,47 +20,43 @@ uint16_t vid_of(const std::string &word) {
     return static_cast<uint16_t>(parse_number(word, BRI_VID_MAX));
 }
 
-struct Verb {
-    const char *name;
-    const char *arguments;
-    const char *help;
-    size_t words;
-    void (*run)(Vlans &vlans, const Words &words);
-};
-
 template <void (Ports::*Change)(uint32_t ifx, const vlanset &vlans)>
 void change_port(Vlans &vlans, const Words &words) {
     (vlans.ports().*Change)(ifx_of(words[0]), parse_vlans(words[1]));
 }
 
-constexpr Verb kPortVerbs[] = {
+constexpr Verb<Vlans> kPortVerbs[] = {
     {"add", "IFX MODE PVID", "a new port, 1 to 63; MODE is access, trunk, hybrid, uplink, tunnel, host, promis, route",
-     3,
+     3, 3,
      [](Vlans &vlans, const Words &words) {
          vlans.ports().add(ifx_of(words[0]), parse_port_mode(words[1]), vid_of(words[2]));
      }},
-    {"del", "IFX", "take a port away", 1,
+    {"del", "IFX", "take a port away", 1, 1,
      [](Vlans &vlans, const Words &words) { vlans.ports().remove(ifx_of(words[0])); }},
-    {"mode", "IFX MODE", "another mode", 2,
+    {"mode", "IFX MODE", "another mode", 2, 2,
      [](Vlans &vlans, const Words &words) { vlans.ports().set_mode(ifx_of(words[0]), parse_port_mode(words[1])); }},
-    {"pvid", "IFX VID", "another native VLAN", 2,
+    {"pvid", "IFX VID", "another native VLAN", 2, 2,
      [](Vlans &vlans, const Words &words) { vlans.ports().set_pvid(ifx_of(words[0]), vid_of(words[1])); }},
-    {"allow", "IFX LIST", "the VLANs that may pass it", 2, change_port<&Ports::set_allowed>},
-    {"join", "IFX LIST", "make it a member of VLANs, whatever it carries", 2, change_port<&Ports::add_members>},
-    {"leave", "IFX LIST", "take it out of VLANs", 2, change_port<&Ports::remove_members>},
-    {"show", "", "the ports", 0, [](Vlans &, const Words &) { Ports::show(); }},
+    {"allow", "IFX LIST", "the VLANs that may pass it", 2, 2, change_port<&Ports::set_allowed>},
+    {"join", "IFX LIST", "make it a member of VLANs, whatever it carries", 2, 2, change_port<&Ports::add_members>},
+    {"leave", "IFX LIST", "take it out of VLANs", 2, 2, change_port<&Ports::remove_members>},
+    {"show", "", "the ports", 0, 0, [](Vlans &, const Words &) { Ports::show(); }},
 };
 
-constexpr Verb kVlanVerbs[] = {
-    {"delete", "LIST", "take VLANs away", 1,
+constexpr Verb<Vlans> kVlanVerbs[] = {
+    {"delete", "LIST", "take VLANs away", 1, 1,
      [](Vlans &vlans, const Words &words) { vlans.remove(parse_vlans(words[0])); }},
-    {"rename", "VID NAME", "another name", 2,
+    {"rename", "VID NAME", "another name", 2, 2,
      [](Vlans &vlans, const Words &words) { vlans.rename(vid_of(words[0]), words[1]); }},
-    {"mode", "LIST MODE", "another mode: static, dynamic or super", 2,
+    {"mode", "LIST MODE", "another mode: static, dynamic or super", 2, 2,
      [](Vlans &vlans, const Words &words) { vlans.set_mode(parse_vlans(words[0]), parse_vlan_mode(words[1])); }},
-    {"svi", "VID IFX", "a routed interface; 0 takes it away", 2,
+    {"svi", "VID IFX", "a routed interface; 0 takes it away", 2, 2,
      [](Vlans &vlans, const Words &words) { vlans.set_svi(vid_of(words[0]), parse_number(words[1])); }},
-    {"show", "", "the VLANs", 0, [](Vlans &, const Words &) { Vlans::show(); }},
+    {"patience", "MILLISECONDS", "how long a client may take to object", 1, 1,
+     [](Vlans &vlans, const Words &words) {
+         vlans.prejudge().set_patience(Milliseconds(parse_number(words[0], 600000)));
+     }},
+    {"show", "", "the VLANs", 0, 0, [](Vlans &, const Words &) { Vlans::show(); }},
 };
 
 std::string text_of(const Words &words) {
@@ -69,50 +66,26 @@ std::string text_of(const Words &words) {
     return text;
 }
 
-template <size_t N> void show_help(const Verb (&verbs)[N]) {
-    for (const Verb &verb : verbs)
-        say("  %-13s%-22s%s", verb.name, verb.arguments, verb.help);
-}
-
-// Runs the verb that words[1] names.
-template <size_t N> void run_verb(const Verb (&verbs)[N], Vlans &vlans, const Words &words) {
-    for (const Verb &verb : verbs) {
-        if (words[1] != verb.name)
-            continue;
-        if (words.size() != verb.words + 2)
-            throw std::invalid_argument("usage: " + words[0] + " " + verb.name + " " + verb.arguments);
-        verb.run(vlans, Words(words.begin() + 2, words.end()));
-        if (verb.words != 0) // without, it shows something
-            say("%s: done", text_of(words).c_str());
-        return;
-    }
-    throw std::invalid_argument("no such command: " + words[0] + " " + words[1] + " (try " + words[0] + " help)");
+// Runs the verb that words[1] names; one that shows nothing says that it is done.
+template <size_t N> void run_and_say(const Verb<Vlans> (&verbs)[N], Vlans &vlans, const Words &words) {
+    const Verb<Vlans> *verb = run_verb(verbs, vlans, words);
+    if (verb != nullptr && verb->most != 0)
+        say("%s: done", text_of(words).c_str());
 }
 
 } // namespace
 
 Commands::Result Commands::port(const Words &words, StreamState &) {
-    if (words[1] == "help")
-        show_help(kPortVerbs);
-    else
-        run_verb(kPortVerbs, bridge_.vlans(), words);
+    run_and_say(kPortVerbs, bridge_.vlans(), words);
     return std::nullopt;
 }
 
 Commands::Result Commands::vlan(const Words &words, StreamState &) {
     if (words[1] == "create")
         return create_vlans(words);
-    if (words[1] == "patience" && words.size() == 3) {
-        bridge_.vlans().prejudge().set_patience(Milliseconds(parse_number(words[2], 600000)));
-        return std::nullopt;
-    }
-    if (words[1] != "help") {
-        run_verb(kVlanVerbs, bridge_.vlans(), words);
-        return std::nullopt;
-    }
-    say("  %-13s%-22s%s", "create", "LIST [MODE]", "new VLANs, when no client objects");
-    say("  %-13s%-22s%s", "patience", "MILLISECONDS", "how long a client may take to object");
-    show_help(kVlanVerbs);
+    if (words[1] == "help")
+        say("  %-13s%-22s%s", "create", "LIST [MODE]", "new VLANs, when no client objects");
+    run_and_say(kVlanVerbs, bridge_.vlans(), words);
     return std::nullopt;
 }
 
