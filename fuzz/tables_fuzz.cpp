@@ -1,4 +1,7 @@
-// Arbitrary bytes in every shared table, headers included, then every read, every show, every walk and every change.
+// Arbitrary bytes in every shared table, headers included, then reads, shows, walks and changes.
+//
+// An input says what the tables are filled with and then, step by step, what is done to them, so that an input that
+// reaches something new stays short and quick. What goes through whole tables is done once for an input at most.
 //
 // The segments are blocks of the heap of exactly the size that was asked for, behind the calls that this program takes
 // the place of: the address sanitizer sees the first byte beside a table, and nothing outlives the process. They are
@@ -9,6 +12,7 @@
 #include <bridge/bridge.h>
 #include <qv_syslog.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <climits>
@@ -19,6 +23,7 @@
 #include <cstring>
 #include <sys/sem.h>
 #include <sys/shm.h>
+#include <utility>
 
 namespace {
 
@@ -31,33 +36,53 @@ constexpr int kSegments = 4;
 Segment g_segments[kSegments];
 int g_made;
 
-// What an input has left, and bytes that follow from it when it has ended.
+// What an input has left; zeros behind its end.
 class Source {
   public:
-    Source(const uint8_t *bytes, size_t size) : bytes_(bytes), left_(size) {
-        for (size_t index = 0; index < size; ++index)
-            state_ = (state_ ^ bytes[index]) * 0x100000001b3;
-    }
+    Source(const uint8_t *bytes, size_t size) : bytes_(bytes), left_(size) {}
+
     [[nodiscard]] bool empty() const { return left_ == 0; }
     uint8_t byte() {
         if (left_ == 0)
-            return static_cast<uint8_t>(word() >> 24);
+            return 0;
         --left_;
         return *bytes_++;
     }
     uint16_t half() { return static_cast<uint16_t>(byte() << 8 | byte()); }
-    uint32_t word() {
-        state_ ^= state_ << 13;
-        state_ ^= state_ >> 7;
-        state_ ^= state_ << 17;
-        return static_cast<uint32_t>(state_ >> 16);
-    }
+    uint32_t word() { return uint32_t{half()} << 16 | half(); }
 
   private:
     const uint8_t *bytes_;
     size_t left_;
-    uint64_t state_ = 0xcbf29ce484222325;
 };
+
+// Bytes without a pattern, the same in every run. A table takes them from wherever the input says.
+constexpr size_t kMostTable = 512 * 1024;
+const uint8_t *noise(uint8_t offset) {
+    static std::array<uint8_t, kMostTable + 4 * UINT8_MAX> bytes;
+    if (bytes[0] == 0) {
+        uint64_t state = 0xcbf29ce484222325;
+        for (uint8_t &byte : bytes) {
+            state ^= state << 13;
+            state ^= state >> 7;
+            state ^= state << 17;
+            byte = static_cast<uint8_t>(state >> 32);
+        }
+        bytes[0] = 1;
+    }
+    return bytes.data() + size_t{4} * offset;
+}
+
+// Pieces of noise over the whole table, zeros between them.
+void scatter(const Segment &segment, Source &source) {
+    const uint8_t *bytes = noise(source.byte());
+    const size_t step = size_t{1} << (6 + source.byte() % 8U);
+    std::memset(segment.bytes, 0, segment.size);
+    for (size_t at = 0; at < segment.size; at += step) {
+        const size_t some = bytes[at] % std::min<size_t>(step, segment.size - at);
+        std::memcpy(segment.bytes + at, bytes + at, some);
+    }
+}
 
 void fill(const Segment &segment, Source &source) {
     switch (source.byte() % 4) {
@@ -67,29 +92,55 @@ void fill(const Segment &segment, Source &source) {
     case 1:
         std::memset(segment.bytes, 0xff, segment.size);
         break;
+    case 2:
+        std::memcpy(segment.bytes, noise(source.byte()), segment.size);
+        break;
     default:
-        for (size_t at = 0; at < segment.size; at += sizeof(uint32_t)) {
-            const uint32_t word = source.word();
-            std::memcpy(segment.bytes + at, &word, segment.size - at < sizeof word ? segment.size - at : sizeof word);
-        }
+        scatter(segment, source);
+        break;
     }
 }
 
-// Each table one way or the other, then runs of the input's own bytes wherever it puts them. The VLAN limits are the
-// input's in any case: most random ones leave no VLAN.
+// The VLAN limits are the input's in any case: most arbitrary ones leave no VLAN. Mostly they span few, which keeps
+// what walks over them quick.
+void choose_limits(Source &source) {
+    const uint16_t first = source.half();
+    const uint8_t span = source.byte();
+    vl_set_vlan_range(first % 8192U, span < 0xf0 ? first % 8192U + span : source.half());
+}
+
+// Arbitrary words hardly ever are modes that mean something.
+void make_modes_likely() {
+    for (int32_t ifx = 1; ifx < static_cast<int32_t>(BRI_PORT_SLOTS); ++ifx)
+        swport_get_raw_spcb(ifx)->mode %= 9;
+    for (unsigned vid = 1; vid < BRI_VLAN_ENTRIES; ++vid)
+        g_vl_mng.entries[vid].mode %= 5;
+}
+
 void fill_tables(Source &source) {
     for (const Segment &segment : g_segments)
         fill(segment, source);
-    vl_set_vlan_range(source.half() % 64, source.half());
-    while (!source.empty()) {
-        const Segment &segment = g_segments[source.byte() % kSegments];
-        size_t at = source.word() % segment.size;
-        for (unsigned length = source.byte() % 64U; length != 0 && at < segment.size; --length)
-            segment.bytes[at++] = source.byte();
-    }
+    if (source.byte() % 2 != 0)
+        make_modes_likely();
+    choose_limits(source);
 }
 
 // --- what is done to them ---
+
+// Nothing, everything, or noise, thinned out.
+vlanset some_set(Source &source) {
+    vlanset set{};
+    const uint8_t kind = source.byte();
+    const unsigned offset = source.byte();
+    if (kind % 4 == 1)
+        std::memset(&set, 0xff, sizeof set);
+    if (kind % 4 >= 2)
+        std::memcpy(&set, noise(static_cast<uint8_t>(offset)), sizeof set);
+    for (uint32_t index = 0; index < std::size(set.words); ++index)
+        if (kind % 4 == 3 && (index + offset) % (1U + kind / 4) != 0)
+            set.words[index] = 0;
+    return set;
+}
 
 int visited(int32_t ifx, void *arg) {
     (void)ifx;
@@ -190,75 +241,68 @@ void read_protocols(uint32_t proto) {
     bridge_proto_get_state_all();
 }
 
-void change(int32_t ifx, uint16_t vid, Source &source) {
-    vlanset set{};
-    vlanset other{};
-    uint8_t counts[2] = {};
+void change_port(int32_t ifx, uint16_t vid, Source &source) {
     uint32_t word = 0;
-    for (uint32_t &bits : set.words)
-        bits = source.word();
-    const auto id = static_cast<uint8_t>(vid);
+    vlanset map = some_set(source);
     swport_tag_vlan_add(ifx, vid);
-    swport_tag_vlan_del(ifx, vid);
-    swport_tag_vlan_merge_map(ifx, &set);
-    swport_tag_vlan_rmv_map(ifx, &set);
+    swport_tag_vlan_del(ifx, static_cast<uint16_t>(vid + 1));
+    swport_tag_vlan_merge_map(ifx, &map);
+    map = some_set(source);
+    swport_tag_vlan_rmv_map(ifx, &map);
     swport_tag_vlan_rmv_map(ifx, swport_get_tag_vlan(ifx));
-    swport_reset_tag_vlan(ifx);
+    if (source.byte() % 2 == 0)
+        swport_reset_tag_vlan(ifx);
     swport_set_attr_exclude(ifx, source.word(), vid, source.word(), &word);
     bridge_set_excflag(static_cast<uint32_t>(ifx), source.word(), source.word(), &word);
     bridge_unset_excflag(static_cast<uint32_t>(ifx), source.word());
-    vl_vlanset_exist(source.word() % 5, &set, &other);
-    vl_set_vlan_mode(vid, source.word() % 5);
-    vl_set_vlan_mode_batch(&set, source.word() % 5);
+}
+
+void change_vlan(int32_t ifx, uint16_t vid, Source &source) {
+    vl_set_vlan_mode(vid, source.byte() % 5U);
     vl_add_static_member(ifx, vid);
-    vl_del_static_member(ifx, vid);
-    vl_set_svi(vid, source.word() % 3);
+    vl_del_static_member(source.byte(), vid);
+    vl_set_svi(vid, source.byte() % 3U);
     vl_increase_vlan_ref(vid);
     vl_decrease_vlan_ref(vid);
     vl_set_created_by_cli(vid);
     vl_clear_created_by_cli(vid);
-    vl_range_set_created_by_cli(&set);
-    vl_set_vswpt_num(vid, id);
-    vl_initial_vlan_entry(vid, source.word() % 5);
-    vl_clear_vlan_entry(vid);
-    bridge_proto_set_prejudge(vid, source.word());
-    bridge_proto_state_set(vid % 20U, &word);
-    bridge_proto_state_unset(vid);
-    vlan_group_set_member_vlan(id, &set, &other, &other, &counts[0], &counts[1]);
+    vl_set_vswpt_num(vid, source.byte());
+    if (source.byte() % 2 == 0)
+        vl_initial_vlan_entry(vid, source.byte() % 5U);
+    else
+        vl_clear_vlan_entry(vid);
+}
+
+void change_protocol(uint32_t proto, Source &source) {
+    uint32_t conflict = 0;
+    bridge_proto_set_prejudge(proto, source.word());
+    bridge_proto_state_set(proto, &conflict);
+    bridge_proto_state_unset(source.byte());
+}
+
+void change_group(uint8_t id, uint16_t vid, Source &source) {
+    const vlanset set = some_set(source);
+    vlanset added{};
+    vlanset removed{};
+    uint8_t counts[2] = {};
+    if (source.byte() % 2 == 0)
+        vlan_group_creat_entry(id);
+    vlan_group_set_member_vlan(id, &set, &added, &removed, &counts[0], &counts[1]);
     vlan_group_set_default_vlan(id, vid);
     vlan_group_set_vlan_assign_mode(id, id);
-    vlan_group_creat_entry(id);
-    vlan_group_free_entry(id);
+    if (source.byte() % 2 == 0)
+        vlan_group_free_entry(id);
 }
 
-// Each of these goes through whole tables; an input names one.
-void walk_all(Source &source) {
-    vlanset set{};
-    switch (source.byte() % 6) {
-    case 0:
-        vl_clnt_show_vlan();
-        break;
-    case 1:
-        vl_clnt_show_swport();
-        break;
-    case 2:
-        vl_clnt_notify_origin_data();
-        break;
-    case 3:
-        l2top_clnt_notify_origin_data();
-        break;
-    case 4:
-        vl_clnt_get_enable_vlans(static_cast<int32_t>(source.byte() % BRI_PORT_SLOTS), &set);
-        break;
-    default:
-        for (uint32_t &word : set.words)
-            word = source.word();
-        vl_clnt_show_vlanlist(&set, source.byte());
-        break;
-    }
+// A run of the input's own bytes wherever it puts them.
+void overwrite(Source &source) {
+    const Segment &segment = g_segments[source.byte() % kSegments];
+    size_t at = source.word() % segment.size;
+    for (unsigned length = source.byte() % 64U; length != 0 && at < segment.size; --length)
+        segment.bytes[at++] = source.byte();
 }
 
-void show() {
+void show_tables() {
     uint32_t key = 0;
     uint32_t shmid = 0;
     uint32_t size = 0;
@@ -280,15 +324,103 @@ void show() {
     bridge_proto_state_show();
 }
 
-int handled(uint32_t type, void *payload, uint16_t length) {
-    (void)type;
-    volatile uint8_t sum = 0;
-    for (uint16_t at = 0; at < length; ++at)
-        sum = static_cast<uint8_t>(sum + static_cast<const uint8_t *>(payload)[at]);
+// Each of these goes through whole tables.
+void walk(Source &source) {
+    vlanset set = some_set(source);
+    vlanset missing{};
+    switch (source.byte() % 10) {
+    case 0:
+        vl_clnt_show_vlan();
+        break;
+    case 1:
+        vl_clnt_show_swport();
+        break;
+    case 2:
+        vl_clnt_notify_origin_data();
+        break;
+    case 3:
+        l2top_clnt_notify_origin_data();
+        break;
+    case 4:
+        vl_clnt_get_enable_vlans(static_cast<int32_t>(source.byte() % BRI_PORT_SLOTS), &set);
+        break;
+    case 5:
+        vl_clnt_show_vlanlist(&set, source.byte());
+        break;
+    case 6:
+        vl_vlanset_exist(source.byte() % 5U, &set, &missing);
+        break;
+    case 7:
+        vl_set_vlan_mode_batch(&set, source.byte() % 5U);
+        break;
+    case 8:
+        vl_range_set_created_by_cli(&set);
+        break;
+    default:
+        show_tables();
+        break;
+    }
+}
+
+// Edges, or the input's own number.
+int32_t some_port(Source &source) {
+    constexpr std::array kPorts{0, 1, 31, 32, 63, 64, 65, -1, INT_MAX, INT_MIN};
+    const uint8_t choice = source.byte();
+    return choice < kPorts.size() ? kPorts[choice] : choice % 80;
+}
+uint16_t some_vlan(Source &source) {
+    constexpr std::array kVlans{0, 1, 31, 32, 64, 1023, 4062, 4063, 4064, 4093, 4094, 4095, 4096, 4128, 65535};
+    const uint8_t choice = source.byte();
+    return choice < kVlans.size() ? static_cast<uint16_t>(kVlans[choice]) : source.half();
+}
+
+void step(Source &source, bool &walked) {
+    const uint8_t kind = source.byte();
+    const int32_t ifx = some_port(source);
+    const uint16_t vid = some_vlan(source);
+    switch (kind % 10) {
+    case 0:
+        overwrite(source);
+        break;
+    case 1:
+        read_port(ifx, vid);
+        break;
+    case 2:
+        read_vlan(vid);
+        break;
+    case 3:
+        read_group(source.byte(), vid);
+        break;
+    case 4:
+        read_protocols(source.byte());
+        break;
+    case 5:
+        change_port(ifx, vid, source);
+        break;
+    case 6:
+        change_vlan(ifx, vid, source);
+        break;
+    case 7:
+        change_protocol(source.byte() % 20U, source);
+        break;
+    case 8:
+        change_group(source.byte(), vid, source);
+        break;
+    default:
+        if (!std::exchange(walked, true))
+            walk(source);
+        break;
+    }
+}
+
+int handled(uint32_t, void *payload, uint16_t length) {
+    static uint8_t seen[UINT16_MAX];
+    if (length != 0)
+        std::memcpy(seen, payload, length);
     return 0;
 }
 
-// A host that takes every event and logs every line, with all tables mapped.
+// A host that takes every event, with all tables mapped.
 void set_up() {
     static bri_clnt_ctx client;
     std::strcpy(client.name, "fuzz");
@@ -299,8 +431,6 @@ void set_up() {
     event_set every;
     std::memset(&every, 0xff, sizeof every);
     bridge_client_reg_event(&every, handled);
-    for (unsigned flag = 0; flag < BRI_DBG_DELAY; ++flag)
-        g_bri_clnt_dbg[flag] = 1;
     uint32_t conflict = 0;
     unsetenv("VSDID");
     if (bridge_portdb_init() != 1 || vl_vlandb_init() != 1 || vlan_group_shm_init() != 1 ||
@@ -376,27 +506,16 @@ void printk_syslog_ext(int level, const char *module, const char *tag, int outpu
 }
 
 int LLVMFuzzerTestOneInput(const uint8_t *bytes, size_t size) {
+    constexpr unsigned kMostSteps = 24;
     if (g_made == 0)
         set_up();
     Source source(bytes, size);
+    std::memset(g_bri_clnt_dbg, source.byte() % 2, BRI_DBG_DELAY);
+    std::memset(g_vlan_private_version, source.byte(), sizeof g_vlan_private_version);
     fill_tables(source);
-    constexpr std::array kPorts{0, 1, 31, 32, 63, 64, 65, -1, INT_MAX, INT_MIN};
-    constexpr std::array kVlans{0, 1, 31, 32, 64, 1023, 4062, 4063, 4064, 4093, 4094, 4095, 4096, 4128, 65535};
-    show();
-    walk_all(source);
-    for (const int32_t ifx : kPorts)
-        for (const int vid : kVlans)
-            read_port(ifx, static_cast<uint16_t>(vid));
-    for (const int vid : kVlans)
-        read_vlan(static_cast<uint16_t>(vid));
-    for (unsigned id = 0; id < 256; ++id) {
-        read_group(static_cast<uint8_t>(id), source.half());
-        read_protocols(id);
-    }
-    for (const int32_t ifx : kPorts)
-        change(ifx, static_cast<uint16_t>(kVlans[source.byte() % kVlans.size()]), source);
-    for (int count = 0; count < 16; ++count)
-        change(static_cast<int32_t>(source.word() % 80), source.half(), source);
+    bool walked = false;
+    for (unsigned count = 0; count < kMostSteps && !source.empty(); ++count)
+        step(source, walked);
     return 0;
 }
 
