@@ -114,11 +114,15 @@ testing::AssertionResult Process::shows(const std::string &text, int timeout_ms)
     }
 }
 
-int Process::count(const std::string &text) {
+void Process::drain() {
     for (size_t before = output_.size() + 1; before != output_.size();) {
         before = output_.size();
         read_output(0);
     }
+}
+
+int Process::count(const std::string &text) {
+    drain();
     int times = 0;
     for (size_t at = 0; (at = output_.find(text, at)) != std::string::npos; at += text.size())
         ++times;

@@ -25,6 +25,8 @@ class Process {
 
     // Waits until the text stands in the output behind what the last such call found.
     [[nodiscard]] testing::AssertionResult shows(const std::string &text, int timeout_ms = kPatienceMs);
+    // Takes the output that is there. Without that a process that prints much waits for room.
+    void drain();
     // How often the text stands in the output so far.
     [[nodiscard]] int count(const std::string &text);
     [[nodiscard]] const std::string &output() const { return output_; }

@@ -9,6 +9,7 @@ const char *const kSandbox = BRIDGE_SANDBOX;
 const char *const kPortWatch = BRIDGE_PORT_WATCH;
 const char *const kMacTable = BRIDGE_MAC_TABLE;
 const char *const kVlanGuard = BRIDGE_VLAN_GUARD;
+const char *const kPictureHost = BRIDGE_PICTURE_HOST;
 const char *const kKernelSim = BRIDGE_KERNEL_SIM;
 
 namespace {

@@ -17,6 +17,7 @@ extern const char *const kSandbox;
 extern const char *const kPortWatch;
 extern const char *const kMacTable;
 extern const char *const kVlanGuard;
+extern const char *const kPictureHost;
 extern const char *const kKernelSim;
 
 // The payload of a registration of these events. A full one carries a process id.
