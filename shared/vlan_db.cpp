@@ -120,8 +120,7 @@ int vldb_get_shm_head(uint32_t *key, uint32_t *shmid, uint32_t *size, char *name
 
 void vl_vlandb_show_status() {
     BRI_LOG(log::kPrint, "--------------------VLAN-DB---------------------\n");
-    if (g_vl_mng.shm != nullptr)
-        bridge_shm_show(g_vl_mng.shm);
+    bridge_shm_show(g_vl_mng.shm);
     BRI_LOG(log::kPrint, "VLAN-ENTRY head %p\n", static_cast<void *>(g_vl_mng.entries));
     BRI_LOG(log::kPrint, "VLAN-STAT head %p\n", static_cast<void *>(g_vl_mng.stat));
     if (g_vl_mng.stat != nullptr) {
