@@ -251,6 +251,7 @@ TEST_F(PortExclusion, a_failed_set_up_fails_each_call_and_is_tried_again) {
         EXPECT_EQ(bridge_coxmng_get_status(5, nullptr, 0), 0);
         expect_last_line("bridge_coxmng_get_status share memory init failed.\n");
         EXPECT_EQ(test::times_logged(row.line), 3) << row.call;
+        EXPECT_EQ(test::times_logged(no_lock) + test::times_logged(no_segment), 3) << row.call;
         const test::LogLine line = test::log_line(row.line);
         EXPECT_EQ(line.level, 7);
         EXPECT_EQ(line.module, "BRIDGE");
@@ -259,6 +260,16 @@ TEST_F(PortExclusion, a_failed_set_up_fails_each_call_and_is_tried_again) {
         EXPECT_EQ(conflict_, 77U);
     }
     EXPECT_EQ(bridge_set_excflag(5, 1, 0, &conflict_), 0);
+}
+
+TEST_F(PortExclusion, a_failed_set_up_keeps_no_memory) {
+    fail("shmget", 1, ENOMEM, 3);
+    const int before = test::faults::live_blocks();
+    for (int round = 0; round < 3; ++round) {
+        EXPECT_EQ(bridge_unset_excflag(5, 1), -1);
+        EXPECT_EQ(test::faults::live_blocks(), before);
+    }
+    EXPECT_EQ(test::faults::injected(), 3);
 }
 
 TEST_F(PortExclusion, a_key_of_zero_is_refused) {
