@@ -8,6 +8,16 @@ namespace vlan_db = bri::vlan_db;
 namespace bits = bri::bits;
 namespace shared = bri::shared;
 
+namespace {
+
+// Mode 0 is any mode.
+bool exists(uint16_t vid, uint32_t mode) {
+    const vle *found = vlan_db::entry(vid);
+    return found != nullptr && (mode == 0 || mode == shared::load(found->mode));
+}
+
+} // namespace
+
 struct vle *vl_get_raw_vlan_entry(uint16_t vid) {
     return vlan_db::raw_entry(vid);
 }
@@ -29,12 +39,11 @@ int vl_get_vlan_copy(uint16_t vid, struct vle *dst) {
 }
 
 int vl_exist_imp(uint16_t vid, uint32_t mode) {
-    const vle *found = vlan_db::entry(vid);
-    return found != nullptr && (mode == 0 || mode == shared::load(found->mode)) ? 1 : 0;
+    return exists(vid, mode) ? 1 : 0;
 }
 
 int vl_exist(uint16_t vid, uint32_t mode) {
-    return vl_exist_imp(vid, mode);
+    return exists(vid, mode) ? 1 : 0;
 }
 
 int vl_vlanset_exist(uint32_t mode, const struct vlanset *set, struct vlanset *missing) {
@@ -42,7 +51,7 @@ int vl_vlanset_exist(uint32_t mode, const struct vlanset *set, struct vlanset *m
         return 0;
     int all = 1;
     vlan_db::for_each_vid(set, [&](uint16_t vid) {
-        if (vl_exist_imp(vid, mode) != 0)
+        if (exists(vid, mode))
             return;
         bits::set(missing->words, vid);
         all = 0;
@@ -94,8 +103,9 @@ uint16_t vl_get_vid_from_svifx(uint32_t ifx) {
     if (ifx == 0)
         return 0;
     const auto [first, last] = vlan_db::usable_vids();
+    const vle *entries = g_vl_mng.entries;
     for (unsigned vid = first; vid <= last; ++vid) {
-        const vle &candidate = g_vl_mng.entries[vid];
+        const vle &candidate = entries[vid];
         if (shared::load(candidate.svi_ifx) == ifx && shared::load(candidate.vid) != 0)
             return static_cast<uint16_t>(vid);
     }
