@@ -308,7 +308,10 @@ class Table : public Times {
             return; // not among those that were asked for
         std::printf("%-14s %12.2f", operation.name, own);
         for (size_t index = 1; index < operation.ways.size(); ++index)
-            std::printf(" %10.2f", time_of(operation, operation.ways[index]) / own);
+            if (const double time = time_of(operation, operation.ways[index]); time > 0)
+                std::printf(" %10.2f", time / own);
+            else
+                std::printf(" %10s", "-");
         std::puts("");
     }
     double time_of(const Operation &operation, const Way &way) const { return Times::time_of(name_of(operation, way)); }
