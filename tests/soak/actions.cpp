@@ -100,6 +100,7 @@ void Actions::settle() {
         later.what();
     later_.clear();
     stage_.command("role master");
+    stage_.list(); // a restart may still be under way
     stage_.run_until("all hosts to be registered", [this] { return stage_.books.all_registered(); });
     for (unsigned i = 0; i < kHosts; ++i)
         stage_.debug(i, "delay -1", kSwitchSize);
@@ -239,11 +240,8 @@ void Actions::restart() {
 }
 
 void Actions::kill() {
-    if (chance(70)) { // so that the books know what the server has written
-        const unsigned before = stage_.books.listings();
-        listing();
-        stage_.run_until("a listing", [&] { return stage_.books.listings() > before; });
-    }
+    if (chance(70))
+        stage_.list(); // so that the books know what the server has written
     if (chance(50))
         burst();
     stage_.kill_server();

@@ -173,12 +173,7 @@ void Soak::await_kernel() {
 }
 
 void Soak::await_writing() {
-    stage_.run_until("everything to be written", [this] {
-        const unsigned before = stage_.books.listings();
-        stage_.command("clients");
-        return stage_.run_until("a listing", [&] { return stage_.books.listings() != before; }) &&
-               stage_.books.all_written();
-    });
+    stage_.run_until("everything to be written", [this] { return stage_.list() && stage_.books.all_written(); });
 }
 
 void Soak::check_requests() {

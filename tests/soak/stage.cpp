@@ -106,6 +106,12 @@ void Stage::drop(int host) {
     command("drop " + at(host));
 }
 
+bool Stage::list() {
+    const unsigned before = books.listings();
+    command("clients");
+    return run_until("a list of connections", [&] { return books.listings() != before; });
+}
+
 void Stage::move_bytes(Milliseconds time) {
     std::vector<Child *> children;
     for (const auto &host : hosts_) {
