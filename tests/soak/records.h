@@ -16,8 +16,8 @@ struct soak_event {
     /* behind this: any number of bytes, each one the number plus its place in the payload, modulo 256 */
 };
 
-/* Requests of the hosts that the server sends back to all of them. */
-enum { SOAK_REQUEST = VLAN_EVENT_MODIFY_INTF_PVID };
+/* Requests of the hosts that the server sends back to all of them as they stand. */
+enum { SOAK_REQUEST = VLAN_EVENT_MODIFY_TAG };
 
 /* Requests that leave at once, to fill a host's cache; the server only counts them. */
 enum { SOAK_FLOOD = L2TOP_EVENT_PORT_STATUS };
