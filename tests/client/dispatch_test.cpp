@@ -288,7 +288,7 @@ TEST_F(Dispatch, a_null_message_does_nothing) {
 
 TEST_F(Dispatch, events_of_the_other_subsystems_reach_the_handlers_with_their_payload) {
     backup_ended();
-    for (const uint32_t type : {400U, 515U, 641U, 1025U}) {
+    for (const uint32_t type : {269U, 400U, 515U, 641U, 1025U}) {
         events().clear();
         deliver(type, {7, 8, 9});
         ASSERT_EQ(event_types(), (Types{type}));
