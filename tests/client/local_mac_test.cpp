@@ -246,6 +246,18 @@ TEST_F(LocalMac, of_a_file_lies_in_its_first_31_characters) {
     EXPECT_EQ(local(), (Found{{0x00, 0x1a, 0x2b, 0x3c, 0x4d, 0x5e}}));
 }
 
+TEST_F(LocalMac, of_a_file_is_read_once_and_no_further_than_32_bytes) {
+    put(kSystemFile, "00:1a:2b:3c:4d:5e" + std::string(100, '\n'));
+    std::vector<size_t> sizes;
+    test::faults::hooks.read = [&](int fd, void *data, size_t size) {
+        sizes.push_back(size);
+        return test::faults::real_read(fd, data, size);
+    };
+    EXPECT_EQ(local().size(), 1U);
+    test::faults::hooks.read = nullptr;
+    EXPECT_EQ(sizes, (std::vector<size_t>{32}));
+}
+
 TEST_F(LocalMac, leaves_no_descriptor_open) {
     const int before = test::open_descriptors();
     local();
