@@ -177,10 +177,10 @@ TEST_F(InspectFailure, arbitrary_bytes_are_shown_by_every_command) {
         for (const char *command : kCommands) {
             const Ran table = run({command});
             EXPECT_EQ(table.status, std::string(command) == "check" ? 1 : 0) << command << table.err;
+            if (round != 0) // that output is of the same kind and takes seconds
+                continue;
             const Ran json = run({command, "--json"});
-            EXPECT_TRUE(json.out.ends_with("]}\n")) << command;
-            // The other round's output is long and of the same kind.
-            EXPECT_TRUE(round != 0 || Json::accept(json.out)) << command;
+            EXPECT_TRUE(Json::accept(json.out)) << command;
         }
     }
     bridge_shm_dettach(exclusions);
