@@ -6,27 +6,29 @@ namespace {
 
 using namespace test;
 
-TEST(fault_sweep, client) {
+// A suite each: they run side by side.
+
+TEST(fault_sweep_client, finds_every_failure_handled) {
     sweep(client_rows());
 }
 
-TEST(fault_sweep, services) {
+TEST(fault_sweep_services, finds_every_failure_handled) {
     sweep(service_rows());
 }
 
-TEST(fault_sweep, ipc) {
+TEST(fault_sweep_ipc, finds_every_failure_handled) {
     sweep(ipc_rows());
 }
 
-TEST(fault_sweep, tables) {
+TEST(fault_sweep_tables, finds_every_failure_handled) {
     sweep(table_rows());
 }
 
-TEST(fault_sweep, kernel_channel) {
+TEST(fault_sweep_kernel_channel, finds_every_failure_handled) {
     sweep(kernel_rows());
 }
 
-TEST(fault_sweep, requests) {
+TEST(fault_sweep_requests, finds_every_failure_handled) {
     sweep(request_rows());
 }
 
