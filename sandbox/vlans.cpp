@@ -5,6 +5,7 @@
 
 #include <cstring>
 #include <stdexcept>
+#include <utility>
 
 namespace sandbox {
 
@@ -57,7 +58,8 @@ void Vlans::open() {
 
 void Vlans::create(const vlanset &vlans, uint32_t mode, bool by_operator, Settled settled) {
     const auto missing = [vlans] { return those_of(vlans, [](uint16_t vid) { return !exists(vid); }); };
-    prejudge_.ask(missing, [this, mode, by_operator, settled](const vlanset &asked, const std::string &refusal) {
+    prejudge_.ask(missing, [this, mode, by_operator, settled = std::move(settled)](const vlanset &asked,
+                                                                                   const std::string &refusal) {
         if (refusal.empty())
             create_now(asked, mode, by_operator);
         if (count(asked) == 0)
