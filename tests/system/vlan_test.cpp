@@ -28,6 +28,7 @@ bool operator==(const vlanset &left, const vlanset &right) {
 struct SandboxVlans : World {
     Process start_with_tables(const std::vector<std::string> &options = {}) const {
         Process sandbox = start_sandbox(options);
+        sandbox.write_line("vlan patience 60000"); // a busy machine refuses nothing
         EXPECT_EQ(bridge_portdb_init(), 1);
         EXPECT_EQ(vl_vlandb_init(), 1);
         return sandbox;
