@@ -51,6 +51,19 @@ TEST_F(NetlinkReconnect, every_sign_closes_the_channel_and_starts_one_timer) {
     }
 }
 
+TEST_F(NetlinkReconnect, the_read_job_fails_only_when_it_cannot_be_added_again) {
+    up();
+    const Packet message = netlink_message(kernel.family, 3, netlink_attr(0, {1}));
+    kernel.deliver(fd(), message);
+    EXPECT_EQ(loop().run("bri-ef-read"), 0);
+    kernel.deliver(fd(), netlink_error(-1));
+    EXPECT_EQ(loop().run("bri-ef-read"), 0); // the timer takes over
+    loop().run("bri-ef-reconn");
+    kernel.deliver(fd(), message);
+    loop().refuse = 1;
+    EXPECT_EQ(loop().run("bri-ef-read"), -1);
+}
+
 TEST_F(NetlinkReconnect, raises_the_event_twice_when_it_succeeds) {
     watch({137});
     up();

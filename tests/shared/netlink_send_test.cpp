@@ -39,6 +39,16 @@ TEST_F(NetlinkSend, sends_no_data_at_all) {
     EXPECT_EQ(kernel.requests[1].data_length(), 0U);
 }
 
+TEST_F(NetlinkSend, sends_every_length_of_data_whole) {
+    up();
+    for (uint32_t len = 1; len < 40; ++len) {
+        const Packet data(len, static_cast<uint8_t>(0x80 + len));
+        ASSERT_EQ(bridge_lib_send_netlink(data.data(), len, 274), 0);
+        EXPECT_EQ(kernel.requests.back().data_length(), len);
+        EXPECT_EQ(kernel.requests.back().data(), data);
+    }
+}
+
 TEST_F(NetlinkSend, takes_up_to_19987_bytes) {
     up();
     const Packet data(19988, 0xEE);
