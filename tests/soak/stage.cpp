@@ -13,9 +13,10 @@ namespace {
 
 constexpr Milliseconds kPatience{60000}; // for what must happen by itself
 
-// Freed memory goes back to where it came from at once. Otherwise what is kept at hand would pass for memory in use.
+// Freed memory goes back to where it came from at once, and what is large never lies between what is small. Otherwise
+// memory that is kept at hand, or cannot be given back for a small piece on top of it, would pass for memory in use.
 constexpr char kFlatHeap[] = "GLIBC_TUNABLES=glibc.malloc.tcache_count=0:glibc.malloc.trim_threshold=65536:"
-                             "glibc.malloc.mmap_threshold=65536";
+                             "glibc.malloc.mmap_threshold=2048";
 
 // The event's words, then the bytes that the host expects.
 std::string hex_payload(uint32_t number, uint32_t type, size_t size) {
