@@ -273,9 +273,9 @@ void Books::host_line(unsigned host, const std::string &line) {
             books.last_request[sender] = last;
     } else if (std::sscanf(text,
                            "report requests %lu flood %lu refused %lu dropped %lu cached %lu delayed %lu connects %lu "
-                           "bad %lu heap %lu",
+                           "bad %lu late %lu heap %lu",
                            &r.requests, &r.flood, &r.refused, &r.dropped, &r.cached, &r.delayed, &r.connects, &r.bad,
-                           &r.heap) == 9) {
+                           &r.late, &r.heap) == 10) {
         ++books.reports;
     } // everything else is what the library prints when it is asked to
 }

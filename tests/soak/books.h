@@ -24,7 +24,7 @@ constexpr unsigned kHosts = 8;
 
 struct Report {
     unsigned long requests = 0, flood = 0, refused = 0, dropped = 0, cached = 0, delayed = 0, connects = 0, bad = 0,
-                  heap = 0;
+                  late = 0, heap = 0;
 };
 
 struct HostBooks {

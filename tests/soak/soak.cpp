@@ -20,7 +20,7 @@ using namespace soak;
 // and data pages depend on how the heap is cut up as well.
 constexpr long kHeapAllowance = 4096;
 constexpr long kHostAllowanceKb = 1024;
-constexpr long kServerAllowanceKb = 2048;
+constexpr long kServerAllowanceKb = 1024;
 
 volatile std::sig_atomic_t g_interrupted = 0;
 
@@ -181,12 +181,14 @@ void Soak::check_requests() {
     const Books &books = stage_.books;
     uint64_t accepted = 0;
     uint64_t dropped = 0;
+    uint64_t late = 0;
     flood_lost_ = 0;
     for (unsigned i = 0; i < kHosts; ++i) {
         const HostBooks &host = books.hosts[i];
         const Report &report = host.report;
         accepted += report.requests;
         dropped += report.dropped;
+        late += report.late;
         check(report.bad == 0, "h%u: %lu events with wrong contents", i, report.bad);
         check(report.cached == 0 && report.delayed == 0, "h%u: still cached %lu, delayed %lu", i, report.cached,
               report.delayed);
@@ -201,6 +203,7 @@ void Soak::check_requests() {
         flood_lost_ += lost;
     }
     check(dropped != 0, "no cache was ever full");
+    check(late != 0, "no event was ever delayed");
     const Totals &totals = books.totals;
     check(accepted == totals.requests - totals.unknown + totals.gaps, "%llu requests, but received %llu, lost %llu",
           number(accepted), number(totals.requests), number(totals.gaps));
@@ -287,12 +290,15 @@ void Soak::print() const {
 
 void Soak::print_events() const {
     const Totals &totals = stage_.books.totals;
+    uint64_t late = 0;
     std::printf("Events of the server for handlers, over %llu connections:\n", number(totals.connections));
     for (unsigned i = 0; i < kHosts; ++i) {
         const HostBooks &host = stage_.books.hosts[i];
+        late += host.report.late;
         std::printf("  h%u  connections %3u  sent %9llu  delivered %9llu  not written when a connection ended %7llu\n",
                     i, host.registrations, number(host.sent), number(host.delivered), number(host.lost));
     }
+    std::printf("  %llu of those delivered were held back by a delay\n", number(late));
     std::printf("  and %llu that came to a slave, for no handler\n", number(totals.held));
 }
 

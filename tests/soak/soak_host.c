@@ -39,7 +39,8 @@ static struct {
     uint32_t flood;    /* accepted */
     uint32_t refused;  /* of both kinds: there was no connection */
     uint32_t connects;
-    uint32_t bad; /* events that are not what the driver had sent */
+    uint32_t bad;  /* events that are not what the driver had sent */
+    uint32_t late; /* events that a delay had held back */
 } self;
 
 /* Events whose numbers follow each other and that have not been printed yet. */
@@ -107,6 +108,7 @@ static int on_event(uint32_t type, void *data, uint16_t len) {
     else
         good = take_event(type, data, len);
     self.bad += good ? 0 : 1;
+    self.late += g_bri_msg_delay_num != 0 ? 1 : 0; /* itself is counted while it is handled */
     return 0;
 }
 
@@ -126,9 +128,10 @@ static void send_requests(uint32_t type, uint32_t *accepted, unsigned long count
 
 static void report(void) {
     show_run();
-    printf("report requests %u flood %u refused %u dropped %u cached %u delayed %u connects %u bad %u heap %zu\n",
-           self.requests, self.flood, self.refused, g_bridge_client->cache_drop, g_bridge_client->cache_cnt,
-           g_bri_msg_delay_num, self.connects, self.bad, mallinfo2().uordblks + mallinfo2().hblkhd);
+    printf(
+        "report requests %u flood %u refused %u dropped %u cached %u delayed %u connects %u bad %u late %u heap %zu\n",
+        self.requests, self.flood, self.refused, g_bridge_client->cache_drop, g_bridge_client->cache_cnt,
+        g_bri_msg_delay_num, self.connects, self.bad, self.late, mallinfo2().uordblks + mallinfo2().hblkhd);
     fflush(stdout);
 }
 
