@@ -39,6 +39,34 @@ TEST(bits, for_each_agrees_with_a_bit_by_bit_walk_on_every_pair_of_bounds) {
         }
 }
 
+TEST(bits, private_changes_touch_their_bit_alone) {
+    uint32_t words[2] = {0xFFFFFFFF, 0};
+    bits::clear(words, 7);
+    bits::set(words, 39);
+    EXPECT_EQ(words[0], ~(1U << 7));
+    EXPECT_EQ(words[1], 1U << 7);
+    EXPECT_FALSE(bits::test(words, 7));
+    EXPECT_TRUE(bits::test(words, 8));
+    EXPECT_TRUE(bits::test(words, 39));
+}
+
+TEST(bits, sets_are_counted_merged_and_taken_out_word_by_word) {
+    uint32_t words[3] = {0x80000001, 0, 0x0F};
+    const uint32_t other[3] = {0x80000002, 0x10, 0x03};
+    EXPECT_EQ(bits::count(words, 3), 6U);
+    EXPECT_EQ(bits::count(words, 2), 2U);
+    bits::merge(words, other, 2);
+    EXPECT_EQ(words[0], 0x80000003U);
+    EXPECT_EQ(words[1], 0x10U);
+    EXPECT_EQ(words[2], 0x0FU);
+    bits::remove(words, other, 3);
+    EXPECT_EQ(words[0], 1U);
+    EXPECT_EQ(words[1], 0U);
+    EXPECT_EQ(words[2], 0x0CU);
+    EXPECT_TRUE(bits::any(words, 1));
+    EXPECT_FALSE(bits::any(words + 1, 1));
+}
+
 TEST(bits, shared_changes_tell_whether_the_bit_changed) {
     uint32_t words[2] = {};
     EXPECT_TRUE(bits::set_shared(words, 40));
