@@ -48,7 +48,7 @@ class MacTable {
         bool unconfirmed = false; // since the begin of a check
     };
     static Name name_of(const bri_mac_entry &entry);
-    MacChanges add(const bri_mac_entry &entry);
+    MacChanges add(const bri_mac_entry &given);
     MacChanges remove_known(const std::function<bool(const Known &)> &wanted);
     [[nodiscard]] static std::optional<bri_mac_entry> search(std::map<Name, Known>::const_iterator from,
                                                              std::map<Name, Known>::const_iterator end,
