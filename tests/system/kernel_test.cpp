@@ -453,6 +453,25 @@ TEST_F(SandboxKernel, states_change_the_answers) {
     EXPECT_EQ(sandbox.count("kernel: up, 1 sockets, 0 listen, family 35, 4 addresses\n"), 1);
 }
 
+TEST_F(SandboxKernel, module_that_refuses_or_is_silent_takes_no_address) {
+    const Channel listener(kernel_address(), 0x8000);
+    const Packet learned = packet_of(record(BRI_MAC_ADD, entry(1, 10, 3, kDynamic)));
+    run("kernel error 16");
+    listener.tell(MAC_EVENT_SS_NOTIFY_ADDR, learned);
+    const Packet refused = listener.receive(); // so that the host's channel ends
+    EXPECT_EQ(value_at<uint16_t>(refused.data(), 4), NLMSG_ERROR);
+    EXPECT_EQ(value_at<int32_t>(refused.data(), 16), -EBUSY);
+    run("kernel silent");
+    listener.tell(MAC_EVENT_SS_NOTIFY_ADDR, learned);
+    EXPECT_TRUE(sandbox.shows("kernel: got MAC_EVENT_SS_NOTIFY_ADDR(274), 40 bytes"));
+    EXPECT_EQ(shown(), std::vector<std::string>{});
+    run("kernel long");
+    listener.tell(MAC_EVENT_SS_NOTIFY_ADDR, learned);
+    EXPECT_TRUE(sandbox.shows("kernel: got MAC_EVENT_SS_NOTIFY_ADDR(274), 40 bytes"));
+    EXPECT_EQ(shown(), std::vector<std::string>{"02:00:00:00:00:01 VLAN 10 port 3 dynamic"});
+    EXPECT_TRUE(listener.receive(50).empty());
+}
+
 TEST_F(SandboxKernel, module_takes_its_tables_along_and_comes_back_under_another_id) {
     fill_some();
     run("mvlan add 00:00:00:00:00:09 40");
