@@ -286,6 +286,22 @@ TEST_F(Writen, gives_the_result_of_the_fifth_failure) {
     EXPECT_EQ(faults::calls("send"), 11);
 }
 
+TEST_F(Writen, asks_no_old_errno_why_nothing_went_out) {
+    script_sends(script);
+    const ByteVec bytes = pattern(3);
+    for (const int old : {EPIPE, EIO, ENOTSOCK}) {
+        script = {0, 0, 0, 0, 3};
+        errno = old;
+        EXPECT_EQ(write_n(bytes), 3) << old;
+        EXPECT_EQ(far().read_now(), bytes);
+        const int before = faults::calls("send");
+        script = {0, 0, 0, 0, 0, 3};
+        errno = old;
+        EXPECT_EQ(write_n(bytes), 0) << old;
+        EXPECT_EQ(faults::calls("send") - before, 5);
+    }
+}
+
 TEST_F(Writen, does_not_kill_the_host_when_the_peer_has_gone) {
     std::signal(SIGPIPE, SIG_DFL);
     far().close();
