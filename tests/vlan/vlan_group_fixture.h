@@ -11,7 +11,11 @@ class UnmappedVlanGroups : public Env {
   protected:
     ~UnmappedVlanGroups() override { std::memset(g_bri_clnt_dbg, 0, sizeof g_bri_clnt_dbg); }
 
+    // This one and no other line of the group table.
     static void expect_failure_line(const std::string &text) {
+        EXPECT_EQ(std::count_if(log_lines().begin(), log_lines().end(),
+                                [](const LogLine &line) { return line.text.rfind("vlan-group", 0) == 0; }),
+                  1);
         const LogLine line = log_line(text);
         EXPECT_EQ(line.level, 7);
         EXPECT_EQ(line.module, "BRIDGE");
