@@ -10,5 +10,9 @@ function(bridge_discover_suites target)
       "${CMAKE_COMMAND}" -D "PROGRAM=$<TARGET_FILE:${target}>" -D "EMULATOR=${CMAKE_CROSSCOMPILING_EMULATOR}" -D
       "PREFIX=${arg_PREFIX}" -D "TIMEOUT=${arg_TIMEOUT}" -D "LABEL=${arg_LABEL}" -D "LIST=${list}" -P
       "${PROJECT_SOURCE_DIR}/cmake/list_suites.cmake")
-  set_property(DIRECTORY APPEND PROPERTY TEST_INCLUDE_FILES "${list}")
+  # In a tree where not everything was built, the others' tests run and this program's cannot.
+  set(include "${CMAKE_CURRENT_BINARY_DIR}/${target}_include.cmake")
+  file(WRITE "${include}" "if(EXISTS \"${list}\")\n  include(\"${list}\")\nelse()\n"
+                          "  add_test(\"${arg_PREFIX}not_built\" ${target}_not_built)\nendif()\n")
+  set_property(DIRECTORY APPEND PROPERTY TEST_INCLUDE_FILES "${include}")
 endfunction()
