@@ -86,6 +86,10 @@ TEST_F(UnmappedPortDb, set_up_of_every_virtual_device_has_its_own_key) {
     EXPECT_EQ(bri::ipc_key(0x22220001), 0x2221FFFA);
     setenv("VSDID", "12junk", 1);
     EXPECT_EQ(bri::ipc_key(0x22220001), 0x2222000D);
+    setenv("VSDID", "99999999999", 1); // saturated to 32 bits, not cut to them
+    EXPECT_EQ(bri::ipc_key(0x22220001), static_cast<int32_t>(0xA2220000));
+    setenv("VSDID", "-99999999999", 1);
+    EXPECT_EQ(bri::ipc_key(0x22220001), static_cast<int32_t>(0xA2220001));
     unsetenv("VSDID");
     EXPECT_EQ(bri::ipc_key(0x22220001), 0x22220001);
     setenv("VSDID", std::to_string(vsd()).c_str(), 1);
