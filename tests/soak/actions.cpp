@@ -185,6 +185,7 @@ void Actions::slow_host() {
 void Actions::fill_cache(unsigned host) {
     flooded_[host] = true;
     stage_.command("stall @h" + std::to_string(host));
+    stage_.list(); // with which the stall has begun
     stage_.tell_host(host, "flood " + std::to_string(kFlood));
 }
 
