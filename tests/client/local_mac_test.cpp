@@ -179,6 +179,13 @@ TEST_F(LocalMac, of_a_broken_system_file_comes_from_the_kernel_file) {
     expect_debug_line("Parse local MAC failed: ./tmp/dm/.sysmac.\n");
 }
 
+TEST_F(LocalMac, of_an_empty_system_file_comes_from_the_kernel_file) {
+    put(kSystemFile, "");
+    put(kKernelFile, "020000000001");
+    EXPECT_EQ(local(), (Found{{2, 0, 0, 0, 0, 1}}));
+    expect_debug_line("Parse local MAC failed: ./tmp/dm/.sysmac.\n"); // it could be read
+}
+
 TEST_F(LocalMac, of_an_unreadable_system_file_comes_from_the_kernel_file) {
     put(kSystemFile, "00:1a:2b:3c:4d:5e");
     put(kKernelFile, "020000000001");
