@@ -41,8 +41,8 @@ class Commands {
 
     Result role(const Words &words, StreamState &stream);
     Result switchover(const Words &words, StreamState &stream);
-    Result event(const Words &given, StreamState &stream);
-    Result raw(const Words &given, StreamState &stream);
+    Result event(const Words &words, StreamState &stream);
+    Result raw(const Words &words, StreamState &stream);
     Result stall(const Words &words, StreamState &stream);
     Result resume(const Words &words, StreamState &stream);
     Result drop(const Words &words, StreamState &stream);

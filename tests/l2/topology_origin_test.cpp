@@ -97,9 +97,9 @@ TEST_F(TopologyOrigin, comes_in_its_order) {
 TEST_F(TopologyOrigin, tells_the_instances_of_existing_vlans_only) {
     make_vlan(1, 0);
     make_vlan(4094, 64, BRI_VLAN_DYNAMIC); // the mode does not matter
-    table()[50] = 20;                // VLAN 50 does not exist
-    table()[4095] = table()[0] = 30; // no VLANs
-    make_vlan(60, 65);               // no instance
+    table()[50] = 20;                      // VLAN 50 does not exist
+    table()[4095] = table()[0] = 30;       // no VLANs
+    make_vlan(60, 65);                     // no instance
     make_vlan(61, 0xFFFF);
     plug_with_states(5);
     l2top_clnt_notify_origin_data();

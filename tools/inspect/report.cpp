@@ -30,6 +30,7 @@ std::string joined(const Json &values, const char *separator) {
 
 std::vector<std::string> cells_of(const Json &row, const std::vector<Column> &columns) {
     std::vector<std::string> cells;
+    cells.reserve(columns.size());
     for (const Column &column : columns)
         cells.push_back(text_of(row.at(column.field), column.hex));
     return cells;
