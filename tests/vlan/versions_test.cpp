@@ -19,6 +19,14 @@ TEST_F(Versions, start_at_zero_and_keep_what_an_update_stores) {
     EXPECT_EQ(g_vlan_private_version[100], 7);
 }
 
+TEST_F(Versions, outlive_a_lost_connection) {
+    connect_server();
+    vl_version_update(100, 7);
+    bridge_client_connect_reset();
+    EXPECT_EQ(ctx().connected, 0);
+    EXPECT_EQ(vl_get_vlan_private_version(100), 7);
+}
+
 TEST_F(Versions, update_logs_old_and_new) {
     debug_on({BRI_DBG_VLAN});
     vl_version_update(100, 7);
@@ -193,6 +201,21 @@ TEST_F(RangeVersions, destroy_with_all_late_gives_0) {
     EXPECT_EQ(vl_is_vlanset_not_empty(&rec.vlans), 0);
 }
 
+TEST_F(RangeVersions, each_late_vlan_is_logged_by_itself) {
+    g_vlan_private_version[6] = g_vlan_private_version[7] = 3;
+    put(6, 2);
+    put(7, 2);
+    put(8, 1);
+    debug_on({BRI_DBG_VLAN});
+    vl_evt_vlanset_rec again = rec;
+    vl_version_check_on_range_create_notify(&rec);
+    EXPECT_EQ(log_text(), "VLAN-Create msg is LATE, Drop.\nVLAN-Create msg is LATE, Drop.\n"
+                          "Updata vlan-private version from:0 to:1.\n");
+    clear_log();
+    vl_version_check_on_range_destroy_notify(&again);
+    EXPECT_EQ(log_text(), "VLAN-Delete msg is LATE, Drop.\nVLAN-Delete msg is LATE, Drop.\n");
+}
+
 TEST_F(RangeVersions, vlan_0_and_4095_are_neither_checked_nor_touched) {
     put(0, 9);
     put(4095, 9);
@@ -314,6 +337,16 @@ TEST_F(Research, logs_versions_as_signed_numbers) {
     EXPECT_EQ(log_text(), "VLAN-Search: VLAN[100] private version[-2] is biger than latest[-3], ERROR.\n"
                           "VLAN-Search: VLAN[100] private version[-3] is smaller than latest[-1].\n"
                           "Updata vlan-private version from:65533 to:65535.\n");
+}
+
+TEST_F(Research, is_silent_with_the_flag_off) {
+    vle &entry = add_vlan(100, BRI_VLAN_STATIC, {}, true);
+    vl_version_check_on_reserch(100);
+    EXPECT_EQ(g_vlan_private_version[100], entry.version);
+    entry.version = 0;
+    vl_version_check_on_reserch(100);
+    EXPECT_EQ(g_vlan_private_version[100], 0);
+    EXPECT_TRUE(log_lines().empty());
 }
 
 TEST_F(Research, compares_signed_so_a_wrapped_latest_is_older) {
