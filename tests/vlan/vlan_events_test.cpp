@@ -32,13 +32,18 @@ TEST_F(VlanTest, start_fails_without_the_port_database) {
     EXPECT_FALSE(logged("Bridge module, vlandb-init failed.\n"));
 }
 
-TEST_F(VlanTest, start_fails_without_the_vlan_database) {
+// The next start maps the port database and fails at the VLAN database.
+void fail_vlan_database() {
     ASSERT_EQ(bridge_portdb_init(), 1);
     faults::clear();
     ASSERT_EQ(bridge_portdb_init(), 1); // the segment is there now: so many calls attach to it
     const int calls = faults::calls("shmget");
     faults::clear();
     faults::fail("shmget", calls + 1, ENOSPC, 100);
+}
+
+TEST_F(VlanTest, start_fails_without_the_vlan_database) {
+    fail_vlan_database();
     debug_on({BRI_DBG_VLAN});
     EXPECT_EQ(vl_clnt_manage_init(g_bridge_client), nullptr);
     expect_vlan_log("Bridge module, vlandb-init failed.\n");
@@ -49,6 +54,21 @@ TEST_F(VlanTest, failed_start_is_silent_with_the_flag_off) {
     faults::fail("shmget", 1, ENOSPC, 100);
     EXPECT_EQ(vl_clnt_manage_init(g_bridge_client), nullptr);
     EXPECT_TRUE(log_lines().empty());
+}
+
+TEST_F(VlanTest, start_that_fails_at_the_vlan_database_is_silent_with_the_flag_off) {
+    fail_vlan_database();
+    EXPECT_EQ(vl_clnt_manage_init(g_bridge_client), nullptr);
+    EXPECT_NE(swport_get_raw_spcb(1), nullptr);
+    EXPECT_TRUE(log_lines().empty());
+}
+
+TEST_F(VlanTest, failed_start_keeps_no_name) {
+    faults::fail("shmget", 1, ENOSPC, 100);
+    EXPECT_EQ(vl_clnt_manage_init(g_bridge_client), nullptr);
+    debug_on({BRI_DBG_VLAN});
+    vl_clnt_create_vlan_entry(300);
+    EXPECT_EQ(log_text(), "Client() create vlan 300.\n");
 }
 
 class VlanMessage : public MappedVlanTest {
