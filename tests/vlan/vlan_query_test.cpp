@@ -255,6 +255,7 @@ TEST_F(VlanQuery, enabled_vlans_are_those_of_which_the_port_is_a_member) {
     EXPECT_EQ(vl_clnt_get_enable_vlans(3, &set), 0);
     const vlanset expected = set_of({1, 10, 4094});
     EXPECT_EQ(std::memcmp(&set, &expected, sizeof set), 0);
+    EXPECT_TRUE(log_lines().empty()); // with the flag off
 }
 
 TEST_F(VlanQuery, enabled_vlans_of_a_tagged_member_of_one) {
@@ -344,6 +345,7 @@ TEST_F(VlanName, too_long_for_the_buffer_is_refused) {
 TEST_F(VlanName, smallest_size_of_all_is_refused) {
     EXPECT_EQ(vl_clnt_get_vlan_name(10, buf, INT32_MIN), -2);
     EXPECT_EQ(buf[0], '#');
+    EXPECT_TRUE(log_lines().empty()); // with the flag off
 }
 
 TEST_F(VlanName, empty_name_fits_size_1) {

@@ -370,11 +370,29 @@ TEST_F(VlanRequest, refused_request_logs_its_announcement_alone) {
 
 TEST_F(VlanRequest, nothing_is_logged_with_the_flag_off) {
     const vlanset set = any_set();
-    const vl_vlanset_reply reply{set, 1};
+    const vl_vlanset_reply refusal{set, 1};
+    const vl_vlanset_reply acceptance{};
+    const uint32_t accept = 0;
+    const uint32_t refuse = 1;
+    const uint8_t table[512] = {};
+    add_port(7, BRI_PORT_TRUNK);
+    add_vlan(300);
     vl_clnt_create_vlan_entry(300);
-    bridge_client_vlanset_reply(&reply);
+    vl_clnt_delete_vlan_entry(300);
+    bridge_client_vlan_reply(&accept);
+    bridge_client_vlan_reply(&refuse);
+    bridge_client_vlanset_reply(&refusal);
+    bridge_client_vlanset_reply(&acceptance);
     bridge_client_vlan_rollback(300);
-    vl_clnt_swport_add_allow_vlanset(7, nullptr);
+    bridge_client_vlanset_rollback(&set);
+    vl_clnt_set_native_vlan(7, 300);
+    vl_clnt_add_dyn_member(7, 300);
+    vl_clnt_del_dyn_member(7, 300);
+    for (const SetRequest &request : kSetRequests) {
+        request.call(7, &set);
+        request.call(7, nullptr);
+    }
+    vl_clnt_set_trill_vswpt_num(table, table);
     EXPECT_TRUE(log_lines().empty());
 }
 
@@ -395,6 +413,20 @@ TEST_F(MappedVlanTest, request_without_a_connection_fails_and_is_logged) {
         EXPECT_EQ(request.call(7, &set), -1) << request.type;
     EXPECT_EQ(vl_clnt_set_trill_vswpt_num(table, table), 0);
     EXPECT_EQ(vl_clnt_set_bri_dyn_member(413, 7, 300), -1);
+}
+
+TEST_F(MappedVlanTest, reply_and_rollback_without_a_connection_fail_and_are_logged) {
+    debug_on({BRI_DBG_VLAN});
+    const uint32_t result = 0;
+    const vl_vlanset_reply reply{};
+    bridge_client_vlan_reply(&result);
+    bridge_client_vlanset_reply(&reply);
+    bridge_client_vlan_rollback(300);
+    vl_clnt_set_native_vlan(7, 300);
+    EXPECT_EQ(times_logged("Send msg type(VLAN_EVENT_CREATE_PREJ) to bridge, ret = -1.\n"), 1);
+    EXPECT_EQ(times_logged("Send msg type(VLAN_EVENT_CREATE_RANGE_PREJ) to bridge, ret = -1.\n"), 1);
+    EXPECT_EQ(times_logged("Send msg type(VLAN_EVENT_DESTROY_RANGE) to bridge, ret = -1.\n"), 1);
+    EXPECT_EQ(times_logged("Send msg type(VLAN_EVENT_MODIFY_INTF_PVID) to bridge, ret = -1.\n"), 1);
 }
 
 TEST_F(VlanTest, requests_before_the_start_are_refused_or_fail) {

@@ -205,7 +205,12 @@ TEST_F(PortTable, port_row_and_its_allowed_vlans) {
     add_port(7, BRI_PORT_TRUNK, 10).allow_vlan = set_of({1, 2, 3, 4094});
     EXPECT_EQ(print(), kHead + "7          TRUNK     10  \n" + repeat(' ', 26) + "1-3,4094\n");
     EXPECT_EQ(log_lines()[2].format, "%-10d %-9s %-4d\n");
-    EXPECT_EQ(log_lines()[2].output, 2);
+    for (const LogLine &line : log_lines()) {
+        EXPECT_EQ(line.level, 7);
+        EXPECT_EQ(line.module, "BRIDGE");
+        EXPECT_EQ(line.tag, "DEBUG");
+        EXPECT_EQ(line.output, 2);
+    }
 }
 
 TEST_F(PortTable, every_present_port_with_its_mode_rising) {
