@@ -9,10 +9,11 @@ cmake=$4
 work=$(mktemp -d)
 server=
 daemon=
+export VSDID=$$
 finish() {
     # shellcheck disable=SC2086 # no process, no argument
     [ -z "$server$daemon" ] || kill $server $daemon 2>/dev/null || true
-    # The tables of the daemons' VSDID, which is the number of this process.
+    # The tables of the server's and the daemons' VSDID.
     for base in 0x11110001 0x22220001 0x33330001 0x5A5B7C3D; do
         ipcrm -M $((base + $$)) 2>/dev/null || true
         ipcrm -S $((base + $$)) 2>/dev/null || true
@@ -64,7 +65,7 @@ waits_for() {
 
 # answers PROGRAM: connects and gets its own request back as an event.
 answers() {
-    VSDID=$$ TMPDIR=$work LD_LIBRARY_PATH=$libdir LD_PRELOAD=libef_bridge_sim.so "$1" >"$work/output" 2>&1 &
+    TMPDIR=$work LD_LIBRARY_PATH=$libdir LD_PRELOAD=libef_bridge_sim.so "$1" >"$work/output" 2>&1 &
     daemon=$!
     waits_for '^connected$' "$work/output"
     waits_for '^port 1 is now in VLAN 10$' "$work/output"
@@ -79,5 +80,6 @@ mkfifo "$work/commands"
 server=$!
 exec 3>"$work/commands"
 waits_for listening "$work/server.log"
+echo "port add 1 access 1" >&3
 answers "$work/port_log"
 answers "$work/cmake/build/port_log_bridge_client_static"
