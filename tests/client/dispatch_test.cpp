@@ -311,7 +311,7 @@ int count_request(void *request, void *) {
     std::memcpy(&g_first_word, request, sizeof g_first_word);
     return 0;
 }
-int count_macs(void *request, void *total) {
+int count_origin_macs(void *request, void *total) {
     EXPECT_EQ(request, nullptr);
     const uint32_t value = 0x01020304;
     std::memcpy(total, &value, sizeof value);
@@ -351,7 +351,7 @@ TEST_F(Dispatch, a_prejudgement_without_a_whole_word_is_dropped) {
 
 TEST_F(Dispatch, an_origin_mac_request_reaches_its_callback) {
     connect();
-    bri_clnt_reg_ss_origin_mac_callback(count_macs);
+    bri_clnt_reg_ss_origin_mac_callback(count_origin_macs);
     deliver(2311);
     EXPECT_EQ(sent(), (std::vector<Message>{{2311, word(0x01020304)}}));
     expect_debug_line("A msg over.\n");
@@ -387,7 +387,7 @@ TEST_F(Dispatch, logs_nothing_while_message_debugging_is_off) {
     connect();
     g_bri_clnt_dbg[BRI_DBG_MSG] = 0;
     test::clear_log();
-    bri_clnt_reg_ss_origin_mac_callback(count_macs);
+    bri_clnt_reg_ss_origin_mac_callback(count_origin_macs);
     for (const uint32_t type : {131U, 135U, 138U, 139U, 132U, 139U, 134U, 137U, 1153U, 2309U, 2310U, 2311U, 136U})
         deliver(type);
     deliver(136, {1});

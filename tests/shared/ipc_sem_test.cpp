@@ -13,7 +13,7 @@ namespace {
 using test::faults::calls;
 using test::faults::fail;
 
-std::string with_errno(const std::string &text, int error) {
+std::string with_errno_text(const std::string &text, int error) {
     return text + "[" + std::to_string(error) + "] " + std::strerror(error) + ".\n";
 }
 
@@ -129,14 +129,14 @@ TEST_F(IpcSem, create_leaves_a_set_alone_that_was_never_used) {
 TEST_F(IpcSem, create_without_memory_fails_before_any_set_is_made) {
     fail("calloc", 1, ENOMEM);
     EXPECT_EQ(create(), nullptr);
-    expect_sem_line(with_errno("Create sem , malloc failed:", ENOMEM));
+    expect_sem_line(with_errno_text("Create sem , malloc failed:", ENOMEM));
     EXPECT_EQ(set_id(), -1);
 }
 
 TEST_F(IpcSem, create_fails_when_no_set_can_be_made) {
     fail("semget", 1, ENOSPC);
     EXPECT_EQ(create(), nullptr);
-    expect_sem_line(with_errno("Create sem failed:", ENOSPC));
+    expect_sem_line(with_errno_text("Create sem failed:", ENOSPC));
     EXPECT_EQ(calls("semget"), 1);
     EXPECT_EQ(calls("semctl"), 0);
 }
@@ -146,7 +146,7 @@ TEST_F(IpcSem, create_fails_when_an_existing_set_cannot_be_joined) {
     test::faults::clear();
     fail("semget", 2, EACCES);
     EXPECT_EQ(create(), nullptr);
-    expect_sem_line(with_errno("Create sem failed:", EACCES));
+    expect_sem_line(with_errno_text("Create sem failed:", EACCES));
     EXPECT_EQ(calls("semctl"), 0); // nothing is asked of a set that is not there
 }
 
@@ -171,7 +171,7 @@ TEST_F(IpcSem, get_joins_a_set_and_leaves_its_value) {
 
 TEST_F(IpcSem, get_of_a_missing_set_fails_and_makes_none) {
     EXPECT_EQ(get(), nullptr);
-    expect_sem_line(with_errno("Get sem failed:", ENOENT));
+    expect_sem_line(with_errno_text("Get sem failed:", ENOENT));
     EXPECT_EQ(set_id(), -1);
 }
 
@@ -183,7 +183,7 @@ TEST_F(IpcSem, get_without_memory_fails) {
     make_set_with_value(1);
     fail("calloc", 1, ENOMEM);
     EXPECT_EQ(get(), nullptr);
-    expect_sem_line(with_errno("Get sem , malloc failed:", ENOMEM));
+    expect_sem_line(with_errno_text("Get sem , malloc failed:", ENOMEM));
 }
 
 TEST_F(IpcSem, both_forms_take_the_semaphore_and_unlock_gives_it_back) {
@@ -215,7 +215,7 @@ TEST_F(IpcSem, a_failing_semop_is_logged_and_not_retried) {
         operation(lock);
         EXPECT_EQ(calls("semop"), 1);
         EXPECT_EQ(test::log_lines().size(), 1U);
-        expect_sem_line(with_errno("lock sem failed:", EINTR));
+        expect_sem_line(with_errno_text("lock sem failed:", EINTR));
     }
 }
 

@@ -13,7 +13,7 @@ using test::UnmappedPortDb;
 using test::faults::calls;
 using test::faults::fail;
 
-void expect_line(const std::string &text) {
+void expect_port_db_line(const std::string &text) {
     const test::LogLine line = test::log_line(text);
     EXPECT_EQ(line.level, 7) << text << "among:\n" << test::log_text();
     EXPECT_EQ(line.module, "BRIDGE");
@@ -78,7 +78,7 @@ TEST_F(UnmappedPortDb, set_up_makes_the_segment_and_its_lock) {
 TEST_F(UnmappedPortDb, set_up_says_where_the_table_is) {
     test::debug_on({BRI_DBG_VLAN});
     bridge_portdb_init();
-    expect_line("PORTDB initial SUCC: SHM head " + pointer_text(swport_get_raw_spcb(1) - 1) + ".\n");
+    expect_port_db_line("PORTDB initial SUCC: SHM head " + pointer_text(swport_get_raw_spcb(1) - 1) + ".\n");
 }
 
 TEST_F(UnmappedPortDb, set_up_of_every_virtual_device_has_its_own_key) {
@@ -100,7 +100,7 @@ TEST_F(UnmappedPortDb, a_key_of_zero_is_refused) {
     setenv("VSDID", std::to_string(-0x22220001).c_str(), 1);
     EXPECT_EQ(bridge_portdb_init(), 0);
     ASSERT_EQ(test::log_lines().size(), 1U);
-    expect_line("Get ipc-key failed.\n");
+    expect_port_db_line("Get ipc-key failed.\n");
     EXPECT_EQ(calls("semget") + calls("shmget"), 0);
 }
 
@@ -108,7 +108,7 @@ TEST_F(UnmappedPortDb, set_up_fails_without_the_lock) {
     test::debug_on({BRI_DBG_VLAN});
     fail("semget", 1, ENOSPC);
     EXPECT_EQ(bridge_portdb_init(), 0);
-    expect_line("Create SEM failed.\n");
+    expect_port_db_line("Create SEM failed.\n");
     EXPECT_EQ(calls("shmget"), 0);
     expect_unmapped();
 }
@@ -117,7 +117,7 @@ TEST_F(UnmappedPortDb, set_up_fails_without_the_segment) {
     test::debug_on({BRI_DBG_VLAN});
     fail("shmget", 1, ENOSPC);
     EXPECT_EQ(bridge_portdb_init(), 0);
-    expect_line("Create SHM failed.\n");
+    expect_port_db_line("Create SHM failed.\n");
     expect_unmapped();
     EXPECT_EQ(bridge_portdb_init(), 1);
 }
@@ -353,7 +353,7 @@ TEST_F(UnmappedPortDb, the_head_of_an_unmapped_segment_is_not_ready) {
     test::debug_on({BRI_DBG_VLAN});
     EXPECT_EQ(swport_get_shm_head(&word, &word, &word, name), 0);
     ASSERT_EQ(test::log_lines().size(), 1U);
-    expect_line("SWPORT-SHM is not ready.\n");
+    expect_port_db_line("SWPORT-SHM is not ready.\n");
     EXPECT_EQ(word, 77U);
 }
 

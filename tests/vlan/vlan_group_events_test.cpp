@@ -7,14 +7,14 @@ using namespace test;
 
 class VlanGroupEvents : public UnmappedVlanGroups {};
 
-struct Message {
+struct GroupMessage {
     bri_msg_hdr header;
     uint8_t payload[12];
 };
 
 std::string name_logged_for(uint32_t type) {
     clear_log();
-    Message message{{type, 12}, {}};
+    GroupMessage message{{type, 12}, {}};
     bridge_vlan_group_lib_dispose_msg(&message.header);
     for (const LogLine &line : log_lines())
         if (line.format == "vg lib recv msg: event %s, msg len %d.\n") {
@@ -48,7 +48,7 @@ TEST_F(VlanGroupEvents, each_type_is_logged_by_its_name) {
 
 TEST_F(VlanGroupEvents, line_has_the_length_and_the_category_of_the_client) {
     debug_on({BRI_DBG_MSG});
-    Message message{{VG_EVENT_MEM_VLAN, 12}, {}};
+    GroupMessage message{{VG_EVENT_MEM_VLAN, 12}, {}};
     bridge_vlan_group_lib_dispose_msg(&message.header);
     const LogLine line = log_line("vg lib recv msg: event VG_EVENT_MEM_VLAN, msg len 12.\n");
     EXPECT_EQ(line.level, 7);
@@ -59,7 +59,7 @@ TEST_F(VlanGroupEvents, line_has_the_length_and_the_category_of_the_client) {
 
 TEST_F(VlanGroupEvents, no_line_while_the_flag_is_off) {
     debug_on({BRI_DBG_VLAN});
-    Message message{{VG_EVENT_MEM_VLAN, 12}, {}};
+    GroupMessage message{{VG_EVENT_MEM_VLAN, 12}, {}};
     bridge_vlan_group_lib_dispose_msg(&message.header);
     EXPECT_EQ(times_logged("vg lib recv msg: event VG_EVENT_MEM_VLAN, msg len 12.\n"), 0);
 }
