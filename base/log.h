@@ -5,6 +5,7 @@
 #pragma once
 
 #include <bridge/debug.h>
+
 #include <qv_syslog.h>
 
 namespace bri::log {

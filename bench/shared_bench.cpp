@@ -2,10 +2,10 @@
 // records in LMDB and in SQLite, all in one run.
 //
 // All four must give the same answers to all questions before anything is measured.
-#include <benchmark/benchmark.h>
-
 #include "bench/ratios.h"
 #include "bench/shared_records.h"
+
+#include <benchmark/benchmark.h>
 #ifdef BRIDGE_HAVE_LMDB
 #include "bench/shared_lmdb.h"
 #endif

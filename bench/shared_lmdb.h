@@ -5,6 +5,7 @@
 #include "bench/shared_records.h"
 
 #include <lmdb.h>
+
 #include <string>
 
 namespace bench::lmdb {

@@ -6,6 +6,7 @@
 #include "bench/shared_records.h"
 
 #include <sqlite3.h>
+
 #include <string>
 
 namespace bench::sqlite {

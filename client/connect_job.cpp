@@ -2,6 +2,7 @@
 #include "base/log.h"
 #include "client/state.h"
 #include "client/transport.h"
+
 #include <bridge/netlink.h>
 
 #include <qv_thread.h>

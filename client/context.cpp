@@ -6,6 +6,7 @@
 #include "client/state.h"
 #include "client/transport.h"
 #include "shared/debug.h"
+
 #include <bridge/bridge.h>
 
 #include <algorithm>

@@ -1,11 +1,11 @@
 // Port exclusion flags: one table for the whole machine, set up on first use.
-#include <bridge/ipc.h>
-#include <bridge/port_exclusion.h>
-
 #include "base/bits.h"
 #include "base/log.h"
 #include "base/shared_word.h"
 #include "shared/table.h"
+
+#include <bridge/ipc.h>
+#include <bridge/port_exclusion.h>
 
 #include <cstdio>
 #include <iterator>

@@ -3,6 +3,7 @@
 #include "base/log.h"
 #include "client/state.h"
 #include "client/transport.h"
+
 #include <bridge/debug.h>
 
 #include <cerrno>

@@ -7,6 +7,7 @@
 #pragma once
 
 #include "base/shared_word.h"
+
 #include <bridge/client.h>
 
 #include <cstdint>

@@ -4,6 +4,7 @@
 #define EXAMPLES_HOST_H
 
 #include <bridge/bridge.h>
+
 #include <qv_thread.h>
 
 #include <stdbool.h>

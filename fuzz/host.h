@@ -7,6 +7,7 @@
 #include "fuzz/fuzz.h"
 
 #include <bridge/bridge.h>
+
 #include <qv_syslog.h>
 
 #include <algorithm>

@@ -2,10 +2,11 @@
 #include "client/local_mac.h"
 #include "fuzz/fuzz.h"
 
+#include <qv_syslog.h>
+
 #include <cstring>
 #include <memory>
 #include <optional>
-#include <qv_syslog.h>
 #include <string>
 
 namespace {

@@ -2,9 +2,10 @@
 #include "client/mem_info.h"
 #include "fuzz/fuzz.h"
 
+#include <qv_syslog.h>
+
 #include <cstdint>
 #include <cstring>
-#include <qv_syslog.h>
 #include <string>
 
 namespace {

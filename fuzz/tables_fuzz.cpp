@@ -10,6 +10,7 @@
 #include "client/state.h"
 
 #include <bridge/bridge.h>
+
 #include <qv_syslog.h>
 
 #include <algorithm>

@@ -7,6 +7,7 @@
 #include "tests/vlan/list_reference.h"
 
 #include <bridge/bridge.h>
+
 #include <qv_syslog.h>
 
 #include <cstdarg>

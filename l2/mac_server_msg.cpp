@@ -3,9 +3,10 @@
 #include "base/shared_word.h"
 #include "l2/mac_log.h"
 
-#include <algorithm>
 #include <bridge/client.h>
 #include <bridge/events.h>
+
+#include <algorithm>
 #include <cstring>
 
 namespace bri::mac {

@@ -1,15 +1,15 @@
 // The thread-event library of a workstation, on libevent. A job is one libevent event in one heap block; the loop keeps
 // its jobs in a list, so that cancelling by function and argument finds all of them.
-#include <qv_thread.h>
-
 #include "base/list.h"
 #include "base/text.h"
+
+#include <event2/event.h>
+#include <event2/event_struct.h>
+#include <qv_thread.h>
 
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
-#include <event2/event.h>
-#include <event2/event_struct.h>
 
 struct qv_thread_master {
     event_base *base;

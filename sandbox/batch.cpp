@@ -1,7 +1,8 @@
 #include "sandbox/batch.h"
 
-#include <cctype>
 #include <event2/buffer.h>
+
+#include <cctype>
 #include <stdexcept>
 
 namespace sandbox {

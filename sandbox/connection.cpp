@@ -1,7 +1,8 @@
 #include "sandbox/connection.h"
 
-#include <cstring>
 #include <event2/buffer.h>
+
+#include <cstring>
 
 namespace sandbox {
 

@@ -3,9 +3,10 @@
 #include "sandbox/batch.h"
 #include "sandbox/names.h"
 
-#include <algorithm>
 #include <bridge/debug.h>
 #include <bridge/events.h>
+
+#include <algorithm>
 #include <cstring>
 #include <iterator>
 #include <stdexcept>

@@ -1,10 +1,11 @@
 // The event loop of this program and the libevent handles that clean up after themselves.
 #pragma once
 
-#include <chrono>
 #include <event2/bufferevent.h>
 #include <event2/event.h>
 #include <event2/listener.h>
+
+#include <chrono>
 #include <functional>
 #include <memory>
 

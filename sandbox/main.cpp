@@ -5,6 +5,7 @@
 #include "sandbox/output.h"
 
 #include <CLI/CLI.hpp>
+
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>

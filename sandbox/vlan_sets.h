@@ -10,11 +10,14 @@
 
 namespace sandbox {
 
+// Numbers from clients and from the tables, which every process may write, are asked for and put in as they come: one
+// of 4096 and above is in no set.
 inline bool holds(const vlanset &set, unsigned vid) {
-    return bri::bits::test(set.words, vid);
+    return vid < bri::bits::kSetBits && bri::bits::test(set.words, vid);
 }
 inline void put(vlanset &set, unsigned vid) {
-    bri::bits::set(set.words, vid);
+    if (vid < bri::bits::kSetBits)
+        bri::bits::set(set.words, vid);
 }
 template <class Fn> void for_each_vlan(const vlanset &set, Fn &&fn) {
     bri::bits::for_each(set.words, BRI_VID_MIN, BRI_VID_MAX, [&](unsigned vid) { fn(static_cast<uint16_t>(vid)); });

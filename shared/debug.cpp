@@ -1,17 +1,18 @@
 // Debug switches of this process, set by messages that the server forwards or by a marker file.
-#include <bridge/debug.h>
+#include "shared/debug.h"
 
 #include "base/bytes.h"
 #include "base/log.h"
 #include "base/shared_word.h"
 #include "client/state.h"
-#include "shared/debug.h"
 #include "shared/delay_list.h"
 
 #include <bridge/client.h>
+#include <bridge/debug.h>
 #include <bridge/events.h>
 #include <bridge/mac_client.h>
 #include <bridge/vlan_list.h>
+
 #include <qv_thread.h>
 
 #include <cstdio>

@@ -3,9 +3,9 @@
 // Handles stay open, and no table of them is kept: the C library maps a name once a process and hands the same mapping
 // out again, so that a call on a known name costs no memory and no descriptor, only one more count of users. That count
 // is looked at by a close alone, and every close here pairs with an open of the same call.
-#include <bridge/ipc.h>
-
 #include "base/log.h"
+
+#include <bridge/ipc.h>
 
 #include <cerrno>
 #include <cstring>

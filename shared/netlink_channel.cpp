@@ -7,7 +7,9 @@
 
 #include <bridge/client.h>
 #include <bridge/netlink.h>
+
 #include <qv_thread.h>
+
 #include <unistd.h>
 #include <utility>
 

@@ -1,8 +1,8 @@
 // Switch-port database: port functions that exclude each other.
+#include "shared/ports.h"
+
 #include <bridge/ipc.h>
 #include <bridge/port_db.h>
-
-#include "shared/ports.h"
 
 namespace {
 

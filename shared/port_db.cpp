@@ -1,10 +1,10 @@
 // Switch-port database: set-up, look-ups, status.
-#include <bridge/port_db.h>
-
 #include "base/bits.h"
 #include "base/log.h"
 #include "shared/ports.h"
 #include "shared/table.h"
+
+#include <bridge/port_db.h>
 
 #include <cstring>
 #include <iterator>

@@ -1,9 +1,9 @@
 // Switch-port database: how ports carry VLANs, and the spanning-tree instance of each VLAN.
-#include <bridge/port_db.h>
-#include <bridge/vlan_db.h>
-
 #include "base/bits.h"
 #include "shared/ports.h"
+
+#include <bridge/port_db.h>
+#include <bridge/vlan_db.h>
 
 #include <cerrno>
 

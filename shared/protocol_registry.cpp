@@ -1,9 +1,8 @@
 // Bridge-protocol state registry, at the end of the VLAN segment.
-#include <bridge/protocol_registry.h>
-
 #include "base/bits.h"
 #include "base/log.h"
 
+#include <bridge/protocol_registry.h>
 #include <bridge/vlan_db.h>
 
 #include <cstddef>

@@ -1,9 +1,9 @@
 // Shared-memory segments, each starting with a header that names it.
-#include <bridge/ipc.h>
-
 #include "base/log.h"
 #include "base/shared_word.h"
 #include "base/text.h"
+
+#include <bridge/ipc.h>
 
 #include <cerrno>
 #include <cstdlib>

@@ -1,8 +1,8 @@
 // System V semaphore locks: sets of one semaphore whose value 1 means free and 0 held.
-#include <bridge/ipc.h>
-
 #include "base/log.h"
 #include "base/raii.h"
+
+#include <bridge/ipc.h>
 
 #include <cerrno>
 #include <cstdlib>

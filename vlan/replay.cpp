@@ -1,11 +1,10 @@
 // Origin data: the whole VLAN and port state as events. Every record is built from the tables right before its event,
 // because a handler may change them.
-#include "vlan/membership.h"
-
 #include "base/bits.h"
 #include "base/log.h"
 #include "base/shared_word.h"
 #include "base/text.h"
+#include "vlan/membership.h"
 
 #include <bridge/client.h>
 #include <bridge/events.h>

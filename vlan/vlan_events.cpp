@@ -1,9 +1,8 @@
 // Start of the VLAN client and the road of a VLAN message: version check, then the host's handlers.
-#include "vlan/client_name.h"
-
 #include "base/bytes.h"
 #include "base/log.h"
 #include "base/text.h"
+#include "vlan/client_name.h"
 
 #include <bridge/client.h>
 #include <bridge/events.h>

@@ -1,6 +1,4 @@
 // VLAN groups: the shared table and the server's group events.
-#include <bridge/vlan_group.h>
-
 #include "base/bits.h"
 #include "base/bytes.h"
 #include "base/log.h"
@@ -8,6 +6,7 @@
 
 #include <bridge/client.h>
 #include <bridge/vlan_db.h>
+#include <bridge/vlan_group.h>
 
 #include <cerrno>
 #include <cstdlib>

@@ -1,5 +1,4 @@
 #include "base/bits.h"
-
 #include "tests/support/test.h"
 
 namespace {

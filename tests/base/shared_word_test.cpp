@@ -1,5 +1,4 @@
 #include "base/shared_word.h"
-
 #include "tests/support/children.h"
 #include "tests/support/test.h"
 

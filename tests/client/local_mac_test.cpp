@@ -1,5 +1,4 @@
 #include "client/local_mac.h"
-
 #include "tests/client/client_fixture.h"
 
 #include <array>

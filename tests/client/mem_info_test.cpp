@@ -1,5 +1,4 @@
 #include "client/mem_info.h"
-
 #include "tests/support/test.h"
 
 namespace {

@@ -1,5 +1,4 @@
 #include "client/origin_data.h"
-
 #include "tests/client/client_fixture.h"
 
 namespace {

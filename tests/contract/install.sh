@@ -76,10 +76,10 @@ answers() {
 }
 
 mkfifo "$work/commands"
-"$prefix/bin/bridge-sandbox" --tmpdir "$work" <"$work/commands" >"$work/server.log" 2>&1 &
+echo "port add 1 access 1" >"$work/switch"
+"$prefix/bin/bridge-sandbox" --tmpdir "$work" --script "$work/switch" <"$work/commands" >"$work/server.log" 2>&1 &
 server=$!
 exec 3>"$work/commands"
 waits_for listening "$work/server.log"
-echo "port add 1 access 1" >&3
 answers "$work/port_log"
 answers "$work/cmake/build/port_log_bridge_client_static"

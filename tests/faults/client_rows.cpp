@@ -1,7 +1,6 @@
 // Start-up, connection, reading, sending, registration.
-#include "tests/faults/rows.h"
-
 #include "client/state.h"
+#include "tests/faults/rows.h"
 
 #include <sys/socket.h>
 #include <unistd.h>

@@ -1,7 +1,6 @@
 // Operations that ask nothing of the system that could fail: they read and write memory, or only log.
-#include "tests/faults/rows.h"
-
 #include "client/state.h"
+#include "tests/faults/rows.h"
 
 namespace test {
 

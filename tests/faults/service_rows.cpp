@@ -1,7 +1,6 @@
 // Callbacks, origin data, addresses, memory figures, debugging.
-#include "tests/faults/rows.h"
-
 #include "client/state.h"
+#include "tests/faults/rows.h"
 
 namespace test {
 

@@ -1,10 +1,10 @@
+#include <gtest/gtest.h>
 #include <qv_syslog.h>
 
 #include <cerrno>
 #include <cstdarg>
 #include <cstdlib>
 #include <fcntl.h>
-#include <gtest/gtest.h>
 #include <string>
 #include <syslog.h>
 #include <unistd.h>

@@ -1,8 +1,8 @@
+#include <gtest/gtest.h>
 #include <qv_thread.h>
 
 #include <chrono>
 #include <fcntl.h>
-#include <gtest/gtest.h>
 #include <string>
 #include <unistd.h>
 

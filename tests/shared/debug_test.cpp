@@ -1,6 +1,5 @@
-#include "tests/support/test.h"
-
 #include "client/state.h"
+#include "tests/support/test.h"
 
 #include <algorithm>
 

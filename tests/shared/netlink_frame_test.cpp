@@ -1,5 +1,4 @@
 #include "shared/netlink_frame.h"
-
 #include "tests/support/kernel.h"
 
 #include <unistd.h>

@@ -1,6 +1,5 @@
 // The one test against the kernel of the machine that runs it: no double, real generic netlink sockets.
 #include "shared/netlink_frame.h"
-
 #include "tests/support/host.h"
 #include "tests/support/kernel.h"
 

@@ -16,6 +16,7 @@
 #include "tests/soak/records.h"
 
 #include <bridge/bridge.h>
+
 #include <qv_thread.h>
 
 #include <malloc.h>

@@ -1,10 +1,11 @@
 // Child processes of a test.
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include <csignal>
 #include <cstdint>
 #include <ctime>
-#include <gtest/gtest.h>
 #include <new>
 #include <sched.h>
 #include <sys/mman.h>

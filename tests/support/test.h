@@ -6,6 +6,7 @@
 #include "tests/support/loop.h"
 
 #include <bridge/bridge.h>
+
 #include <gtest/gtest.h>
 
 #include <cstring>

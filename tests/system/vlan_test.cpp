@@ -108,6 +108,18 @@ TEST_F(SandboxVlans, port_is_a_member_of_the_vlans_that_it_carries) {
     EXPECT_FALSE(member(4, 5));
 }
 
+// Every process may write the tables; what stands there is no bound.
+TEST_F(SandboxVlans, native_vlan_beyond_every_vlan_in_the_table_is_replaced) {
+    Process sandbox = start_with_tables();
+    tell(sandbox, {"vlan create 10", "port add 5 access 1"});
+    for (const uint16_t wild : {uint16_t{4095}, uint16_t{4096}, uint16_t{0xFFFF}}) {
+        swport_get_raw_spcb(5)->default_vid = wild;
+        tell(sandbox, {"port pvid 5 10"});
+        EXPECT_EQ(swport_get_port_default_vid(5), 10) << wild;
+        EXPECT_TRUE(member(10, 5)) << wild;
+    }
+}
+
 TEST_F(SandboxVlans, routed_port_that_becomes_a_switch_port_is_announced_like_a_new_one) {
     Process sandbox = start_with_tables();
     tell(sandbox, {"vlan create 7", "port add 5 route 7"});

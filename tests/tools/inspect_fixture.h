@@ -4,11 +4,12 @@
 #include "tests/support/children.h"
 #include "tests/support/test.h"
 
+#include <nlohmann/json.hpp>
+
 #include <csignal>
 #include <cstdio>
 #include <fcntl.h>
 #include <fstream>
-#include <nlohmann/json.hpp>
 #include <sstream>
 
 namespace test {

@@ -9,6 +9,7 @@
 #include <bridge/port_exclusion.h>
 
 #include <CLI/CLI.hpp>
+
 #include <chrono>
 #include <functional>
 #include <iostream>
