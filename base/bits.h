@@ -21,7 +21,7 @@ inline constexpr unsigned kSetWords = kSetBits / 32;
 // The caller bounds `bit` by the set's size. Words are accessed as shared words, so the same code serves private sets
 // and sets in shared memory.
 [[nodiscard]] inline bool test(const uint32_t *words, unsigned bit) {
-    return (shared::load(words[word_of(bit)]) & mask_of(bit)) != 0;
+    return (word::load(words[word_of(bit)]) & mask_of(bit)) != 0;
 }
 inline void set(uint32_t *words, unsigned bit) {
     words[word_of(bit)] |= mask_of(bit);
@@ -32,10 +32,10 @@ inline void clear(uint32_t *words, unsigned bit) {
 
 // The same for a set in shared memory; true when the call changed the bit.
 inline bool set_shared(uint32_t *words, unsigned bit) {
-    return (shared::set_bits(words[word_of(bit)], mask_of(bit)) & mask_of(bit)) == 0;
+    return (word::set_bits(words[word_of(bit)], mask_of(bit)) & mask_of(bit)) == 0;
 }
 inline bool clear_shared(uint32_t *words, unsigned bit) {
-    return (shared::clear_bits(words[word_of(bit)], mask_of(bit)) & mask_of(bit)) != 0;
+    return (word::clear_bits(words[word_of(bit)], mask_of(bit)) & mask_of(bit)) != 0;
 }
 
 // Bits of word `index` that lie in first..last.
@@ -57,7 +57,7 @@ template <class Fn> inline void for_each(const uint32_t *words, unsigned first, 
     if (first > last)
         return;
     for (unsigned index = word_of(first); index <= word_of(last); ++index) {
-        uint32_t left = shared::load(words[index]) & range_mask(index, first, last);
+        uint32_t left = word::load(words[index]) & range_mask(index, first, last);
         while (left != 0) {
             const unsigned bit = index * 32 + static_cast<unsigned>(__builtin_ctz(left));
             left &= left - 1;
@@ -73,7 +73,7 @@ template <class Fn> inline void for_each(const uint32_t *words, unsigned first, 
 
 [[nodiscard]] inline bool any(const uint32_t *words, unsigned count) {
     for (unsigned index = 0; index < count; ++index)
-        if (shared::load(words[index]) != 0)
+        if (word::load(words[index]) != 0)
             return true;
     return false;
 }
@@ -81,7 +81,7 @@ template <class Fn> inline void for_each(const uint32_t *words, unsigned first, 
 [[nodiscard]] inline unsigned count(const uint32_t *words, unsigned n) {
     unsigned total = 0;
     for (unsigned index = 0; index < n; ++index)
-        total += static_cast<unsigned>(__builtin_popcount(shared::load(words[index])));
+        total += static_cast<unsigned>(__builtin_popcount(word::load(words[index])));
     return total;
 }
 

@@ -4,7 +4,7 @@
 
 #include <cstdint>
 
-namespace bri::shared {
+namespace bri::word {
 
 template <class T> [[nodiscard]] inline T load(const T &word) {
     return __atomic_load_n(&word, __ATOMIC_RELAXED);
@@ -37,4 +37,4 @@ template <class T> inline T set_bits_unless(T &word, T bits, T barred) {
     return static_cast<T>(now & barred);
 }
 
-} // namespace bri::shared
+} // namespace bri::word

@@ -5,11 +5,9 @@
 
 #include <bridge/bridge.h>
 
-namespace {
+namespace bri::client {
 
-using namespace bri;
-using client::g_state;
-using client::name;
+namespace {
 
 bool set_callback(uint32_t type, bri_business_callback fn) {
     if (g_bridge_client == nullptr)
@@ -35,6 +33,11 @@ void answer_failed() {
 }
 
 } // namespace
+
+} // namespace bri::client
+
+using namespace bri;
+using namespace bri::client;
 
 void bridge_agent_set_business_callback(uint32_t type, bri_business_callback fn) {
     set_callback(type, fn);

@@ -9,11 +9,9 @@
 #include <algorithm>
 #include <iterator>
 
-namespace {
+namespace bri::client {
 
-using namespace bri;
-using client::g_state;
-using client::name;
+namespace {
 
 // A received message. Messages in a batch are not aligned: the header is a copy, `start` is never read as a record.
 struct Message {
@@ -189,6 +187,11 @@ const Route *route_of(uint32_t type) {
 }
 
 } // namespace
+
+} // namespace bri::client
+
+using namespace bri;
+using namespace bri::client;
 
 void bridge_client_msg_dspch(bri_msg_hdr *msg) {
     if (msg == nullptr)

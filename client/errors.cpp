@@ -3,6 +3,8 @@
 
 #include <iterator>
 
+namespace bri::client {
+
 namespace {
 
 struct ErrorText {
@@ -35,6 +37,11 @@ constexpr bool rows_count_down() {
 static_assert(rows_count_down(), "texts are looked up by the code's magnitude");
 
 } // namespace
+
+} // namespace bri::client
+
+using namespace bri;
+using namespace bri::client;
 
 const char *bri_strerror(int code) {
     const bool known = code <= BRI_OK && code >= BRI_ERR_UNKNOWN;

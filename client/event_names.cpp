@@ -4,9 +4,9 @@
 #include <algorithm>
 #include <iterator>
 
-namespace {
+namespace bri::client {
 
-using namespace bri::client;
+namespace {
 
 constexpr bool by_type(const EventName &a, const EventName &b) {
     return a.type < b.type;
@@ -23,6 +23,11 @@ static_assert(std::is_sorted(std::begin(kEventNames), std::end(kEventNames), by_
 static_assert(rows_count_up(), "submodules are looked up by position");
 
 } // namespace
+
+} // namespace bri::client
+
+using namespace bri;
+using namespace bri::client;
 
 const char *bri_msg_type_name(uint32_t type) {
     const auto *row =

@@ -9,11 +9,9 @@
 
 #include <cstdlib>
 
-namespace {
+namespace bri::client {
 
-using namespace bri;
-using client::g_state;
-using client::name;
+namespace {
 
 enum RegOp : uint8_t { kWithdraw = 0, kRegister = 1 };
 
@@ -85,6 +83,11 @@ bool admits(uint32_t type, unsigned bit) {
 }
 
 } // namespace
+
+} // namespace bri::client
+
+using namespace bri;
+using namespace bri::client;
 
 void client::send_full_registration() {
     if (g_bridge_client == nullptr) {

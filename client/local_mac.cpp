@@ -12,10 +12,9 @@
 #include <cstring>
 #include <fcntl.h>
 
-namespace {
+namespace bri::client {
 
-using namespace bri;
-using client::Mac;
+namespace {
 
 constexpr const char *kDeviceFile = "/data/.zenx/vsd/0/dev/dm_cfg.txt";
 constexpr const char *kSystemMacFile = "./tmp/dm/.sysmac";
@@ -155,6 +154,11 @@ int get_mac(const Kind &kind, uint8_t *out) {
 }
 
 } // namespace
+
+} // namespace bri::client
+
+using namespace bri;
+using namespace bri::client;
 
 bool client::read_device_mac(FILE *file, Mac &mac) {
     char line[kDeviceLineMax + 1];

@@ -8,6 +8,8 @@
 #include <cstring>
 #include <iterator>
 
+namespace bri::client {
+
 namespace {
 
 constexpr const char *kMemInfoFile = "/proc/meminfo";
@@ -61,6 +63,11 @@ bool complete(const bri_sys_mem_info &info) {
 }
 
 } // namespace
+
+} // namespace bri::client
+
+using namespace bri;
+using namespace bri::client;
 
 // The first line that matches a label counts: newer kernels have later lines whose names end in one, like
 // "ShmemPmdMapped:".

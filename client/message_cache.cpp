@@ -13,7 +13,7 @@ namespace {
 // Other threads read the figures without the lock, to print them.
 void link_before(bri_clnt_ctx &ctx, bri_list &place, Run &run) {
     list::append(place, run.link); // behind the last node before `place`
-    shared::store(ctx.cache_cnt, ctx.cache_cnt + 1);
+    word::store(ctx.cache_cnt, ctx.cache_cnt + 1);
 }
 
 } // namespace
@@ -27,7 +27,7 @@ Run *make_run(uint32_t size) {
 
 bool cache_msg(bri_clnt_ctx &ctx, const void *bytes, uint32_t n, uint32_t written) {
     if (ctx.cache_cnt >= ctx.cache_max) {
-        shared::store(ctx.cache_drop, ctx.cache_drop + 1);
+        word::store(ctx.cache_drop, ctx.cache_drop + 1);
         BRI_LOG(log::kClient, "Failed to create msg node, reach maximun cache msg.\n");
         return false;
     }
@@ -48,7 +48,7 @@ void cache_half_written(bri_clnt_ctx &ctx, Run &run) {
 
 void drop_run(bri_clnt_ctx &ctx, Run &run) {
     list::unlink(run.link);
-    shared::store(ctx.cache_cnt, ctx.cache_cnt - 1);
+    word::store(ctx.cache_cnt, ctx.cache_cnt - 1);
     std::free(&run);
 }
 

@@ -9,10 +9,9 @@
 
 #include <bridge/bridge.h>
 
-namespace {
+namespace bri::client {
 
-using namespace bri;
-using client::g_state;
+namespace {
 
 constexpr unsigned kAllBit = 20; // of oridata_req_set: every submodule's data
 
@@ -50,6 +49,11 @@ void keep_request(unsigned bit) {
 }
 
 } // namespace
+
+} // namespace bri::client
+
+using namespace bri;
+using namespace bri::client;
 
 uint32_t client::g_submod_data_state;
 

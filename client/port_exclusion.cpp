@@ -12,9 +12,9 @@
 #include <string_view>
 #include <unistd.h>
 
-namespace {
+namespace bri::client {
 
-using namespace bri;
+namespace {
 
 constexpr table::Spec kTable{0x33330001, "Port-Function-Mutex", sizeof(bri_exclusion_table)};
 
@@ -89,6 +89,11 @@ void log_refusal(uint32_t ifx, uint32_t id, uint32_t conflict) {
 
 } // namespace
 
+} // namespace bri::client
+
+using namespace bri;
+using namespace bri::client;
+
 int bridge_set_excflag(uint32_t ifx, uint32_t id, uint32_t mask, uint32_t *conflict) {
     if (!in_table(ifx) || conflict == nullptr) {
         BRI_LOG(log::kShm, "bridge_set_excflag parameters error.\n");
@@ -101,7 +106,7 @@ int bridge_set_excflag(uint32_t ifx, uint32_t id, uint32_t mask, uint32_t *confl
     // The lock's read and write forms are the same. It alone would not do: a process that joins the table while another
     // one is inside sets the lock free, so the word itself is tested and set in one step.
     bridge_rd_lock(g_table.lock);
-    *conflict = shared::set_bits_unless(g_table.flags[ifx], id, mask);
+    *conflict = word::set_bits_unless(g_table.flags[ifx], id, mask);
     bridge_unlock(g_table.lock);
     if (*conflict != 0) {
         log_refusal(ifx, id, *conflict);
@@ -122,7 +127,7 @@ int bridge_unset_excflag(uint32_t ifx, uint32_t id) {
         return -1;
     }
     bridge_rd_lock(g_table.lock);
-    shared::clear_bits(g_table.flags[ifx], id);
+    word::clear_bits(g_table.flags[ifx], id);
     bridge_unlock(g_table.lock);
     BRI_LOG(log::kShm, "[pid %d] bridge_unset_excflag: ifx %d, id %d(%s) success.\n", getpid(), static_cast<int>(ifx),
             static_cast<int>(id), texts_of(id).text);
@@ -134,7 +139,7 @@ int bridge_coxmng_get_status(uint32_t ifx, char *buf, uint32_t size) {
         BRI_LOG(log::kShm, "bridge_coxmng_get_status share memory init failed.\n");
         return 0;
     }
-    const uint32_t flags = in_table(ifx) ? shared::load(g_table.flags[ifx]) : 0;
+    const uint32_t flags = in_table(ifx) ? word::load(g_table.flags[ifx]) : 0;
     if (flags == 0)
         return 0;
     if (buf != nullptr)

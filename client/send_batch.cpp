@@ -119,7 +119,7 @@ void end_stream(const bri_clnt_ctx &ctx) {
 
 // What waits while there is no connection leaves on the next one.
 void flush(bri_clnt_ctx &ctx) {
-    if (g_bglib_sendbuf == nullptr || ctx.sock <= 0 || shared::load(ctx.connected) == 0)
+    if (g_bglib_sendbuf == nullptr || ctx.sock <= 0 || word::load(ctx.connected) == 0)
         return;
     if (drain_cache(ctx))
         write_batch(ctx);
@@ -154,7 +154,7 @@ using namespace bri::client;
 
 int bridge_client_send_message(const void *data, uint32_t len, uint32_t type) {
     bri_clnt_ctx *ctx = g_bridge_client;
-    if (ctx == nullptr || shared::load(ctx->connected) == 0)
+    if (ctx == nullptr || word::load(ctx->connected) == 0)
         return not_ready();
     if (len > BRI_PAYLOAD_MAX) {
         BRI_LOG(log::kClient, "Client send msg failed: msg-len[%d] is too large.\n", len);

@@ -64,6 +64,7 @@ bool send_ontime(const void *data, uint32_t len, uint32_t type) {
 } // namespace bri::client
 
 using namespace bri;
+using namespace bri::client;
 
 int bridge_client_send_message_ontime(const void *data, uint32_t len, uint32_t type) {
     if (client::send_ontime(data, len, type))

@@ -58,7 +58,7 @@ void close_socket(bri_clnt_ctx &ctx) {
 void reset(bri_clnt_ctx &ctx) {
     if (ctx.sock > 0)
         close_socket(ctx);
-    shared::store(ctx.connected, uint8_t{0});
+    word::store(ctx.connected, uint8_t{0});
     ctx.conn_done = 0;
     ctx.fresh = 1;
     ++g_connection_number;
@@ -131,7 +131,7 @@ int bridge_client_socket_connect(struct bri_clnt_ctx *ctx) {
         BRI_LOG(log::kClient, "[%s] connect failed: %s\n", ctx->name, strerror(errno));
         return -1;
     }
-    shared::store(ctx->connected, uint8_t{1});
+    word::store(ctx->connected, uint8_t{1});
     BRI_LOG(log::kClient, "Bridge client sock conn SUCC.\n");
     return 0;
 }

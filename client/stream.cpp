@@ -57,6 +57,7 @@ int write_all(int fd, const void *bytes, uint32_t n, uint32_t &done) {
 
 } // namespace bri::client
 
+using namespace bri;
 using namespace bri::client;
 
 int bridge_readn(int fd, void *buf, uint32_t n) {

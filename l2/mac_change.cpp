@@ -147,6 +147,7 @@ void log_refusal(Refusal refusal) {
 
 } // namespace bri::mac
 
+using namespace bri;
 using namespace bri::mac;
 
 int bridge_maddr_add_static(const uint8_t *mac, uint32_t bcast_id, uint32_t ifx) {

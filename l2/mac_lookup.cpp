@@ -74,6 +74,7 @@ template <class Query> [[nodiscard]] int ask(const Query &query, bri_event event
 
 } // namespace bri::mac
 
+using namespace bri;
 using namespace bri::mac;
 
 int bridge_maddr_find_first_on_mac(bri_mac_entry *entry) {

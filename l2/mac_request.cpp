@@ -35,6 +35,7 @@ template <class Payload> [[nodiscard]] int send(const Payload &payload, bri_even
 
 } // namespace bri::mac
 
+using namespace bri;
 using namespace bri::mac;
 
 char *mac_client_init(bri_clnt_ctx *client) {

@@ -84,6 +84,7 @@ void take_total(Bytes payload) {
 
 } // namespace bri::mac
 
+using namespace bri;
 using namespace bri::mac;
 
 void mac_client_on_server_msg(bri_msg_hdr *msg) {
@@ -118,12 +119,12 @@ void mac_client_on_server_msg(bri_msg_hdr *msg) {
 }
 
 uint32_t mac_client_get_available_total() {
-    return bri::shared::load(g_available_total);
+    return bri::word::load(g_available_total);
 }
 
 void mac_client_set_available_total(uint32_t total) {
     BRI_MAC_LOG(nullptr, "(%s), set_available_total(%d).\n", g_bglib_client_name_mac, static_cast<int>(total));
-    bri::shared::store(g_available_total, total);
+    bri::word::store(g_available_total, total);
 }
 
 void mac_client_show_statistic() {

@@ -65,14 +65,14 @@ void send(const mvlan_msg &message) {
 
 } // namespace bri::mvlan
 
+using namespace bri;
 using namespace bri::mvlan;
-using bri::log::kClient;
 
 void mvlan_clnt_add_dyn_entry(const uint8_t *mac, uint16_t vlan) {
     if (mac == nullptr)
         return;
     const mvlan_msg message = request(kAdd, mac, vlan, 0);
-    BRI_LOG(kClient, "add mac " BRI_MAC_FMT " mask " BRI_MAC_FMT " vlan %d to bridge.\n", BRI_MAC_ARGS(mac),
+    BRI_LOG(log::kClient, "add mac " BRI_MAC_FMT " mask " BRI_MAC_FMT " vlan %d to bridge.\n", BRI_MAC_ARGS(mac),
             BRI_MAC_ARGS(message.entry.mask), vlan);
     send(message);
 }
@@ -81,7 +81,7 @@ void mvlan_clnt_add_dyn_entry_dot1x(const uint8_t *mac, uint16_t vlan, uint32_t 
     if (mac == nullptr)
         return;
     const mvlan_msg message = request(kAdd, mac, vlan, ifx);
-    BRI_LOG(kClient, "add mac " BRI_MAC_FMT " mask " BRI_MAC_FMT " vlan %d ifx %u to bridge.\n", BRI_MAC_ARGS(mac),
+    BRI_LOG(log::kClient, "add mac " BRI_MAC_FMT " mask " BRI_MAC_FMT " vlan %d ifx %u to bridge.\n", BRI_MAC_ARGS(mac),
             BRI_MAC_ARGS(message.entry.mask), vlan, ifx);
     send(message);
 }
@@ -89,7 +89,7 @@ void mvlan_clnt_add_dyn_entry_dot1x(const uint8_t *mac, uint16_t vlan, uint32_t 
 void mvlan_clnt_del_dyn_entry(const uint8_t *mac) {
     if (mac == nullptr)
         return;
-    BRI_LOG(kClient, "del mac vlan dynamic entry with mac " BRI_MAC_FMT ".\n", BRI_MAC_ARGS(mac));
+    BRI_LOG(log::kClient, "del mac vlan dynamic entry with mac " BRI_MAC_FMT ".\n", BRI_MAC_ARGS(mac));
     send(request(kDelete, mac, 0, 0));
 }
 
@@ -97,24 +97,25 @@ int mvlan_clnt_get_dyn_entry(const uint8_t *mac, uint16_t *vlan) {
     if (mac == nullptr || vlan == nullptr)
         return -1;
     const mvlan_msg message = request(kQuery, mac, 0, 0);
-    BRI_LOG(kClient, "get mac vlan dynamic entry with mac " BRI_MAC_FMT ".\n", BRI_MAC_ARGS(mac));
+    BRI_LOG(log::kClient, "get mac vlan dynamic entry with mac " BRI_MAC_FMT ".\n", BRI_MAC_ARGS(mac));
     const void *answer = bridge_lib_query_netlink(&message, sizeof message, MVLAN_EVENT_NOTIFY_ENTRY);
     if (answer == nullptr) {
         BRI_LOG(bri::log::kMvlanQuery, "System is busy now, please try again later.\n");
         return -1;
     }
     // Written for every answered query, whatever it carries.
-    BRI_LOG(kClient, "get mac vlan dynamic entry with mac " BRI_MAC_FMT " fail.\n", BRI_MAC_ARGS(mac));
+    BRI_LOG(log::kClient, "get mac vlan dynamic entry with mac " BRI_MAC_FMT " fail.\n", BRI_MAC_ARGS(mac));
     *vlan = bri::load_as<mvlan_msg>(answer).entry.vlan;
     return *vlan != 0 ? 0 : -1;
 }
 
 void mvlan_clnt_send_error_result(const mvlan_entry *entry) {
     if (entry == nullptr) {
-        BRI_LOG(kClient, "send_error_result failed: recv NULL.\n");
+        BRI_LOG(log::kClient, "send_error_result failed: recv NULL.\n");
         return;
     }
-    BRI_LOG(kClient, "send_error_result: type %d mac " BRI_MAC_FMT " mask " BRI_MAC_FMT " vlan %d priority %d, flag %d",
+    BRI_LOG(log::kClient,
+            "send_error_result: type %d mac " BRI_MAC_FMT " mask " BRI_MAC_FMT " vlan %d priority %d, flag %d",
             static_cast<int>(entry->type), BRI_MAC_ARGS(entry->mac), BRI_MAC_ARGS(entry->mask), entry->vlan,
             entry->priority, entry->flag);
     send(entry, sizeof *entry, MVLAN_EVENT_ERROR);
@@ -124,7 +125,7 @@ void bridge_mvlan_lib_dispose_msg(bri_msg_hdr *msg) {
     if (msg == nullptr)
         return;
     const auto header = bri::load_as<bri_msg_hdr>(msg); // messages in a batch are not aligned
-    BRI_LOG(kClient, "mvlan lib recv msg: mvlan event %s, msg len %d.\n", event_name(header.type),
+    BRI_LOG(log::kClient, "mvlan lib recv msg: mvlan event %s, msg len %d.\n", event_name(header.type),
             static_cast<int>(header.len));
     bridge_call_event_handlers(header.type, reinterpret_cast<uint8_t *>(msg) + sizeof header, header.len);
 }

@@ -26,7 +26,7 @@ struct InstanceSet {
 
 // The instance of a VLAN in the shared table. Any process may write there: a number above 64 is no instance.
 [[nodiscard]] inline bool instance_of(const uint16_t *table, unsigned vid, unsigned &instance) {
-    instance = shared::load(table[vid]);
+    instance = word::load(table[vid]);
     return instance <= InstanceSet::kLast;
 }
 

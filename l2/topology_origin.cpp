@@ -52,10 +52,10 @@ void notify_instance_table() {
 void notify_port(spcb *port, void *arg) {
     const auto &instances = *static_cast<const InstanceSet *>(arg);
     l2top_port_status record{};
-    record.ifx = shared::load(port->ifx);
+    record.ifx = word::load(port->ifx);
     bits::for_each(instances.words, 0, InstanceSet::kLast, [&](unsigned instance) {
         record.instance = static_cast<uint16_t>(instance);
-        record.state = shared::load(port->fwd_state[instance]);
+        record.state = word::load(port->fwd_state[instance]);
         swport_clnt_judge_notify_port_status(&record);
     });
 }
@@ -78,6 +78,7 @@ void notify_ports(InstanceSet &instances) {
 
 } // namespace bri::l2top
 
+using namespace bri;
 using namespace bri::l2top;
 
 int bri_clnt_on_l2topo_msg(bri_msg_hdr *msg) {

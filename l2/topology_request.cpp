@@ -94,6 +94,7 @@ const char *name() {
 
 } // namespace bri::l2top
 
+using namespace bri;
 using namespace bri::l2top;
 
 void l2top_clnt_init(const char *name) {

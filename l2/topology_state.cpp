@@ -32,6 +32,7 @@ constexpr uint16_t kVidLimit = 4095;
 
 } // namespace bri::l2top
 
+using namespace bri;
 using namespace bri::l2top;
 
 int bridge_get_port_instance_status(uint32_t ifx, uint16_t instance, uint32_t *state) {
@@ -44,7 +45,7 @@ int bridge_get_port_instance_status(uint32_t ifx, uint16_t instance, uint32_t *s
     const spcb *port = port_of(ifx);
     if (port == nullptr)
         return -1;
-    *state = bri::shared::load(port->fwd_state[instance]);
+    *state = bri::word::load(port->fwd_state[instance]);
     BRI_LOG(kVlan, "get port %d msti %d fwd status %d success.\r\n", static_cast<int>(ifx), instance,
             static_cast<int>(*state));
     return 0;
@@ -65,7 +66,7 @@ int bridge_get_port_fwd_status(uint32_t ifx, uint16_t vid, uint32_t *state) {
         BRI_LOG(kVlan, "get port fwd status, get invalid instance-id.\r\n");
         return -1;
     }
-    *state = bri::shared::load(port->fwd_state[instance]);
+    *state = bri::word::load(port->fwd_state[instance]);
     BRI_LOG(kVlan, "get port %d vid %d(msti %d) fwd status %d success.\r\n", static_cast<int>(ifx), vid, instance,
             static_cast<int>(*state));
     return 0;

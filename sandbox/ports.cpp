@@ -10,7 +10,7 @@
 
 namespace sandbox {
 
-namespace shared = bri::shared;
+namespace word = bri::word;
 namespace bits = bri::bits;
 
 namespace {
@@ -34,7 +34,7 @@ void check_vid(uint16_t vid) {
 }
 
 bool carries(const spcb &port, uint16_t vid) {
-    switch (shared::load(port.mode)) {
+    switch (word::load(port.mode)) {
     case BRI_PORT_ROUTE:
         return false;
     case BRI_PORT_TRUNK:
@@ -42,13 +42,13 @@ bool carries(const spcb &port, uint16_t vid) {
     case BRI_PORT_HYBRID:
         return bits::test(port.allow_vlan.words, vid);
     default:
-        return shared::load(port.default_vid) == vid;
+        return word::load(port.default_vid) == vid;
     }
 }
 
 // Ports that are in no VLAN but the ones that they carry.
 bool takes_no_others(const spcb &port) {
-    const uint32_t mode = shared::load(port.mode);
+    const uint32_t mode = word::load(port.mode);
     return mode == BRI_PORT_ROUTE || mode == BRI_PORT_ACCESS;
 }
 
@@ -61,9 +61,9 @@ spcb &open_to_others(uint32_t ifx) {
 
 vl_evt_intf_rec record_of(const spcb &port) {
     vl_evt_intf_rec record{};
-    record.ifx = shared::load(port.ifx);
-    record.mode = shared::load(port.mode);
-    record.pvid = shared::load(port.default_vid);
+    record.ifx = word::load(port.ifx);
+    record.mode = word::load(port.mode);
+    record.pvid = word::load(port.default_vid);
     return record;
 }
 
@@ -78,7 +78,7 @@ vlanset memberships(uint32_t ifx) {
 }
 
 void changed(spcb &port) {
-    shared::add(port.version, uint32_t{1});
+    word::add(port.version, uint32_t{1});
 }
 
 } // namespace
@@ -93,16 +93,16 @@ void Ports::add(uint32_t ifx, uint32_t mode, uint16_t pvid) {
     spcb *port = ifx < BRI_PORT_SLOTS ? swport_get_raw_spcb(static_cast<int32_t>(ifx)) : nullptr;
     if (port == nullptr)
         throw std::invalid_argument("no port number: " + std::to_string(ifx));
-    if (shared::load(port->ifx) != 0)
+    if (word::load(port->ifx) != 0)
         throw std::invalid_argument("there is a port " + std::to_string(ifx) + " already");
     check_vid(pvid);
-    const uint32_t version = shared::load(port->version);
+    const uint32_t version = word::load(port->version);
     std::memset(port, 0, sizeof *port);
     port->version = version + 1;
     port->mode = mode;
     port->default_mode = mode;
     port->default_vid = pvid;
-    shared::store(port->ifx, ifx); // from now on it is there
+    word::store(port->ifx, ifx); // from now on it is there
     swport_inc_total_num();
     announce_port(ifx);
     refresh(ifx, all_vlans());
@@ -112,7 +112,7 @@ void Ports::remove(uint32_t ifx) {
     spcb &port = existing(ifx);
     take_out(ifx, memberships(ifx));
     const vl_evt_intf_rec record = record_of(port);
-    shared::store(port.ifx, uint32_t{0});
+    word::store(port.ifx, uint32_t{0});
     changed(port);
     swport_dec_total_num();
     announce_(VLAN_EVENT_DESTROY_INTF, bytes_of(record));
@@ -120,8 +120,8 @@ void Ports::remove(uint32_t ifx) {
 
 void Ports::set_mode(uint32_t ifx, uint32_t mode) {
     spcb &port = existing(ifx);
-    const bool was_routed = shared::load(port.mode) == BRI_PORT_ROUTE;
-    shared::store(port.mode, mode);
+    const bool was_routed = word::load(port.mode) == BRI_PORT_ROUTE;
+    word::store(port.mode, mode);
     if (takes_no_others(port))
         for_each_vlan(all_vlans(), [&](uint16_t vid) { bits::clear_shared(dynamic_vlans(port), vid); });
     changed(port);
@@ -137,8 +137,8 @@ void Ports::set_pvid(uint32_t ifx, uint16_t pvid) {
     spcb &port = existing(ifx);
     check_vid(pvid);
     vlanset concerned = only(pvid);
-    put(concerned, shared::load(port.default_vid));
-    shared::store(port.default_vid, pvid);
+    put(concerned, word::load(port.default_vid));
+    word::store(port.default_vid, pvid);
     changed(port);
     const vl_evt_intf_pvid_rec record{ifx, pvid, 0};
     announce_(VLAN_EVENT_MODIFY_INTF_PVID, bytes_of(record));
@@ -241,7 +241,7 @@ void Ports::refresh(uint32_t ifx, const vlanset &concerned, uint32_t kind) {
 // Access ports have a record for one VLAN, all others the one for a set.
 void Ports::announce_members(uint32_t ifx, const vlanset &vlans, bool added, uint32_t kind) const {
     const auto rule = [&](uint16_t vid) { return swport_get_vlan_tag_rule(static_cast<int32_t>(ifx), vid); };
-    const uint32_t mode = shared::load(existing(ifx).mode);
+    const uint32_t mode = word::load(existing(ifx).mode);
     if (mode == BRI_PORT_ACCESS && count(vlans) == 1) {
         vl_evt_intf_vlan_rec record{};
         record.ifx = ifx;
@@ -262,9 +262,9 @@ void Ports::announce_members(uint32_t ifx, const vlanset &vlans, bool added, uin
 void Ports::announce_port(uint32_t ifx) const {
     const spcb &port = existing(ifx);
     announce_(VLAN_EVENT_CREATE_INTF, bytes_of(record_of(port)));
-    const vl_evt_intf_mode_rec mode{ifx, shared::load(port.mode)};
+    const vl_evt_intf_mode_rec mode{ifx, word::load(port.mode)};
     announce_(VLAN_EVENT_MODIFY_INTF_MODE, bytes_of(mode));
-    const vl_evt_intf_pvid_rec pvid{ifx, shared::load(port.default_vid), 0};
+    const vl_evt_intf_pvid_rec pvid{ifx, word::load(port.default_vid), 0};
     announce_(VLAN_EVENT_MODIFY_INTF_PVID, bytes_of(pvid));
     announce_allowed(ifx);
 }
@@ -280,8 +280,8 @@ void Ports::show() {
     unsigned number = 0;
     for_each_port([&](uint32_t ifx) {
         const spcb &port = existing(ifx);
-        say("  port %u %s native %u allows %s member of %s", ifx, swport_vlan_mode_name(shared::load(port.mode)),
-            shared::load(port.default_vid), vlans_text(port.allow_vlan).c_str(), vlans_text(memberships(ifx)).c_str());
+        say("  port %u %s native %u allows %s member of %s", ifx, swport_vlan_mode_name(word::load(port.mode)),
+            word::load(port.default_vid), vlans_text(port.allow_vlan).c_str(), vlans_text(memberships(ifx)).c_str());
         ++number;
     });
     say("ports: %u", number);

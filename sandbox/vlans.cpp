@@ -9,7 +9,7 @@
 
 namespace sandbox {
 
-namespace shared = bri::shared;
+namespace word = bri::word;
 
 namespace {
 
@@ -52,8 +52,8 @@ void Vlans::open() {
     if (vl_vlandb_init() == 0)
         throw std::runtime_error("cannot map the VLAN table");
     vl_set_vlan_range(BRI_VID_MIN, BRI_VID_MAX);
-    shared::store(g_vl_mng.stat->max_vlan_num, static_cast<int32_t>(BRI_VID_MAX));
-    shared::store(g_vl_mng.stat->max_svi_num, static_cast<int32_t>(BRI_VID_MAX));
+    word::store(g_vl_mng.stat->max_vlan_num, static_cast<int32_t>(BRI_VID_MAX));
+    word::store(g_vl_mng.stat->max_svi_num, static_cast<int32_t>(BRI_VID_MAX));
 }
 
 void Vlans::create(const vlanset &vlans, uint32_t mode, bool by_operator, Settled settled) {

@@ -61,7 +61,7 @@ using Action = void (*)(const uint8_t *payload);
 
 bool set_flag(bri_debug_flag flag, const uint8_t *payload) {
     const bool on = value_of(payload) != 0;
-    shared::store<uint8_t>(g_bri_clnt_dbg[flag], on ? 1 : 0);
+    word::store<uint8_t>(g_bri_clnt_dbg[flag], on ? 1 : 0);
     return on;
 }
 
@@ -94,7 +94,7 @@ void set_msg(const uint8_t *payload) {
 void set_mac(const uint8_t *payload) {
     std::memcpy(&g_bglib_mac_filter, payload, sizeof g_bglib_mac_filter);
     const bri_mac_filter &filter = g_bglib_mac_filter;
-    shared::store(g_bri_clnt_dbg[BRI_DBG_MAC], filter.enable);
+    word::store(g_bri_clnt_dbg[BRI_DBG_MAC], filter.enable);
     BRI_LOG(log::kClient,
             "Client(%s) mac-debug is %s, filter section: mac(%02x%02x.%02x%02x.%02x%02x), vid(%u), ifx(%u).\n",
             g_client->name, on_off(filter.enable != 0), filter.mac[0], filter.mac[1], filter.mac[2], filter.mac[3],
@@ -135,9 +135,9 @@ void show_delay(const uint8_t *) {
 void show_cache(const uint8_t *) {
     BRI_LOG(log::kPrint, " Bridge client[pid %d] cache-msg-flush timer: %d usecs\n", g_client->pid,
             client::kFlushPeriodUsec);
-    BRI_LOG(log::kPrint, " Cache-msg number: %d\n", shared::load(g_client->cache_cnt));
+    BRI_LOG(log::kPrint, " Cache-msg number: %d\n", word::load(g_client->cache_cnt));
     BRI_LOG(log::kPrint, " Cache-msg limit: %u\n", g_client->cache_max);
-    BRI_LOG(log::kPrint, " Cache-msg drop: %u\n", shared::load(g_client->cache_drop));
+    BRI_LOG(log::kPrint, " Cache-msg drop: %u\n", word::load(g_client->cache_drop));
     BRI_LOG(log::kPrint, " Notify-data-sync-end: %s\n", g_client->data_synced != 0 ? "YES" : "NO");
 }
 
@@ -194,6 +194,9 @@ bool mac_is_any(const uint8_t *mac) {
 
 } // namespace bri::debug
 
+using namespace bri;
+using namespace bri::debug;
+
 void bri::debug::forget(const bri_clnt_ctx *client) {
     if (g_client == client)
         g_client = nullptr;
@@ -219,7 +222,7 @@ void bri_clnt_debug_name_parse(const char *name) {
 
 void bri_clnt_debug_all(void) {
     for (const uint8_t flag : bri::debug::kAllFlags)
-        bri::shared::store<uint8_t>(g_bri_clnt_dbg[flag], 1);
+        bri::word::store<uint8_t>(g_bri_clnt_dbg[flag], 1);
 }
 
 void bri_clnt_on_debug_msg(const bri_msg_hdr *msg) {

@@ -85,6 +85,9 @@ void clear() {
 
 } // namespace bri::delay
 
+using namespace bri;
+using namespace bri::delay;
+
 int bri_clnt_msg_delay_process(const bri_msg_hdr *msg) {
     if (msg == nullptr || bri::delay::interval() <= 0)
         return 0;

@@ -12,9 +12,9 @@
 #include <fcntl.h>
 #include <semaphore.h>
 
-namespace {
+namespace bri::ipc {
 
-using namespace bri;
+namespace {
 
 constexpr mode_t kMode = 0644;
 
@@ -28,6 +28,11 @@ void log_open_failure(const char *name) {
 }
 
 } // namespace
+
+} // namespace bri::ipc
+
+using namespace bri;
+using namespace bri::ipc;
 
 int bridge_plock_creat(const char *name) {
     if (name == nullptr)

@@ -83,7 +83,7 @@ int reconnect_job(void *) {
 [[nodiscard]] bool open_channel() {
     if (g_channel.fd > 0)
         return true;
-    shared::store(g_channel.fd, open_socket(kNotifyGroups));
+    word::store(g_channel.fd, open_socket(kNotifyGroups));
     return g_channel.fd > 0;
 }
 
@@ -91,7 +91,7 @@ int reconnect_job(void *) {
     if (g_channel.family > 0)
         return true;
     const int32_t family = resolve_family(g_channel.fd);
-    shared::store(g_channel.family, family > 0 ? family : -1);
+    word::store(g_channel.family, family > 0 ? family : -1);
     return family > 0;
 }
 
@@ -124,7 +124,8 @@ void restart() {
 
 } // namespace bri::netlink
 
-namespace netlink = bri::netlink;
+using namespace bri;
+using namespace bri::netlink;
 
 int bridge_lib_nlclient_init(bri_clnt_ctx *client) {
     if (client == nullptr) {
@@ -143,9 +144,9 @@ void bridge_lib_nlclient_deinit(bri_clnt_ctx *client) {
     if (channel.fd > 0) {
         netlink::cancel_read_job();
         close(channel.fd);
-        bri::shared::store(channel.fd, -1);
+        bri::word::store(channel.fd, -1);
     }
-    bri::shared::store(channel.family, -1);
+    bri::word::store(channel.family, -1);
     if (client != nullptr)
         client->nl_ready = 0;
 }
@@ -160,8 +161,7 @@ int bridge_lib_send_netlink(const uint8_t *data, uint32_t len, int32_t type) {
         return -1;
     BRI_LOG(bri::log::kClient, "[%s] send to netlink, type(%d), len(%d).\n", netlink::name(), type,
             static_cast<int>(len));
-    if (netlink::send_data(bri::shared::load(netlink::g_channel.fd), bri::shared::load(netlink::g_channel.family),
-                           payload))
+    if (netlink::send_data(bri::word::load(netlink::g_channel.fd), bri::word::load(netlink::g_channel.family), payload))
         return 0;
     BRI_LOG(bri::log::kClient, "[%s] send to netlink error.\n", netlink::name());
     return -1;

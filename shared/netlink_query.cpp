@@ -32,6 +32,9 @@ constexpr uint32_t kNoGroups = 0;
 
 } // namespace bri::netlink
 
+using namespace bri;
+using namespace bri::netlink;
+
 void *bridge_lib_query_netlink(const void *data, uint32_t len, int32_t type) {
     if (!bri::netlink::data_fits(data, len)) {
         BRI_LOG(bri::log::kClient, "[%s] Query netlink error.\n", bri::netlink::name());

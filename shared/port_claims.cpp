@@ -4,13 +4,18 @@
 #include <bridge/ipc.h>
 #include <bridge/port_db.h>
 
-namespace {
+namespace bri::ports {
 
-using namespace bri;
+namespace {
 
 constexpr uint32_t kExclusiveFunctions = 0x1fc0; // the functions among which conflicts are looked for
 
 } // namespace
+
+} // namespace bri::ports
+
+using namespace bri;
+using namespace bri::ports;
 
 int swport_set_attr_exclude(int32_t ifx, uint32_t bits, uint32_t set, uint32_t conflict_mask, uint32_t *conflicts) {
     spcb *port = ports::present(ifx); // before the lock is taken
@@ -22,9 +27,9 @@ int swport_set_attr_exclude(int32_t ifx, uint32_t bits, uint32_t set, uint32_t c
     uint32_t found = 0;
     bridge_wr_lock(ports::g_manager.lock);
     if (static_cast<uint8_t>(set) != 0)
-        found = shared::set_bits_unless(port->attr_exclude, bits, conflict_mask & kExclusiveFunctions);
+        found = word::set_bits_unless(port->attr_exclude, bits, conflict_mask & kExclusiveFunctions);
     else
-        shared::clear_bits(port->attr_exclude, bits);
+        word::clear_bits(port->attr_exclude, bits);
     if (conflicts != nullptr)
         *conflicts |= found;
     bridge_unlock(ports::g_manager.lock);

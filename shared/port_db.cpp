@@ -41,7 +41,7 @@ bool read_word(int32_t ifx, uint32_t spcb::*field, uint32_t *value) {
     const spcb *port = present(ifx);
     if (port == nullptr || value == nullptr)
         return false;
-    *value = shared::load(port->*field);
+    *value = word::load(port->*field);
     return true;
 }
 
@@ -50,7 +50,7 @@ bool read_word(int32_t ifx, uint32_t spcb::*field, uint32_t *value) {
 } // namespace bri::ports
 
 using namespace bri;
-using ports::g_manager;
+using namespace bri::ports;
 
 int bridge_portdb_init() {
     if (!ports::map())
@@ -108,7 +108,7 @@ int swport_get_port_default_mode(int32_t ifx, uint32_t *mode) {
 
 uint16_t swport_get_port_default_vid(int32_t ifx) {
     const spcb *port = ports::present(ifx);
-    return port != nullptr ? shared::load(port->default_vid) : uint16_t{0};
+    return port != nullptr ? word::load(port->default_vid) : uint16_t{0};
 }
 
 int swport_is_allow_vlan(int32_t ifx, uint16_t vid) {

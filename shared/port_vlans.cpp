@@ -7,9 +7,9 @@
 
 #include <cerrno>
 
-namespace {
+namespace bri::ports {
 
-using namespace bri;
+namespace {
 
 constexpr unsigned kInstanceVlans = sizeof bri_portdb::stp_instance / sizeof *bri_portdb::stp_instance;
 
@@ -28,10 +28,15 @@ bri_tag_rule member_rule(const spcb &port, uint16_t vid) {
 
 void clear_set(vlanset &set) {
     for (uint32_t &word : set.words)
-        shared::store(word, uint32_t{0});
+        word::store(word, uint32_t{0});
 }
 
 } // namespace
+
+} // namespace bri::ports
+
+using namespace bri;
+using namespace bri::ports;
 
 int swport_get_vlan_tag_rule(int32_t ifx, uint16_t vid) {
     const spcb *port = ports::present(ifx);
@@ -60,8 +65,8 @@ void swport_tag_vlan_merge_map(int32_t ifx, const vlanset *map) {
     if (port == nullptr || map == nullptr)
         return;
     for (unsigned index = 0; index < bits::kSetWords; ++index)
-        if (const uint32_t added = shared::load(map->words[index]); added != 0)
-            shared::set_bits(port->tag_vlan.words[index], added);
+        if (const uint32_t added = word::load(map->words[index]); added != 0)
+            word::set_bits(port->tag_vlan.words[index], added);
 }
 
 void swport_tag_vlan_rmv_map(int32_t ifx, vlanset *map) {
@@ -74,8 +79,8 @@ void swport_tag_vlan_rmv_map(int32_t ifx, vlanset *map) {
     }
     // The caller learns what this call took away, also while another process changes the same word.
     for (unsigned index = 0; index < bits::kSetWords; ++index)
-        if (const uint32_t unwanted = shared::load(map->words[index]); unwanted != 0)
-            shared::store(map->words[index], shared::clear_bits(port->tag_vlan.words[index], unwanted) & unwanted);
+        if (const uint32_t unwanted = word::load(map->words[index]); unwanted != 0)
+            word::store(map->words[index], word::clear_bits(port->tag_vlan.words[index], unwanted) & unwanted);
 }
 
 void swport_reset_tag_vlan(int32_t ifx) {
@@ -92,7 +97,7 @@ void swport_set_instance_table(const uint16_t *src) {
     if (table == nullptr || src == nullptr)
         return;
     for (unsigned vid = 0; vid < kInstanceVlans; ++vid)
-        shared::store(table[vid], src[vid]);
+        word::store(table[vid], src[vid]);
 }
 
 uint16_t swport_get_stp_instance(uint16_t vid) {
@@ -100,5 +105,5 @@ uint16_t swport_get_stp_instance(uint16_t vid) {
     // The VLAN database's own limits stand in shared memory, so they do not bound the table.
     if (table == nullptr || vid >= kInstanceVlans || vl_check_vlanid_valid(vid) == 0)
         return BRI_STP_INSTANCE_NONE;
-    return shared::load(table[vid]);
+    return word::load(table[vid]);
 }

@@ -34,20 +34,20 @@ extern Manager g_manager; // shared/port_db.cpp
 // The block of a port that is there, or null.
 [[nodiscard]] inline spcb *present(int32_t ifx) {
     spcb *port = raw(ifx);
-    return port != nullptr && shared::load(port->ifx) != 0 ? port : nullptr;
+    return port != nullptr && word::load(port->ifx) != 0 ? port : nullptr;
 }
 
 // Which VLANs of word `index` a port carries tagged where it is a member; it carries the others untagged.
 [[nodiscard]] inline uint32_t tagged_word(const spcb &port, unsigned index) {
-    const unsigned native = shared::load(port.default_vid);
+    const unsigned native = word::load(port.default_vid);
     const uint32_t others = bits::word_of(native) == index ? ~bits::mask_of(native) : ~uint32_t{0};
-    switch (shared::load(port.mode)) {
+    switch (word::load(port.mode)) {
     case BRI_PORT_TRUNK:
         return others;
     case BRI_PORT_UPLINK:
         return ~uint32_t{0};
     case BRI_PORT_HYBRID: // the native VLAN untagged also when its tag bit is set
-        return others & shared::load(port.tag_vlan.words[index]);
+        return others & word::load(port.tag_vlan.words[index]);
     default:
         return 0;
     }

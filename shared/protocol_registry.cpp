@@ -8,9 +8,7 @@
 #include <cstddef>
 #include <iterator>
 
-namespace bits = bri::bits;
-namespace log = bri::log;
-namespace shared = bri::shared;
+namespace bri::protocols {
 
 namespace {
 
@@ -41,8 +39,7 @@ bri_proto_registry *registry_for(uint32_t proto) {
 
 // The lowest enabled protocol that stands in the way of `proto`, or 0.
 uint32_t conflict_of(const bri_proto_registry &protocols, uint32_t proto) {
-    const uint32_t others =
-        shared::load(protocols.prejudge[proto]) & shared::load(protocols.state) & ~bits::mask_of(proto);
+    const uint32_t others = word::load(protocols.prejudge[proto]) & word::load(protocols.state) & ~bits::mask_of(proto);
     uint32_t found = 0;
     bits::for_each(&others, kFirst, kLast, [&](unsigned other) {
         found = other;
@@ -62,7 +59,7 @@ void show_masks(const bri_proto_registry &protocols) {
     BRI_LOG(log::kPrint, "\nProtocol         Conflict\n");
     BRI_LOG(log::kPrint, "---------------- --------\n");
     for (unsigned proto = kFirst; proto <= kLast; ++proto) {
-        const uint32_t mask = shared::load(protocols.prejudge[proto]);
+        const uint32_t mask = word::load(protocols.prejudge[proto]);
         if (mask == 0)
             continue;
         BRI_LOG(log::kPrint, "%-16s ", kNames[proto]);
@@ -72,6 +69,11 @@ void show_masks(const bri_proto_registry &protocols) {
 }
 
 } // namespace
+
+} // namespace bri::protocols
+
+using namespace bri;
+using namespace bri::protocols;
 
 // Markers around each access; by design they take no lock.
 void bp_rdown() {}
@@ -90,7 +92,7 @@ int bridge_proto_state_set(uint32_t proto, uint32_t *conflict) {
     *conflict = conflict_of(*protocols, proto);
     if (*conflict != 0)
         return 0;
-    shared::set_bits(protocols->state, bits::mask_of(proto));
+    word::set_bits(protocols->state, bits::mask_of(proto));
     return 1;
 }
 
@@ -100,7 +102,7 @@ void bridge_proto_state_unset(uint32_t proto) {
     if (protocols == nullptr)
         return;
     BRI_LOG(log::kVlanDb, "Unset bri-protocol state: %s.\n", bridge_proto_get_name(proto));
-    shared::clear_bits(protocols->state, bits::mask_of(proto));
+    word::clear_bits(protocols->state, bits::mask_of(proto));
 }
 
 int bridge_proto_state_get(uint32_t proto) {
@@ -113,7 +115,7 @@ int bridge_proto_state_get(uint32_t proto) {
 
 uint32_t bridge_proto_get_state_all() {
     const bri_proto_registry *protocols = registry();
-    return protocols != nullptr ? shared::load(protocols->state) : 0;
+    return protocols != nullptr ? word::load(protocols->state) : 0;
 }
 
 int bridge_proto_set_prejudge(uint32_t proto, uint32_t mask) {
@@ -121,7 +123,7 @@ int bridge_proto_set_prejudge(uint32_t proto, uint32_t mask) {
     if (protocols == nullptr)
         return 0;
     BRI_LOG(log::kVlanDb, "Set bri-protocol prejudge: protocol %d, set %x\n", static_cast<int>(proto), mask);
-    shared::store(protocols->prejudge[proto], mask);
+    word::store(protocols->prejudge[proto], mask);
     return 1;
 }
 

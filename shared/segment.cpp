@@ -11,9 +11,9 @@
 #include <sys/ipc.h>
 #include <sys/shm.h>
 
-namespace {
+namespace bri::ipc {
 
-using namespace bri;
+namespace {
 
 constexpr int kMode = 0777;
 constexpr size_t kHeader = sizeof(bri_shm_hdr);
@@ -29,13 +29,13 @@ Name name_of(const bri_shm_hdr &header) {
 }
 
 int32_t key_of(const bri_shm_hdr &header) {
-    return static_cast<int32_t>(shared::load(header.key));
+    return static_cast<int32_t>(word::load(header.key));
 }
 int32_t id_of(const bri_shm_hdr &header) {
-    return static_cast<int32_t>(shared::load(header.shmid));
+    return static_cast<int32_t>(word::load(header.shmid));
 }
 size_t size_of(const bri_shm_hdr &header) {
-    return shared::load(header.size);
+    return word::load(header.size);
 }
 
 bool holds_header(int id) {
@@ -71,7 +71,7 @@ bri_shm_hdr *attach_step(int32_t key, size_t size, int get_flags, int attach_fla
         return nullptr;
     }
     if ((attach_flags & SHM_RDONLY) == 0)
-        shared::store(header->shmid, static_cast<uint32_t>(id));
+        word::store(header->shmid, static_cast<uint32_t>(id));
     return header;
 }
 
@@ -112,6 +112,11 @@ bri_shm_handle *attach(int32_t key, int flags) {
 
 } // namespace
 
+} // namespace bri::ipc
+
+using namespace bri;
+using namespace bri::ipc;
+
 bri_shm_handle *bridge_shm_create(const char *name, int32_t key, size_t size) {
     if (name == nullptr) {
         BRI_LOG(log::kShm, "Create shm, invalid param.\n");
@@ -127,8 +132,8 @@ bri_shm_handle *bridge_shm_create(const char *name, int32_t key, size_t size) {
         return nullptr;
     }
     // Every creator writes the header anew; the data is left as it is.
-    shared::store(header->key, static_cast<uint32_t>(key));
-    shared::store(header->size, static_cast<uint32_t>(size));
+    word::store(header->key, static_cast<uint32_t>(key));
+    word::store(header->size, static_cast<uint32_t>(size));
     copy_text(header->name, name);
     BRI_LOG(log::kShm, "Create shm SUCC:[name:%s, key:%x, shmid:%d, size:%zu].", name, static_cast<uint32_t>(key),
             id_of(*header), size);

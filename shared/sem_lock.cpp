@@ -10,9 +10,9 @@
 #include <sys/ipc.h>
 #include <sys/sem.h>
 
-namespace {
+namespace bri::ipc {
 
-using namespace bri;
+namespace {
 
 constexpr int kMode = 0777;
 
@@ -82,6 +82,11 @@ void change(bri_sem_lock *lock, short by) {
 }
 
 } // namespace
+
+} // namespace bri::ipc
+
+using namespace bri;
+using namespace bri::ipc;
 
 bri_sem_lock *bridge_lock_create(int32_t key) {
     BRI_LOG(log::kSem, "Create SEM [key:%x]...\n", static_cast<uint32_t>(key));

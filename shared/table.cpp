@@ -43,9 +43,9 @@ bool open_database(const Spec &spec, Opened &opened, const log::Category &catego
 }
 
 void read_head(const bri_shm_hdr &header, uint32_t &key, uint32_t &shmid, uint32_t &size, char *name) {
-    key = shared::load(header.key);
-    shmid = shared::load(header.shmid);
-    size = shared::load(header.size);
+    key = word::load(header.key);
+    shmid = word::load(header.shmid);
+    size = word::load(header.size);
     copy_text(name, sizeof header.name, header.name);
 }
 

@@ -6,8 +6,7 @@
 #include <cstring>
 #include <sys/sysinfo.h>
 
-namespace vlan_db = bri::vlan_db;
-namespace shared = bri::shared;
+namespace bri::vlan_db {
 
 namespace {
 
@@ -41,15 +40,20 @@ void change_mode(uint16_t vid, uint32_t mode) {
     vle *entry = vlan_db::entry(vid);
     if (entry == nullptr)
         return;
-    const uint32_t old = shared::load(entry->mode);
+    const uint32_t old = word::load(entry->mode);
     if (old == mode)
         return;
     if (old == BRI_VLAN_DYNAMIC && mode == BRI_VLAN_STATIC)
         set_name(*entry, kStaticName, vid);
-    shared::store(entry->mode, mode);
+    word::store(entry->mode, mode);
 }
 
 } // namespace
+
+} // namespace bri::vlan_db
+
+using namespace bri;
+using namespace bri::vlan_db;
 
 void vl_initial_vlan_entry(uint16_t vid, uint32_t mode) {
     vle *entry = vlan_db::raw_entry(vid);
@@ -59,7 +63,7 @@ void vl_initial_vlan_entry(uint16_t vid, uint32_t mode) {
     set_name(fresh, mode == BRI_VLAN_DYNAMIC ? kDynamicName : kStaticName, vid);
     fresh.vid = vid;
     fresh.manage_vid = vid;
-    fresh.version = static_cast<uint16_t>(shared::load(entry->version) + 1);
+    fresh.version = static_cast<uint16_t>(word::load(entry->version) + 1);
     fresh.proxy = 1;
     fresh.mode = mode;
     fresh.create_time = uptime_ticks();
@@ -87,20 +91,20 @@ int vl_set_svi(uint16_t vid, uint32_t ifx) {
     vle *entry = vlan_db::entry(vid);
     if (entry == nullptr)
         return kNoEntry;
-    const uint32_t old = shared::load(entry->svi_ifx);
+    const uint32_t old = word::load(entry->svi_ifx);
     if (ifx == old)
         return 0;
     if (old != 0 && ifx != 0)
         return kOtherSvi;
-    shared::store(entry->svi_ifx, ifx);
+    word::store(entry->svi_ifx, ifx);
     if (old == 0) {
         vl_increase_svi_number();
         return 0;
     }
     vl_decrease_svi_number();
-    shared::store(entry->up_mem, uint32_t{0});
-    shared::store(entry->svi_state_a, uint32_t{0});
-    shared::store(entry->svi_state_b, uint32_t{0});
+    word::store(entry->up_mem, uint32_t{0});
+    word::store(entry->svi_state_a, uint32_t{0});
+    word::store(entry->svi_state_b, uint32_t{0});
     return 0;
 }
 
@@ -108,7 +112,7 @@ uint32_t vl_increase_vlan_ref(uint16_t vid) {
     vle *entry = vlan_db::entry(vid);
     if (entry == nullptr)
         return kNoCount;
-    return static_cast<uint16_t>(shared::add(entry->ref, uint16_t{1}) + 1);
+    return static_cast<uint16_t>(word::add(entry->ref, uint16_t{1}) + 1);
 }
 
 uint32_t vl_decrease_vlan_ref(uint16_t vid) {

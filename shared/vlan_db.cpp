@@ -7,10 +7,7 @@
 
 vl_mng g_vl_mng;
 
-namespace log = bri::log;
-namespace shared = bri::shared;
-namespace table = bri::table;
-namespace vlan_db = bri::vlan_db;
+namespace bri::vlan_db {
 
 namespace {
 
@@ -36,10 +33,15 @@ bool map() {
 
 // One word of the statistics; 0 before the database is mapped.
 template <class T> T statistic(T vl_stat::*member) {
-    return g_vl_mng.stat != nullptr ? shared::load(g_vl_mng.stat->*member) : T{0};
+    return g_vl_mng.stat != nullptr ? word::load(g_vl_mng.stat->*member) : T{0};
 }
 
 } // namespace
+
+} // namespace bri::vlan_db
+
+using namespace bri;
+using namespace bri::vlan_db;
 
 int vl_vlandb_init() {
     if (!map())
@@ -69,8 +71,8 @@ void vl_get_vlan_range(uint32_t *min, uint32_t *max) {
 void vl_set_vlan_range(uint32_t min, uint32_t max) {
     if (g_vl_mng.stat == nullptr)
         return;
-    shared::store(g_vl_mng.stat->min_vid, static_cast<uint16_t>(min));
-    shared::store(g_vl_mng.stat->max_vid, static_cast<uint16_t>(max));
+    word::store(g_vl_mng.stat->min_vid, static_cast<uint16_t>(min));
+    word::store(g_vl_mng.stat->max_vid, static_cast<uint16_t>(max));
 }
 
 int vl_check_vlan_capacity() {
@@ -86,7 +88,7 @@ void vl_decrease_vlan_number() {
     if (g_vl_mng.stat == nullptr)
         return;
     if (vlan_db::step_if(g_vl_mng.stat->cur_vlan_num, -1, [](int32_t count) { return count >= 1; }))
-        shared::add(g_vl_mng.stat->total_del_times, 1);
+        word::add(g_vl_mng.stat->total_del_times, 1);
 }
 
 int32_t vl_get_vlan_number() {
@@ -99,12 +101,12 @@ int32_t vl_get_total_del_times() {
 // Without bounds: only the entries' own changes keep this count right.
 void vl_increase_svi_number() {
     if (g_vl_mng.stat != nullptr)
-        shared::add(g_vl_mng.stat->cur_svi_num, 1);
+        word::add(g_vl_mng.stat->cur_svi_num, 1);
 }
 
 void vl_decrease_svi_number() {
     if (g_vl_mng.stat != nullptr)
-        shared::add(g_vl_mng.stat->cur_svi_num, -1);
+        word::add(g_vl_mng.stat->cur_svi_num, -1);
 }
 
 int vldb_get_shm_head(uint32_t *key, uint32_t *shmid, uint32_t *size, char *name) {

@@ -4,19 +4,22 @@
 
 #include <cstring>
 
-namespace vlan_db = bri::vlan_db;
-namespace bits = bri::bits;
-namespace shared = bri::shared;
+namespace bri::vlan_db {
 
 namespace {
 
 // Mode 0 is any mode.
 bool exists(uint16_t vid, uint32_t mode) {
     const vle *found = vlan_db::entry(vid);
-    return found != nullptr && (mode == 0 || mode == shared::load(found->mode));
+    return found != nullptr && (mode == 0 || mode == word::load(found->mode));
 }
 
 } // namespace
+
+} // namespace bri::vlan_db
+
+using namespace bri;
+using namespace bri::vlan_db;
 
 struct vle *vl_get_raw_vlan_entry(uint16_t vid) {
     return vlan_db::raw_entry(vid);
@@ -61,14 +64,14 @@ int vl_vlanset_exist(uint32_t mode, const struct vlanset *set, struct vlanset *m
 
 uint16_t vl_get_vlan_latest_version(uint16_t vid) {
     const vle *found = vlan_db::raw_entry(vid);
-    return found != nullptr ? shared::load(found->version) : uint16_t{0};
+    return found != nullptr ? word::load(found->version) : uint16_t{0};
 }
 
 int vl_get_vlan_mode(uint16_t vid, uint32_t *mode) {
     const vle *found = vlan_db::entry(vid);
     if (found == nullptr || mode == nullptr)
         return 0;
-    *mode = shared::load(found->mode);
+    *mode = word::load(found->mode);
     return 1;
 }
 
@@ -106,7 +109,7 @@ uint16_t vl_get_vid_from_svifx(uint32_t ifx) {
     const vle *entries = g_vl_mng.entries;
     for (unsigned vid = first; vid <= last; ++vid) {
         const vle &candidate = entries[vid];
-        if (shared::load(candidate.svi_ifx) == ifx && shared::load(candidate.vid) != 0)
+        if (word::load(candidate.svi_ifx) == ifx && word::load(candidate.vid) != 0)
             return static_cast<uint16_t>(vid);
     }
     return 0;
@@ -114,15 +117,14 @@ uint16_t vl_get_vid_from_svifx(uint32_t ifx) {
 
 int vl_is_subvlan(uint16_t vid) {
     const vle *found = vlan_db::entry(vid);
-    return found != nullptr && shared::load(found->mode) == BRI_VLAN_SUPER && shared::load(found->manage_vid) != vid
-               ? 1
-               : 0;
+    return found != nullptr && word::load(found->mode) == BRI_VLAN_SUPER && word::load(found->manage_vid) != vid ? 1
+                                                                                                                 : 0;
 }
 
 int vl_is_supervlan(uint16_t vid) {
     const vle *found = vlan_db::entry(vid);
-    return found != nullptr && shared::load(found->mode) == BRI_VLAN_SUPER &&
-                   shared::load(found->manage_vid) == shared::load(found->vid)
+    return found != nullptr && word::load(found->mode) == BRI_VLAN_SUPER &&
+                   word::load(found->manage_vid) == word::load(found->vid)
                ? 1
                : 0;
 }

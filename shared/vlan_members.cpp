@@ -4,10 +4,7 @@
 
 #include <bridge/port_db.h>
 
-namespace vlan_db = bri::vlan_db;
-namespace bits = bri::bits;
-namespace shared = bri::shared;
-namespace log = bri::log;
+namespace bri::vlan_db {
 
 namespace {
 
@@ -21,6 +18,11 @@ bool has_bit(int32_t ifx) {
 }
 
 } // namespace
+
+} // namespace bri::vlan_db
+
+using namespace bri;
+using namespace bri::vlan_db;
 
 int vl_is_vlan_member(uint16_t vid, int32_t ifx) {
     const vle *found = vlan_db::entry(vid);
@@ -63,7 +65,7 @@ int vl_get_vlan_port_bmap(uint16_t vid, uint32_t out[2]) {
     if (found == nullptr || out == nullptr)
         return 0;
     for (unsigned index = 0; index < kMemberWords; ++index)
-        out[index] = shared::load(found->members[index]);
+        out[index] = word::load(found->members[index]);
     return 1;
 }
 

@@ -16,7 +16,7 @@ static_assert(kTableLast == BRI_VID_MAX);
 
 [[nodiscard]] inline bool in_limits(int32_t vid) {
     const vl_stat *stat = g_vl_mng.stat;
-    return stat != nullptr && vid >= shared::load(stat->min_vid) && vid <= shared::load(stat->max_vid);
+    return stat != nullptr && vid >= word::load(stat->min_vid) && vid <= word::load(stat->max_vid);
 }
 
 // The entry of a VLAN id within the limits, empty or not; null for every other id and before the database is mapped.
@@ -27,7 +27,7 @@ static_assert(kTableLast == BRI_VID_MAX);
 // The same, null also when the entry is empty.
 [[nodiscard]] inline vle *entry(uint16_t vid) {
     vle *found = raw_entry(vid);
-    return found != nullptr && shared::load(found->vid) != 0 ? found : nullptr;
+    return found != nullptr && word::load(found->vid) != 0 ? found : nullptr;
 }
 
 struct VidRange {
@@ -39,14 +39,14 @@ struct VidRange {
 [[nodiscard]] inline VidRange usable_vids() {
     if (g_vl_mng.entries == nullptr || g_vl_mng.stat == nullptr)
         return {1, 0};
-    return {std::max<unsigned>(BRI_VID_MIN, shared::load(g_vl_mng.stat->min_vid)),
-            std::min<unsigned>(BRI_VID_MAX, shared::load(g_vl_mng.stat->max_vid))};
+    return {std::max<unsigned>(BRI_VID_MIN, word::load(g_vl_mng.stat->min_vid)),
+            std::min<unsigned>(BRI_VID_MAX, word::load(g_vl_mng.stat->max_vid))};
 }
 
 // One field of a live entry; `missing` when there is none.
 template <class T> [[nodiscard]] inline T field(uint16_t vid, T vle::*member, T missing = 0) {
     const vle *found = entry(vid);
-    return found != nullptr ? shared::load(found->*member) : missing;
+    return found != nullptr ? word::load(found->*member) : missing;
 }
 
 // Writes one field of a live entry; false when there is none.
@@ -54,7 +54,7 @@ template <class T> inline bool set_field(uint16_t vid, T vle::*member, T value) 
     vle *found = entry(vid);
     if (found == nullptr)
         return false;
-    shared::store(found->*member, value);
+    word::store(found->*member, value);
     return true;
 }
 
@@ -67,7 +67,7 @@ template <class Fn> inline void for_each_vid(const vlanset *set, Fn &&fn) {
 
 // Adds `step` to a counter while fits(value) holds for the value that stands there; true when it was added.
 template <class T, class Fits> inline bool step_if(T &counter, int step, Fits &&fits) {
-    T value = shared::load(counter);
+    T value = word::load(counter);
     while (fits(value))
         if (__atomic_compare_exchange_n(&counter, &value, static_cast<T>(value + step), true, __ATOMIC_RELAXED,
                                         __ATOMIC_RELAXED))

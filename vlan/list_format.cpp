@@ -82,6 +82,7 @@ class LogLine {
 } // namespace bri::vlan
 
 using namespace bri;
+using namespace bri::vlan;
 
 void vl_clnt_show_vlanlist(const struct vlanset *set, uint32_t width) {
     if (set == nullptr)

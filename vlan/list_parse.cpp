@@ -159,6 +159,7 @@ void parse(const char *text, vlanset &set) {
 } // namespace bri::vlan
 
 using namespace bri;
+using namespace bri::vlan;
 
 int vl_clnt_check_vlan_set(const char *text, char *errbuf, uint32_t errlen) {
     if (errbuf == nullptr || errlen < vlan::kLeastErrorRoom || text == nullptr || *text == '\0')

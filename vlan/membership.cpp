@@ -23,8 +23,8 @@ uint32_t listing_word(const vle *entries, unsigned count, unsigned ifx) {
 #pragma GCC unroll 8
     for (const vle *entry = entries + count; entry != entries;) {
         --entry;
-        const uint32_t listed = shared::load(entry->members[index]) >> shift & 1U;
-        const uint32_t in_use = (uint32_t{shared::load(entry->vid)} + UINT16_MAX) >> 16;
+        const uint32_t listed = word::load(entry->members[index]) >> shift & 1U;
+        const uint32_t in_use = (uint32_t{word::load(entry->vid)} + UINT16_MAX) >> 16;
         word = word * 2 + (listed & in_use);
     }
     return word;

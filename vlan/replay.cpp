@@ -49,7 +49,7 @@ void notify_vlan_set() {
 bool has_default_name(const vle &entry, unsigned vid) {
     constexpr char kWord[] = {'V', 'L', 'A', 'N'};
     constexpr size_t kEnd = sizeof kWord + 4; // of the text
-    const bool dynamic = shared::load(entry.mode) == BRI_VLAN_DYNAMIC;
+    const bool dynamic = word::load(entry.mode) == BRI_VLAN_DYNAMIC;
     if (dynamic && entry.name[0] != 'D')
         return false;
     const char *text = dynamic ? entry.name + 1 : entry.name;
@@ -62,7 +62,7 @@ bool has_default_name(const vle &entry, unsigned vid) {
 }
 
 void notify_dynamic_mode(uint16_t vid, const vle &entry) {
-    const uint32_t mode = shared::load(entry.mode);
+    const uint32_t mode = word::load(entry.mode);
     if (mode != BRI_VLAN_DYNAMIC)
         return;
     vl_evt_vlan_rec rec{};
@@ -103,36 +103,36 @@ void notify_vlan(uint16_t vid) {
 
 // A handler may have removed the port since the walk found it.
 bool is_gone(const spcb &port) {
-    return shared::load(port.ifx) == 0;
+    return word::load(port.ifx) == 0;
 }
 
 void notify_port(spcb *port, void *) {
     vl_evt_intf_rec rec{};
-    rec.ifx = shared::load(port->ifx);
-    rec.mode = shared::load(port->mode);
-    rec.pvid = shared::load(port->default_vid);
+    rec.ifx = word::load(port->ifx);
+    rec.mode = word::load(port->mode);
+    rec.pvid = word::load(port->default_vid);
     notify(VLAN_EVENT_CREATE_INTF, rec);
 }
 
 void notify_port_mode(const spcb &port) {
     vl_evt_intf_mode_rec rec{};
-    rec.ifx = shared::load(port.ifx);
-    rec.mode = shared::load(port.mode);
+    rec.ifx = word::load(port.ifx);
+    rec.mode = word::load(port.mode);
     notify(VLAN_EVENT_MODIFY_INTF_MODE, rec);
 }
 
 void notify_port_pvid(const spcb &port) {
     vl_evt_intf_pvid_rec rec{};
-    rec.ifx = shared::load(port.ifx);
-    rec.pvid = shared::load(port.default_vid);
+    rec.ifx = word::load(port.ifx);
+    rec.pvid = word::load(port.default_vid);
     notify(VLAN_EVENT_MODIFY_INTF_PVID, rec);
 }
 
 void notify_port_allowed(const spcb &port) {
     vl_evt_intf_allow_rec rec{};
-    rec.ifx = shared::load(port.ifx);
+    rec.ifx = word::load(port.ifx);
     for (unsigned index = 0; index < bits::kSetWords; ++index)
-        rec.allow.words[index] = shared::load(port.allow_vlan.words[index]);
+        rec.allow.words[index] = word::load(port.allow_vlan.words[index]);
     notify(VLAN_EVENT_MODIFY_INTF_ALLOWVL, rec);
 }
 
@@ -145,8 +145,8 @@ void notify_port_attributes(spcb *port, void *) {
 
 void notify_access_vlan(const spcb &port) {
     vl_evt_intf_vlan_rec rec{};
-    rec.ifx = shared::load(port.ifx);
-    rec.vid = shared::load(port.default_vid);
+    rec.ifx = word::load(port.ifx);
+    rec.vid = word::load(port.default_vid);
     rec.value = 3;
     rec.mode = BRI_PORT_ACCESS;
     notify(VLAN_EVENT_ADD_INTF, rec);
@@ -155,7 +155,7 @@ void notify_access_vlan(const spcb &port) {
 // The database keeps no dynamic memberships, so there is never a record of that kind to send.
 void notify_member_vlans(const spcb &port) {
     vl_evt_intf_vlanset_rec rec{};
-    rec.ifx = shared::load(port.ifx);
+    rec.ifx = word::load(port.ifx);
     const Membership member = membership_of(rec.ifx);
     rec.vlans = member.fixed;
     rec.tagged = member.tagged;
@@ -164,7 +164,7 @@ void notify_member_vlans(const spcb &port) {
 }
 
 void notify_port_membership(spcb *port, void *) {
-    if (shared::load(port->mode) == BRI_PORT_ACCESS)
+    if (word::load(port->mode) == BRI_PORT_ACCESS)
         notify_access_vlan(*port);
     else
         notify_member_vlans(*port);
@@ -175,6 +175,7 @@ void notify_port_membership(spcb *port, void *) {
 } // namespace bri::vlan
 
 using namespace bri;
+using namespace bri::vlan;
 
 void vl_clnt_notify_origin_data(void) {
     vlan::notify_vlan_set();
@@ -195,7 +196,7 @@ void vl_clnt_swport_walk_throught(vl_swport_walk_fn callback, void *arg) {
     }
     for (int32_t ifx = 0; ifx < static_cast<int32_t>(BRI_PORT_SLOTS); ++ifx) {
         spcb *port = swport_get_spcb(ifx);
-        if (port != nullptr && shared::load(port->mode) != 0)
+        if (port != nullptr && word::load(port->mode) != 0)
             callback(port, arg);
     }
 }

@@ -21,13 +21,13 @@ constexpr unsigned kPortsOnALine = 4;
 constexpr uint32_t kVlanListWidth = 22; // of the port table's last column
 
 const char *status(const vle &entry) {
-    switch (shared::load(entry.mode)) {
+    switch (word::load(entry.mode)) {
     case BRI_VLAN_STATIC:
         return "STATIC";
     case BRI_VLAN_DYNAMIC:
         return "DYNAMIC";
     case BRI_VLAN_SUPER:
-        return shared::load(entry.manage_vid) == shared::load(entry.vid) ? "SUPER" : "SUB";
+        return word::load(entry.manage_vid) == word::load(entry.vid) ? "SUPER" : "SUB";
     default:
         return "Unknown";
     }
@@ -60,8 +60,8 @@ void print_row(uint16_t vid, const vle &entry, PortBitmap &ports) {
     copy_text(name, entry.name);
     const PortGroup first(ports);
     BRI_LOG(log::kPrint, "%4d %-10s %7d %-9s %-7d %-6d %-5s %-38s\n", vid, name, vl_get_vlan_private_version(vid),
-            status(entry), static_cast<int>(shared::load(entry.svi_ifx)), static_cast<int>(shared::load(entry.up_mem)),
-            shared::load(entry.proxy) != 0 ? "ON" : "OFF", first.text);
+            status(entry), static_cast<int>(word::load(entry.svi_ifx)), static_cast<int>(word::load(entry.up_mem)),
+            word::load(entry.proxy) != 0 ? "ON" : "OFF", first.text);
     for (PortGroup more(ports); !more.empty(); more = PortGroup(ports))
         BRI_LOG(log::kPrint, "%-47s %-38s\n", " ", more.text);
 }
@@ -82,6 +82,7 @@ void print_vlan(uint16_t vid) {
 } // namespace bri::vlan
 
 using namespace bri;
+using namespace bri::vlan;
 
 void vl_clnt_show_vlan(void) {
     BRI_LOG(log::kPrintHead, "VLAN Name       Version Status    Svi_ifx Up_num Proxy Ports\n");
@@ -102,8 +103,8 @@ void vl_clnt_show_swport(void) {
         const spcb *port = swport_get_spcb(ifx);
         if (port == nullptr)
             continue;
-        BRI_LOG(log::kPrint, "%-10d %-9s %-4d\n", static_cast<int>(shared::load(port->ifx)),
-                swport_vlan_mode_name(shared::load(port->mode)), shared::load(port->default_vid));
+        BRI_LOG(log::kPrint, "%-10d %-9s %-4d\n", static_cast<int>(word::load(port->ifx)),
+                swport_vlan_mode_name(word::load(port->mode)), word::load(port->default_vid));
         vl_clnt_show_vlanlist(&port->allow_vlan, vlan::kVlanListWidth);
     }
 }

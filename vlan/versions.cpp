@@ -54,7 +54,7 @@ int check_range(uint8_t *record, SingleCheck check) {
 void notify_missed(uint16_t vid, const vle &entry, bool seen_before) {
     vl_evt_vlan_rec rec{};
     rec.vid = vid;
-    rec.mode = shared::load(entry.mode);
+    rec.mode = word::load(entry.mode);
     copy_text(rec.name, entry.name);
     if (seen_before) {
         rec.occasion = BRI_VLAN_OCCASION_RECREATE;
@@ -82,7 +82,7 @@ void notify_missed(uint16_t vid, const vle &entry, bool seen_before) {
 // The re-search of a VLAN that was found: one compare when nothing was missed. A handler may change or remove the
 // entry.
 void catch_up(uint16_t vid, const vle &entry) {
-    const uint16_t latest = shared::load(entry.version);
+    const uint16_t latest = word::load(entry.version);
     if (g_vlan_private_version[vid] != latest)
         reconcile(vid, entry, latest);
 }
@@ -92,6 +92,7 @@ void catch_up(uint16_t vid, const vle &entry) {
 } // namespace bri::vlan
 
 using namespace bri;
+using namespace bri::vlan;
 
 uint16_t vl_get_vlan_private_version(uint16_t vid) {
     return vlan::has_version(vid) ? g_vlan_private_version[vid] : 0;

@@ -94,6 +94,7 @@ const char *client_name() {
 } // namespace bri::vlan
 
 using namespace bri;
+using namespace bri::vlan;
 
 char *vl_clnt_manage_init(struct bri_clnt_ctx *client) {
     if (client == nullptr)

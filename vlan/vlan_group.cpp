@@ -14,10 +14,7 @@
 
 vlan_group_manager vlan_group_mng;
 
-namespace bits = bri::bits;
-namespace log = bri::log;
-namespace shared = bri::shared;
-namespace table = bri::table;
+namespace bri::groups {
 
 namespace {
 
@@ -71,19 +68,19 @@ vlan_group_entry *slot(unsigned id) {
 // The same, null also when the entry is free.
 vlan_group_entry *group(unsigned id) {
     vlan_group_entry *entry = slot(id);
-    return entry != nullptr && shared::load(entry->id) != 0 ? entry : nullptr;
+    return entry != nullptr && word::load(entry->id) != 0 ? entry : nullptr;
 }
 
 template <class T> T field(uint8_t id, T vlan_group_entry::*member) {
     const vlan_group_entry *entry = group(id);
-    return entry != nullptr ? shared::load(entry->*member) : T{0};
+    return entry != nullptr ? word::load(entry->*member) : T{0};
 }
 
 template <class T> int get_field(uint8_t id, T vlan_group_entry::*member, T *out) {
     const vlan_group_entry *entry = group(id);
     if (entry == nullptr || out == nullptr)
         return 0;
-    *out = shared::load(entry->*member);
+    *out = word::load(entry->*member);
     return 1;
 }
 
@@ -91,7 +88,7 @@ template <class T> int set_field(uint8_t id, T vlan_group_entry::*member, T valu
     vlan_group_entry *entry = group(id);
     if (entry == nullptr)
         return 0;
-    shared::store(entry->*member, value);
+    word::store(entry->*member, value);
     return 1;
 }
 
@@ -114,18 +111,23 @@ void note(uint32_t changed, uint32_t &word, uint8_t &count) {
 void update_word(vlan_group_entry &entry, unsigned index, uint32_t wanted, uint32_t mask, uint32_t &added,
                  uint32_t &removed) {
     uint32_t &word = entry.members.words[index];
-    const uint32_t present = shared::load(word);
+    const uint32_t present = word::load(word);
     added = wanted & ~present & mask;
     removed = present & ~wanted & mask;
     if (added != 0)
-        added &= ~shared::set_bits(word, added);
+        added &= ~word::set_bits(word, added);
     if (removed != 0)
-        removed &= shared::clear_bits(word, removed);
+        removed &= word::clear_bits(word, removed);
     if (added != 0 || removed != 0)
-        shared::add(entry.member_count, static_cast<uint8_t>(count_of(added) - count_of(removed)));
+        word::add(entry.member_count, static_cast<uint8_t>(count_of(added) - count_of(removed)));
 }
 
 } // namespace
+
+} // namespace bri::groups
+
+using namespace bri;
+using namespace bri::groups;
 
 int vlan_group_shm_init() {
     table::free_handles({vlan_group_mng.lock, vlan_group_mng.shm});
@@ -168,10 +170,10 @@ int vlan_group_creat_entry(uint8_t id) {
     vlan_group_entry *entry = slot(id);
     if (entry == nullptr)
         return 0;
-    if (shared::load(entry->id) == id)
+    if (word::load(entry->id) == id)
         return 1;
     std::memset(entry, 0, sizeof *entry);
-    shared::store(entry->id, id);
+    word::store(entry->id, id);
     return 1;
 }
 
@@ -205,8 +207,8 @@ int vlan_group_set_member_vlan(uint8_t id, const struct vlanset *new_set, struct
     for (unsigned index = 0; index < bits::kSetWords; ++index) {
         uint32_t new_bits = 0;
         uint32_t old_bits = 0;
-        update_word(*entry, index, shared::load(new_set->words[index]),
-                    bits::range_mask(index, BRI_VID_MIN, BRI_VID_MAX), new_bits, old_bits);
+        update_word(*entry, index, word::load(new_set->words[index]), bits::range_mask(index, BRI_VID_MIN, BRI_VID_MAX),
+                    new_bits, old_bits);
         note(new_bits, added->words[index], *added_count);
         note(old_bits, removed->words[index], *removed_count);
     }
@@ -251,7 +253,7 @@ int vg_clnt_is_member_of_any_group(uint16_t vid, uint8_t *id) {
         const vlan_group_entry *entry = slot(number);
         if (entry == nullptr)
             return 0;
-        const uint8_t holder = shared::load(entry->id);
+        const uint8_t holder = word::load(entry->id);
         if (holder == 0 || !holds(*entry, vid))
             continue;
         if (id != nullptr)

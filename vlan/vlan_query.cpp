@@ -47,6 +47,7 @@ void roll_back_below(int32_t failed, uint16_t vid, vl_member_fn rollback, void *
 } // namespace bri::vlan
 
 using namespace bri;
+using namespace bri::vlan;
 
 int vl_clnt_exist(uint16_t vid, uint32_t flag) {
     vl_version_check_on_reserch(vid);
@@ -139,7 +140,7 @@ int vl_clnt_get_enable_vlans(int32_t ifx, struct vlanset *set) {
         BRI_LOG(log::kVlan, "Input parameter error, spcb(ifx %d) is NULL.\n", ifx);
         return BRI_ERR_NO_INTERFACE;
     }
-    if (shared::load(port->mode) == BRI_PORT_ROUTE) {
+    if (word::load(port->mode) == BRI_PORT_ROUTE) {
         BRI_LOG(log::kVlan, "Input parameter error, spcb(ifx %d) is route.\n", ifx);
         return BRI_ERR_ROUTE_PORT;
     }

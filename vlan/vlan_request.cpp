@@ -40,7 +40,7 @@ int send_vlan(uint32_t type, uint16_t vid) {
 bool takes_dyn_member(int32_t ifx, uint16_t vid, int &refusal) {
     const spcb *port = swport_get_spcb(ifx);
     const bool known = vl_check_vlanid_valid(vid) != 0 && port != nullptr;
-    const bool trunk = known && shared::load(port->mode) == BRI_PORT_TRUNK;
+    const bool trunk = known && word::load(port->mode) == BRI_PORT_TRUNK;
     refusal = known && !trunk ? kWrongPortMode : 0;
     return trunk;
 }
@@ -70,7 +70,7 @@ void log_set_reply(const vl_vlanset_reply &reply) {
 } // namespace bri::vlan
 
 using namespace bri;
-using vlan::client_name;
+using namespace bri::vlan;
 
 int vl_clnt_create_vlan_entry(uint16_t vid) {
     BRI_LOG(log::kVlan, "Client(%s) create vlan %u.\n", client_name(), vid);

@@ -10,15 +10,15 @@ using namespace bri;
 
 TEST(shared_word, set_bits_unless_sets_when_nothing_is_barred) {
     uint32_t word = 0x5;
-    EXPECT_EQ(shared::set_bits_unless(word, 0x12U, 0xAU), 0U);
+    EXPECT_EQ(word::set_bits_unless(word, 0x12U, 0xAU), 0U);
     EXPECT_EQ(word, 0x17U);
-    EXPECT_EQ(shared::set_bits_unless(word, 0x80000000U, 0U), 0U);
+    EXPECT_EQ(word::set_bits_unless(word, 0x80000000U, 0U), 0U);
     EXPECT_EQ(word, 0x80000017U);
 }
 
 TEST(shared_word, set_bits_unless_gives_the_barred_bits_and_changes_nothing) {
     uint32_t word = 0x15;
-    EXPECT_EQ(shared::set_bits_unless(word, 0x40U, 0x1CU), 0x14U);
+    EXPECT_EQ(word::set_bits_unless(word, 0x40U, 0x1CU), 0x14U);
     EXPECT_EQ(word, 0x15U);
 }
 
@@ -38,12 +38,12 @@ void *claim(void *arg) {
     const auto [contest, bit] = *static_cast<Claimant *>(arg);
     test::meet(contest->arrived, 2);
     for (int round = 0; round < test::scaled(3000000); ++round) {
-        if (shared::set_bits_unless(contest->word, bit, 3U) != 0)
+        if (word::set_bits_unless(contest->word, bit, 3U) != 0)
             continue;
-        if (shared::add(contest->holders, 1U) != 0)
-            shared::add(contest->clashes, 1U);
-        shared::add(contest->holders, UINT32_MAX);
-        shared::clear_bits(contest->word, bit);
+        if (word::add(contest->holders, 1U) != 0)
+            word::add(contest->clashes, 1U);
+        word::add(contest->holders, UINT32_MAX);
+        word::clear_bits(contest->word, bit);
     }
     return nullptr;
 }
