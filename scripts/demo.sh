@@ -10,7 +10,7 @@ patience=15 # seconds for one step
 sandbox=$build/sandbox/bridge-sandbox
 port_watch=$build/examples/port_watch
 mac_table=$build/examples/mac_table
-kernel=$(realpath -m "$build/sandbox/libef_bridge_sim.so")
+kernel=$build/sandbox/libef_bridge_sim.so
 for file in "$sandbox" "$port_watch" "$mac_table" "$kernel"; do
     [[ -e $file ]] || { echo "demo: $file is missing; build first" >&2; exit 1; }
 done
@@ -76,7 +76,8 @@ tell() { echo "$1" >&"$commands"; }
 start_host() {
     local name=$1 program=$2
     shift 2
-    LD_PRELOAD=$kernel "$program" -n "$name" "$@" >"$work/$name.log" 2>&1 </dev/null &
+    # By its name alone: a blank in LD_PRELOAD ends a file's name.
+    LD_LIBRARY_PATH=$(realpath "${kernel%/*}") LD_PRELOAD=${kernel##*/} "$program" -n "$name" "$@" >"$work/$name.log" 2>&1 </dev/null &
     pids[$name]=$!
 }
 

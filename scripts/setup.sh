@@ -9,6 +9,10 @@ packages_for() {
     ' scripts/packages.txt
 }
 
+kinds_of_work() {
+    awk '/^[[:space:]]*(#|$)/ { next } { for (i = 2; i <= NF; i++) print $i }' scripts/packages.txt | sort -u
+}
+
 is_installed() {
     [ "$(dpkg-query -W -f '${db:Status-Status}' "$1" 2>/dev/null)" = installed ]
 }
@@ -30,6 +34,10 @@ apt_install() {
 
 # setup WORK: leaves with the one line to run when the packages cannot be installed from here.
 setup() {
+    if [ "$1" != all ] && ! kinds_of_work | grep -qxF -- "$1"; then
+        echo "no such kind of work: $1 (there are: all $(kinds_of_work | xargs))" >&2
+        exit 2
+    fi
     if ! command -v dpkg-query >/dev/null; then
         echo "Not a Debian machine: taking it that what scripts/packages.txt lists for '$1' is at hand."
         return
