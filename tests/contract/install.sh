@@ -1,11 +1,12 @@
 #!/bin/sh
-# install.sh BUILD_DIR SOURCE_DIR CC CMAKE: installs into a directory of its own, builds the host daemon of README.md
+# install.sh BUILD_DIR SOURCE_DIR CC CMAKE GENERATOR: installs into a directory of its own, builds the host daemon of README.md
 # there, once by pkg-config and once by CMake, and runs it against the installed server.
 set -eu
 build_dir=$1
 source_dir=$2
 cc=$3
 cmake=$4
+generator=$5 # the one that made BUILD_DIR is there; CMake's own choice may not be
 work=$(mktemp -d)
 server=
 daemon=
@@ -45,7 +46,8 @@ foreach(kind bridge_client bridge_client_static)
   target_link_libraries(port_log_\${kind} PRIVATE bridge::\${kind} bridge::qv-thread)
 endforeach()
 TEXT
-"$cmake" -S "$work/cmake" -B "$work/cmake/build" -DCMAKE_PREFIX_PATH="$prefix" -DCMAKE_C_COMPILER="$cc" >"$work/cmake.log"
+"$cmake" -G "$generator" -S "$work/cmake" -B "$work/cmake/build" -DCMAKE_PREFIX_PATH="$prefix" \
+    -DCMAKE_C_COMPILER="$cc" >"$work/cmake.log"
 "$cmake" --build "$work/cmake/build" >>"$work/cmake.log"
 echo "CMake: built against the shared and the static library"
 
