@@ -24,6 +24,11 @@ struct Category {
     }
 };
 
+// A value for a text that asks for "%d" whatever the value's type: the texts are an interface.
+template <class T> [[nodiscard]] constexpr int number(T value) {
+    return static_cast<int>(value);
+}
+
 inline constexpr int kLog = 1;  // an ordinary log line
 inline constexpr int kShow = 2; // a line of a show function
 

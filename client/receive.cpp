@@ -43,14 +43,14 @@ bool read_header(int fd) {
 bool read_body(int fd, uint32_t length) {
     if (length > BRI_BATCH_MSG_MAX) {
         BRI_LOG(log::kClient, "[%s] excess max batch-msg length, max length %d, received %d.\n", name(),
-                BRI_BATCH_MSG_MAX, length);
+                log::number(BRI_BATCH_MSG_MAX), log::number(length));
         return false;
     }
     const int got = read_into_buffer(fd, length);
     if (got == static_cast<int>(length))
         return true;
-    BRI_LOG(log::kClient, "[%s] failed to recv batch-msg, require length %d, recv %d, errno= %d, %s\n", name(), length,
-            got, errno, strerror(errno));
+    BRI_LOG(log::kClient, "[%s] failed to recv batch-msg, require length %d, recv %d, errno= %d, %s\n", name(),
+            log::number(length), got, errno, strerror(errno));
     return false;
 }
 
@@ -58,7 +58,7 @@ bool read_body(int fd, uint32_t length) {
 void take_message(const uint8_t *message, bri_msg_hdr header) {
     BRI_LOG(log::kClient, "A msg Start...\n");
     BRI_LOG(log::kClient, "[%s] recv msg: type[%s, %d], len[%d].\n", name(), bri_msg_type_name(header.type),
-            header.type, header.len);
+            log::number(header.type), log::number(header.len));
     auto *handed_on = reinterpret_cast<bri_msg_hdr *>(const_cast<uint8_t *>(message));
     if (bri_clnt_msg_delay_process(handed_on) != 0)
         BRI_LOG(log::kClient, "Msg received is delayed to process.\n");
@@ -97,7 +97,8 @@ int read_job(void *) {
     if (g_bridge_client == nullptr || g_bridge_client->sock <= 0 ||
         bridge_client_read_msg(g_bridge_client->sock, &batch) != 0)
         return lose_connection();
-    BRI_LOG(log::kClient, "[%s] batch-msg received: msg-cnt %d, msg-len %d.\n", name(), batch->msg_cnt, batch->msg_len);
+    BRI_LOG(log::kClient, "[%s] batch-msg received: msg-cnt %d, msg-len %d.\n", name(), log::number(batch->msg_cnt),
+            log::number(batch->msg_len));
     return bridge_client_thread_event(take_batch(*batch) ? BRI_CLNT_EVT_READ : BRI_CLNT_EVT_RECONNECT);
 }
 

@@ -62,7 +62,7 @@ bool drain_cache(bri_clnt_ctx &ctx) {
         }
         run->written += written;
         BRI_LOG(log::kClient, "[%s] Socket send FAIL, ret %s, written_len %d, left_len.\n", ctx.name,
-                bri_strerror(-result), written);
+                bri_strerror(-result), log::number(written));
         return false;
     }
     return true;
@@ -81,8 +81,8 @@ void write_batch(bri_clnt_ctx &ctx) {
     uint32_t written = 0;
     switch (bridge_writen_dontwait(ctx.sock, g_bglib_sendbuf, batch_size(), &written)) {
     case kWritten:
-        BRI_LOG(log::kClient, "[%s] Msg send SUCC: msg-cnt %d, msg-len %d.\n", ctx.name, batch().msg_cnt,
-                batch().msg_len);
+        BRI_LOG(log::kClient, "[%s] Msg send SUCC: msg-cnt %d, msg-len %d.\n", ctx.name, log::number(batch().msg_cnt),
+                log::number(batch().msg_len));
         break;
     case kWouldBlock:
         if (!cache_msg(ctx, g_bglib_sendbuf, batch_size(), written) && written != 0)
@@ -157,7 +157,7 @@ int bridge_client_send_message(const void *data, uint32_t len, uint32_t type) {
     if (ctx == nullptr || word::load(ctx->connected) == 0)
         return not_ready();
     if (len > BRI_PAYLOAD_MAX) {
-        BRI_LOG(log::kClient, "Client send msg failed: msg-len[%d] is too large.\n", len);
+        BRI_LOG(log::kClient, "Client send msg failed: msg-len[%d] is too large.\n", log::number(len));
         return -1;
     }
     if (g_bglib_sendbuf == nullptr) {

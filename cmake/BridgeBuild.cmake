@@ -11,8 +11,10 @@ set(CMAKE_POSITION_INDEPENDENT_CODE ON)
 
 add_library(bridge_flags INTERFACE)
 target_compile_definitions(bridge_flags INTERFACE _GNU_SOURCE)
-target_compile_options(bridge_flags INTERFACE -Wall -Wextra -Wpedantic -Wconversion -Wsign-conversion -Wformat=2 -Wundef
-                                              -Werror)
+set(format_signedness $<$<COMPILE_LANG_AND_ID:C,GNU>:-Wformat-signedness> # clang 14 does not know it
+                      $<$<COMPILE_LANG_AND_ID:CXX,GNU>:-Wformat-signedness>)
+target_compile_options(bridge_flags INTERFACE -Wall -Wextra -Wpedantic -Wconversion -Wsign-conversion -Wformat=2
+                                              ${format_signedness} -Wundef -Werror)
 # Files that are compiled together may use each other's names.
 target_compile_options(bridge_flags INTERFACE $<$<NOT:$<BOOL:$<TARGET_PROPERTY:UNITY_BUILD>>>:-Wshadow>)
 if(CMAKE_CXX_COMPILER_ID STREQUAL GNU AND CMAKE_CXX_COMPILER_VERSION VERSION_LESS 13)

@@ -114,28 +114,28 @@ void set_delay(const uint8_t *payload) {
 
 void show_flags(const uint8_t *) {
     if (g_bri_clnt_dbg[BRI_DBG_VLAN] != 0)
-        BRI_LOG(log::kPrint, "  bridge client pid %d vlan debugging is on\n", g_client->pid);
+        BRI_LOG(log::kPrint, "  bridge client pid %d vlan debugging is on\n", log::number(g_client->pid));
     if (g_bri_clnt_dbg[BRI_DBG_MAC] != 0)
-        BRI_LOG(log::kPrint, "  bridge client pid %d mac debugging is on\n", g_client->pid);
+        BRI_LOG(log::kPrint, "  bridge client pid %d mac debugging is on\n", log::number(g_client->pid));
     if (g_bri_clnt_dbg[BRI_DBG_MSG] != 0)
-        BRI_LOG(log::kPrint, "  bridge client pid %d msg debugging is on\n", g_client->pid);
+        BRI_LOG(log::kPrint, "  bridge client pid %d msg debugging is on\n", log::number(g_client->pid));
 }
 
 void show_delay(const uint8_t *) {
     const int32_t seconds = delay::interval();
     if (seconds == 0) {
-        BRI_LOG(log::kPrint, " Bridge client pid %d event-delay is not set.\n", g_client->pid);
+        BRI_LOG(log::kPrint, " Bridge client pid %d event-delay is not set.\n", log::number(g_client->pid));
         return;
     }
-    BRI_LOG(log::kPrint, " Bridge client[pid %d] event-delay timer: %d second.\n", g_client->pid, seconds);
-    BRI_LOG(log::kPrint, " Delay-event number: %d.\n", g_bri_msg_delay_num);
+    BRI_LOG(log::kPrint, " Bridge client[pid %d] event-delay timer: %d second.\n", log::number(g_client->pid), seconds);
+    BRI_LOG(log::kPrint, " Delay-event number: %d.\n", log::number(g_bri_msg_delay_num));
 }
 
 // Other threads may be sending.
 void show_cache(const uint8_t *) {
-    BRI_LOG(log::kPrint, " Bridge client[pid %d] cache-msg-flush timer: %d usecs\n", g_client->pid,
+    BRI_LOG(log::kPrint, " Bridge client[pid %d] cache-msg-flush timer: %d usecs\n", log::number(g_client->pid),
             client::kFlushPeriodUsec);
-    BRI_LOG(log::kPrint, " Cache-msg number: %d\n", word::load(g_client->cache_cnt));
+    BRI_LOG(log::kPrint, " Cache-msg number: %d\n", log::number(word::load(g_client->cache_cnt)));
     BRI_LOG(log::kPrint, " Cache-msg limit: %u\n", g_client->cache_max);
     BRI_LOG(log::kPrint, " Cache-msg drop: %u\n", word::load(g_client->cache_drop));
     BRI_LOG(log::kPrint, " Notify-data-sync-end: %s\n", g_client->data_synced != 0 ? "YES" : "NO");
@@ -179,7 +179,7 @@ static_assert(rising(), "one row per debug command, in the order of their types"
 void run(const Command &command, const uint8_t *message, uint32_t len) {
     if (len < command.least) {
         BRI_LOG(log::kClient, "[%s] debug-msg[%x] is too short, len[%d], discarded.\n", g_client->name, command.type,
-                len);
+                log::number(len));
         return;
     }
     command.action(message + kPayload);
