@@ -1,5 +1,6 @@
 // The connect job: from no socket to a registered client, one step at a time, again every second until all hold.
 #include "base/log.h"
+#include "base/refused_jobs.h"
 #include "client/state.h"
 #include "client/transport.h"
 
@@ -49,6 +50,7 @@ int connect_job(void *) {
         BRI_LOG(log::kClient, "Bridge client connect failed: client is not init.\n");
         return -1;
     }
+    refused_jobs::keep_flush_timer();
     bri_clnt_ctx &ctx = *g_bridge_client;
     if (ctx.sock <= 0 && bridge_client_socket_create(&ctx) < 0) {
         retry();

@@ -1,6 +1,7 @@
 // Batches from the server: read whole, split, handed on message by message.
 #include "base/bytes.h"
 #include "base/log.h"
+#include "base/refused_jobs.h"
 #include "client/state.h"
 #include "client/transport.h"
 
@@ -93,6 +94,7 @@ int lose_connection() {
 } // namespace
 
 int read_job(void *) {
+    refused_jobs::keep_flush_timer();
     bri_batch_hdr *batch = nullptr;
     if (g_bridge_client == nullptr || g_bridge_client->sock <= 0 ||
         bridge_client_read_msg(g_bridge_client->sock, &batch) != 0)

@@ -1,6 +1,7 @@
 // Messages to the server: collected in one batch, written when it fills, when one is urgent, or by the 50 ms timer.
 #include "base/list.h"
 #include "base/log.h"
+#include "base/refused_jobs.h"
 #include "client/state.h"
 #include "client/transport.h"
 
@@ -144,6 +145,7 @@ int flush_job(void *) {
             release_send_lock(*g_bridge_client);
     }
     bridge_client_thread_event(BRI_CLNT_EVT_MSG_TIMER);
+    refused_jobs::add_all();
     return 0;
 }
 

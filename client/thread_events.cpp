@@ -1,8 +1,13 @@
-// The one place that adds the client's jobs to the host's loop.
+// The one place that adds the client's jobs to the host's loop, and that knows which ones it refused.
 #include "base/log.h"
+#include "base/refused_jobs.h"
 #include "client/state.h"
+#include "client/transport.h"
 
 #include <qv_thread.h>
+
+#include <algorithm>
+#include <utility>
 
 namespace bri::client {
 
@@ -49,9 +54,67 @@ qv_thread *add_job(bri_clnt_ctx &ctx, bri_clnt_thread_evt kind) {
     return nullptr;
 }
 
+bool g_timer_refused;
+uint32_t g_connection_to_read; // the one whose read job was refused
+
+// A read job belongs to its connection; the others are always right.
+template <bri_clnt_thread_evt Kind> void add_again() {
+    if (Kind != BRI_CLNT_EVT_READ || g_connection_to_read == connection_number())
+        bridge_client_thread_event(Kind);
+}
+
+bool note_kind(bri_clnt_thread_evt kind, bool taken) {
+    switch (kind) {
+    case BRI_CLNT_EVT_CONNECT:
+        return refused_jobs::note(add_again<BRI_CLNT_EVT_CONNECT>, taken);
+    case BRI_CLNT_EVT_READ:
+        g_connection_to_read = connection_number();
+        return refused_jobs::note(add_again<BRI_CLNT_EVT_READ>, taken);
+    case BRI_CLNT_EVT_RECONNECT:
+        return refused_jobs::note(add_again<BRI_CLNT_EVT_RECONNECT>, taken);
+    case BRI_CLNT_EVT_MSG_TIMER:
+        g_timer_refused = !taken;
+    }
+    return taken;
+}
+
 } // namespace
 
 } // namespace bri::client
+
+namespace bri::refused_jobs {
+
+namespace {
+
+constexpr size_t kMost = 8; // more than the library has such jobs
+Add g_refused[kMost];
+size_t g_count;
+
+} // namespace
+
+bool note(Add add, bool taken) {
+    Add *const end = g_refused + g_count;
+    Add *const found = std::find(g_refused, end, add);
+    if (taken && found != end)
+        *found = g_refused[--g_count];
+    else if (!taken && found == end && g_count < kMost)
+        g_refused[g_count++] = add;
+    return taken;
+}
+
+void keep_flush_timer() {
+    if (client::g_timer_refused)
+        bridge_client_thread_event(BRI_CLNT_EVT_MSG_TIMER);
+}
+
+void add_all() {
+    Add due[kMost];
+    const size_t count = std::exchange(g_count, 0);
+    std::copy_n(g_refused, count, due);
+    std::for_each_n(due, count, [](Add add) { add(); });
+}
+
+} // namespace bri::refused_jobs
 
 using namespace bri;
 using namespace bri::client;
@@ -66,7 +129,7 @@ int bridge_client_thread_event(int kind) {
         return 0;
     const auto known = static_cast<bri_clnt_thread_evt>(kind);
     log_ready(*ctx, known);
-    if (add_job(*ctx, known) != nullptr)
+    if (note_kind(known, add_job(*ctx, known) != nullptr))
         return 0;
     log_refused(*ctx, known);
     return -1;

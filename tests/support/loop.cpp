@@ -66,6 +66,8 @@ qv_thread *Loop::add(Job job) {
         --refuse;
         return nullptr;
     }
+    if (job.name == refused)
+        return nullptr;
     job.id = next_id_++;
     pending.push_back(job);
     return reinterpret_cast<qv_thread *>(static_cast<uintptr_t>(job.id));

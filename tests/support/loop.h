@@ -28,7 +28,8 @@ class Loop {
     qv_thread_master *master();
 
     std::vector<Job> pending;
-    int refuse = 0; // how many of the next adds are refused
+    int refuse = 0;      // how many of the next adds are refused
+    std::string refused; // every job of this name is
 
     [[nodiscard]] int count(const std::string &name) const;
     // The first pending job of that name, or null.
