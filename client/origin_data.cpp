@@ -5,7 +5,10 @@
 #include "base/bits.h"
 #include "base/log.h"
 #include "base/text.h"
+#include "client/replay_level.h"
 #include "client/state.h"
+#include "l2/replay.h"
+#include "vlan/replay.h"
 
 #include <bridge/bridge.h>
 
@@ -30,14 +33,33 @@ void ask_server(uint32_t submod) {
 
 void replay_vlan() {
     call_handlers(VLAN_EVENT_SYNC_DATA_BEGIN);
-    vl_clnt_notify_origin_data();
+    vlan::replay();
     call_handlers(VLAN_EVENT_SYNC_DATA_END);
 }
 
 void replay_l2_topology() {
     call_handlers(L2TOP_EVENT_SYNC_DATA_BEGIN);
-    l2top_clnt_notify_origin_data();
+    l2top::replay();
     call_handlers(L2TOP_EVENT_SYNC_DATA_END);
+}
+
+void replay_all() {
+    const client::ReplayLevel level;
+    if (!level.ok())
+        return;
+    BRI_LOG(log::kClient, "[%s] notifying request-oridata ...\n", g_name);
+    call_handlers(BRIDGE_EVENT_SYNC_DATA_BEGIN);
+    replay_vlan();
+    ask_server(BRI_SUBMOD_MAC);
+    replay_l2_topology();
+    call_handlers(BRIDGE_EVENT_SYNC_DATA_END);
+    g_bridge_client->data_synced = 1;
+}
+
+void replay_one(void (*replay)()) {
+    const client::ReplayLevel level;
+    if (level.ok())
+        replay();
 }
 
 bool can_replay_now() {
@@ -98,24 +120,17 @@ void bridge_client_request_submod_oridata(uint32_t submod) {
 }
 
 void bridge_client_notify_all_oridata() {
-    if (g_bridge_client == nullptr)
-        return;
-    BRI_LOG(log::kClient, "[%s] notifying request-oridata ...\n", g_name);
-    call_handlers(BRIDGE_EVENT_SYNC_DATA_BEGIN);
-    replay_vlan();
-    ask_server(BRI_SUBMOD_MAC);
-    replay_l2_topology();
-    call_handlers(BRIDGE_EVENT_SYNC_DATA_END);
-    g_bridge_client->data_synced = 1;
+    if (g_bridge_client != nullptr)
+        replay_all();
 }
 
 void bridge_client_notify_submod_oridata(uint32_t submod) {
     if (g_bridge_client == nullptr)
         return;
     if (submod == BRI_SUBMOD_VLAN) {
-        replay_vlan();
+        replay_one(replay_vlan);
     } else if (submod == BRI_SUBMOD_L2TOP) {
-        replay_l2_topology();
+        replay_one(replay_l2_topology);
     } else {
         ask_server(submod);
         BRI_LOG(log::kClient, "[%s] request [%s]data from server.\n", g_name, bri_submod_name(submod));

@@ -1,6 +1,8 @@
 // Events of the layer-2 topology: the server's, and the origin data that is read back from the shared tables.
 #include "base/bytes.h"
 #include "base/log.h"
+#include "client/replay_level.h"
+#include "l2/replay.h"
 #include "l2/topology.h"
 
 #include <bridge/client.h>
@@ -76,6 +78,14 @@ void notify_ports(InstanceSet &instances) {
 
 } // namespace
 
+void replay() {
+    bri_clnt_notify_proto_status();
+    notify_instance_table();
+    InstanceSet instances;
+    if (instances_in_use(instances))
+        notify_ports(instances);
+}
+
 } // namespace bri::l2top
 
 using namespace bri;
@@ -90,11 +100,9 @@ int bri_clnt_on_l2topo_msg(bri_msg_hdr *msg) {
 }
 
 void l2top_clnt_notify_origin_data() {
-    bri_clnt_notify_proto_status();
-    notify_instance_table();
-    InstanceSet instances;
-    if (instances_in_use(instances))
-        notify_ports(instances);
+    const client::ReplayLevel level;
+    if (level.ok())
+        l2top::replay();
 }
 
 void bri_clnt_notify_proto_status() {

@@ -1,9 +1,12 @@
 // Origin data: the whole VLAN and port state as events. Every record is built from the tables right before its event,
 // because a handler may change them.
+#include "vlan/replay.h"
+
 #include "base/bits.h"
 #include "base/log.h"
 #include "base/shared_word.h"
 #include "base/text.h"
+#include "client/replay_level.h"
 #include "vlan/membership.h"
 
 #include <bridge/client.h>
@@ -172,21 +175,27 @@ void notify_port_membership(spcb *port, void *) {
 
 } // namespace
 
+void replay() {
+    notify_vlan_set();
+    BRI_LOG(log::kVlan, "Notify vlan other event:\n");
+    for_each_vid(notify_vlan);
+    BRI_LOG(log::kVlan, "Notify swport create event.\n");
+    vl_clnt_swport_walk_throught(notify_port, nullptr);
+    BRI_LOG(log::kVlan, "Notify swport vlan event.\n");
+    vl_clnt_swport_walk_throught(notify_port_attributes, nullptr);
+    BRI_LOG(log::kVlan, "Notify swport add vlan event.\n");
+    vl_clnt_swport_walk_throught(notify_port_membership, nullptr);
+}
+
 } // namespace bri::vlan
 
 using namespace bri;
 using namespace bri::vlan;
 
 void vl_clnt_notify_origin_data(void) {
-    vlan::notify_vlan_set();
-    BRI_LOG(log::kVlan, "Notify vlan other event:\n");
-    vlan::for_each_vid(vlan::notify_vlan);
-    BRI_LOG(log::kVlan, "Notify swport create event.\n");
-    vl_clnt_swport_walk_throught(vlan::notify_port, nullptr);
-    BRI_LOG(log::kVlan, "Notify swport vlan event.\n");
-    vl_clnt_swport_walk_throught(vlan::notify_port_attributes, nullptr);
-    BRI_LOG(log::kVlan, "Notify swport add vlan event.\n");
-    vl_clnt_swport_walk_throught(vlan::notify_port_membership, nullptr);
+    const client::ReplayLevel level;
+    if (level.ok())
+        vlan::replay();
 }
 
 void vl_clnt_swport_walk_throught(vl_swport_walk_fn callback, void *arg) {

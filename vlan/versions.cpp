@@ -12,6 +12,7 @@
 #include <bridge/vlan_client.h>
 #include <bridge/vlan_db.h>
 
+#include <algorithm>
 #include <cstddef>
 #include <cstring>
 
@@ -64,8 +65,39 @@ void notify_missed(uint16_t vid, const vle &entry, bool seen_before) {
     bridge_call_event_handlers(VLAN_EVENT_CREATE_INDEX, &rec, sizeof rec);
 }
 
+// One re-search, while it may call handlers. What they look up is searched in its turn, but neither a VLAN that is
+// being searched, however fast its version rises meanwhile, nor deeper than a few levels: a later look-up tells the
+// rest.
+class Search {
+  public:
+    explicit Search(uint16_t vid)
+        : entered_(g_running < kMost && std::find(g_vids, g_vids + g_running, vid) == g_vids + g_running) {
+        if (entered_)
+            g_vids[g_running++] = vid;
+    }
+    ~Search() {
+        if (entered_)
+            --g_running;
+    }
+    Search(const Search &) = delete;
+    Search &operator=(const Search &) = delete;
+
+    [[nodiscard]] bool ok() const { return entered_; }
+
+  private:
+    static constexpr unsigned kMost = 8;
+    static uint16_t g_vids[kMost]; // those being searched, the outermost first
+    static unsigned g_running;
+    bool entered_;
+};
+uint16_t Search::g_vids[kMost];
+unsigned Search::g_running;
+
 // Apart from catch_up, which every look-up runs and which hardly ever comes here.
 [[gnu::noinline]] void reconcile(uint16_t vid, const vle &entry, uint16_t latest) {
+    const Search search(vid);
+    if (!search.ok())
+        return;
     const uint16_t known = g_vlan_private_version[vid];
     if (!older(known, latest)) {
         BRI_LOG(log::kVlan, "VLAN-Search: VLAN[%d] private version[%d] is biger than latest[%d], ERROR.\n", vid,

@@ -9,7 +9,11 @@ BRI_BEGIN_DECLS
 /* Versions. The server raises a VLAN's version with every incarnation and stamps creates and deletes with it. This
  * process keeps the newest one it has accepted of each VLAN, its private version, and drops what is late. Versions are
  * compared as signed 16-bit numbers, so one that wraps past 32767 counts as older. A look-up (the re-search) brings the
- * private version up to the VLAN table and gives the handlers the creates that were missed. */
+ * private version up to the VLAN table and gives the handlers the creates that were missed.
+ *
+ * A handler may look VLANs up and ask for replays in its turn. A VLAN whose re-search runs is not searched again inside
+ * it, and re-searches lie at most 8 deep inside each other: what is left out, the next look-up tells. Replays of every
+ * kind (see bridge/services.h) lie at most 8 deep too; a deeper one is discarded with a debug line. */
 
 /* Why a vl_evt_vlan_rec was sent. */
 enum bri_vlan_occasion {
