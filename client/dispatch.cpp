@@ -1,26 +1,19 @@
 // Dispatch: every message of the server finds its subsystem by one routing table; the client-management events change
 // the process-wide role and synchronisation state here.
-#include "base/bytes.h"
 #include "base/log.h"
+#include "base/runtime.h"
 #include "client/state.h"
+#include "l2/messages.h"
+#include "shared/debug.h"
+#include "vlan/messages.h"
 
 #include <bridge/bridge.h>
 
-#include <algorithm>
 #include <iterator>
 
 namespace bri::client {
 
 namespace {
-
-// A received message. Messages in a batch are not aligned: the header is a copy, `start` is never read as a record.
-struct Message {
-    bri_msg_hdr header;
-    uint8_t *start;
-
-    [[nodiscard]] bri_msg_hdr *whole() const { return reinterpret_cast<bri_msg_hdr *>(start); }
-    [[nodiscard]] uint8_t *payload() const { return start + sizeof(bri_msg_hdr); }
-};
 
 void call_handlers(uint32_t type) {
     bridge_call_event_handlers(type, nullptr, 0);
@@ -79,7 +72,7 @@ void on_oridata_request(const Message &) {
 }
 
 void on_server_stat(const Message &message) {
-    bri_clnt_on_serv_stat_msg(message.payload());
+    bri_clnt_on_serv_stat_msg(message.payload.data);
 }
 
 void on_switchover_begin(const Message &) {
@@ -102,7 +95,7 @@ void on_switchover_end(const Message &) {
 }
 
 void on_other_management(const Message &message) {
-    BRI_LOG(log::kClient, "Error mng-msg type(%s), discarded.\n", bri_msg_type_name(message.header.type));
+    BRI_LOG(log::kClient, "Error mng-msg type(%s), discarded.\n", bri_msg_type_name(message.type()));
 }
 
 // Research ------------------------------------------------------------------------------------------------------------
@@ -114,7 +107,7 @@ void end_research() {
 }
 
 void on_swport_prejudge(const Message &message) {
-    bri_clnt_call_swport_prejudge_callback(message.payload());
+    bri_clnt_call_swport_prejudge_callback(message.payload.data);
     end_research();
 }
 
@@ -124,67 +117,93 @@ void on_ss_origin_mac(const Message &) {
 }
 
 void on_other_research(const Message &message) {
-    BRI_LOG(log::kClient, "Failed to parse research-msg from BRIDGE, type %s.\n",
-            bri_msg_type_name(message.header.type));
+    BRI_LOG(log::kClient, "Failed to parse research-msg from BRIDGE, type %s.\n", bri_msg_type_name(message.type()));
 }
 
 // Routing -------------------------------------------------------------------------------------------------------------
 
-// Where messages go. A row is for one type, or (type 0 in it) for what else comes from its submodule; `least` is the
-// number of payload bytes that are read on the way, so a shorter message is dropped. The entries of the other
-// subsystems see the whole message and know their records' lengths themselves.
-struct Route {
-    uint32_t submod;
+using Entry = void (*)(const Message &);
+
+// The types that the runtime itself acts on. A message with fewer payload bytes than `least`, which are read on the
+// way, is dropped.
+struct TypeRoute {
     uint32_t type;
     uint32_t least;
-    void (*handle)(const Message &);
+    Entry entry;
 };
 
-constexpr uint32_t kRest = 0;
+template <class Row, size_t kCount> constexpr bool rising(const Row (&rows)[kCount], uint32_t Row::*key) {
+    for (size_t row = 1; row < kCount; ++row)
+        if (rows[row - 1].*key >= rows[row].*key)
+            return false;
+    return true;
+}
+
+template <size_t kCount> void route(const TypeRoute (&routes)[kCount], const Message &message, Entry rest) {
+    for (const TypeRoute &row : routes) {
+        if (row.type != message.type())
+            continue;
+        if (message.payload.size >= row.least)
+            return row.entry(message);
+        BRI_LOG(log::kClient, "[%s] msg is too short: type[%s, %d], len[%d], discarded.\n", name(),
+                bri_msg_type_name(row.type), log::number(row.type), log::number(message.header.len));
+        return;
+    }
+    rest(message);
+}
+
+constexpr TypeRoute kManagement[] = {
+    {BRIDGE_EVENT_BKUP_DATA_BEGIN, 0, on_backup_begin},  {BRIDGE_EVENT_BKUP_DATA_END, 0, on_backup_end},
+    {BRIDGE_EVENT_SYNC_DATA_END, 0, on_sync_end},        {BRIDGE_EVENT_ORI_DATA_REQUEST, 0, on_oridata_request},
+    {BRIDGE_EVEVT_SERVER_STAT, 1, on_server_stat},       {BRIDGE_EVENT_SWITCHOVER_BEGIN, 0, on_switchover_begin},
+    {BRIDGE_EVENT_SWITCHOVER_END, 0, on_switchover_end},
+};
+static_assert(rising(kManagement, &TypeRoute::type), "one row per type");
+
+void on_management(const Message &message) {
+    route(kManagement, message, on_other_management);
+}
+
 // The request of a pre-judgement is laid out between the server and the host's callback, which gets no length. It
 // names at least a port.
 constexpr uint32_t kPrejudgeLeast = sizeof(uint32_t);
 
-constexpr Route kRoutes[] = {
-    {BRI_SUBMOD_CLNT_MNG, BRIDGE_EVENT_BKUP_DATA_BEGIN, 0, on_backup_begin},
-    {BRI_SUBMOD_CLNT_MNG, BRIDGE_EVENT_BKUP_DATA_END, 0, on_backup_end},
-    {BRI_SUBMOD_CLNT_MNG, BRIDGE_EVENT_SYNC_DATA_END, 0, on_sync_end},
-    {BRI_SUBMOD_CLNT_MNG, BRIDGE_EVENT_ORI_DATA_REQUEST, 0, on_oridata_request},
-    {BRI_SUBMOD_CLNT_MNG, BRIDGE_EVEVT_SERVER_STAT, 1, on_server_stat},
-    {BRI_SUBMOD_CLNT_MNG, BRIDGE_EVENT_SWITCHOVER_BEGIN, 0, on_switchover_begin},
-    {BRI_SUBMOD_CLNT_MNG, BRIDGE_EVENT_SWITCHOVER_END, 0, on_switchover_end},
-    {BRI_SUBMOD_CLNT_MNG, kRest, 0, on_other_management},
-    {BRI_SUBMOD_MAC, kRest, 0, [](const Message &message) { mac_client_on_server_msg(message.whole()); }},
-    {BRI_SUBMOD_VLAN, kRest, 0, [](const Message &message) { vl_clnt_on_server_msg(message.whole()); }},
-    {BRI_SUBMOD_MVLAN, kRest, 0, [](const Message &message) { bridge_mvlan_lib_dispose_msg(message.whole()); }},
-    {BRI_SUBMOD_L2TOP, kRest, 0, [](const Message &message) { bri_clnt_on_l2topo_msg(message.whole()); }},
-    {BRI_SUBMOD_VLAN_GROUP, kRest, 0,
-     [](const Message &message) { bridge_vlan_group_lib_dispose_msg(message.whole()); }},
-    {BRI_SUBMOD_DEBUG, kRest, 0, [](const Message &message) { bri_clnt_on_debug_msg(message.whole()); }},
-    {BRI_SUBMOD_RESEARCH, RESEARCH_EVENT_SWPORT_PREJUDGE, kPrejudgeLeast, on_swport_prejudge},
-    {BRI_SUBMOD_RESEARCH, RESEARCH_EVENT_SS_ORIGIN_MAC, 0, on_ss_origin_mac},
-    {BRI_SUBMOD_RESEARCH, kRest, 0, on_other_research},
+constexpr TypeRoute kResearch[] = {
+    {RESEARCH_EVENT_SWPORT_PREJUDGE, kPrejudgeLeast, on_swport_prejudge},
+    {RESEARCH_EVENT_SS_ORIGIN_MAC, 0, on_ss_origin_mac},
+};
+static_assert(rising(kResearch, &TypeRoute::type), "one row per type");
+
+void on_research(const Message &message) {
+    route(kResearch, message, on_other_research);
+}
+
+// The other subsystems know their records' lengths themselves. A submodule without a row has no owner here.
+struct Route {
+    uint32_t submod;
+    Entry entry;
 };
 
-constexpr bool ordered() {
-    return std::is_sorted(std::begin(kRoutes), std::end(kRoutes), [](const Route &a, const Route &b) {
-        // The row for the rest of a submodule is its last one.
-        const auto rank = [](const Route &route) { return route.type == kRest ? UINT32_MAX : route.type; };
-        return a.submod != b.submod ? a.submod < b.submod : rank(a) < rank(b);
-    });
-}
-constexpr bool in_own_submodule(const Route &route) {
-    return route.type == kRest || route.type >> 7 == route.submod;
-}
-static_assert(ordered(), "routes rise by submodule and type, each submodule's rest last");
-static_assert(std::all_of(std::begin(kRoutes), std::end(kRoutes), in_own_submodule));
+constexpr Route kRoutes[] = {
+    {BRI_SUBMOD_CLNT_MNG, on_management},  {BRI_SUBMOD_MAC, mac::on_message},
+    {BRI_SUBMOD_VLAN, vlan::on_message},   {BRI_SUBMOD_MVLAN, mvlan::on_message},
+    {BRI_SUBMOD_L2TOP, l2top::on_message}, {BRI_SUBMOD_VLAN_GROUP, groups::on_message},
+    {BRI_SUBMOD_DEBUG, debug::on_message}, {BRI_SUBMOD_RESEARCH, on_research},
+};
 
-const Route *route_of(uint32_t type) {
+// The routes by their submodule's number.
+constexpr size_t kSubmods = std::end(kRoutes)[-1].submod + 1;
+struct EntryIndex {
+    Entry of[kSubmods];
+};
+
+constexpr EntryIndex indexed() {
+    EntryIndex index{};
     for (const Route &route : kRoutes)
-        if (route.submod == type >> 7 && (route.type == type || route.type == kRest))
-            return &route;
-    return nullptr;
+        index.of[route.submod] = route.entry;
+    return index;
 }
+constexpr EntryIndex kEntries = indexed();
 
 } // namespace
 
@@ -193,20 +212,18 @@ const Route *route_of(uint32_t type) {
 using namespace bri;
 using namespace bri::client;
 
-void bridge_client_msg_dspch(bri_msg_hdr *msg) {
-    if (msg == nullptr)
-        return;
-    const Message message{load_as<bri_msg_hdr>(msg), reinterpret_cast<uint8_t *>(msg)};
-    const uint32_t type = message.header.type;
-    const Route *route = route_of(type);
-    if (route == nullptr)
-        BRI_LOG(log::kClient, "[%s] error msg, module[%d], type[%d].\n", name(), static_cast<int>(type >> 7),
-                static_cast<int>(type));
-    else if (message.header.len < route->least)
-        BRI_LOG(log::kClient, "[%s] msg is too short: type[%s, %d], len[%d], discarded.\n", name(),
-                bri_msg_type_name(type), static_cast<int>(type), static_cast<int>(message.header.len));
+void runtime::dispatch(const Message &message) {
+    const uint32_t submod = submod_of(message.type());
+    if (submod < kSubmods && kEntries.of[submod] != nullptr)
+        kEntries.of[submod](message);
     else
-        route->handle(message);
+        BRI_LOG(log::kClient, "[%s] error msg, module[%d], type[%d].\n", name(), log::number(submod),
+                log::number(message.type()));
+}
+
+void bridge_client_msg_dspch(bri_msg_hdr *msg) {
+    if (msg != nullptr)
+        runtime::dispatch(message_at(msg));
 }
 
 void bri_clnt_on_serv_stat_msg(const void *payload) {

@@ -2,6 +2,7 @@
 #include "base/bits.h"
 #include "base/list.h"
 #include "base/log.h"
+#include "base/runtime.h"
 #include "base/text.h"
 #include "client/state.h"
 
@@ -75,7 +76,7 @@ bool admits(uint32_t type, unsigned bit) {
                 static_cast<int>(type));
         return false;
     }
-    if (g_state.sync_state != client::kSyncEnded && type >> 7 != BRI_SUBMOD_CLNT_MNG) {
+    if (g_state.sync_state != client::kSyncEnded && submod_of(type) != BRI_SUBMOD_CLNT_MNG) {
         BRI_LOG(log::kClient, "[%s] data-sync is not end, ignored[%d].\n", name(), static_cast<int>(type));
         return false;
     }
@@ -126,6 +127,10 @@ void bridge_call_event_handlers(uint32_t type, void *data, uint32_t len) {
         BRI_LOG(log::kClient, "[%s] event[%s, %d] is handled.\n", name(), bri_msg_type_name(type),
                 static_cast<int>(type));
     });
+}
+
+void runtime::hand_on(const Message &message) {
+    bridge_call_event_handlers(message.type(), message.payload.data, message.header.len);
 }
 
 int bridge_client_reg_event(const event_set *set, bri_event_handler handler) {

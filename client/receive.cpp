@@ -1,11 +1,10 @@
 // Batches from the server: read whole, split, handed on message by message.
-#include "base/bytes.h"
 #include "base/log.h"
 #include "base/refused_jobs.h"
+#include "base/runtime.h"
 #include "client/state.h"
 #include "client/transport.h"
-
-#include <bridge/debug.h>
+#include "shared/delay_list.h"
 
 #include <cerrno>
 #include <cstring>
@@ -55,16 +54,14 @@ bool read_body(int fd, uint32_t length) {
     return false;
 }
 
-// The message lies unaligned in the receive buffer; who takes it copies what it reads.
-void take_message(const uint8_t *message, bri_msg_hdr header) {
+void take_message(const Message &message) {
     BRI_LOG(log::kClient, "A msg Start...\n");
-    BRI_LOG(log::kClient, "[%s] recv msg: type[%s, %d], len[%d].\n", name(), bri_msg_type_name(header.type),
-            log::number(header.type), log::number(header.len));
-    auto *handed_on = reinterpret_cast<bri_msg_hdr *>(const_cast<uint8_t *>(message));
-    if (bri_clnt_msg_delay_process(handed_on) != 0)
+    BRI_LOG(log::kClient, "[%s] recv msg: type[%s, %d], len[%d].\n", name(), bri_msg_type_name(message.type()),
+            log::number(message.type()), log::number(message.header.len));
+    if (delay::take(message))
         BRI_LOG(log::kClient, "Msg received is delayed to process.\n");
     else
-        bridge_client_msg_dspch(handed_on);
+        runtime::dispatch(message);
     BRI_LOG(log::kClient, "\n");
     BRI_LOG(log::kClient, "\n");
 }
@@ -74,9 +71,9 @@ bool take_batch(const bri_batch_hdr &batch) {
     const uint32_t connection = connection_number();
     MessageIterator next({g_bglib_recvbuf + kHeaderSize, batch.msg_len}, batch.msg_cnt);
     while (next.ok()) {
-        const MessageIterator message = next;
-        next.next(); // a handler may write to its payload, and the length of the message is none of that
-        take_message(message.message(), message.header());
+        const Message message = next.message();
+        next.next(); // a handler may write to its payload, and to whatever lies behind it
+        take_message(message);
         if (connection_number() != connection)
             return false;
     }

@@ -1,6 +1,7 @@
 // Messages to the server: collected in one batch, written when it fills, when one is urgent, or by the 50 ms timer.
 #include "base/list.h"
 #include "base/log.h"
+#include "base/message.h"
 #include "base/refused_jobs.h"
 #include "client/state.h"
 #include "client/transport.h"
@@ -42,7 +43,7 @@ void append(const void *data, uint32_t len, uint32_t type) {
 
 // These do not wait for the timer.
 bool urgent(uint32_t type) {
-    const uint32_t submod = type >> 7;
+    const uint32_t submod = submod_of(type);
     return submod == BRI_SUBMOD_CLNT_MNG || submod == BRI_SUBMOD_L2TOP || type == MAC_EVENT_DYN_FLUSH ||
            type == MVLAN_EVENT_NOTIFY_ENTRY;
 }

@@ -24,9 +24,6 @@ struct State {
 
 extern State g_state; // client/context.cpp
 
-// Period of the batch flush, in microseconds.
-inline constexpr int kFlushPeriodUsec = 50000;
-
 // The client name for log lines; empty before initialisation.
 [[nodiscard]] inline const char *name() {
     return g_bridge_client != nullptr ? g_bridge_client->name : "";

@@ -1,6 +1,7 @@
 // The one place that adds the client's jobs to the host's loop, and that knows which ones it refused.
 #include "base/log.h"
 #include "base/refused_jobs.h"
+#include "base/runtime.h"
 #include "client/state.h"
 #include "client/transport.h"
 
@@ -14,7 +15,7 @@ namespace bri::client {
 namespace {
 
 constexpr long kReconnectSeconds = 1;
-constexpr timeval kFlushPeriod{0, kFlushPeriodUsec};
+constexpr timeval kFlushPeriod{0, runtime::kFlushPeriodUsec};
 
 void log_ready(const bri_clnt_ctx &ctx, bri_clnt_thread_evt kind) {
     if (kind == BRI_CLNT_EVT_CONNECT)

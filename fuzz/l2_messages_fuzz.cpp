@@ -2,7 +2,7 @@
 // the dispatcher, and the topology requests whose length the caller states.
 //
 // A message is a block of the heap that ends with its payload, one byte off every alignment, as in a batch.
-#include "base/bytes.h"
+#include "base/message.h"
 #include "client/transport.h"
 #include "fuzz/host.h"
 
@@ -134,11 +134,11 @@ ssize_t __wrap_send(int fd, const void *data, size_t size, int) {
     require(fd == kServer && size >= sizeof(bri_batch_hdr));
     const auto header = bri::load_as<bri_batch_hdr>(data);
     require(header.msg_len == size - sizeof header);
-    const bri::Bytes batch{static_cast<const uint8_t *>(data), size};
+    const bri::MutableBytes batch{static_cast<uint8_t *>(const_cast<void *>(data)), size};
     bri::MessageIterator messages(batch.from(sizeof header), header.msg_cnt);
     uint32_t count = 0;
     for (; messages.ok(); messages.next(), ++count)
-        read_all(messages.message(), sizeof(bri_msg_hdr) + messages.header().len);
+        read_all(messages.message().payload.data, messages.message().payload.size);
     require(!messages.cut() && count == header.msg_cnt);
     return static_cast<ssize_t>(size);
 }

@@ -1,13 +1,16 @@
 // Messages of the MAC submodule from the server, the available-address total and the statistics.
 #include "base/bytes.h"
+#include "base/runtime.h"
 #include "base/shared_word.h"
 #include "l2/mac_log.h"
+#include "l2/messages.h"
 
 #include <bridge/client.h>
 #include <bridge/events.h>
 
 #include <algorithm>
 #include <cstring>
+#include <iterator>
 
 namespace bri::mac {
 
@@ -21,7 +24,7 @@ int32_t g_counters[1 + BRI_MAC_TYPE_TRUST];
 
 constexpr const char *kTypeNames[] = {nullptr, "DYNAMIC", "STATIC", "FILTER", "LOCAL",
                                       "COPY",  "SECU",    "OTHER",  "TRUST"};
-static_assert(sizeof kTypeNames / sizeof kTypeNames[0] == BRI_MAC_TYPE_TRUST + 1);
+static_assert(std::size(kTypeNames) == BRI_MAC_TYPE_TRUST + 1);
 
 [[nodiscard]] const char *type_name(uint32_t type) {
     return type >= BRI_MAC_TYPE_DYNAMIC && type <= BRI_MAC_TYPE_TRUST ? kTypeNames[type] : "UNKOWEN";
@@ -59,8 +62,9 @@ bri_mac_msg first_of(Bytes records) {
 }
 
 // Each record is handed on as a copy of its own.
-void unpack(uint32_t event, Bytes payload) {
-    for (; payload.size != 0; payload = payload.from(std::min(payload.size, sizeof(bri_mac_msg)))) {
+void unpack(const Message &message) {
+    for (Bytes payload = message.payload; payload.size != 0;
+         payload = payload.from(std::min(payload.size, sizeof(bri_mac_msg)))) {
         bri_mac_msg record = first_of(payload);
         if (record.oper != BRI_MAC_ADD && record.oper != BRI_MAC_DEL) {
             BRI_MAC_LOG(&record.entry, "(%s), notify addr : drop null msg\n", g_bglib_client_name_mac);
@@ -71,7 +75,7 @@ void unpack(uint32_t event, Bytes payload) {
                 continue;
             record.entry.type = type_for_ss(record.entry.type);
         }
-        hand_on(event, record);
+        hand_on(message.type(), record);
     }
 }
 
@@ -87,12 +91,8 @@ void take_total(Bytes payload) {
 using namespace bri;
 using namespace bri::mac;
 
-void mac_client_on_server_msg(bri_msg_hdr *msg) {
-    if (msg == nullptr)
-        return;
-    const auto header = bri::load_as<bri_msg_hdr>(msg); // messages in a batch are not aligned
-    uint8_t *payload = reinterpret_cast<uint8_t *>(msg) + sizeof header;
-    switch (header.type) {
+void mac::on_message(const Message &message) {
+    switch (message.type()) {
     case MAC_EVENT_SYNC_DATA_BEGIN:
     case MAC_EVENT_SYNC_DATA_END:
     case MAC_EVENT_SET_AGETIME:
@@ -104,18 +104,23 @@ void mac_client_on_server_msg(bri_msg_hdr *msg) {
     case MAC_EVENT_GLOBAL_LEARN:
     case MAC_EVENT_ROLLBACK_ADDR:
     case MAC_EVENT_BYPASS_ADDR:
-        bridge_call_event_handlers(header.type, payload, header.len);
+        runtime::hand_on(message);
         break;
     case MAC_EVENT_SET_AVAILABLE_MAC:
-        take_total({payload, header.len});
+        take_total(message.payload);
         break;
     case MAC_EVENT_NOTIFY_ADDR:
     case MAC_EVENT_NOTIFY_NONDYN:
-        unpack(header.type, {payload, header.len});
+        unpack(message);
         break;
     default: // the server's own business
         break;
     }
+}
+
+void mac_client_on_server_msg(bri_msg_hdr *msg) {
+    if (msg != nullptr)
+        mac::on_message(message_at(msg));
 }
 
 uint32_t mac_client_get_available_total() {

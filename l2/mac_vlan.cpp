@@ -2,6 +2,8 @@
 #include "base/bytes.h"
 #include "base/log.h"
 #include "base/mac_text.h"
+#include "base/runtime.h"
+#include "l2/messages.h"
 
 #include <bridge/client.h>
 #include <bridge/events.h>
@@ -121,11 +123,13 @@ void mvlan_clnt_send_error_result(const mvlan_entry *entry) {
     send(entry, sizeof *entry, MVLAN_EVENT_ERROR);
 }
 
+void mvlan::on_message(const Message &message) {
+    BRI_LOG(log::kClient, "mvlan lib recv msg: mvlan event %s, msg len %d.\n", event_name(message.type()),
+            log::number(message.header.len));
+    runtime::hand_on(message);
+}
+
 void bridge_mvlan_lib_dispose_msg(bri_msg_hdr *msg) {
-    if (msg == nullptr)
-        return;
-    const auto header = bri::load_as<bri_msg_hdr>(msg); // messages in a batch are not aligned
-    BRI_LOG(log::kClient, "mvlan lib recv msg: mvlan event %s, msg len %d.\n", event_name(header.type),
-            static_cast<int>(header.len));
-    bridge_call_event_handlers(header.type, reinterpret_cast<uint8_t *>(msg) + sizeof header, header.len);
+    if (msg != nullptr)
+        mvlan::on_message(message_at(msg));
 }

@@ -1,7 +1,8 @@
 // Events of the layer-2 topology: the server's, and the origin data that is read back from the shared tables.
-#include "base/bytes.h"
 #include "base/log.h"
+#include "base/runtime.h"
 #include "client/replay_level.h"
+#include "l2/messages.h"
 #include "l2/replay.h"
 #include "l2/topology.h"
 
@@ -91,11 +92,14 @@ void replay() {
 using namespace bri;
 using namespace bri::l2top;
 
+void l2top::on_message(const Message &message) {
+    runtime::hand_on(message);
+}
+
 int bri_clnt_on_l2topo_msg(bri_msg_hdr *msg) {
     if (msg == nullptr)
         return -1;
-    const auto header = bri::load_as<bri_msg_hdr>(msg); // messages in a batch are not aligned
-    bridge_call_event_handlers(header.type, reinterpret_cast<uint8_t *>(msg) + sizeof header, header.len);
+    l2top::on_message(message_at(msg));
     return 0;
 }
 

@@ -58,7 +58,7 @@ Incoming peek_batch(evbuffer *input) {
     return {complete ? Incoming::State::kComplete : Incoming::State::kIncomplete, size};
 }
 
-bri::MessageIterator messages_of(Bytes batch) {
+bri::MessageIterator messages_of(bri::MutableBytes batch) {
     const auto header = bri::load_at<bri_batch_hdr>(batch, 0);
     return {batch.from(sizeof header), header.msg_cnt};
 }

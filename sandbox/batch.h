@@ -1,7 +1,7 @@
 // Batches of messages on the server socket: building the ones that go out, splitting the ones that come in.
 #pragma once
 
-#include "base/bytes.h"
+#include "base/message.h"
 
 #include <cstdint>
 #include <functional>
@@ -49,7 +49,7 @@ struct Incoming {
 Incoming peek_batch(evbuffer *input);
 
 // Walks over a whole batch, header included.
-bri::MessageIterator messages_of(Bytes batch);
+bri::MessageIterator messages_of(bri::MutableBytes batch);
 
 // "0a1b2c" as bytes; blanks between the digit pairs are skipped. Throws std::invalid_argument for anything else.
 std::vector<uint8_t> parse_hex(const std::string &text);

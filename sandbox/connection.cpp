@@ -85,11 +85,11 @@ void Connection::on_readable() {
     }
 }
 
-void Connection::take_messages(const std::vector<uint8_t> &batch) {
+void Connection::take_messages(std::vector<uint8_t> &batch) {
     auto messages = messages_of({batch.data(), batch.size()});
     for (; messages.ok() && open(); messages.next()) {
         ++received_;
-        owner_.on_message(*this, messages.header().type, messages.payload());
+        owner_.on_message(*this, messages.message().type(), messages.message().payload);
     }
     if (messages.cut() && open())
         lose("sent a message that runs past its batch");

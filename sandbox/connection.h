@@ -52,7 +52,7 @@ class Connection {
 
   private:
     void on_readable();
-    void take_messages(const std::vector<uint8_t> &batch);
+    void take_messages(std::vector<uint8_t> &batch);
     void lose(const std::string &why);
 
     BufferEvent channel_;

@@ -1,10 +1,9 @@
 // Debug switches of this process, set by messages that the server forwards or by a marker file.
 #include "shared/debug.h"
 
-#include "base/bytes.h"
 #include "base/log.h"
+#include "base/runtime.h"
 #include "base/shared_word.h"
-#include "client/state.h"
 #include "shared/delay_list.h"
 
 #include <bridge/client.h>
@@ -17,6 +16,7 @@
 
 #include <cstdio>
 #include <cstring>
+#include <iterator>
 #include <unistd.h>
 
 uint8_t g_bri_clnt_dbg[BRI_DBG_FLAGS];
@@ -26,7 +26,6 @@ namespace bri::debug {
 
 namespace {
 
-constexpr size_t kPayload = sizeof(bri_msg_hdr);
 constexpr size_t kValue = 4; // the second word of a payload is the value
 
 // The client whose switches these are; null before bri_clnt_debug_init.
@@ -53,46 +52,46 @@ int delay_job(void *) {
     return 0;
 }
 
-using Action = void (*)(const uint8_t *payload);
+using Action = void (*)(Bytes payload);
 
-[[nodiscard]] int32_t value_of(const uint8_t *payload) {
-    return load_as<int32_t>(payload + kValue);
+[[nodiscard]] int32_t value_of(Bytes payload) {
+    return load_at<int32_t>(payload, kValue);
 }
 
-bool set_flag(bri_debug_flag flag, const uint8_t *payload) {
+bool set_flag(bri_debug_flag flag, Bytes payload) {
     const bool on = value_of(payload) != 0;
     word::store<uint8_t>(g_bri_clnt_dbg[flag], on ? 1 : 0);
     return on;
 }
 
-void set_vlan(const uint8_t *payload) {
+void set_vlan(Bytes payload) {
     const bool on = set_flag(BRI_DBG_VLAN, payload);
     BRI_LOG(log::kClient, "Client(%s) vlan-debug is %s.\n", g_client->name, on_off(on));
 }
 
-void set_qinq(const uint8_t *payload) {
+void set_qinq(Bytes payload) {
     const bool on = set_flag(BRI_DBG_QINQ, payload);
     BRI_LOG(log::kClient, "Client(%s) qinq-debug is %s.\n", g_client->name, on_off(on));
 }
 
-void set_vmap(const uint8_t *payload) {
+void set_vmap(Bytes payload) {
     const bool on = set_flag(BRI_DBG_VMAP, payload);
     BRI_LOG(log::kClient, "Client(%s) vmap-debug is %s.\n", g_client->name, on_off(on));
 }
 
-void set_pvlan(const uint8_t *payload) {
+void set_pvlan(Bytes payload) {
     const bool on = set_flag(BRI_DBG_PVLAN, payload);
     BRI_LOG(log::kClient, "Client(%s) pvlan-debug is %s.\n", g_client->name, on_off(on));
 }
 
 // Its own line is under the flag itself, so it is only ever seen when messages are switched on.
-void set_msg(const uint8_t *payload) {
+void set_msg(Bytes payload) {
     const bool on = set_flag(BRI_DBG_MSG, payload);
     BRI_LOG(log::kClient, "Client(%s) msg-debug is %s.\n", g_client->name, on_off(on));
 }
 
-void set_mac(const uint8_t *payload) {
-    std::memcpy(&g_bglib_mac_filter, payload, sizeof g_bglib_mac_filter);
+void set_mac(Bytes payload) {
+    std::memcpy(&g_bglib_mac_filter, payload.data, sizeof g_bglib_mac_filter);
     const bri_mac_filter &filter = g_bglib_mac_filter;
     word::store(g_bri_clnt_dbg[BRI_DBG_MAC], filter.enable);
     BRI_LOG(log::kClient,
@@ -101,7 +100,7 @@ void set_mac(const uint8_t *payload) {
             filter.mac[4], filter.mac[5], filter.vid, filter.ifx);
 }
 
-void set_delay(const uint8_t *payload) {
+void set_delay(Bytes payload) {
     const int32_t before = delay::interval();
     const int32_t seconds = value_of(payload);
     delay::set_interval(seconds);
@@ -112,7 +111,7 @@ void set_delay(const uint8_t *payload) {
         delay::release();
 }
 
-void show_flags(const uint8_t *) {
+void show_flags(Bytes) {
     if (g_bri_clnt_dbg[BRI_DBG_VLAN] != 0)
         BRI_LOG(log::kPrint, "  bridge client pid %d vlan debugging is on\n", log::number(g_client->pid));
     if (g_bri_clnt_dbg[BRI_DBG_MAC] != 0)
@@ -121,7 +120,7 @@ void show_flags(const uint8_t *) {
         BRI_LOG(log::kPrint, "  bridge client pid %d msg debugging is on\n", log::number(g_client->pid));
 }
 
-void show_delay(const uint8_t *) {
+void show_delay(Bytes) {
     const int32_t seconds = delay::interval();
     if (seconds == 0) {
         BRI_LOG(log::kPrint, " Bridge client pid %d event-delay is not set.\n", log::number(g_client->pid));
@@ -132,22 +131,22 @@ void show_delay(const uint8_t *) {
 }
 
 // Other threads may be sending.
-void show_cache(const uint8_t *) {
+void show_cache(Bytes) {
     BRI_LOG(log::kPrint, " Bridge client[pid %d] cache-msg-flush timer: %d usecs\n", log::number(g_client->pid),
-            client::kFlushPeriodUsec);
+            runtime::kFlushPeriodUsec);
     BRI_LOG(log::kPrint, " Cache-msg number: %d\n", log::number(word::load(g_client->cache_cnt)));
     BRI_LOG(log::kPrint, " Cache-msg limit: %u\n", g_client->cache_max);
     BRI_LOG(log::kPrint, " Cache-msg drop: %u\n", word::load(g_client->cache_drop));
     BRI_LOG(log::kPrint, " Notify-data-sync-end: %s\n", g_client->data_synced != 0 ? "YES" : "NO");
 }
 
-void show_vlan(const uint8_t *) {
+void show_vlan(Bytes) {
     vl_clnt_show_vlan();
 }
-void show_mac_statistic(const uint8_t *) {
+void show_mac_statistic(Bytes) {
     mac_client_show_statistic();
 }
-void show_swport(const uint8_t *) {
+void show_swport(Bytes) {
     vl_clnt_show_swport();
 }
 
@@ -169,20 +168,19 @@ constexpr Command kCommands[] = {
 };
 
 constexpr bool rising() {
-    for (size_t row = 1; row < sizeof kCommands / sizeof kCommands[0]; ++row)
+    for (size_t row = 1; row < std::size(kCommands); ++row)
         if (kCommands[row - 1].type >= kCommands[row].type)
             return false;
     return true;
 }
 static_assert(rising(), "one row per debug command, in the order of their types");
 
-void run(const Command &command, const uint8_t *message, uint32_t len) {
-    if (len < command.least) {
+void run(const Command &command, const Message &message) {
+    if (message.payload.size < command.least)
         BRI_LOG(log::kClient, "[%s] debug-msg[%x] is too short, len[%d], discarded.\n", g_client->name, command.type,
-                log::number(len));
-        return;
-    }
-    command.action(message + kPayload);
+                log::number(message.header.len));
+    else
+        command.action(message.payload);
 }
 
 bool mac_is_any(const uint8_t *mac) {
@@ -225,13 +223,17 @@ void bri_clnt_debug_all(void) {
         bri::word::store<uint8_t>(g_bri_clnt_dbg[flag], 1);
 }
 
-void bri_clnt_on_debug_msg(const bri_msg_hdr *msg) {
-    if (msg == nullptr || bri::debug::g_client == nullptr)
+void bri::debug::on_message(const Message &message) {
+    if (g_client == nullptr)
         return;
-    const auto header = bri::load_as<bri_msg_hdr>(msg);
-    for (const auto &command : bri::debug::kCommands)
-        if (command.type == header.type)
-            return bri::debug::run(command, reinterpret_cast<const uint8_t *>(msg), header.len);
+    for (const Command &command : kCommands)
+        if (command.type == message.type())
+            return run(command, message);
+}
+
+void bri_clnt_on_debug_msg(const bri_msg_hdr *msg) {
+    if (msg != nullptr)
+        debug::on_message(message_at(msg));
 }
 
 int bri_clnt_match_mac_dbg_filter(const bri_mac_entry *entry) {

@@ -1,9 +1,8 @@
 #include "shared/delay_list.h"
 
-#include "base/bytes.h"
 #include "base/list.h"
+#include "base/runtime.h"
 
-#include <bridge/client.h>
 #include <bridge/debug.h>
 
 #include <cstdlib>
@@ -20,17 +19,23 @@ constexpr uint32_t kMostWaiting = 256; // the message that makes this many relea
 
 struct Node {
     bri_list links;
-    bri_msg_hdr message; // its payload follows
+    bri_msg_hdr header; // its payload follows
+
+    [[nodiscard]] Message message() { return message_at(&header); }
 };
+
+static_assert(sizeof(Node) == offsetof(Node, header) + sizeof(bri_msg_hdr), "the payload follows its header");
 
 // The message that a running release is dispatching; null while none runs.
 Node *g_releasing;
 
-Node *copy_message(const void *message, uint32_t len) {
-    const size_t size = sizeof(bri_msg_hdr) + len;
-    auto *node = static_cast<Node *>(std::malloc(offsetof(Node, message) + size));
-    if (node != nullptr)
-        std::memcpy(&node->message, message, size);
+Node *copy_of(const Message &message) {
+    auto *node = static_cast<Node *>(std::malloc(sizeof(Node) + message.payload.size));
+    if (node == nullptr)
+        return nullptr;
+    node->header = message.header;
+    if (message.payload.size != 0)
+        std::memcpy(node + 1, message.payload.data, message.payload.size);
     return node;
 }
 
@@ -42,7 +47,7 @@ Node *copy_message(const void *message, uint32_t len) {
 // debugging anew and so emptied the list under us.
 bool deliver(Node &node) {
     g_releasing = &node;
-    bridge_client_msg_dspch(&node.message);
+    runtime::dispatch(node.message());
     g_releasing = nullptr;
     const bool emptied = detached(node);
     if (!emptied) {
@@ -61,6 +66,19 @@ int32_t interval() {
 
 void set_interval(int32_t seconds) {
     std::memcpy(&g_bri_clnt_dbg[BRI_DBG_DELAY], &seconds, sizeof seconds);
+}
+
+bool take(const Message &message) {
+    if (interval() <= 0 || submod_of(message.type()) == BRI_SUBMOD_DEBUG || message.payload.size > BRI_BATCH_MSG_MAX)
+        return false;
+    Node *node = copy_of(message);
+    if (node == nullptr)
+        return false;
+    list::append(g_bri_msg_delay_list, node->links);
+    // More than that wait only when handlers delayed them inside a release, which is not entered again.
+    if (++g_bri_msg_delay_num >= kMostWaiting)
+        release();
+    return true;
 }
 
 void release() {
@@ -89,17 +107,5 @@ using namespace bri;
 using namespace bri::delay;
 
 int bri_clnt_msg_delay_process(const bri_msg_hdr *msg) {
-    if (msg == nullptr || bri::delay::interval() <= 0)
-        return 0;
-    const auto header = bri::load_as<bri_msg_hdr>(msg);
-    if (header.type >> 7 == BRI_SUBMOD_DEBUG || header.len > BRI_BATCH_MSG_MAX)
-        return 0;
-    auto *node = bri::delay::copy_message(msg, header.len);
-    if (node == nullptr)
-        return 0;
-    bri::list::append(g_bri_msg_delay_list, node->links);
-    // More than that wait only when handlers delayed them inside a release, which is not entered again.
-    if (++g_bri_msg_delay_num >= bri::delay::kMostWaiting)
-        bri::delay::release();
-    return 1;
+    return msg != nullptr && delay::take(message_at(msg)) ? 1 : 0;
 }

@@ -1,7 +1,7 @@
 // Messages held back for later delivery.
 #pragma once
 
-#include <bridge/base.h>
+#include "base/message.h"
 
 #include <cstdint>
 
@@ -10,6 +10,9 @@ namespace bri::delay {
 // Seconds that messages are held back. It stands in four unaligned bytes of g_bri_clnt_dbg; 0 and below mean off.
 [[nodiscard]] int32_t interval();
 void set_interval(int32_t seconds);
+
+// Keeps a copy of a message while a delay is set; false when the caller must dispatch it now.
+[[nodiscard]] bool take(const Message &message);
 
 // Dispatches the messages that wait now, in arrival order. Does nothing while a release is already running.
 void release();

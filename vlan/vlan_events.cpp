@@ -1,8 +1,10 @@
 // Start of the VLAN client and the road of a VLAN message: version check, then the host's handlers.
 #include "base/bytes.h"
 #include "base/log.h"
+#include "base/runtime.h"
 #include "base/text.h"
 #include "vlan/client_name.h"
+#include "vlan/messages.h"
 
 #include <bridge/client.h>
 #include <bridge/events.h>
@@ -54,15 +56,16 @@ constexpr VersionedEvent kVersioned[] = {
 static_assert(kSingleLen == 4 && sizeof(vl_evt_vlanset_rec) == 8708);
 
 // Whether a message with a version is new; a type without one always is.
-bool is_fresh(uint32_t type, uint8_t *payload, uint32_t len) {
+bool is_fresh(const Message &message) {
     for (const VersionedEvent &event : kVersioned) {
-        if (event.type != type)
+        if (event.type != message.type())
             continue;
-        if (len < event.least_len) {
-            BRI_LOG(log::kVlan, "VLAN msg type(%s) is too short, len(%u), Drop.\n", bri_msg_type_name(type), len);
+        if (message.payload.size < event.least_len) {
+            BRI_LOG(log::kVlan, "VLAN msg type(%s) is too short, len(%u), Drop.\n", bri_msg_type_name(event.type),
+                    message.header.len);
             return false;
         }
-        return event.accepts(payload) != 0;
+        return event.accepts(message.payload.data) != 0;
     }
     return true;
 }
@@ -71,18 +74,6 @@ bool is_fresh(uint32_t type, uint8_t *payload, uint32_t len) {
 bool is_internal(uint32_t type) {
     return type == DEBUG_EVENT_VLAN || type == VLAN_EVENT_SET_ADD_DYN_INTF || type == VLAN_EVENT_SET_DEL_DYN_INTF ||
            type == VLAN_EVENT_SVI_MODIFY_UP_NUM;
-}
-
-void handle(bri_msg_hdr header, uint8_t *payload) {
-    if (!is_fresh(header.type, payload, header.len))
-        return;
-    const auto number = static_cast<int>(header.type);
-    BRI_LOG(log::kVlan, "Ready to notify event, type(%s), event(%d).\n", bri_msg_type_name(header.type), number);
-    if (is_internal(header.type)) {
-        BRI_LOG(log::kVlan, "The event(%d) needn't notify.\n", number);
-        return;
-    }
-    bridge_call_event_handlers(header.type, payload, header.len);
 }
 
 } // namespace
@@ -95,6 +86,18 @@ const char *client_name() {
 
 using namespace bri;
 using namespace bri::vlan;
+
+void vlan::on_message(const Message &message) {
+    if (!is_fresh(message))
+        return;
+    const auto number = static_cast<int>(message.type());
+    BRI_LOG(log::kVlan, "Ready to notify event, type(%s), event(%d).\n", bri_msg_type_name(message.type()), number);
+    if (is_internal(message.type())) {
+        BRI_LOG(log::kVlan, "The event(%d) needn't notify.\n", number);
+        return;
+    }
+    runtime::hand_on(message);
+}
 
 char *vl_clnt_manage_init(struct bri_clnt_ctx *client) {
     if (client == nullptr)
@@ -114,7 +117,6 @@ char *vl_clnt_manage_init(struct bri_clnt_ctx *client) {
 int vl_clnt_on_server_msg(struct bri_msg_hdr *msg) {
     if (msg == nullptr)
         return -1;
-    auto *bytes = reinterpret_cast<uint8_t *>(msg);
-    vlan::handle(load_as<bri_msg_hdr>(bytes), bytes + sizeof(bri_msg_hdr));
+    vlan::on_message(message_at(msg));
     return 0;
 }

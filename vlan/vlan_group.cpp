@@ -1,8 +1,9 @@
 // VLAN groups: the shared table and the server's group events.
 #include "base/bits.h"
-#include "base/bytes.h"
 #include "base/log.h"
+#include "base/runtime.h"
 #include "shared/table.h"
+#include "vlan/messages.h"
 
 #include <bridge/client.h>
 #include <bridge/vlan_db.h>
@@ -139,13 +140,15 @@ int vlan_group_shm_init() {
     return 1;
 }
 
+void groups::on_message(const Message &message) {
+    BRI_LOG(log::kClient, "vg lib recv msg: event %s, msg len %d.\n", event_name(message.type()),
+            log::number(message.header.len));
+    runtime::hand_on(message);
+}
+
 void bridge_vlan_group_lib_dispose_msg(struct bri_msg_hdr *msg) {
-    if (msg == nullptr)
-        return;
-    const auto header = bri::load_as<bri_msg_hdr>(msg);
-    BRI_LOG(log::kClient, "vg lib recv msg: event %s, msg len %d.\n", event_name(header.type),
-            static_cast<int>(header.len));
-    bridge_call_event_handlers(header.type, reinterpret_cast<uint8_t *>(msg) + sizeof header, header.len);
+    if (msg != nullptr)
+        groups::on_message(message_at(msg));
 }
 
 // By design none of them takes the table's lock.
