@@ -8,9 +8,11 @@
 #include <bridge/port_exclusion.h>
 
 #include <cstdio>
+#include <cstdlib>
 #include <iterator>
 #include <string_view>
 #include <unistd.h>
+#include <utility>
 
 namespace bri::client {
 
@@ -54,10 +56,9 @@ struct Table {
 Table g_table;
 
 bool set_up() {
-    table::Opened opened;
-    switch (table::open(kTable, opened)) {
+    switch (table::map(kTable, g_table)) {
     case table::Result::kOk:
-        g_table = {opened.lock, opened.shm, static_cast<bri_exclusion_table *>(opened.shm->data)->flags};
+        g_table.flags = static_cast<bri_exclusion_table *>(g_table.shm->data)->flags;
         return true;
     case table::Result::kNoKey:
         BRI_LOG(log::kShm, "Get ipc-key failed.\n");
@@ -67,7 +68,7 @@ bool set_up() {
         break;
     case table::Result::kNoSegment:
         BRI_LOG(log::kShm, "bridge_init_funcmem fail to create shared memory.");
-        table::free_handles(opened); // the next call starts anew
+        std::free(std::exchange(g_table.lock, nullptr)); // the next call starts anew
         break;
     }
     return false;

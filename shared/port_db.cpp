@@ -20,17 +20,11 @@ constexpr table::Spec kTable{0x22220001, "SWPORT-SHM", sizeof(bri_portdb)};
 constexpr const char *kModeNames[] = {"ROUTE", "ACCESS", "TRUNK", "HOST", "PROMIS", "TUNNEL", "UPLINK", "HYBRID"};
 static_assert(std::size(kModeNames) == BRI_PORT_HYBRID + 1, "one name a mode");
 
-// The count of the old mapping goes with it, and after a failure no operation finds the old mapping any more.
+// The count of the old mapping goes with it.
 bool map() {
-    table::free_handles({g_manager.lock, g_manager.shm});
-    g_manager = {};
-    table::Opened opened;
-    const bool ok = table::open_database(kTable, opened, log::kPortDb);
-    g_manager.lock = opened.lock;
-    g_manager.shm = opened.shm;
-    if (!ok)
+    if (!table::mapped(table::map(kTable, g_manager), log::kPortDb))
         return false;
-    auto *data = static_cast<bri_portdb *>(opened.shm->data);
+    auto *data = static_cast<bri_portdb *>(g_manager.shm->data);
     g_manager.entries = data->ports;
     g_manager.stp_table = data->stp_instance;
     return true;

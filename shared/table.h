@@ -17,21 +17,32 @@ struct Spec {
     size_t size;       // bytes of the data area
 };
 
-struct Opened {
+struct Handles {
     bri_sem_lock *lock; // set also when only the segment failed
     bri_shm_handle *shm;
 };
 
 enum class Result { kOk, kNoKey, kNoLock, kNoSegment };
 
-// Creates or joins the lock, then the segment.
-[[nodiscard]] Result open(const Spec &spec, Opened &opened);
+// Creates or joins the lock, then the segment, and puts them in place of the handles of an earlier set-up. A host may
+// have kept those: neither they nor their mapping are given up for as long as the process lives. Without a key nothing
+// changes. Loop's thread.
+[[nodiscard]] Result open(const Spec &spec, Handles &handles);
 
-// Frees the handles of an earlier set-up. Its mapping stays: addresses in it are still in use.
-void free_handles(const Opened &earlier);
+// The same for a manager {lock, shm, addresses ...}, whose other members become zero.
+template <class Manager> [[nodiscard]] Result map(const Spec &spec, Manager &manager) {
+    Handles handles{manager.lock, manager.shm};
+    const Result result = open(spec, handles);
+    if (result == Result::kNoKey)
+        return result;
+    manager = {};
+    manager.lock = handles.lock;
+    manager.shm = handles.shm;
+    return result;
+}
 
-// The same as open() with the words that the port and the VLAN database have for a failure. True when both are there.
-[[nodiscard]] bool open_database(const Spec &spec, Opened &opened, const log::Category &category);
+// Whether it is mapped, with the words that the port and the VLAN database have for a failure.
+[[nodiscard]] bool mapped(Result result, const log::Category &category);
 
 // Key, id, size and name (64 bytes) of a mapped segment's header.
 void read_head(const bri_shm_hdr &header, uint32_t &key, uint32_t &shmid, uint32_t &size, char *name);

@@ -14,17 +14,10 @@ namespace {
 constexpr table::Spec kTable{0x11110001, "VLAN-SHM", sizeof(bri_vlandb)};
 constexpr int32_t kMaxVlans = BRI_VLAN_ENTRIES;
 
-// After a failure no operation finds the old mapping any more.
 bool map() {
-    table::free_handles({g_vl_mng.lock, g_vl_mng.shm});
-    g_vl_mng = {};
-    table::Opened opened;
-    const bool ok = table::open_database(kTable, opened, log::kVlanDb);
-    g_vl_mng.lock = opened.lock;
-    g_vl_mng.shm = opened.shm;
-    if (!ok)
+    if (!table::mapped(table::map(kTable, g_vl_mng), log::kVlanDb))
         return false;
-    auto *data = static_cast<bri_vlandb *>(opened.shm->data);
+    auto *data = static_cast<bri_vlandb *>(g_vl_mng.shm->data);
     g_vl_mng.entries = data->vlans;
     g_vl_mng.stat = &data->stat;
     g_vl_mng.proto_state = &data->proto;

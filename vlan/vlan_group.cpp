@@ -12,6 +12,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <utility>
 
 vlan_group_manager vlan_group_mng;
 
@@ -43,9 +44,10 @@ const char *event_name(uint32_t type) {
     return "unknow type";
 }
 
-bool open_table(table::Opened &opened) {
-    switch (table::open(kTable, opened)) {
+bool map() {
+    switch (table::map(kTable, vlan_group_mng)) {
     case table::Result::kOk:
+        vlan_group_mng.entries = static_cast<bri_vlan_groups *>(vlan_group_mng.shm->data)->groups;
         return true;
     case table::Result::kNoKey:
         BRI_LOG(log::kClient, "vlan-group Get ipc-key failed.\n");
@@ -55,7 +57,7 @@ bool open_table(table::Opened &opened) {
         break;
     case table::Result::kNoSegment:
         BRI_LOG(log::kClient, "vlan-group create sysv shm failed.\n");
-        std::free(opened.lock); // nothing is kept
+        std::free(std::exchange(vlan_group_mng.lock, nullptr)); // nothing is kept
         break;
     }
     return false;
@@ -131,13 +133,7 @@ using namespace bri;
 using namespace bri::groups;
 
 int vlan_group_shm_init() {
-    table::free_handles({vlan_group_mng.lock, vlan_group_mng.shm});
-    vlan_group_mng = {};
-    table::Opened opened;
-    if (!open_table(opened))
-        return 0;
-    vlan_group_mng = {opened.shm, opened.lock, static_cast<bri_vlan_groups *>(opened.shm->data)->groups};
-    return 1;
+    return map() ? 1 : 0;
 }
 
 void groups::on_message(const Message &message) {

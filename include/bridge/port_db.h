@@ -71,9 +71,9 @@ BRI_AT(bri_portdb, reserved, 133632);
  * nothing. Mapping, and the calls that change this process's own count, belong to the thread that runs the host's event
  * loop; all others may run in any thread once the database is mapped. `ifx` is an interface index, `vid` a VLAN id. */
 
-/* Maps the database: makes or joins its segment and its lock (key 0x22220001 + VSDID). 1, or 0 with a log line, and
- * then nothing is mapped, also when an earlier call had succeeded. A repetition maps anew; earlier block addresses stay
- * readable. */
+/* Maps the database: makes or joins its segment and its lock (key 0x22220001 + VSDID). 1, or 0 with a log line. A
+ * repetition maps anew and forgets this process's own count; earlier block addresses stay readable. One that fails
+ * leaves nothing mapped, except that without a usable key (0) everything stays as it was. */
 BRI_API int bridge_portdb_init(void);
 
 /* Does nothing: the mapping lasts as long as the process. */

@@ -113,9 +113,10 @@ struct vl_mng {
 BRI_API extern struct vl_mng g_vl_mng;
 
 /* Creates or joins the semaphore and the segment of the VLAN database and maps it; the key is 0x11110001 plus the
- * environment variable VSDID. A second call maps it anew and keeps the first mapping in place, unused; when it fails
- * the database counts as not mapped. 1 on success; 0 without a usable key, semaphore or segment, with a debug line
- * that says which.
+ * environment variable VSDID. 1 on success; 0 without a usable key, semaphore or segment, with a debug line that says
+ * which. A failure leaves g_vl_mng null, but for the lock where only the segment failed; without a usable key (0) it
+ * stays as it was. A second call maps anew and sets the table's lock free. The handles and the mapping of the first
+ * stay valid: whoever kept them may go on using them, and may give them back.
  * Once, from the event-loop thread, before other threads use the database. bridge_agent_init does it. */
 BRI_API int vl_vlandb_init(void);
 

@@ -175,6 +175,8 @@ void inject(const Row &row, const Fault &fault, int nth, const Effect &effect, F
             settled = now;
         if (effect.keeps_mapping)
             settled.mappings = now.mappings;
+        if (effect.keeps_handles)
+            settled.blocks = now.blocks;
         if (round > 1 && now != settled)
             std::fprintf(out, "left %d blocks, %d descriptors, %d mappings; ", now.blocks - settled.blocks,
                          now.descriptors - settled.descriptors, now.mappings - settled.mappings);

@@ -40,6 +40,7 @@ struct Effect {
     int nth = 0;                // of the calls of that name in one attempt; 0: each
     bool keeps_mapping = false; // documented: a segment stays attached for good
     bool optional = false;      // made by the C library, where that is linked statically
+    bool keeps_handles = false; // documented: the heap records of a table's set-up stay for good
 };
 using Effects = std::vector<Effect>;
 

@@ -32,10 +32,19 @@ const Effects kSetUp{{"calloc", Got::kFailure},
                      {"shmat", Got::kFailure},
                      {"malloc", Got::kFailure, 0, 0, true}};
 
-// The same behind a table that can be had and maps anew.
+// The same for a table that is set up anew by the next attempt and leaves the handles of this one to the host.
+Effects anew(Effects effects) {
+    for (Effect &effect : effects)
+        effect.keeps_handles = true;
+    return effects;
+}
+
+// The same for two of them, of which the first can be had.
 Effects behind_another(Effects effects) {
+    effects = anew(effects);
     for (Effect &effect : effects)
         effect.keeps_mapping = true;
+    effects.push_back({"realloc", Got::kSuccess, 0, 0, true, false, true});
     return effects;
 }
 
@@ -60,9 +69,9 @@ Got make_vlan() {
 
 std::vector<Row> table_rows() {
     return {
-        {"bridge_portdb_init", Level::kBare, [](World &) { return one(bridge_portdb_init()); }, kSetUp},
-        {"vl_vlandb_init", Level::kBare, [](World &) { return one(vl_vlandb_init()); }, kSetUp},
-        {"vlan_group_shm_init", Level::kBare, [](World &) { return one(vlan_group_shm_init()); }, kSetUp},
+        {"bridge_portdb_init", Level::kBare, [](World &) { return one(bridge_portdb_init()); }, anew(kSetUp)},
+        {"vl_vlandb_init", Level::kBare, [](World &) { return one(vl_vlandb_init()); }, anew(kSetUp)},
+        {"vlan_group_shm_init", Level::kBare, [](World &) { return one(vlan_group_shm_init()); }, anew(kSetUp)},
         {"vl_clnt_manage_init", Level::kStarted, [](World &) { return made(vl_clnt_manage_init(&World::ctx())); },
          behind_another(kSetUp)},
         {"bridge_set_excflag",

@@ -1,6 +1,7 @@
 #include "tests/shared/vlan_fixture.h"
 
 #include <cerrno>
+#include <cstdlib>
 #include <sys/sem.h>
 #include <sys/shm.h>
 
@@ -94,22 +95,36 @@ TEST_F(VlanDb, failed_set_up_leaves_no_way_to_the_old_mapping) {
         EXPECT_EQ(vl_exist(10, 0), 0) << call;
         EXPECT_EQ(vl_check_vlanid_valid(10), 0) << call;
     }
-    ASSERT_EQ(vl_vlandb_init(), 1);
-    setenv("VSDID", std::to_string(-static_cast<int>(kKeyBase)).c_str(), 1);
-    EXPECT_EQ(vl_vlandb_init(), 0);
-    EXPECT_EQ(vl_exist(10, 0), 0);
 }
 
-TEST_F(VlanDb, repetitions_and_failures_keep_one_pair_of_handles) {
-    const int pair = faults::live_blocks();
+TEST_F(VlanDb, set_up_again_without_a_key_changes_nothing) {
+    make(10);
+    const vl_mng before = g_vl_mng;
+    setenv("VSDID", std::to_string(-static_cast<int>(kKeyBase)).c_str(), 1);
+    EXPECT_EQ(vl_vlandb_init(), 0);
+    EXPECT_EQ(std::memcmp(&g_vl_mng, &before, sizeof before), 0);
+    EXPECT_EQ(vl_exist(10, 0), 1);
+}
+
+// Whoever kept one may still use it, and give it back.
+TEST_F(VlanDb, set_up_again_leaves_the_earlier_handles_to_their_keepers) {
+    make(10);
+    const vl_mng before = g_vl_mng;
     ASSERT_EQ(vl_vlandb_init(), 1);
-    EXPECT_EQ(faults::live_blocks(), pair);
-    faults::fail("shmget", 1, ENOSPC);
-    ASSERT_EQ(vl_vlandb_init(), 0);
-    EXPECT_EQ(faults::live_blocks(), pair - 1); // the lock, until the next attempt
-    faults::fail("semget", 1, ENOSPC);
-    ASSERT_EQ(vl_vlandb_init(), 0);
-    EXPECT_EQ(faults::live_blocks(), pair - 2);
+    EXPECT_NE(g_vl_mng.shm, before.shm);
+    EXPECT_NE(g_vl_mng.lock, before.lock);
+    bridge_shm_dettach(before.shm);
+    std::free(before.lock);
+    EXPECT_EQ(vl_exist(10, 0), 1);
+}
+
+TEST_F(VlanDb, set_up_again_works_where_memory_is_too_short_to_keep_track_of_the_earlier_handles) {
+    faults::fail("realloc", 1, ENOMEM);
+    const vl_mng before = g_vl_mng;
+    EXPECT_EQ(vl_vlandb_init(), 1);
+    EXPECT_EQ(faults::injected(), 1);
+    std::free(before.shm);
+    std::free(before.lock);
 }
 
 TEST_F(VlanDb, set_up_again_and_deinit_keep_the_contents) {

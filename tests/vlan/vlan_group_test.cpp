@@ -1,6 +1,7 @@
 #include "tests/vlan/vlan_group_fixture.h"
 
 #include <cerrno>
+#include <cstdlib>
 #include <sys/sem.h>
 #include <sys/shm.h>
 
@@ -86,6 +87,25 @@ TEST_F(VlanGroups, failed_set_up_leaves_no_way_to_the_old_mapping) {
         EXPECT_EQ(vlan_group_check_exist(7), 0) << call;
         EXPECT_EQ(vlan_group_base_entry(), nullptr) << call;
     }
+}
+
+TEST_F(VlanGroups, set_up_again_without_a_key_changes_nothing) {
+    const vlan_group_manager before = vlan_group_mng;
+    setenv("VSDID", std::to_string(-static_cast<int>(kKeyBase)).c_str(), 1);
+    EXPECT_EQ(vlan_group_shm_init(), 0);
+    EXPECT_EQ(std::memcmp(&vlan_group_mng, &before, sizeof before), 0);
+}
+
+// Whoever kept one may still use it, and give it back.
+TEST_F(VlanGroups, set_up_again_leaves_the_earlier_handles_to_their_keepers) {
+    vlan_group_creat_entry(7);
+    const vlan_group_manager before = vlan_group_mng;
+    ASSERT_EQ(vlan_group_shm_init(), 1);
+    EXPECT_NE(vlan_group_mng.shm, before.shm);
+    EXPECT_NE(vlan_group_mng.lock, before.lock);
+    bridge_shm_dettach(before.shm);
+    std::free(before.lock);
+    EXPECT_EQ(vlan_group_check_exist(7), 1);
 }
 
 TEST_F(VlanGroups, lock_operations_take_no_lock) {
