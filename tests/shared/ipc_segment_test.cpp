@@ -102,10 +102,11 @@ TEST_F(IpcSegment, the_header_tells_key_id_name_and_size) {
 TEST_F(IpcSegment, create_logs_what_it_does) {
     create("TABLE", 100);
     ASSERT_EQ(test::log_lines().size(), 3U);
-    EXPECT_EQ(test::log_lines()[0].text, text_of("Creating SHM [name:TABLE, key:%x, size:100] ...\n", key_));
+    EXPECT_EQ(test::log_lines()[0].text,
+              text_of("Creating SHM [name:TABLE, key:%x, size:100] ...\n", static_cast<uint32_t>(key_)));
     EXPECT_EQ(test::log_lines()[1].text, text_of("Get shm-id %d.\n", id()));
     EXPECT_EQ(test::log_lines()[2].text,
-              text_of("Create shm SUCC:[name:TABLE, key:%x, shmid:%d, size:100].", key_, id()));
+              text_of("Create shm SUCC:[name:TABLE, key:%x, shmid:%d, size:100].", static_cast<uint32_t>(key_), id()));
     for (const test::LogLine &line : std::vector(test::log_lines()))
         expect_line(line.text);
 }
