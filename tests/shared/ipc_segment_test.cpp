@@ -322,7 +322,7 @@ TEST_F(IpcSegment, show_prints_the_descriptor_whatever_the_flags_say) {
     bridge_shm_show(handle);
     EXPECT_EQ(test::log_text(),
               text_of("shm-name:   TABLE\nshm-id:     %d\nshm-key:    0x%x\nshm-size:   100\nshm-addr:   %p\n", id(),
-                      key_, handle->data));
+                      static_cast<uint32_t>(key_), handle->data));
     ASSERT_EQ(test::log_lines().size(), 5U);
     for (const test::LogLine &line : test::log_lines()) {
         EXPECT_EQ(line.level, 7);
