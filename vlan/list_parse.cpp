@@ -7,6 +7,7 @@
 #include <bridge/vlan_db.h>
 #include <bridge/vlan_list.h>
 
+#include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -23,12 +24,16 @@ constexpr size_t kListRoom = 256;         // the parser reads this much of a tex
 struct ErrorText {
     char *text; // kLeastErrorRoom bytes, whatever the caller says that there are
 
-    bool illegal(char found) const {
-        std::snprintf(text, kLeastErrorRoom, "illegal input character '%c' found!\n", found);
-        return false;
-    }
-    bool out_of_range() const {
-        copy_text(text, kLeastErrorRoom, "vlanset input range error!\n");
+    bool illegal(char found) const { return refuse("illegal input character '%c' found!\n", found); }
+    bool out_of_range() const { return refuse("vlanset input range error!\n"); }
+
+  private:
+    // What lies behind the message stays the caller's.
+    [[gnu::format(printf, 2, 3)]] bool refuse(const char *format, ...) const {
+        va_list values;
+        va_start(values, format);
+        std::vsnprintf(text, kLeastErrorRoom, format, values);
+        va_end(values);
         return false;
     }
 };

@@ -74,6 +74,15 @@ TEST_F(ListCheck, refuses_ids_out_of_range) {
         expect_refused(text, kRange);
 }
 
+TEST_F(ListCheck, writes_its_message_and_nothing_behind_it) {
+    for (const auto &[text, message] : {std::pair<const char *, std::string>{"0", kRange}, {"1x", illegal('x')}}) {
+        std::memset(error, 'e', sizeof error);
+        EXPECT_EQ(vl_clnt_check_vlan_set(text, error, sizeof error), 0);
+        const std::string written(message.c_str(), message.size() + 1);
+        EXPECT_EQ(std::string(error, sizeof error), written + std::string(sizeof error - written.size(), 'e'));
+    }
+}
+
 TEST_F(ListCheck, refuses_ranges_with_a_missing_end) {
     for (const char *text : {"-", "5-", "-5", "1,-", "--", "--5", "5--", "-5-", "5--6", "-5-6"})
         expect_refused(text, kRange);
