@@ -1,6 +1,7 @@
 #include "vlan/membership.h"
 
 #include "base/bits.h"
+#include "base/log.h"
 #include "base/shared_word.h"
 #include "shared/ports.h"
 #include "shared/vlan_table.h"
@@ -30,12 +31,21 @@ uint32_t listing_word(const vle *entries, unsigned count, unsigned ifx) {
     return word;
 }
 
+// No VLAN lists an index that no port can have. The question says so VLAN by VLAN.
+void log_invalid(int32_t ifx) {
+    if (log::kVlanDb.on())
+        for (unsigned vid = BRI_VID_MIN; vid <= BRI_VID_MAX; ++vid)
+            static_cast<void>(vl_is_vlan_static_member(static_cast<uint16_t>(vid), ifx));
+}
+
 } // namespace
 
 Membership membership_of(uint32_t ifx) {
     Membership result{};
-    if (!ports::valid(static_cast<int32_t>(ifx)))
+    if (!ports::valid(static_cast<int32_t>(ifx))) {
+        log_invalid(static_cast<int32_t>(ifx));
         return result;
+    }
     const auto [first, last] = vlan_db::usable_vids();
     const spcb *port = ports::present(static_cast<int32_t>(ifx));
     for (unsigned index = bits::word_of(first); first <= last && index <= bits::word_of(last); ++index) {

@@ -13,7 +13,7 @@ struct Membership {
 };
 
 // What vl_is_vlan_static_member and swport_get_vlan_tag_rule say about the port and each VLAN 1..4094, as the tables
-// are now. Both sets are empty for an invalid port.
+// are now, with the lines that the first one writes. Both sets are empty for an invalid port.
 Membership membership_of(uint32_t ifx);
 
 } // namespace bri::vlan

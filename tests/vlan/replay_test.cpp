@@ -199,6 +199,14 @@ TEST_F(Replay, access_port_tells_its_native_vlan) {
               Bytes(24).put<uint32_t>(0, 9).put<uint16_t>(4, 10).put<uint32_t>(12, 3).put<uint32_t>(16, 1).bytes);
 }
 
+TEST_F(Replay, access_port_without_a_native_vlan_tells_it_as_0) {
+    add_port(9, BRI_PORT_ACCESS, 0);
+    run();
+    ASSERT_EQ(of_type(402).size(), 1U);
+    EXPECT_EQ(of_type(402)[0].payload,
+              Bytes(24).put<uint32_t>(0, 9).put<uint32_t>(12, 3).put<uint32_t>(16, BRI_PORT_ACCESS).bytes);
+}
+
 // Mode by mode: which of a port's VLANs 10 (native), 33 (in its tag set), 64 are told as tagged.
 TEST_F(Replay, member_set_record_in_every_mode) {
     for (const uint16_t vid : {uint16_t{10}, uint16_t{33}, uint16_t{64}})
@@ -257,6 +265,27 @@ TEST_F(Replay, block_whose_own_index_is_wrong_harms_nothing) {
     EXPECT_EQ(of_type(403)[2].payload, Bytes(1036).put<uint32_t>(0, 0xFFFFFFFF).put<uint32_t>(1028, 1).bytes);
 }
 
+TEST_F(Replay, block_whose_own_index_is_invalid_is_named_for_each_vlan) {
+    add_vlan(10);
+    add_vlan(4094);
+    add_port(42, BRI_PORT_TRUNK).ifx = 64;
+    add_port(43, BRI_PORT_ACCESS).ifx = 65; // asks nothing of the VLANs
+    debug_on({BRI_DBG_VLAN});
+    run();
+    EXPECT_EQ(log_text(), "Notify vlan create event:\n"
+                          "Notify vlan other event:\n"
+                          "Notify swport create event.\n"
+                          "Notify swport vlan event.\n"
+                          "Notify swport add vlan event.\n"
+                          "Get member tag info, get spcb[64] failed.\n"
+                          "Get member tag info, get spcb[64] failed.\n");
+    EXPECT_EQ(log_lines().back().tag, "VLAN-DB");
+    clear_log();
+    g_bri_clnt_dbg[BRI_DBG_VLAN] = 0;
+    run();
+    EXPECT_TRUE(log_lines().empty());
+}
+
 TEST_F(Replay, missed_vlans_are_told_before_the_set) {
     add_vlan(5, BRI_VLAN_STATIC, {}, true);
     add_vlan(6, BRI_VLAN_STATIC, {}, true).version = 4;
@@ -276,6 +305,34 @@ TEST_F(Replay, every_step_is_logged_at_its_start) {
                           "Notify swport add vlan event.\n");
     for (const LogLine &line : log_lines())
         expect_vlan_log(line.text);
+}
+
+// The lines that stand in the log when each event is raised.
+TEST_F(Replay, line_of_a_step_is_written_before_its_events) {
+    add_vlan(10, BRI_VLAN_DYNAMIC, {40});
+    add_port(40, BRI_PORT_TRUNK);
+    debug_on({BRI_DBG_VLAN});
+    std::vector<std::pair<uint32_t, std::string>> seen;
+    during = [&](uint32_t type) { seen.emplace_back(type, log_lines().empty() ? "" : log_lines().back().text); };
+    run();
+    during = nullptr;
+    const std::vector<std::pair<uint32_t, std::string>> expected{
+        {VLAN_EVENT_CREATE_RANGE, "Notify vlan create event:\n"},
+        {VLAN_EVENT_MODIFY_VLAN_MODE, "Notify vlan other event:\n"},
+        {VLAN_EVENT_CREATE_INTF, "Notify swport create event.\n"},
+        {VLAN_EVENT_MODIFY_INTF_MODE, "Notify swport vlan event.\n"},
+        {VLAN_EVENT_MODIFY_INTF_PVID, "Notify swport vlan event.\n"},
+        {VLAN_EVENT_MODIFY_INTF_ALLOWVL, "Notify swport vlan event.\n"},
+        {VLAN_EVENT_RANGE_ADD_INTF, "Notify swport add vlan event.\n"}};
+    EXPECT_EQ(seen, expected);
+}
+
+// The first step finds missed VLANs and tells them, so its line comes before those too.
+TEST_F(Replay, first_line_is_written_before_what_was_missed_is_told) {
+    add_vlan(5, BRI_VLAN_STATIC, {}, true);
+    debug_on({BRI_DBG_VLAN});
+    run();
+    EXPECT_EQ(log_lines()[0].text, "Notify vlan create event:\n");
 }
 
 TEST_F(Replay, is_silent_with_the_flag_off) {
