@@ -61,9 +61,15 @@ bri_mac_msg first_of(Bytes records) {
     return cut;
 }
 
+// What is handed on and what lies in the message stay the same record.
+void reduce_type(bri_mac_msg &record, MutableBytes in_message) {
+    record.entry.type = type_for_ss(record.entry.type);
+    std::memcpy(in_message.data, &record, std::min(in_message.size, sizeof record));
+}
+
 // Each record is handed on as a copy of its own.
 void unpack(const Message &message) {
-    for (Bytes payload = message.payload; payload.size != 0;
+    for (MutableBytes payload = message.payload; payload.size != 0;
          payload = payload.from(std::min(payload.size, sizeof(bri_mac_msg)))) {
         bri_mac_msg record = first_of(payload);
         if (record.oper != BRI_MAC_ADD && record.oper != BRI_MAC_DEL) {
@@ -73,15 +79,18 @@ void unpack(const Message &message) {
         if (is_ss()) {
             if (record.entry.type == BRI_MAC_TYPE_LOCAL)
                 continue;
-            record.entry.type = type_for_ss(record.entry.type);
+            reduce_type(record, payload);
         }
         hand_on(message.type(), record);
     }
 }
 
-void take_total(Bytes payload) {
-    if (payload.size >= sizeof(bri_mac_available))
-        mac_client_set_available_total(load_at<bri_mac_available>(payload, 0).total_num);
+void take_total(const Message &message) {
+    if (message.payload.size >= sizeof(bri_mac_available))
+        mac_client_set_available_total(load_at<bri_mac_available>(message.payload, 0).total_num);
+    else
+        BRI_MAC_LOG(nullptr, "(%s), msg type(%s) is too short, len(%u), Drop.\n", g_bglib_client_name_mac,
+                    bri_msg_type_name(message.type()), message.header.len);
 }
 
 } // namespace
@@ -107,7 +116,7 @@ void mac::on_message(const Message &message) {
         runtime::hand_on(message);
         break;
     case MAC_EVENT_SET_AVAILABLE_MAC:
-        take_total(message.payload);
+        take_total(message);
         break;
     case MAC_EVENT_NOTIFY_ADDR:
     case MAC_EVENT_NOTIFY_NONDYN:
