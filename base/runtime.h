@@ -15,4 +15,23 @@ void dispatch(const Message &message);
 // Calls the host's handlers with a message as it came (client/handlers.cpp).
 void hand_on(const Message &message);
 
+// One replay of origin data, whether of VLANs, of the topology, of one submodule or of all. A handler may ask for one
+// inside another: how deep they lie inside each other is bounded, so that one that always asks again ends, and so does
+// the stack. Event-loop thread; client/replay_level.cpp.
+class ReplayLevel {
+  public:
+    static constexpr unsigned kMost = 8;
+
+    ReplayLevel();
+    ~ReplayLevel();
+    ReplayLevel(const ReplayLevel &) = delete;
+    ReplayLevel &operator=(const ReplayLevel &) = delete;
+
+    // False, with a debug line, when as many replays run already: nothing is replayed then.
+    [[nodiscard]] bool ok() const { return entered_; }
+
+  private:
+    bool entered_;
+};
+
 } // namespace bri::runtime

@@ -4,8 +4,8 @@
 
 #include "base/bits.h"
 #include "base/log.h"
+#include "base/runtime.h"
 #include "base/text.h"
-#include "client/replay_level.h"
 #include "client/state.h"
 #include "l2/replay.h"
 #include "vlan/replay.h"
@@ -44,7 +44,7 @@ void replay_l2_topology() {
 }
 
 void replay_all() {
-    const client::ReplayLevel level;
+    const runtime::ReplayLevel level;
     if (!level.ok())
         return;
     BRI_LOG(log::kClient, "[%s] notifying request-oridata ...\n", g_name);
@@ -57,7 +57,7 @@ void replay_all() {
 }
 
 void replay_one(void (*replay)()) {
-    const client::ReplayLevel level;
+    const runtime::ReplayLevel level;
     if (level.ok())
         replay();
 }

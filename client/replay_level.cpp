@@ -1,8 +1,8 @@
-#include "client/replay_level.h"
-
+// The count of the replays that run inside each other.
 #include "base/log.h"
+#include "base/runtime.h"
 
-namespace bri::client {
+namespace bri::runtime {
 
 namespace {
 
@@ -22,4 +22,4 @@ ReplayLevel::~ReplayLevel() {
         --g_running;
 }
 
-} // namespace bri::client
+} // namespace bri::runtime

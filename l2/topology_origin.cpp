@@ -1,7 +1,6 @@
 // Events of the layer-2 topology: the server's, and the origin data that is read back from the shared tables.
 #include "base/log.h"
 #include "base/runtime.h"
-#include "client/replay_level.h"
 #include "l2/messages.h"
 #include "l2/replay.h"
 #include "l2/topology.h"
@@ -104,7 +103,7 @@ int bri_clnt_on_l2topo_msg(bri_msg_hdr *msg) {
 }
 
 void l2top_clnt_notify_origin_data() {
-    const client::ReplayLevel level;
+    const runtime::ReplayLevel level;
     if (level.ok())
         l2top::replay();
 }

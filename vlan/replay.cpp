@@ -4,9 +4,9 @@
 
 #include "base/bits.h"
 #include "base/log.h"
+#include "base/runtime.h"
 #include "base/shared_word.h"
 #include "base/text.h"
-#include "client/replay_level.h"
 #include "vlan/membership.h"
 
 #include <bridge/client.h>
@@ -193,7 +193,7 @@ using namespace bri;
 using namespace bri::vlan;
 
 void vl_clnt_notify_origin_data(void) {
-    const client::ReplayLevel level;
+    const runtime::ReplayLevel level;
     if (level.ok())
         vlan::replay();
 }
