@@ -1,9 +1,12 @@
-// The event table: one row per event type that has a printable name, and what a group says of its other types.
+// The event tables: one row per event type that has a name for log lines, what a group says of its other types, and the
+// one look-up. The MAC-based VLANs and the VLAN groups have names that only their own lines use.
 #pragma once
 
 #include <bridge/events.h>
 
+#include <algorithm>
 #include <cstdint>
+#include <iterator>
 
 namespace bri::client {
 
@@ -134,7 +137,37 @@ inline constexpr EventName kEventNames[] = {
     BRI_EVENT_NAME(L2_IPAM_EVT_GLOBAL_CFG),
 };
 
+inline constexpr EventName kMacVlanEventNames[] = {
+    BRI_EVENT_NAME(MVLAN_EVENT_SYNC_DATA_BEGIN),
+    BRI_EVENT_NAME(MVLAN_EVENT_SYNC_DATA_END),
+    BRI_EVENT_NAME(MVLAN_EVENT_NOTIFY_ENTRY),
+    BRI_EVENT_NAME(MVLAN_EVENT_ERROR),
+};
+
+inline constexpr EventName kVlanGroupEventNames[] = {
+    BRI_EVENT_NAME(VG_EVENT_POLICY_ENTRY),     BRI_EVENT_NAME(VG_EVENT_MEM_VLAN),
+    BRI_EVENT_NAME(VG_EVENT_DEFAULT_VLAN),     BRI_EVENT_NAME(VG_EVENT_VLAN_MODE),
+    BRI_EVENT_NAME(VG_EVENT_DHCP_VLAN_STATUS), BRI_EVENT_NAME(VG_EVENT_MAC_VLAN_CHANGE),
+    BRI_EVENT_NAME(VG_EVENT_GET_VLAN_BY_VGID), BRI_EVENT_NAME(VG_EVENT_SYNC_DATA_BEGIN),
+    BRI_EVENT_NAME(VG_EVENT_SYNC_DATA_END),
+};
+
 #undef BRI_EVENT_NAME
+
+constexpr bool by_type(const EventName &a, const EventName &b) {
+    return a.type < b.type;
+}
+
+// The name of a type in one of these tables; `fallback` when it has none there.
+template <size_t kCount>
+[[nodiscard]] const char *find_name(const EventName (&names)[kCount], uint32_t type, const char *fallback) {
+    const EventName *row = std::lower_bound(std::begin(names), std::end(names), EventName{type, nullptr}, by_type);
+    return row != std::end(names) && row->type == type ? row->text : fallback;
+}
+
+static_assert(std::is_sorted(std::begin(kEventNames), std::end(kEventNames), by_type));
+static_assert(std::is_sorted(std::begin(kMacVlanEventNames), std::end(kMacVlanEventNames), by_type));
+static_assert(std::is_sorted(std::begin(kVlanGroupEventNames), std::end(kVlanGroupEventNames), by_type));
 
 // One row per submodule, in the order of their numbers from 0.
 struct SubmodName {

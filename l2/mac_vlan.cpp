@@ -3,6 +3,7 @@
 #include "base/log.h"
 #include "base/mac_text.h"
 #include "base/runtime.h"
+#include "client/event_names.h"
 #include "l2/messages.h"
 
 #include <bridge/client.h>
@@ -21,18 +22,7 @@ constexpr uint8_t kOpDelete = 2;
 constexpr uint8_t kDynamic = 2;
 
 [[nodiscard]] const char *event_name(uint32_t event) {
-    switch (event) {
-    case MVLAN_EVENT_SYNC_DATA_BEGIN:
-        return "MVLAN_EVENT_SYNC_DATA_BEGIN";
-    case MVLAN_EVENT_SYNC_DATA_END:
-        return "MVLAN_EVENT_SYNC_DATA_END";
-    case MVLAN_EVENT_NOTIFY_ENTRY:
-        return "MVLAN_EVENT_NOTIFY_ENTRY";
-    case MVLAN_EVENT_ERROR:
-        return "MVLAN_EVENT_ERROR";
-    default:
-        return "UNKNOW MSG TYPE";
-    }
+    return client::find_name(client::kMacVlanEventNames, event, "UNKNOW MSG TYPE");
 }
 
 // A dynamic entry of one host address; a query carries no mask.

@@ -7,6 +7,7 @@
 
 #include <bridge/l2_topology.h>
 #include <bridge/port_db.h>
+#include <bridge/vlan_db.h>
 
 #include <cstddef>
 #include <cstdint>
@@ -31,10 +32,7 @@ struct InstanceSet {
 }
 
 // Instance table: one 16-bit number for each VLAN id.
-inline constexpr uint32_t kTableBytes = 4096 * sizeof(uint16_t);
-
-inline constexpr unsigned kFirstVlan = 1;
-inline constexpr unsigned kLastVlan = 4094;
+inline constexpr uint32_t kTableBytes = sizeof(bri_portdb::stp_instance);
 
 // Bytes of a batch that are in use.
 [[nodiscard]] constexpr uint32_t used_bytes(uint32_t count) {

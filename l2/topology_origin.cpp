@@ -45,7 +45,7 @@ void notify_instance_table() {
         return false;
     }
     instances = {};
-    for (unsigned vid = kFirstVlan, instance = 0; vid <= kLastVlan; ++vid)
+    for (unsigned vid = BRI_VID_MIN, instance = 0; vid <= BRI_VID_MAX; ++vid)
         if (vl_clnt_exist(static_cast<uint16_t>(vid), 0) != 0 && instance_of(table, vid, instance))
             bits::set(instances.words, instance);
     return true;

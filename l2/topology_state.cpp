@@ -10,8 +10,8 @@ namespace {
 
 using log::kVlan;
 
-constexpr uint32_t kIfxLimit = 65;
-constexpr uint16_t kVidLimit = 4095;
+// The number behind the last block passes, too: its port is not found.
+constexpr uint32_t kIfxLast = BRI_PORT_SLOTS;
 
 // The port behind an interface index, or null with a line that says why.
 [[nodiscard]] const spcb *port_of(uint32_t ifx) {
@@ -22,7 +22,7 @@ constexpr uint16_t kVidLimit = 4095;
 }
 
 [[nodiscard]] bool ifx_fits(uint32_t ifx) {
-    if (ifx < kIfxLimit)
+    if (ifx <= kIfxLast)
         return true;
     BRI_LOG(kVlan, "get port fwd status, but if %d is fail.\r\n", static_cast<int>(ifx));
     return false;
@@ -54,7 +54,7 @@ int bridge_get_port_instance_status(uint32_t ifx, uint16_t instance, uint32_t *s
 int bridge_get_port_fwd_status(uint32_t ifx, uint16_t vid, uint32_t *state) {
     if (state == nullptr || !ifx_fits(ifx))
         return -1;
-    if (vid >= kVidLimit) {
+    if (vid > BRI_VID_MAX) {
         BRI_LOG(kVlan, "get port fwd status, but vid %d is fail.\r\n", vid);
         return -1;
     }
@@ -83,7 +83,7 @@ int bridge_get_vlan_from_instance(const uint32_t *instances, vlanset *vlans) {
         return -1;
     }
     *vlans = {};
-    for (unsigned vid = kFirstVlan, instance = 0; vid <= kLastVlan; ++vid)
+    for (unsigned vid = BRI_VID_MIN, instance = 0; vid <= BRI_VID_MAX; ++vid)
         if (instance_of(table, vid, instance) && bri::bits::test(instances, instance))
             bri::bits::set(vlans->words, vid);
     return 0;

@@ -2,6 +2,7 @@
 #include "base/bits.h"
 #include "base/log.h"
 #include "base/runtime.h"
+#include "client/event_names.h"
 #include "shared/table.h"
 #include "vlan/messages.h"
 
@@ -23,26 +24,6 @@ namespace {
 constexpr table::Spec kTable{0x5A5B7C3D, "VLAN-GROUP-SHM", sizeof(bri_vlan_groups)};
 constexpr unsigned kFirstGroup = 1;
 constexpr unsigned kLastGroup = BRI_VLAN_GROUP_ENTRIES - 1;
-
-struct EventName {
-    uint32_t type;
-    const char *name;
-};
-
-constexpr EventName kEventNames[] = {
-    {VG_EVENT_POLICY_ENTRY, "VG_EVENT_POLICY_ENTRY"},         {VG_EVENT_MEM_VLAN, "VG_EVENT_MEM_VLAN"},
-    {VG_EVENT_DEFAULT_VLAN, "VG_EVENT_DEFAULT_VLAN"},         {VG_EVENT_VLAN_MODE, "VG_EVENT_VLAN_MODE"},
-    {VG_EVENT_DHCP_VLAN_STATUS, "VG_EVENT_DHCP_VLAN_STATUS"}, {VG_EVENT_MAC_VLAN_CHANGE, "VG_EVENT_MAC_VLAN_CHANGE"},
-    {VG_EVENT_GET_VLAN_BY_VGID, "VG_EVENT_GET_VLAN_BY_VGID"}, {VG_EVENT_SYNC_DATA_BEGIN, "VG_EVENT_SYNC_DATA_BEGIN"},
-    {VG_EVENT_SYNC_DATA_END, "VG_EVENT_SYNC_DATA_END"},
-};
-
-const char *event_name(uint32_t type) {
-    for (const EventName &event : kEventNames)
-        if (event.type == type)
-            return event.name;
-    return "unknow type";
-}
 
 bool map() {
     switch (table::map(kTable, vlan_group_mng)) {
@@ -137,7 +118,8 @@ int vlan_group_shm_init() {
 }
 
 void groups::on_message(const Message &message) {
-    BRI_LOG(log::kClient, "vg lib recv msg: event %s, msg len %d.\n", event_name(message.type()),
+    BRI_LOG(log::kClient, "vg lib recv msg: event %s, msg len %d.\n",
+            client::find_name(client::kVlanGroupEventNames, message.type(), "unknow type"),
             log::number(message.header.len));
     runtime::hand_on(message);
 }
