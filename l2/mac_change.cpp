@@ -1,4 +1,5 @@
 // Requests that change address entries: adds, deletes, rollback and bypass, each one row of a table.
+#include "base/keyed_table.h"
 #include "l2/mac_log.h"
 
 #include <bridge/client.h>
@@ -6,6 +7,7 @@
 #include <bridge/port_db.h>
 
 #include <cstring>
+#include <iterator>
 
 namespace bri::mac {
 
@@ -45,19 +47,6 @@ bool bypass(const Args &args) {
 
 enum class Refusal { kNone, kArgs, kRollback, kBypass };
 
-struct Row {
-    const char *word; // of the log line
-    Accepts accepts;
-    Refusal refusal;
-    bri_mac_oper oper;
-    uint32_t type; // 0: the record names no type
-    uint8_t flags;
-    bri_event event;
-};
-
-constexpr uint8_t kForced = 1;
-constexpr bri_event kNotify = MAC_EVENT_NOTIFY_ADDR;
-
 enum Call {
     kAddStatic,
     kAddSecu,
@@ -74,24 +63,37 @@ enum Call {
     kCalls
 };
 
+struct Row {
+    Call call;
+    const char *word; // of the log line
+    Accepts accepts;
+    Refusal refusal;
+    bri_mac_oper oper;
+    uint32_t type; // 0: the record names no type
+    uint8_t flags;
+    bri_event event;
+};
+
+constexpr uint8_t kForced = 1;
+constexpr bri_event kNotify = MAC_EVENT_NOTIFY_ADDR;
+
 // The rollback deliberately names no type: its argument only decides whether it is accepted.
 constexpr Row kRows[] = {
-    {"add static addr", entry_on_port, Refusal::kArgs, BRI_MAC_ADD, BRI_MAC_TYPE_STATIC, 0, kNotify},
-    {"add secu addr", entry_on_port, Refusal::kArgs, BRI_MAC_ADD, BRI_MAC_TYPE_SECU, 0, kNotify},
-    {"add trust addr", entry_on_port, Refusal::kArgs, BRI_MAC_ADD, BRI_MAC_TYPE_TRUST, 0, kNotify},
-    {"add other addr", entry_on_port, Refusal::kArgs, BRI_MAC_ADD, BRI_MAC_TYPE_OTHER, 0, kNotify},
-    {"del static addr", anything, Refusal::kNone, BRI_MAC_DEL, BRI_MAC_TYPE_STATIC, 0, kNotify},
-    {"del dyn addr", anything, Refusal::kNone, BRI_MAC_DEL, BRI_MAC_TYPE_DYNAMIC, 0, kNotify},
-    {"force del dyn addr", anything, Refusal::kNone, BRI_MAC_DEL, BRI_MAC_TYPE_DYNAMIC, kForced, kNotify},
-    {"del secu addr", entry_with_ifx, Refusal::kArgs, BRI_MAC_DEL, BRI_MAC_TYPE_SECU, 0, kNotify},
-    {"del trust addr", entry_with_ifx, Refusal::kArgs, BRI_MAC_DEL, BRI_MAC_TYPE_TRUST, 0, kNotify},
-    {"del other addr", entry_with_ifx, Refusal::kArgs, BRI_MAC_DEL, BRI_MAC_TYPE_OTHER, 0, kNotify},
-    {"rollback static addr", rollback, Refusal::kRollback, BRI_MAC_DEL, 0, 0, MAC_EVENT_ROLLBACK_ADDR},
-    {"bypass dynamic addr", bypass, Refusal::kBypass, BRI_MAC_ADD, BRI_MAC_TYPE_DYNAMIC, 0, MAC_EVENT_BYPASS_ADDR},
+    {kAddStatic, "add static addr", entry_on_port, Refusal::kArgs, BRI_MAC_ADD, BRI_MAC_TYPE_STATIC, 0, kNotify},
+    {kAddSecu, "add secu addr", entry_on_port, Refusal::kArgs, BRI_MAC_ADD, BRI_MAC_TYPE_SECU, 0, kNotify},
+    {kAddTrust, "add trust addr", entry_on_port, Refusal::kArgs, BRI_MAC_ADD, BRI_MAC_TYPE_TRUST, 0, kNotify},
+    {kAddOther, "add other addr", entry_on_port, Refusal::kArgs, BRI_MAC_ADD, BRI_MAC_TYPE_OTHER, 0, kNotify},
+    {kDelStatic, "del static addr", anything, Refusal::kNone, BRI_MAC_DEL, BRI_MAC_TYPE_STATIC, 0, kNotify},
+    {kDelDyn, "del dyn addr", anything, Refusal::kNone, BRI_MAC_DEL, BRI_MAC_TYPE_DYNAMIC, 0, kNotify},
+    {kForceDelDyn, "force del dyn addr", anything, Refusal::kNone, BRI_MAC_DEL, BRI_MAC_TYPE_DYNAMIC, kForced, kNotify},
+    {kDelSecu, "del secu addr", entry_with_ifx, Refusal::kArgs, BRI_MAC_DEL, BRI_MAC_TYPE_SECU, 0, kNotify},
+    {kDelTrust, "del trust addr", entry_with_ifx, Refusal::kArgs, BRI_MAC_DEL, BRI_MAC_TYPE_TRUST, 0, kNotify},
+    {kDelOther, "del other addr", entry_with_ifx, Refusal::kArgs, BRI_MAC_DEL, BRI_MAC_TYPE_OTHER, 0, kNotify},
+    {kRollback, "rollback static addr", rollback, Refusal::kRollback, BRI_MAC_DEL, 0, 0, MAC_EVENT_ROLLBACK_ADDR},
+    {kBypass, "bypass dynamic addr", bypass, Refusal::kBypass, BRI_MAC_ADD, BRI_MAC_TYPE_DYNAMIC, 0,
+     MAC_EVENT_BYPASS_ADDR},
 };
-static_assert(sizeof kRows / sizeof kRows[0] == kCalls);
-static_assert(kRows[kDelStatic].oper == BRI_MAC_DEL && kRows[kForceDelDyn].flags == kForced);
-static_assert(kRows[kRollback].event == MAC_EVENT_ROLLBACK_ADDR && kRows[kBypass].event == MAC_EVENT_BYPASS_ADDR);
+static_assert(std::size(kRows) == kCalls && each_at_its_key(kRows, &Row::call));
 
 // Bits of the arguments that are present.
 [[nodiscard]] uint8_t field_mask(const Row &row, const Args &args) {

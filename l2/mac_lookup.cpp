@@ -1,10 +1,12 @@
 // Look-ups in the kernel's address table.
+#include "base/keyed_table.h"
 #include "l2/mac_log.h"
 
 #include <bridge/events.h>
 #include <bridge/netlink.h>
 
 #include <cstring>
+#include <iterator>
 
 namespace bri::mac {
 
@@ -14,16 +16,17 @@ enum Call { kFirstOnMac, kFirstOnIfx, kNextOnMac, kNextOnIfx, kCalls };
 
 // The walks: by which field of the caller's entry they go, and their name for the refusal line.
 struct Row {
+    Call call;
     bri_mac_field field;
     const char *name;
 };
 constexpr Row kRows[] = {
-    {BRI_MAC_FIELD_MAC, "bridge_maddr_find_first_on_mac"},
-    {BRI_MAC_FIELD_IFX, "bridge_maddr_find_first_on_ifx"},
-    {BRI_MAC_FIELD_MAC, "bridge_maddr_find_next_on_mac"},
-    {BRI_MAC_FIELD_IFX, "bridge_maddr_find_next_on_ifx"},
+    {kFirstOnMac, BRI_MAC_FIELD_MAC, "bridge_maddr_find_first_on_mac"},
+    {kFirstOnIfx, BRI_MAC_FIELD_IFX, "bridge_maddr_find_first_on_ifx"},
+    {kNextOnMac, BRI_MAC_FIELD_MAC, "bridge_maddr_find_next_on_mac"},
+    {kNextOnIfx, BRI_MAC_FIELD_IFX, "bridge_maddr_find_next_on_ifx"},
 };
-static_assert(sizeof kRows / sizeof kRows[0] == kCalls);
+static_assert(std::size(kRows) == kCalls && each_at_its_key(kRows, &Row::call));
 
 // The kernel answers with the request's layout. An answer that is too short reads as zeros, so it found nothing. `out`
 // may be null and is written on success only.

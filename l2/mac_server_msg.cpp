@@ -22,12 +22,22 @@ uint32_t g_available_total = 1024;
 // All addresses, then those of each type. Shown as they are: a hook of the display, deliberately not fed.
 int32_t g_counters[1 + BRI_MAC_TYPE_TRUST];
 
-constexpr const char *kTypeNames[] = {nullptr, "DYNAMIC", "STATIC", "FILTER", "LOCAL",
-                                      "COPY",  "SECU",    "OTHER",  "TRUST"};
-static_assert(std::size(kTypeNames) == BRI_MAC_TYPE_TRUST + 1);
+struct TypeName {
+    bri_mac_type type;
+    const char *text;
+};
+constexpr TypeName kTypeNames[] = {
+    {BRI_MAC_TYPE_DYNAMIC, "DYNAMIC"}, {BRI_MAC_TYPE_STATIC, "STATIC"}, {BRI_MAC_TYPE_FILTER, "FILTER"},
+    {BRI_MAC_TYPE_LOCAL, "LOCAL"},     {BRI_MAC_TYPE_COPY, "COPY"},     {BRI_MAC_TYPE_SECU, "SECU"},
+    {BRI_MAC_TYPE_OTHER, "OTHER"},     {BRI_MAC_TYPE_TRUST, "TRUST"},
+};
+static_assert(std::size(kTypeNames) == BRI_MAC_TYPE_TRUST);
 
 [[nodiscard]] const char *type_name(uint32_t type) {
-    return type >= BRI_MAC_TYPE_DYNAMIC && type <= BRI_MAC_TYPE_TRUST ? kTypeNames[type] : "UNKOWEN";
+    for (const TypeName &row : kTypeNames)
+        if (row.type == type)
+            return row.text;
+    return "UNKOWEN";
 }
 
 [[nodiscard]] const char *oper_name(uint32_t oper) {
