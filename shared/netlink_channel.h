@@ -20,7 +20,7 @@ void restart();
 
 // netlink_socket.cpp
 
-// A bound socket with the receive time-out set, or -1.
+// A bound socket with a receive time-out where the kernel grants one, or -1.
 [[nodiscard]] int open_socket(uint32_t groups);
 // The id of the kernel's family, 0 when it has none or does not answer.
 [[nodiscard]] uint16_t resolve_family(int fd);
@@ -44,16 +44,12 @@ class DataPayload {
 
 // netlink_receive.cpp
 
-// What one receive leaves: zero except for the first `used` bytes.
 struct ReplyBuffer {
     alignas(8) uint8_t bytes[kReplyMax];
-    size_t used;
-
-    void clear();
 };
 
-// Reads one message of the family into the cleared buffer; its attribute payload, or null. Everything behind what
-// arrived is zero, up to the end of the buffer. `gone` (may be null) tells that the channel was restarted.
+// Reads one message of the family into the buffer, which is cleared whole: who got the last payload may have written
+// anywhere behind it. Its attribute payload, or null. `gone` (may be null) tells that the channel was restarted.
 [[nodiscard]] uint8_t *receive_payload(int fd, int32_t family, ReplyBuffer &buffer, bool *gone);
 
 } // namespace bri::netlink

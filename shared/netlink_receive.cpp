@@ -37,8 +37,7 @@ void report_gone(const Message &head) {
 // One call takes one message off the socket, whatever length it announces; the peek has shown that one is there.
 [[nodiscard]] uint8_t *read_whole(int fd, int32_t family, size_t length, ReplyBuffer &buffer) {
     const ssize_t received = recv(fd, buffer.bytes, length, MSG_DONTWAIT);
-    buffer.used = received > 0 ? static_cast<size_t>(received) : 0;
-    const Message message({buffer.bytes, buffer.used});
+    const Message message({buffer.bytes, received > 0 ? static_cast<size_t>(received) : 0});
     if (message.whole() && message.type() == family)
         return buffer.bytes + kPayloadOffset;
     const Message cut({buffer.bytes, sizeof buffer.bytes}); // the line names what came of a header that was cut
@@ -49,13 +48,8 @@ void report_gone(const Message &head) {
 
 } // namespace
 
-void ReplyBuffer::clear() {
-    std::memset(bytes, 0, used);
-    used = 0;
-}
-
 uint8_t *receive_payload(int fd, int32_t family, ReplyBuffer &buffer, bool *gone) {
-    buffer.clear();
+    std::memset(buffer.bytes, 0, sizeof buffer.bytes);
     uint8_t peek[kFrameMax];
     const ssize_t peeked = recvfrom(fd, peek, sizeof peek, MSG_PEEK, nullptr, nullptr);
     if (peeked < static_cast<ssize_t>(kAttrOffset)) {

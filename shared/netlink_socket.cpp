@@ -5,6 +5,8 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
+#include <poll.h>
 #include <sys/socket.h>
 #include <sys/time.h>
 
@@ -15,32 +17,61 @@ namespace {
 // A silent kernel must not hold the host's loop for ever: neither a query nor the resolution of the family.
 constexpr timeval kReceiveTimeout{10, 0};
 
-// A full socket is retried, but a socket that stays full does not hold the host for ever.
-constexpr int kSendTries = 1000;
+// So long is a full socket tried again.
+constexpr int64_t kFullMilliseconds = 100;
 
+// A socket without the time-out is as good as one with it until the kernel falls silent.
 [[nodiscard]] bool prepare(int fd, uint32_t groups) {
     sockaddr_nl address{};
     address.nl_family = AF_NETLINK;
     address.nl_groups = groups;
-    return bind(fd, reinterpret_cast<const sockaddr *>(&address), sizeof address) == 0 &&
-           setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &kReceiveTimeout, sizeof kReceiveTimeout) == 0;
+    if (bind(fd, reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0)
+        return false;
+    setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &kReceiveTimeout, sizeof kReceiveTimeout);
+    return true;
 }
+
+// The time in which one message must be gone once the socket was full.
+class Patience {
+  public:
+    // Waits until the socket has room; false when the time is up. At least a millisecond: a socket may refuse what it
+    // says that it has room for.
+    [[nodiscard]] bool wait(int fd) {
+        if (end_ == 0)
+            end_ = now() + kFullMilliseconds;
+        const int64_t left = end_ - now();
+        if (left <= 0)
+            return false;
+        pollfd room{fd, POLLOUT, 0};
+        if (poll(&room, 1, static_cast<int>(left)) > 0)
+            poll(nullptr, 0, 1);
+        return true;
+    }
+
+  private:
+    // Milliseconds of a clock that nobody sets.
+    [[nodiscard]] static int64_t now() {
+        timespec time{};
+        clock_gettime(CLOCK_MONOTONIC, &time);
+        return int64_t{time.tv_sec} * 1000 + time.tv_nsec / 1000000;
+    }
+
+    int64_t end_ = 0;
+};
 
 [[nodiscard]] bool send_all(int fd, Bytes bytes) {
     if (fd < 0)
         return false;
     sockaddr_nl kernel{};
     kernel.nl_family = AF_NETLINK;
-    for (int tries = 0; bytes.size != 0;) {
+    for (Patience patience; bytes.size != 0;) {
         errno = 0;
         const ssize_t sent = sendto(fd, bytes.data, bytes.size, MSG_NOSIGNAL,
                                     reinterpret_cast<const sockaddr *>(&kernel), sizeof kernel);
-        if (sent > 0) {
+        if (sent > 0)
             bytes = bytes.from(static_cast<size_t>(sent));
-            tries = 0;
-        } else if (errno != EAGAIN || ++tries == kSendTries) {
+        else if (errno != EAGAIN || !patience.wait(fd))
             return false;
-        }
     }
     return true;
 }

@@ -44,10 +44,10 @@ bri_mac_entry entry_by(bri_mac_field field) {
     return entry;
 }
 
-const Effects kBroughtUp{{"socket", Got::kFailure}, {"bind", Got::kFailure},           {"setsockopt", Got::kFailure},
+const Effects kBroughtUp{{"socket", Got::kFailure}, {"bind", Got::kFailure},           {"setsockopt", Got::kSuccess},
                          {"sendto", Got::kFailure}, {"sendto", Got::kSuccess, EAGAIN}, {"recv", Got::kFailure}};
 const Effects kSent{{"malloc", Got::kFailure}, {"sendto", Got::kFailure}, {"sendto", Got::kSuccess, EAGAIN}};
-const Effects kAsked{{"socket", Got::kFailure}, {"bind", Got::kFailure},           {"setsockopt", Got::kFailure},
+const Effects kAsked{{"socket", Got::kFailure}, {"bind", Got::kFailure},           {"setsockopt", Got::kSuccess},
                      {"sendto", Got::kFailure}, {"sendto", Got::kSuccess, EAGAIN}, {"recv", Got::kFailure},
                      {"malloc", Got::kFailure}, {"recvfrom", Got::kFailure}};
 

@@ -96,6 +96,15 @@ TEST_F(NetlinkQuery, everything_behind_a_short_answer_is_zero) {
     EXPECT_EQ(bytes(answer, 10224), expected);
 }
 
+TEST_F(NetlinkQuery, what_the_caller_wrote_behind_an_answer_is_gone_with_the_next) {
+    answers({0xAA});
+    void *answer = query();
+    ASSERT_NE(answer, nullptr);
+    std::memset(answer, 0xEE, 10224);
+    ASSERT_EQ(query(), answer);
+    EXPECT_EQ(bytes(answer, 10224), Packet({0xAA}) + Packet(10223, 0));
+}
+
 TEST_F(NetlinkQuery, an_answer_without_payload_reads_as_zeros) {
     answers(Packet(100, 0xEE));
     ASSERT_NE(query(), nullptr);
@@ -285,15 +294,9 @@ TEST_F(NetlinkQuery, every_refused_step_gives_nothing_without_losing_a_descripto
         const char *call;
         int nth;
         const char *log;
-    } rows[] = {{"socket", 1, ""},
-                {"bind", 1, ""},
-                {"setsockopt", 1, ""},
-                {"sendto", 1, ""},
-                {"recv", 1, "[] netlink msg type error.\n"},
-                {"malloc", 1, ""},
-                {"recvfrom", 1, nullptr},
-                {"recv", 2, nullptr},
-                {"sendto", 2, nullptr}};
+    } rows[] = {
+        {"socket", 1, ""}, {"bind", 1, ""},          {"sendto", 1, ""},    {"recv", 1, "[] netlink msg type error.\n"},
+        {"malloc", 1, ""}, {"recvfrom", 1, nullptr}, {"recv", 2, nullptr}, {"sendto", 2, nullptr}};
     answers({1});
     const uint8_t data[68] = {};
     for (const auto &row : rows) {
@@ -309,6 +312,13 @@ TEST_F(NetlinkQuery, every_refused_step_gives_nothing_without_losing_a_descripto
     }
     expect_msg_line("[] Query netlink error.\n"); // the last row's request was not sent
     EXPECT_NE(query(), nullptr);
+}
+
+TEST_F(NetlinkQuery, without_a_receive_time_out_gives_the_answer) {
+    answers({1});
+    faults::fail("setsockopt", 1, EDOM);
+    EXPECT_NE(query(), nullptr);
+    EXPECT_EQ(faults::injected(), 1);
 }
 
 TEST_F(NetlinkQuery, takes_up_to_19987_bytes) {

@@ -7,16 +7,16 @@ std::vector<test::Packet> &dispatched() {
     static std::vector<test::Packet> all;
     return all;
 }
-std::function<void()> in_dispatch;
+std::function<void(uint8_t *payload)> in_dispatch;
 
 } // namespace
 
 // In place of the library's own, which drops everything.
 void bridge_lib_nlmsg_dispch(void *payload) {
-    const auto *bytes = static_cast<const uint8_t *>(payload);
+    auto *bytes = static_cast<uint8_t *>(payload);
     dispatched().emplace_back(bytes, bytes + 10248 - 24);
     if (in_dispatch)
-        in_dispatch();
+        in_dispatch(bytes);
 }
 
 namespace {
@@ -37,15 +37,25 @@ TEST_F(NetlinkRead, hands_the_payload_of_each_message_to_the_hook) {
     EXPECT_EQ(dispatched()[1], (Packet{1, 2}) + Packet(10222, 0)); // nothing is left of the one before
 }
 
+TEST_F(NetlinkRead, what_the_hook_wrote_behind_a_payload_is_gone_with_the_next) {
+    up();
+    in_dispatch = [](uint8_t *payload) { std::memset(payload, 0xEE, 10248 - 24); };
+    for (int n = 0; n < 2; ++n) {
+        kernel.deliver(fd(), netlink_message(kernel.family, 3, netlink_attr(0, {1})));
+        ASSERT_EQ(loop().run_readable(), 1);
+    }
+    EXPECT_EQ(dispatched()[1], Packet({1}) + Packet(10223, 0));
+}
+
 // The hook may close the channel, or bring it up anew.
 TEST_F(NetlinkRead, the_hook_may_change_the_channel) {
     up();
-    in_dispatch = [] { bridge_lib_nlclient_deinit(&ctx()); };
+    in_dispatch = [](uint8_t *) { bridge_lib_nlclient_deinit(&ctx()); };
     kernel.deliver(fd(), netlink_message(kernel.family, 3, netlink_attr(0, {1})));
     loop().run_readable();
     EXPECT_EQ(read_jobs(), 0);
     up();
-    in_dispatch = [] { ASSERT_EQ(bridge_lib_nlclient_init(&ctx()), 1); };
+    in_dispatch = [](uint8_t *) { ASSERT_EQ(bridge_lib_nlclient_init(&ctx()), 1); };
     kernel.deliver(fd(), netlink_message(kernel.family, 3, netlink_attr(0, {1})));
     loop().run_readable();
     EXPECT_EQ(read_jobs(), 1);

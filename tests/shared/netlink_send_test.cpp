@@ -1,5 +1,7 @@
 #include "tests/shared/netlink_fixture.h"
 
+#include <chrono>
+
 namespace {
 
 using namespace test;
@@ -99,11 +101,32 @@ TEST_F(NetlinkSend, a_full_socket_is_tried_again) {
     EXPECT_EQ(kernel.requests.size(), 2U);
 }
 
-TEST_F(NetlinkSend, a_socket_that_stays_full_does_not_hold_the_host) {
+TEST_F(NetlinkSend, a_socket_that_stays_full_holds_the_host_for_a_tenth_of_a_second) {
     up();
     faults::fail("sendto", 1, EAGAIN, 1 << 30);
+    const int before = faults::calls("sendto");
+    const auto start = std::chrono::steady_clock::now();
     EXPECT_EQ(bridge_lib_send_netlink(nullptr, 0, 275), -1);
+    const auto taken = std::chrono::steady_clock::now() - start;
+    EXPECT_GE(taken, std::chrono::milliseconds(99)); // the deadline is in whole milliseconds
+    EXPECT_LT(taken, std::chrono::seconds(5));
+    EXPECT_LE(faults::calls("sendto") - before, 101); // without using the processor up
     EXPECT_TRUE(logged("[unit] send to netlink error.\n"));
+}
+
+// Room that comes is used at once, however long the time that was left.
+TEST_F(NetlinkSend, a_socket_that_gets_room_is_written_to) {
+    up();
+    const auto start = std::chrono::steady_clock::now();
+    faults::hooks.sendto = [&, real = faults::hooks.sendto](int fd, const void *data, size_t size, int flags,
+                                                            const sockaddr *to, socklen_t length) {
+        if (std::chrono::steady_clock::now() - start > std::chrono::milliseconds(30))
+            return real(fd, data, size, flags, to, length);
+        errno = EAGAIN;
+        return ssize_t{-1};
+    };
+    EXPECT_EQ(bridge_lib_send_netlink(nullptr, 0, 275), 0);
+    EXPECT_EQ(kernel.requests.size(), 2U);
 }
 
 TEST_F(NetlinkSend, any_other_error_fails_at_once) {
