@@ -2,6 +2,7 @@
 #include "shared/netlink_channel.h"
 
 #include "base/log.h"
+#include "base/refused_jobs.h"
 #include "base/shared_word.h"
 #include "base/text.h"
 
@@ -33,9 +34,12 @@ Channel g_channel;
 
 int read_job(void *arg);
 int reconnect_job(void *arg);
+void read_again();
+void reconnect_again();
 
 // The first job carries the client record, the later ones null, and the loop matches the argument.
 void cancel_read_job() {
+    refused_jobs::note(read_again, true); // nor is one wanted any more
     if (g_channel.master == nullptr)
         return;
     qv_thread_cancel_by_arg_func(g_channel.master, g_channel.client, read_job);
@@ -50,11 +54,28 @@ void cancel_read_job() {
     return qv_thread_add_read_withname(g_channel.master, read_job, arg, g_channel.fd, "bri-ef-read") != nullptr;
 }
 
+// Waits for the next message.
+[[nodiscard]] bool read_on() {
+    return refused_jobs::note(read_again, add_read_job(nullptr));
+}
+
+void read_again() {
+    if (g_channel.fd > 0)
+        static_cast<void>(read_on());
+}
+
 void add_reconnect_timer() {
     if (g_channel.reconnecting || g_bridge_client == nullptr || g_bridge_client->master == nullptr)
         return;
-    g_channel.reconnecting = qv_thread_add_timer_withname(g_bridge_client->master, reconnect_job, nullptr,
-                                                          kReconnectSeconds, "bri-ef-reconn") != nullptr;
+    const qv_thread *timer = qv_thread_add_timer_withname(g_bridge_client->master, reconnect_job, nullptr,
+                                                          kReconnectSeconds, "bri-ef-reconn");
+    g_channel.reconnecting = refused_jobs::note(reconnect_again, timer != nullptr);
+}
+
+// Unless the channel has come up in another way.
+void reconnect_again() {
+    if (g_bridge_client != nullptr && g_bridge_client->nl_ready == 0)
+        add_reconnect_timer();
 }
 
 // Asks the host to send its kernel data: the kernel side starts empty.
@@ -63,15 +84,17 @@ void raise_kernel_data_request() {
 }
 
 int read_job(void *) {
+    refused_jobs::keep_flush_timer();
     static ReplyBuffer buffer;
     bool gone = false;
     if (uint8_t *payload = receive_payload(g_channel.fd, g_channel.family, buffer, &gone))
         bridge_lib_nlmsg_dispch(payload);
     // A channel that was restarted is read again once the reconnect timer has brought it up.
-    return gone || add_read_job(nullptr) ? 0 : -1;
+    return gone || read_on() ? 0 : -1;
 }
 
 int reconnect_job(void *) {
+    refused_jobs::keep_flush_timer();
     g_channel.reconnecting = false;
     if (bridge_lib_nlclient_init(g_bridge_client) != 0)
         raise_kernel_data_request(); // a second time: the initialisation has raised it already

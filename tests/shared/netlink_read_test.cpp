@@ -175,6 +175,50 @@ TEST_F(NetlinkRead, the_longest_message_is_taken) {
     EXPECT_EQ(ctx().nl_ready, 1);
 }
 
+// One refusal does not leave the channel deaf.
+TEST_F(NetlinkRead, a_refused_re_add_is_asked_for_again_by_the_flush_timer) {
+    up();
+    kernel.deliver(fd(), netlink_message(kernel.family, 3, netlink_attr(0, {1})));
+    loop().refused = "bri-ef-read";
+    EXPECT_EQ(loop().run("bri-ef-read"), -1);
+    bri::client::flush_job(nullptr);
+    EXPECT_EQ(read_jobs(), 0);
+    loop().refused.clear();
+    bri::client::flush_job(nullptr);
+    ASSERT_EQ(read_jobs(), 1);
+    EXPECT_EQ(loop().find("bri-ef-read")->arg, nullptr);
+    bri::client::flush_job(nullptr);
+    EXPECT_EQ(read_jobs(), 1);
+    kernel.deliver(fd(), netlink_message(kernel.family, 3, netlink_attr(0, {2})));
+    EXPECT_EQ(loop().run_readable(), 1);
+    EXPECT_EQ(dispatched().size(), 2U);
+}
+
+TEST_F(NetlinkRead, a_refused_re_add_of_a_channel_closed_meanwhile_is_forgotten) {
+    up();
+    kernel.deliver(fd(), netlink_message(kernel.family, 3, netlink_attr(0, {1})));
+    loop().refused = "bri-ef-read";
+    loop().run("bri-ef-read");
+    loop().refused.clear();
+    bridge_lib_nlclient_deinit(&ctx());
+    bri::client::flush_job(nullptr);
+    EXPECT_EQ(read_jobs(), 0);
+    up();
+    bri::client::flush_job(nullptr);
+    ASSERT_EQ(read_jobs(), 1);
+    EXPECT_EQ(loop().find("bri-ef-read")->arg, &ctx()); // that of the new channel, untouched
+}
+
+TEST_F(NetlinkRead, adds_the_flush_timer_when_that_was_refused) {
+    up();
+    loop().refused = "bri-msg-timer";
+    bri::client::flush_job(nullptr);
+    loop().refused.clear();
+    kernel.deliver(fd(), netlink_message(kernel.family, 3, netlink_attr(0, {1})));
+    loop().run("bri-ef-read");
+    EXPECT_EQ(loop().count("bri-msg-timer"), 1);
+}
+
 TEST_F(NetlinkRead, a_refused_re_add_leaves_the_channel_as_it_is) {
     up();
     kernel.deliver(fd(), netlink_message(kernel.family, 3, netlink_attr(0, {1})));

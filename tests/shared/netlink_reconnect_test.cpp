@@ -137,6 +137,43 @@ TEST_F(NetlinkReconnect, a_refused_timer_is_not_taken_for_a_pending_one) {
     EXPECT_EQ(timers(), 1);
 }
 
+TEST_F(NetlinkReconnect, a_refused_timer_is_asked_for_again_by_the_flush_timer) {
+    up();
+    kernel.deliver(fd(), netlink_error(-1));
+    loop().refused = "bri-ef-reconn";
+    loop().run_readable();
+    bri::client::flush_job(nullptr);
+    EXPECT_EQ(timers(), 0);
+    loop().refused.clear();
+    bri::client::flush_job(nullptr);
+    bri::client::flush_job(nullptr);
+    ASSERT_EQ(timers(), 1);
+    loop().run("bri-ef-reconn");
+    EXPECT_EQ(ctx().nl_ready, 1);
+}
+
+TEST_F(NetlinkReconnect, a_refused_timer_is_not_asked_for_again_once_the_channel_is_up) {
+    up();
+    kernel.deliver(fd(), netlink_error(-1));
+    loop().refused = "bri-ef-reconn";
+    loop().run_readable();
+    loop().refused.clear();
+    ASSERT_EQ(bridge_lib_nlclient_init(&ctx()), 1);
+    bri::client::flush_job(nullptr);
+    EXPECT_EQ(timers(), 0);
+}
+
+TEST_F(NetlinkReconnect, adds_the_flush_timer_when_that_was_refused) {
+    up();
+    kernel.deliver(fd(), netlink_error(-1));
+    loop().run_readable();
+    loop().refused = "bri-msg-timer";
+    bri::client::flush_job(nullptr);
+    loop().refused.clear();
+    loop().run("bri-ef-reconn");
+    EXPECT_EQ(loop().count("bri-msg-timer"), 1);
+}
+
 TEST_F(NetlinkReconnect, without_a_context_closes_and_starts_nothing) {
     up();
     g_bridge_client = nullptr;
