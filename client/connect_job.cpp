@@ -1,5 +1,6 @@
 // The connect job: from no socket to a registered client, one step at a time, again every second until all hold.
 #include "base/log.h"
+#include "base/raii.h"
 #include "base/refused_jobs.h"
 #include "client/state.h"
 #include "client/transport.h"
@@ -19,6 +20,8 @@ bool introduce(bri_clnt_ctx &ctx) {
     if (connection_number() != connection)
         return false;
     send_full_registration();
+    const MutexLock lock(g_bglib_send_lock);
+    introduction_ends(ctx);
     ctx.conn_done = 1;
     return true;
 }

@@ -47,6 +47,7 @@ void cache_half_written(bri_clnt_ctx &ctx, Run &run) {
 }
 
 void drop_run(bri_clnt_ctx &ctx, Run &run) {
+    run_leaves(run);
     list::unlink(run.link);
     word::store(ctx.cache_cnt, ctx.cache_cnt - 1);
     std::free(&run);

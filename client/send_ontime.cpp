@@ -41,7 +41,7 @@ bool complete_half_written(bri_clnt_ctx &ctx) {
 // failed.
 bool write_now(bri_clnt_ctx &ctx, HeapPtr<Run> &run) {
     const SendLock lock(ctx);
-    if (ctx.sock <= 0 || !complete_half_written(ctx))
+    if (ctx.sock <= 0 || !may_overtake() || !complete_half_written(ctx))
         return false;
     if (write_rest(ctx, *run))
         return true;

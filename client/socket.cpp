@@ -11,6 +11,8 @@
 #include <climits>
 #include <cstdio>
 #include <cstring>
+#include <fcntl.h>
+#include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/time.h>
@@ -70,15 +72,68 @@ void prepare_path(const char *tmpdir) {
     std::snprintf(directory, sizeof directory, "%s/bridge/", tmpdir);
     mkdir(directory, 0777);
     std::snprintf(g_server_path, sizeof g_server_path, "%s/bridge/.server_socket", tmpdir);
-    chmod(g_server_path, 0777);
 }
 
-int connect_to_server(int fd) {
+struct FileType {
+    mode_t type;
+    const char *name;
+};
+constexpr FileType kFileTypes[] = {
+    {S_IFREG, "regular file"}, {S_IFDIR, "directory"},        {S_IFLNK, "symbolic link"},
+    {S_IFIFO, "fifo"},         {S_IFCHR, "character device"}, {S_IFBLK, "block device"},
+};
+
+const char *type_name(mode_t mode) {
+    for (const FileType &known : kFileTypes)
+        if ((mode & S_IFMT) == known.type)
+            return known.name;
+    return "unknown file";
+}
+
+// Whoever may write below TMPDIR can put anything there, and a path that was cut is another file's: nothing but a
+// socket is opened to all, and no link is followed, also not one that comes between the look and the change.
+void open_path_to_all(const bri_clnt_ctx &ctx) {
+    const Fd path(open(g_server_path, O_PATH | O_NOFOLLOW | O_CLOEXEC));
+    struct stat status;
+    if (!path.ok() || fstat(path.get(), &status) != 0)
+        return; // connecting says why
+    if (!S_ISSOCK(status.st_mode)) {
+        BRI_LOG(log::kClient, "[%s] server path is a %s, no socket, left alone.\n", ctx.name,
+                type_name(status.st_mode));
+        return;
+    }
+    char same[32];
+    std::snprintf(same, sizeof same, "/proc/self/fd/%d", path.get());
+    chmod(same, 0777);
+}
+
+void set_blocking(int fd, bool blocking) {
+    int without = blocking ? 0 : 1;
+    ioctl(fd, FIONBIO, &without);
+}
+
+int connect_at_once(int fd) {
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
     copy_text(address.sun_path, g_server_path);
     const auto length = static_cast<socklen_t>(sizeof address.sun_family + std::strlen(g_server_path));
     return connect(fd, reinterpret_cast<const sockaddr *>(&address), length);
+}
+
+// A server whose queue is full must not hold the loop: that fails with EAGAIN. Under the send lock, so that nobody
+// writes to the new connection before it is closed to other threads.
+bool connect_to_server(bri_clnt_ctx &ctx) {
+    const MutexLock lock(g_bglib_send_lock);
+    set_blocking(ctx.sock, false);
+    const bool connected = connect_at_once(ctx.sock) == 0;
+    const int error = errno;
+    set_blocking(ctx.sock, true);
+    errno = error;
+    if (!connected)
+        return false;
+    introduction_begins();
+    word::store(ctx.connected, uint8_t{1});
+    return true;
 }
 
 } // namespace
@@ -127,11 +182,11 @@ int bridge_client_socket_connect(struct bri_clnt_ctx *ctx) {
         return -1;
     }
     prepare_path(tmpdir);
-    if (connect_to_server(ctx->sock) < 0) {
+    open_path_to_all(*ctx);
+    if (!connect_to_server(*ctx)) {
         BRI_LOG(log::kClient, "[%s] connect failed: %s\n", ctx->name, strerror(errno));
         return -1;
     }
-    word::store(ctx->connected, uint8_t{1});
     BRI_LOG(log::kClient, "Bridge client sock conn SUCC.\n");
     return 0;
 }

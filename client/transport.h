@@ -78,6 +78,18 @@ void put_message(uint8_t *at, const void *data, uint32_t len, uint32_t type);
 // reconnects. The send lock is held.
 void end_stream(const bri_clnt_ctx &ctx);
 
+// --- introduction (introduction.cpp); all under the send lock
+
+// From connecting until the registration is on the wire, a message that overtakes the batch may come from the thread
+// that connects alone: to the server everybody else's belongs behind the registration.
+void introduction_begins();
+// The registration was handed over: it is on the wire, or among the runs that wait.
+void introduction_ends(const bri_clnt_ctx &ctx);
+// A run went out or was given up.
+void run_leaves(const Run &run);
+// Whether the calling thread may write past what waits.
+[[nodiscard]] bool may_overtake();
+
 // --- socket (socket.cpp)
 
 // Changes whenever the connection is reset, so that a job can tell that host code did it meanwhile.
