@@ -1,0 +1,89 @@
+#include "wire/json.h"
+
+#include "wire/draft.h"
+#include "wire/value.h"
+
+#include <stdexcept>
+
+namespace wire {
+
+namespace {
+
+Json record_json(const Record &record, Bytes bytes, Order order);
+
+Json records_json(const Record &record, const std::vector<Bytes> &records, Order order) {
+    Json list = Json::array();
+    for (const Bytes one : records)
+        list.push_back(record_json(record, one, order));
+    return list;
+}
+
+Json value_json(const Field &field, Bytes bytes, Order order) {
+    std::string text = value_text(field, bytes, order);
+    const bool number = field.is_number() && field.count() == 1 && text.find_first_not_of("-0123456789") == text.npos;
+    return number ? Json(std::stoll(text)) : Json(std::move(text));
+}
+
+Json record_json(const Record &record, Bytes bytes, Order order) {
+    const View view(record, bytes);
+    Json json = Json::object();
+    for (const Field &field : record.fields) {
+        if (!view.has(field))
+            continue;
+        if (field.record != nullptr)
+            json[field.name] = records_json(*field.record, view.records(field), order);
+        else if (!is_quiet(field, bytes))
+            json[field.name] = value_json(field, bytes, order);
+    }
+    if (view.is_cut())
+        json[std::string(kLength)] = bytes.size();
+    if (!view.rest().empty())
+        json[std::string(kRest)] = hex_text(view.rest());
+    return json;
+}
+
+Buffer record_bytes(const Record &record, const Json &json, Order order);
+
+Buffer records_bytes(const Record &record, const Json &json, Order order) {
+    Buffer all;
+    for (const Json &one : json) {
+        const Buffer bytes = record_bytes(record, one, order);
+        all.insert(all.end(), bytes.begin(), bytes.end());
+    }
+    return all;
+}
+
+Buffer record_bytes(const Record &record, const Json &json, Order order) {
+    if (!json.is_object())
+        throw std::invalid_argument("an object expected instead of " + json.dump().substr(0, 20));
+    Draft draft(record, order);
+    for (const auto &[name, value] : json.items()) {
+        const Record *inner = draft.records_of(name);
+        if (inner != nullptr && value.is_array())
+            draft.set_records(name, records_bytes(*inner, value, order));
+        else if (value.is_string())
+            draft.set(name, value.get_ref<const std::string &>());
+        else if (value.is_number_integer())
+            draft.set(name, value.dump());
+        else
+            throw std::invalid_argument("the field \"" + printable(name) + "\" cannot be " +
+                                        value.dump().substr(0, 20));
+    }
+    return draft.bytes();
+}
+
+} // namespace
+
+Json json_of(const Payload &payload, Bytes bytes, Order order) {
+    const Record &record = record_in(payload);
+    return payload.shape == Shape::kRun ? records_json(record, pieces_of(bytes, record.size), order)
+                                        : record_json(record, bytes, order);
+}
+
+Buffer parse_json(const Payload &payload, const Json &json, Order order) {
+    const Record &record = record_in(payload);
+    return payload.shape == Shape::kRun && json.is_array() ? records_bytes(record, json, order)
+                                                           : record_bytes(record, json, order);
+}
+
+} // namespace wire
