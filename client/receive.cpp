@@ -24,15 +24,15 @@ void clear_buffer() {
     g_received = 0;
 }
 
-int read_into_buffer(int fd, uint32_t n) {
+int read_into_buffer(int fd, uint32_t n, BatchClock &clock) {
     uint8_t *place = g_bglib_recvbuf + g_received;
     g_received += n; // before the read: it may fail behind some bytes
     errno = 0;       // the end of the stream is no error and would show an old one
-    return bridge_readn(fd, place, n);
+    return read_part(fd, place, n, clock);
 }
 
-bool read_header(int fd) {
-    const int got = read_into_buffer(fd, kHeaderSize);
+bool read_header(int fd, BatchClock &clock) {
+    const int got = read_into_buffer(fd, kHeaderSize, clock);
     if (got == static_cast<int>(kHeaderSize))
         return true;
     BRI_LOG(log::kClient, "[%s] failed to receive batch-msg header, received %d, errno = %d, %s\n", name(), got, errno,
@@ -40,13 +40,13 @@ bool read_header(int fd) {
     return false;
 }
 
-bool read_body(int fd, uint32_t length) {
+bool read_body(int fd, uint32_t length, BatchClock &clock) {
     if (length > BRI_BATCH_MSG_MAX) {
         BRI_LOG(log::kClient, "[%s] excess max batch-msg length, max length %d, received %d.\n", name(),
                 log::number(BRI_BATCH_MSG_MAX), log::number(length));
         return false;
     }
-    const int got = read_into_buffer(fd, length);
+    const int got = read_into_buffer(fd, length, clock);
     if (got == static_cast<int>(length))
         return true;
     BRI_LOG(log::kClient, "[%s] failed to recv batch-msg, require length %d, recv %d, errno= %d, %s\n", name(),
@@ -115,7 +115,8 @@ int bridge_client_read_msg(int fd, struct bri_batch_hdr **out) {
         return -1;
     clear_buffer();
     auto *batch = reinterpret_cast<bri_batch_hdr *>(g_bglib_recvbuf);
-    if (!read_header(fd) || (batch->msg_len != 0 && !read_body(fd, batch->msg_len)))
+    BatchClock clock;
+    if (!read_header(fd, clock) || (batch->msg_len != 0 && !read_body(fd, batch->msg_len, clock)))
         return -1;
     *out = batch;
     return 0;

@@ -23,7 +23,6 @@ namespace bri::client {
 namespace {
 
 constexpr time_t kSendSeconds = 10;
-constexpr time_t kReceiveSeconds = 2; // so that a server that stalls inside a batch cannot hold the host for ever
 
 uint32_t g_connection_number;
 char g_server_path[64];

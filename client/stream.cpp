@@ -3,6 +3,8 @@
 
 #include <cerrno>
 #include <climits>
+#include <ctime>
+#include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -10,6 +12,7 @@ namespace bri::client {
 
 namespace {
 
+constexpr uint32_t kBatchMilliseconds = 10000;
 constexpr int kMaxFailures = 5; // failed attempts of one call, whatever progress lies between them
 
 bool passing(int error) {
@@ -41,6 +44,13 @@ template <class Attempt> int move_bytes(uint32_t n, uint32_t &done, Nothing noth
     return static_cast<int>(done);
 }
 
+// Wraps; only differences mean something.
+uint32_t milliseconds(clockid_t clock) {
+    timespec now{};
+    clock_gettime(clock, &now);
+    return static_cast<uint32_t>(now.tv_sec) * 1000 + static_cast<uint32_t>(now.tv_nsec / 1000000);
+}
+
 // A closed peer must not kill the host, and any descriptor will do.
 ssize_t write_quietly(int fd, const void *bytes, size_t n) {
     const ssize_t sent = send(fd, bytes, n, MSG_NOSIGNAL);
@@ -48,6 +58,46 @@ ssize_t write_quietly(int fd, const void *bytes, size_t n) {
 }
 
 } // namespace
+
+void BatchClock::byte_came() {
+    if (running_)
+        return;
+    running_ = true;
+    begun_ = milliseconds(CLOCK_MONOTONIC_COARSE); // late by a tick at most, that is: early to end
+}
+
+// As long as a read may wait by itself, it does.
+bool BatchClock::wait(int fd) const {
+    while (running_) {
+        const uint32_t passed = milliseconds(CLOCK_MONOTONIC) - begun_;
+        if (passed >= kBatchMilliseconds)
+            return false;
+        const uint32_t left = kBatchMilliseconds - passed;
+        if (left > kReceiveSeconds * 1000)
+            break;
+        pollfd readable{fd, POLLIN, 0};
+        const int ready = poll(&readable, 1, static_cast<int>(left));
+        if (ready > 0 || (ready < 0 && errno != EINTR))
+            break;
+    }
+    return true;
+}
+
+int read_part(int fd, void *buf, uint32_t n, BatchClock &clock) {
+    uint32_t done = 0;
+    bool again = false;
+    return move_bytes(n, done, Nothing::kEnds, [&](uint32_t offset, uint32_t left) -> ssize_t {
+        if (again && !clock.wait(fd)) {
+            errno = ETIMEDOUT;
+            return -1;
+        }
+        again = true;
+        const ssize_t got = read(fd, static_cast<uint8_t *>(buf) + offset, left);
+        if (got > 0)
+            clock.byte_came();
+        return got;
+    });
+}
 
 int write_all(int fd, const void *bytes, uint32_t n, uint32_t &done) {
     return move_bytes(n, done, Nothing::kFails, [&](uint32_t offset, uint32_t left) {

@@ -20,6 +20,26 @@ namespace bri::client {
 // Results of bridge_writen_dontwait: the magnitudes of BRI_ERR_SOCKET and BRI_ERR_WOULD_BLOCK.
 enum WriteResult { kWritten = 0, kSocketError = 5, kWouldBlock = 6 };
 
+// A read waits this long for a byte, so that a server that stalls inside a batch cannot hold the host for ever.
+inline constexpr uint32_t kReceiveSeconds = 2;
+
+// The time of one batch, which may come byte by byte: 10 seconds from its first byte to its last. The clock costs no
+// system call, and is looked at again only when an attempt did not bring all that was asked for.
+class BatchClock {
+  public:
+    // A byte has come. The first one counts.
+    void byte_came();
+    // Until `fd` may be read again. False when the time is over.
+    [[nodiscard]] bool wait(int fd) const;
+
+  private:
+    bool running_ = false;
+    uint32_t begun_ = 0; // milliseconds
+};
+
+// bridge_readn for the bytes of a batch; a batch whose time is over fails with ETIMEDOUT.
+int read_part(int fd, void *buf, uint32_t n, BatchClock &clock);
+
 // bridge_writen that also tells how much went out when it fails.
 int write_all(int fd, const void *bytes, uint32_t n, uint32_t &done);
 

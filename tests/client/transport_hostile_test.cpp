@@ -2,12 +2,14 @@
 // loop.
 #include "tests/client/transport_fixture.h"
 
+#include <atomic>
 #include <chrono>
 #include <fcntl.h>
 #include <filesystem>
 #include <fstream>
 #include <sys/stat.h>
 #include <sys/un.h>
+#include <thread>
 
 namespace {
 
@@ -175,6 +177,71 @@ TEST_F(HostileQueue, leaves_the_socket_one_that_blocks) {
     EXPECT_EQ(bridge_client_socket_connect(&ctx()), -1);
     EXPECT_EQ(errno, EAGAIN);
     EXPECT_EQ(fcntl(ctx().sock, F_GETFL) & O_NONBLOCK, 0);
+}
+
+// --- a server that takes its time inside a batch
+
+class HostileBatch : public Transport {
+  protected:
+    // A batch byte by byte, with a pause before each but the first.
+    void drip(const ByteVec &bytes, std::chrono::milliseconds pause) {
+        peer_ = start_paired();
+        const timeval limit{2, 0}; // as on a socket of the library's own
+        ASSERT_EQ(setsockopt(ctx().sock, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit), 0);
+        bridge_client_thread_event(BRI_CLNT_EVT_READ);
+        peer_.write(part_of(bytes, 0, 1));
+        dripper_ = std::thread([this, bytes, pause] {
+            for (size_t byte = 1; byte < bytes.size() && !over_; ++byte) {
+                std::this_thread::sleep_for(pause);
+                const faults::Pause unseen;
+                (void)!faults::real_send(peer_.fd(), &bytes[byte], 1, MSG_NOSIGNAL);
+            }
+        });
+    }
+    int read() {
+        const int result = loop().run("bri-read");
+        over_ = true;
+        dripper_.join();
+        return result;
+    }
+    static double seconds_since(std::chrono::steady_clock::time_point begin) {
+        return std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
+    }
+
+  private:
+    Peer peer_;
+    std::thread dripper_;
+    std::atomic<bool> over_{false};
+};
+
+// The 2 seconds of one read begin anew with every byte: the batch has an end of its own.
+TEST_F(HostileBatch, that_drips_is_a_failed_read_after_10_seconds) {
+    const auto begin = std::chrono::steady_clock::now();
+    drip(batch_of({{BRIDGE_EVEVT_SERVER_STAT, pattern(50)}}), std::chrono::milliseconds(1500));
+    debug_on({BRI_DBG_MSG});
+    EXPECT_EQ(read(), -1);
+    EXPECT_GE(seconds_since(begin), 9.9);
+    EXPECT_LT(seconds_since(begin), 13.5); // the last pause of the dripper included
+    EXPECT_EQ(ctx().sock, 0);
+    EXPECT_EQ(loop().count("bri-reconn"), 1);
+    EXPECT_EQ(
+        times_logged("[unit] failed to receive batch-msg header, received -1, errno = 110, Connection timed out\n"), 1);
+}
+
+TEST_F(HostileBatch, that_is_slow_but_whole_in_time_is_taken) {
+    drip(batch_of({{BRIDGE_EVEVT_SERVER_STAT, {1}}}), std::chrono::milliseconds(150));
+    EXPECT_EQ(read(), 0);
+    EXPECT_EQ(bri::client::g_state.slave, 1);
+    EXPECT_EQ(loop().count("bri-read"), 1);
+}
+
+TEST_F(HostileBatch, that_comes_whole_is_read_twice_and_never_waited_for) {
+    Peer peer = start_paired();
+    bridge_client_thread_event(BRI_CLNT_EVT_READ);
+    peer.send({{BRIDGE_EVEVT_SERVER_STAT, {1}}});
+    faults::clear();
+    EXPECT_EQ(loop().run("bri-read"), 0);
+    EXPECT_EQ(faults::calls("read"), 2);
 }
 
 } // namespace
