@@ -26,7 +26,7 @@ Run *make_run(uint32_t size) {
 }
 
 bool cache_msg(bri_clnt_ctx &ctx, const void *bytes, uint32_t n, uint32_t written) {
-    if (ctx.cache_cnt >= ctx.cache_max) {
+    if (written == 0 && ctx.cache_cnt >= ctx.cache_max) {
         word::store(ctx.cache_drop, ctx.cache_drop + 1);
         BRI_LOG(log::kClient, "Failed to create msg node, reach maximun cache msg.\n");
         return false;

@@ -60,7 +60,8 @@ struct Run {
 
 // A run with room for `size` bytes, not linked yet; null when memory is short. free() releases it.
 Run *make_run(uint32_t size);
-// Appends a copy of n bytes, of which the first `written` are out already. False when the cache refuses it.
+// Appends a copy of n bytes, of which the first `written` are out already. False without memory, or when the cache is
+// full; a run that the server has seen the beginning of is kept beyond the limit.
 bool cache_msg(bri_clnt_ctx &ctx, const void *bytes, uint32_t n, uint32_t written);
 // Puts a run that is half written before everything else; the limit does not hold it up.
 void cache_half_written(bri_clnt_ctx &ctx, Run &run);

@@ -188,18 +188,18 @@ TEST_F(Flush, drops_a_batch_behind_a_waiting_run_when_memory_is_short) {
     EXPECT_EQ(peer.read_now(), single(1));
 }
 
-// The rest of a batch that the server has begun to read is gone: what followed would be read as that rest.
-TEST_F(Flush, ends_the_stream_when_the_rest_of_a_cut_batch_cannot_be_kept) {
+// What the server has seen the beginning of is kept whatever the limit: what followed would be read as its rest.
+TEST_F(Flush, keeps_the_rest_of_a_cut_batch_beyond_the_limit) {
     ctx().cache_max = 0;
     flush_single(1, 9);
+    EXPECT_EQ(cached(), (std::vector<Cached>{{17, 9}}));
+    EXPECT_EQ(ctx().cache_drop, 0U);
+    flush_single(2, -EAGAIN); // behind it nothing is
     EXPECT_EQ(ctx().cache_drop, 1U);
-    send(kUrgent, {2});
-    EXPECT_EQ(peer.read_now().size(), 9U);
-    EXPECT_TRUE(peer.ended());
-    ASSERT_EQ(bridge_client_thread_event(BRI_CLNT_EVT_READ), 0);
-    EXPECT_EQ(loop().run_readable(), 1); // we see the end as well
-    EXPECT_EQ(ctx().connected, 0);
-    EXPECT_EQ(loop().count("bri-reconn"), 1);
+    tick();
+    flush_single(3, 17);
+    EXPECT_EQ(peer.read_now(), single(1) + single(3));
+    EXPECT_FALSE(peer.ended(0));
 }
 
 TEST_F(Flush, ends_the_stream_when_memory_for_the_rest_is_short) {
@@ -210,6 +210,10 @@ TEST_F(Flush, ends_the_stream_when_memory_for_the_rest_is_short) {
     EXPECT_EQ(faults::injected(), 1);
     EXPECT_EQ(peer.read_now().size(), 3U);
     EXPECT_TRUE(peer.ended());
+    ASSERT_EQ(bridge_client_thread_event(BRI_CLNT_EVT_READ), 0);
+    EXPECT_EQ(loop().run_readable(), 1); // we see the end as well
+    EXPECT_EQ(ctx().connected, 0);
+    EXPECT_EQ(loop().count("bri-reconn"), 1);
 }
 
 // --- a real socket that pushes back
