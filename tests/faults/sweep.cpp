@@ -1,5 +1,7 @@
 #include "tests/faults/sweep.h"
 
+#include "base/log.h"
+
 #include <cstdio>
 #include <fcntl.h>
 #include <map>
@@ -94,6 +96,19 @@ bool works(const Row &row, World &world) {
     return got == Got::kSuccess && there;
 }
 
+// Those that a line can have; the delay behind them is not one.
+void all_flags_off() {
+    std::memset(g_bri_clnt_dbg, 0, BRI_DBG_DELAY);
+    clear_log();
+}
+
+// What nobody asked for: with every flag off only prints and the one notice are written.
+void report_unasked(FILE *out) {
+    for (const LogLine &line : log_lines())
+        if (line.output != bri::log::kShow && line.level != bri::log::kNotice)
+            std::fprintf(out, "wrote %s; ", line.format.c_str());
+}
+
 // The calls of one attempt by kind, and whether it works at all.
 struct Calls {
     std::map<std::string, int> count;
@@ -145,7 +160,7 @@ const Effect *effect_of(const Row &row, const Fault &fault, int nth) {
     return best;
 }
 
-// One failing call, several times over, and then none.
+// One failing call, several times over, the last time with all debug flags off, and then none.
 void inject(const Row &row, const Fault &fault, int nth, const Effect &effect, FILE *out) {
     World world(row.level);
     clean_up(row, world);
@@ -153,6 +168,8 @@ void inject(const Row &row, const Fault &fault, int nth, const Effect &effect, F
     for (int round = 0; round < kRounds; ++round) {
         if (row.before)
             row.before(world);
+        if (round == kRounds - 1)
+            all_flags_off();
         const int injected = faults::injected();
         faults::fail(fault.call, nth, fault.error);
         const Got got = row.attempt(world);
@@ -161,6 +178,8 @@ void inject(const Row &row, const Fault &fault, int nth, const Effect &effect, F
         const Got expected = failed ? effect.result : Got::kSuccess;
         if (round == 0 && !failed)
             std::fprintf(out, "nothing failed; ");
+        if (round == kRounds - 1)
+            report_unasked(out);
         if (got != expected)
             std::fprintf(out, "gave %s instead of %s; ", text(got), text(expected));
         // A socket that was only full takes the message later.
@@ -221,6 +240,18 @@ std::string calls_of(const Row &row) {
     for (const auto &[call, count] : calls.count)
         all += call + " " + std::to_string(count) + ", ";
     return all;
+}
+
+std::string unasked_lines(const Row &row) {
+    return in_child([&](FILE *out) {
+        World world(row.level);
+        clean_up(row, world);
+        if (row.before)
+            row.before(world);
+        all_flags_off();
+        row.attempt(world);
+        report_unasked(out);
+    });
 }
 
 void sweep(const std::vector<Row> &rows) {

@@ -57,6 +57,9 @@ struct Row {
 // Sweeps the rows and prints the count of injected failures per operation. Fails the running test for each deviation.
 void sweep(const std::vector<Row> &rows);
 
+// The formats of the lines that an attempt writes with all debug flags off, but for prints and the one notice.
+std::string unasked_lines(const Row &row);
+
 // Calls of each kind that an attempt makes, "malloc 2, send 1"; empty for none.
 std::string calls_of(const Row &row);
 
