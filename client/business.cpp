@@ -10,7 +10,7 @@ namespace bri::client {
 namespace {
 
 bool set_callback(uint32_t type, bri_business_callback fn) {
-    if (g_bridge_client == nullptr)
+    if (!can_set_callbacks())
         return false;
     if (type >= BRI_BUSINESS_TYPES) {
         BRI_LOG(log::kClient, "[%s] set business-callbk failed: invalid type %d.\n", name(), static_cast<int>(type));
@@ -31,6 +31,13 @@ void answer(uint32_t type, const void *data, uint32_t len) {
 void answer_failed() {
     answer(RESEARCH_EVENT_FAILED, nullptr, 0);
 }
+void refuse_prejudge() {
+    answer_failed();
+    BRI_LOG(log::kClient, "SWPORT-IS-ALLOW Callback func failed.\n");
+}
+
+// The request is laid out between the server and the host's callback, which gets no length. It names at least a port.
+constexpr size_t kPrejudgeLeast = sizeof(uint32_t);
 
 } // namespace
 
@@ -71,6 +78,13 @@ void bri_clnt_reg_ss_origin_mac_callback(bri_business_callback fn) {
     set_callback(BRI_BUSINESS_SS_ORIGIN_MAC, fn);
 }
 
+void client::on_swport_prejudge(MutableBytes request) {
+    if (request.size >= kPrejudgeLeast)
+        bri_clnt_call_swport_prejudge_callback(request.data);
+    else if (g_bridge_client != nullptr)
+        refuse_prejudge();
+}
+
 void bri_clnt_call_swport_prejudge_callback(void *request) {
     if (g_bridge_client == nullptr || request == nullptr)
         return;
@@ -80,8 +94,7 @@ void bri_clnt_call_swport_prejudge_callback(void *request) {
         BRI_LOG(log::kClient, "SWPORT-IS-ALLOW Callback func SUCC,is_allow %d.\n", static_cast<int>(reply.is_allow));
         answer(RESEARCH_EVENT_SWPORT_PREJUDGE, &reply, sizeof reply);
     } else {
-        answer_failed();
-        BRI_LOG(log::kClient, "SWPORT-IS-ALLOW Callback func failed.\n");
+        refuse_prejudge();
     }
 }
 

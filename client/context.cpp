@@ -110,10 +110,8 @@ bool repeats(const bri_list &callbacks, const bri_clnt_cb_node &node) {
 }
 
 void append_callback(bri_list bri_clnt_ctx::*callbacks, bri_clnt_cb fn) {
-    if (g_bridge_client == nullptr) {
-        BRI_LOG(log::kClient, "Set callback failed: client is not init.\n");
+    if (!can_set_callbacks())
         return;
-    }
     if (fn == nullptr) {
         BRI_LOG(log::kClient, "Set callback failed: handler or list_head is null.\n");
         return;
@@ -129,6 +127,13 @@ void append_callback(bri_list bri_clnt_ctx::*callbacks, bri_clnt_cb fn) {
 }
 
 } // namespace
+
+bool can_set_callbacks() {
+    if (g_bridge_client != nullptr)
+        return true;
+    BRI_LOG(log::kClient, "Set callback failed: client is not init.\n");
+    return false;
+}
 
 void run_callbacks(bri_list &callbacks) {
     const bri_list *last = callbacks.prev;

@@ -106,8 +106,8 @@ void end_research() {
     BRI_LOG(log::kClient, "\n");
 }
 
-void on_swport_prejudge(const Message &message) {
-    bri_clnt_call_swport_prejudge_callback(message.payload.data);
+void on_prejudge(const Message &message) {
+    client::on_swport_prejudge(message.payload);
     end_research();
 }
 
@@ -164,12 +164,8 @@ void on_management(const Message &message) {
     route(kManagement, message, on_other_management);
 }
 
-// The request of a pre-judgement is laid out between the server and the host's callback, which gets no length. It
-// names at least a port.
-constexpr uint32_t kPrejudgeLeast = sizeof(uint32_t);
-
 constexpr TypeRoute kResearch[] = {
-    {RESEARCH_EVENT_SWPORT_PREJUDGE, kPrejudgeLeast, on_swport_prejudge},
+    {RESEARCH_EVENT_SWPORT_PREJUDGE, 0, on_prejudge},
     {RESEARCH_EVENT_SS_ORIGIN_MAC, 0, on_ss_origin_mac},
 };
 static_assert(rising(kResearch, &TypeRoute::type), "one row per type");

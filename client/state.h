@@ -1,6 +1,8 @@
 // Process-wide state of the client runtime beside the context, and what the files of client/ offer each other.
 #pragma once
 
+#include "base/bytes.h"
+
 #include <bridge/client.h>
 #include <bridge/services.h>
 
@@ -29,6 +31,9 @@ extern State g_state; // client/context.cpp
     return g_bridge_client != nullptr ? g_bridge_client->name : "";
 }
 
+// False before initialisation, with the line of every callback setter. client/context.cpp
+[[nodiscard]] bool can_set_callbacks();
+
 // Calls every function of a callback list in order, null ones skipped. A function may append others, which are called
 // too; one that is appended again on the way is not, so that the walk ends. client/context.cpp
 void run_callbacks(bri_list &callbacks);
@@ -41,6 +46,9 @@ int flush_job(void *arg);
 
 // client/handlers.cpp: the full registration of a new connection. Clears the context's `fresh`.
 void send_full_registration();
+
+// client/business.cpp: the server's question about a port, answered whatever it looks like.
+void on_swport_prejudge(MutableBytes request);
 
 // client/origin_data.cpp: replays or asks for the origin data that was requested, and marks it sent.
 void run_requested_oridata();

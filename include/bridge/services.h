@@ -74,17 +74,19 @@ typedef int (*bri_business_callback)(void *arg1, void *arg2);
 BRI_API const char *bri_strerror(int code);
 
 /* Put `fn` into slot `type` (0..6) in the place of what was there. Another type, a null function, and a call before
- * initialisation change nothing. Loop thread; sends nothing. */
+ * initialisation change nothing but write a debug line. Loop thread; sends nothing. */
 BRI_API void bridge_agent_set_business_callback(uint32_t type, bri_business_callback fn);
 
 /* Call the function of slot `type` with both arguments, which are passed on as they are. 0, or -1 when the function
  * gave a negative result, the slot is empty, the type is above 6, or before initialisation. Loop thread. */
 BRI_API int bridge_agent_call_business_callback(uint32_t type, void *arg1, void *arg2);
 
-/* Let `fn` decide on switch-port changes: slot 4. It gets the request's payload (at least 4 bytes; what it holds is
- * between the server and the host) and a struct bri_swport_prejudge_reply with is_allow 1 and the rest 0, which it
- * fills. RESEARCH_EVENT_SWPORT_PREJUDGE joins the registered types; the server learns of it with the next full
- * registration, so call this before the first connect. A null function changes nothing. Loop thread; sends nothing. */
+/* Let `fn` decide on switch-port changes: slot 4. It gets the request's payload and a struct bri_swport_prejudge_reply
+ * with is_allow 1 and the rest 0, which it fills. What the payload holds is between the server and the host, and so is
+ * how long it is: at least 4 bytes, for a shorter one is answered with RESEARCH_EVENT_FAILED unasked. It may be
+ * unaligned (copy what you read) and is gone when `fn` returns. RESEARCH_EVENT_SWPORT_PREJUDGE joins the registered
+ * types; the server learns of it with the next full registration, so call this before the first connect. A null
+ * function changes nothing. Loop thread; sends nothing. */
 BRI_API void bri_clnt_reg_swport_prejudge_callback(bri_business_callback fn);
 
 /* Let `fn` count the origin MAC addresses: slot 6. It gets null and a pointer to a uint32_t, 0, for the number. A null
@@ -102,13 +104,15 @@ BRI_API void bri_clnt_call_ss_origin_mac_callback(void);
 
 /* Ask for all origin data, as after a restart of the host: the handlers see every submodule's data between its begin
  * and end event, and the server is asked for the MAC addresses. Done within the call when the backup data has ended and
- * this process is master; otherwise kept until the backup data or a switch-over ends. Loop thread. A handler of the
- * events that this raises may ask again, and is then called again within its own call: one that always asks runs out
- * of stack. */
+ * this process is master; otherwise kept until the backup data or a switch-over ends. Ask on every connection: what
+ * changed while there was none is not told (docs/timeline.md). Loop thread. A handler of the events that this raises
+ * may ask again, and is then called again within its own call; what is asked for inside 8 replays is discarded with a
+ * debug line. */
 BRI_API void bridge_client_request_oridata(void);
 
 /* The same for one submodule: the handlers see the data of VLAN (3) and layer-2 topology (5); the server is asked for
- * any other. A kept request is one bit of 32, the submodule modulo 32; those above 20 are forgotten. Loop thread. */
+ * any other. A kept request is one bit of 32, the submodule modulo 32: 20, 52 and so on then mean all origin data, as
+ * bridge_client_request_oridata; those that give 21 to 31 are forgotten. Loop thread. */
 BRI_API void bridge_client_request_submod_oridata(uint32_t submod);
 
 /* Replay all origin data now, whatever was requested: events 133, 385, the VLAN data, 386, a

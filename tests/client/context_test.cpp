@@ -382,6 +382,14 @@ class StartCallbacks : public Transport {
         called.push_back(9);
         bridge_agent_set_connect_callback(append_again);
     }
+    static void append_first_of_two() {
+        called.push_back(6);
+        bridge_agent_set_connect_callback(append_second_of_two);
+    }
+    static void append_second_of_two() {
+        called.push_back(7);
+        bridge_agent_set_connect_callback(append_first_of_two);
+    }
     static void append_other() {
         called.push_back(8);
         bridge_agent_set_connect_callback(callback<1>);
@@ -436,6 +444,14 @@ TEST_F(StartCallbacks, that_one_appends_run_in_the_same_walk) {
     bridge_agent_set_connect_callback(callback<2>);
     bri::client::run_callbacks(ctx().conn_cbs);
     EXPECT_EQ(called, (std::vector<int>{8, 2, 1}));
+}
+
+TEST_F(StartCallbacks, that_append_each_other_run_once_each) {
+    start();
+    bridge_agent_set_connect_callback(append_first_of_two);
+    bri::client::run_callbacks(ctx().conn_cbs);
+    EXPECT_EQ(called, (std::vector<int>{6, 7}));
+    EXPECT_EQ(length(ctx().conn_cbs), 3);
 }
 
 TEST_F(StartCallbacks, that_append_themselves_do_not_run_for_ever) {
