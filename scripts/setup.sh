@@ -32,7 +32,7 @@ apt_install() {
     as_root env DEBIAN_FRONTEND=noninteractive apt-get install -y -q --no-install-recommends "$@"
 }
 
-# setup WORK: leaves with the one line to run when the packages cannot be installed from here.
+# setup WORK: leaves with 75 and the one line to run when the packages cannot be installed from here.
 setup() {
     if [ "$1" != all ] && ! kinds_of_work | grep -qxF -- "$1"; then
         echo "no such kind of work: $1 (there are: all $(kinds_of_work | xargs))" >&2
@@ -55,7 +55,7 @@ setup() {
             echo "Packages are missing. Run this, then try again:" >&2
             echo "  sudo apt-get update && sudo apt-get install -y --no-install-recommends ${missing[*]}" >&2
             [ ! -s "$log" ] || echo "(what was tried: $log)" >&2
-            exit 1
+            exit 75
         }
     fi
 }
