@@ -66,6 +66,7 @@ never_saw() { ! grep -qF -- "$2" "$work/$1.log" || fail "$1 printed \"$2\""; }
 start_server() {
     [[ -p $work/commands ]] || mkfifo "$work/commands"
     exec {commands}<>"$work/commands"
+    : >"$work/$1.log" # there before the process is, for sees
     "$sandbox" <"$work/commands" >"$work/$1.log" 2>&1 &
     pids[$1]=$!
     sees "$1" "listening at $work/bridge/.server_socket"
@@ -76,6 +77,7 @@ tell() { echo "$1" >&"$commands"; }
 start_host() {
     local name=$1 program=$2
     shift 2
+    : >"$work/$name.log"
     # By its name alone: a blank in LD_PRELOAD ends a file's name.
     LD_LIBRARY_PATH=$(realpath "${kernel%/*}") LD_PRELOAD=${kernel##*/} "$program" -n "$name" "$@" >"$work/$name.log" 2>&1 </dev/null &
     pids[$name]=$!

@@ -131,6 +131,49 @@ TEST_F(BooksTest, end_of_the_backup_data_belongs_to_the_connection_that_what_fol
     EXPECT_EQ(books_.hosts[0].lost, 2U);
 }
 
+// A slave that is dropped and comes back: what it is sent first as a master was lost once and came the second time.
+struct SlaveBooksTest : BooksTest {
+    SlaveBooksTest() { reconnect_as_slave(2); }
+
+    void reconnect_as_slave(unsigned id) {
+        books_.server_line("role: slave");
+        books_.drop_told(-1);
+        books_.server_line("drop: 1 clients");
+        connect(id, 0);
+    }
+};
+
+TEST_F(SlaveBooksTest, begin_of_a_switch_over_belongs_to_the_connection_that_what_follows_fits) {
+    books_.server_line("switchover: begin");
+    reconnect_as_slave(3);
+    books_.server_line("switchover: begin");
+    send(1);
+    see({"u", "b", "e 1 1"});
+    expect_right();
+    EXPECT_EQ(books_.hosts[0].lost, 1U);
+}
+
+TEST_F(SlaveBooksTest, request_belongs_to_the_connection_that_what_follows_fits) {
+    books_.server_line("role: master");
+    request(2, 0);
+    reconnect_as_slave(3);
+    books_.server_line("role: master");
+    request(3, 0);
+    send(1);
+    see({"u", "q 0 2 2", "e 1 1"});
+    expect_right();
+    EXPECT_EQ(books_.hosts[0].lost, 1U);
+}
+
+TEST_F(SlaveBooksTest, begin_of_a_switch_over_missing_on_an_open_connection_is_a_fault) {
+    books_.server_line("switchover: begin");
+    reconnect_as_slave(3);
+    books_.server_line("switchover: begin");
+    send(1);
+    see({"u", "e 1 1"});
+    expect_fault("event 1 has come in place of item 1 of 2, the begin of a switch-over");
+}
+
 TEST_F(BooksTest, slave_sees_nothing) {
     send(1);
     books_.server_line("role: slave");
