@@ -34,11 +34,11 @@ bool Comparison::may_leave() const {
     return at_.item == link.items.size() || (link.over && link.items[at_.item].end > link.written);
 }
 
-// The end of the backup data carries no number. Of a connection that is over it may as well be lost, and what was seen
-// the next connection's: whichever fits what follows.
+// Only events carry a number that says which one was seen. Anything else of a connection that is over may as well be
+// lost, and what was seen the next connection's: whichever fits what follows.
 void Comparison::take_item() {
     const Link &link = *links_[at_.link];
-    if (link.items[at_.item].kind == 'u' && link.over)
+    if (link.items[at_.item].kind != 'e' && link.over)
         choices_.push_back({at_.link, at_.item, at_.seen, true});
     ++at_.item;
     ++at_.seen;
