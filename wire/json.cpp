@@ -18,7 +18,18 @@ Json records_json(const Record &record, const std::vector<Bytes> &records, Order
     return list;
 }
 
+Json set_json(const Field &field, Bytes bytes, Order order) {
+    Json list = Json::array();
+    for (const unsigned id : ids_of(field, bytes, order)) {
+        const Event *event = field.kind == Kind::kEventSet ? find_event(id) : nullptr;
+        list.push_back(event != nullptr ? Json(event->name) : Json(id));
+    }
+    return list;
+}
+
 Json value_json(const Field &field, Bytes bytes, Order order) {
+    if (field.is_set())
+        return set_json(field, bytes, order);
     std::string text = value_text(field, bytes, order);
     const bool number = field.is_number() && field.count() == 1 && text.find_first_not_of("-0123456789") == text.npos;
     return number ? Json(std::stoll(text)) : Json(std::move(text));
@@ -32,7 +43,7 @@ Json record_json(const Record &record, Bytes bytes, Order order) {
             continue;
         if (field.record != nullptr)
             json[field.name] = records_json(*field.record, view.records(field), order);
-        else if (!is_quiet(field, bytes))
+        else if (!is_quiet(field, bytes) || (field.kind != Kind::kReserved && field.kind != Kind::kBytes))
             json[field.name] = value_json(field, bytes, order);
     }
     if (view.is_cut())
@@ -53,6 +64,23 @@ Buffer records_bytes(const Record &record, const Json &json, Order order) {
     return all;
 }
 
+// As value.h reads it: a string as it stands, a number, a set's array between commas.
+std::string word_of(const std::string &name, const Json &value) {
+    if (value.is_string())
+        return value.get<std::string>();
+    if (value.is_number_integer())
+        return value.dump();
+    if (!value.is_array())
+        throw std::invalid_argument("the field \"" + printable(name) + "\" cannot be " + value.dump().substr(0, 20));
+    std::string words;
+    for (const Json &one : value) {
+        if (one.is_array())
+            throw std::invalid_argument("the field \"" + printable(name) + "\" cannot hold an array");
+        words += (words.empty() ? "" : ",") + word_of(name, one);
+    }
+    return words.empty() ? "none" : words;
+}
+
 Buffer record_bytes(const Record &record, const Json &json, Order order) {
     if (!json.is_object())
         throw std::invalid_argument("an object expected instead of " + json.dump().substr(0, 20));
@@ -61,13 +89,8 @@ Buffer record_bytes(const Record &record, const Json &json, Order order) {
         const Record *inner = draft.records_of(name);
         if (inner != nullptr && value.is_array())
             draft.set_records(name, records_bytes(*inner, value, order));
-        else if (value.is_string())
-            draft.set(name, value.get_ref<const std::string &>());
-        else if (value.is_number_integer())
-            draft.set(name, value.dump());
         else
-            throw std::invalid_argument("the field \"" + printable(name) + "\" cannot be " +
-                                        value.dump().substr(0, 20));
+            draft.set(name, word_of(name, value));
     }
     return draft.bytes();
 }

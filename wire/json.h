@@ -1,10 +1,12 @@
 // Payloads as JSON, with the fields, words and rules of text.h.
 //
-//     {"ifx": 3, "mode": "trunk", "pvid": 10, "allow": "1-100"}
+//     {"ifx": 3, "mode": "trunk", "pvid": 10, "allow": [1, 2, 3]}
 //
-// A number is a JSON number, its name where it has one; everything else is the text that value.h gives: sets, arrays,
-// flags, addresses, bytes, and texts as they are there, with \xHH for what is not printable. Records inside a record
-// are an array of objects, a run is an array. "length" and "rest" stand for what they stand for in texts.
+// A number is a JSON number, its name where it has one; a set is an array, of events with their names. Everything else
+// is the text that value.h gives: arrays, flags, addresses, bytes, and texts, with \xHH for what is not printable.
+// Records inside a record are an array of objects, a run is an array. Every field that is there is a member, but
+// reserved and foreign bytes that are 0. "length" and "rest" stand for what they stand for in texts. When read,
+// whatever a text may hold may stand as a string.
 //
 // What reads throws std::invalid_argument with one line for people, also for JSON of another form.
 #pragma once

@@ -175,14 +175,6 @@ void parse_mac(std::string_view text, std::span<uint8_t> mac) {
 
 // ---- sets
 
-Ids ids_at(const Field &field, Bytes bytes, Order order) {
-    Ids ids;
-    for (unsigned word = 0; word < field.count(); ++word)
-        for (uint32_t bits = number_at(field, bytes, word, order); bits != 0; bits &= bits - 1)
-            ids.push_back(word * 32 + static_cast<unsigned>(std::countr_zero(bits)));
-    return ids;
-}
-
 // The named ones by name, the others as ranges between them.
 std::string events_text(const Ids &ids, size_t all) {
     if (ids.size() == all)
@@ -302,6 +294,17 @@ Ids parse_ids(std::string_view text, unsigned min, unsigned max) {
     return ids;
 }
 
+Ids ids_in(std::span<const uint32_t> words, unsigned first, unsigned last) {
+    Ids ids;
+    for (unsigned word = 0; word < words.size(); ++word)
+        for (uint32_t bits = words[word]; bits != 0; bits &= bits - 1) {
+            const unsigned id = word * 32 + static_cast<unsigned>(std::countr_zero(bits));
+            if (id >= first && id <= last)
+                ids.push_back(id);
+        }
+    return ids;
+}
+
 uint32_t parse_number(std::string_view text, uint32_t most) {
     const bool hex = text.starts_with("0x") || text.starts_with("0X");
     const std::string_view digits = text.substr(hex ? 2 : 0);
@@ -354,10 +357,24 @@ Buffer parse_hex(std::string_view text) {
     return bytes;
 }
 
+Ids ids_of(const Field &set, Bytes bytes, Order order) {
+    std::vector<uint32_t> words(set.count());
+    for (size_t word = 0; word < words.size(); ++word)
+        words[word] = number_at(set, bytes, word, order);
+    return ids_in(words);
+}
+
+Field element_of(const Field &field, size_t index) {
+    Field element = field;
+    element.offset += index * field.element;
+    element.width = field.element;
+    return element;
+}
+
 std::string value_text(const Field &field, Bytes bytes, Order order) {
     const Bytes own = bytes.subspan(field.offset, field.width);
     if (field.is_set()) {
-        const Ids ids = ids_at(field, bytes, order);
+        const Ids ids = ids_of(field, bytes, order);
         return field.kind == Kind::kEventSet ? events_text(ids, field.width * 8) : ids_text(ids);
     }
     if (field.kind == Kind::kMac)

@@ -17,6 +17,9 @@ using Ids = std::vector<unsigned>; // rising
 // people.
 [[nodiscard]] Ids parse_ids(std::string_view text, unsigned min, unsigned max);
 
+// The numbers of the bits that are set, of first..last: the set of a record that is a struct of this machine.
+[[nodiscard]] Ids ids_in(std::span<const uint32_t> words, unsigned first = 0, unsigned last = UINT32_MAX);
+
 // Decimal or 0x. Throws std::invalid_argument with a line for people, also for a number above `most`.
 [[nodiscard]] uint32_t parse_number(std::string_view text, uint32_t most = UINT32_MAX);
 
@@ -40,6 +43,12 @@ using Ids = std::vector<unsigned>; // rising
 
 // Writes the value; numbers may always stand for names. Throws std::invalid_argument with a line for people.
 void parse_value(const Field &field, std::string_view text, std::span<uint8_t> bytes, Order order);
+
+// The numbers in a set.
+[[nodiscard]] Ids ids_of(const Field &set, Bytes bytes, Order order);
+
+// One number of an array as a field of its own.
+[[nodiscard]] Field element_of(const Field &field, size_t index);
 
 // Not shown to people: zero, and a value that most have as zero.
 [[nodiscard]] bool is_quiet(const Field &field, Bytes bytes);

@@ -231,10 +231,23 @@ TEST(WireText, filter_holds_when_every_named_field_agrees) {
     EXPECT_TRUE(Filter().matches(bytes));
 }
 
+TEST(WireText, sets_are_arrays_in_json) {
+    const auto request = parse_text_as<vl_port_vlanset_req>("ifx=1 vlans=2-4");
+    EXPECT_EQ(json_of(request).dump(), R"({"ifx":1,"vlans":[2,3,4]})");
+    const auto registration = parse_text_as<bri_reg_msg>("event_set=VLAN_EVENT_RENAME,420");
+    EXPECT_EQ(json_of(registration.event_set).dump(), R"({"words":["VLAN_EVENT_RENAME",420]})");
+    for (const char *text : {R"({"ifx":1,"vlans":[2,"3-4"]})", R"({"ifx":1,"vlans":"2-4"})"})
+        EXPECT_EQ(parse_json(one(record_of<vl_port_vlanset_req>()), Json::parse(text)),
+                  parse_text(one(record_of<vl_port_vlanset_req>()), "ifx=1 vlans=2-4"));
+    EXPECT_EQ(json_of(vle{}).dump(),
+              R"({"proxy":0,"vswpt_num":0,"created_by_cli":0,"version":0,"vid":0,"manage_vid":0,"ref":0,"mode":0,)"
+              R"("svi_ifx":0,"up_mem":0,"create_time":0,"name":"","svi_state_a":0,"svi_state_b":0,"members":[]})");
+}
+
 TEST(WireText, json_of_another_form_is_refused) {
     const Payload payload = one(record_of<l2top_port_status_batch>());
-    for (const char *text : {"[]", "3", R"({"count":true})", R"({"count":[1]})", R"({"records":3})", R"({"x":1})",
-                             R"({"records":[3]})", R"({"count":1.5})"})
+    for (const char *text : {"[]", "3", R"({"count":true})", R"({"count":[]})", R"({"count":[[1]]})",
+                             R"({"records":3})", R"({"x":1})", R"({"records":[3]})", R"({"count":1.5})"})
         EXPECT_THROW((void)parse_json(payload, Json::parse(text)), std::invalid_argument) << text;
 }
 
