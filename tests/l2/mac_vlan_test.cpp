@@ -188,6 +188,16 @@ TEST_F(MacVlan, every_message_reaches_the_handlers) {
     }
 }
 
+TEST_F(MacVlan, a_message_is_logged_before_it_reaches_the_handlers) {
+    watch({MVLAN_EVENT_NOTIFY_ENTRY});
+    clear_log();
+    std::string at_handler;
+    during = [&](uint32_t) { at_handler = log_text(); };
+    deliver(bridge_mvlan_lib_dispose_msg, MVLAN_EVENT_NOTIFY_ENTRY, {1, 2, 3});
+    during = nullptr;
+    EXPECT_EQ(at_handler, "mvlan lib recv msg: mvlan event MVLAN_EVENT_NOTIFY_ENTRY, msg len 3.\n");
+}
+
 TEST_F(MacVlan, no_message_is_ignored) {
     bridge_mvlan_lib_dispose_msg(nullptr);
     EXPECT_TRUE(log_lines().empty());

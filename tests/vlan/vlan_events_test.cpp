@@ -239,6 +239,15 @@ TEST_F(VlanMessage, notified_event_is_logged) {
     EXPECT_TRUE(events()[0].payload.empty());
 }
 
+TEST_F(VlanMessage, event_is_logged_before_it_reaches_the_handlers) {
+    debug_on({BRI_DBG_VLAN});
+    std::string at_handler;
+    during = [&](uint32_t) { at_handler = log_text(); };
+    RawMessage(VLAN_EVENT_DEFAULT_INTF, 0).deliver();
+    during = nullptr;
+    EXPECT_EQ(at_handler, "Ready to notify event, type(VLAN_EVENT_DEFAULT_INTF), event(400).\n");
+}
+
 TEST_F(VlanMessage, internal_types_are_logged_and_never_passed_on) {
     debug_on({BRI_DBG_VLAN});
     struct Row {

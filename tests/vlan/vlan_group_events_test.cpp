@@ -98,6 +98,16 @@ TEST_F(VlanGroupHandlers, get_type_payload_and_length_of_every_message) {
     }
 }
 
+TEST_F(VlanGroupHandlers, are_called_when_the_line_is_written) {
+    watch({VG_EVENT_MEM_VLAN});
+    debug_on({BRI_DBG_MSG});
+    std::string at_handler;
+    during = [&](uint32_t) { at_handler = log_text(); };
+    deliver(bridge_vlan_group_lib_dispose_msg, VG_EVENT_MEM_VLAN, {1, 2, 3});
+    during = nullptr;
+    EXPECT_EQ(at_handler, "vg lib recv msg: event VG_EVENT_MEM_VLAN, msg len 3.\n");
+}
+
 TEST_F(VlanGroupHandlers, get_messages_without_a_payload) {
     watch({VG_EVENT_SYNC_DATA_END});
     events().clear();
