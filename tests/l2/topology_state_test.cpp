@@ -81,6 +81,7 @@ TEST_F(TopologyState, without_a_place_for_the_state_is_refused_silently) {
     EXPECT_EQ(bridge_get_port_instance_status(7, 0, nullptr), -1);
     EXPECT_EQ(bridge_get_port_instance_status(99, 0, nullptr), -1);
     EXPECT_EQ(bridge_get_port_fwd_status(7, 10, nullptr), -1);
+    EXPECT_EQ(bridge_get_port_fwd_status(99, 10, nullptr), -1);
     EXPECT_TRUE(log_lines().empty());
 }
 
