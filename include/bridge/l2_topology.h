@@ -9,7 +9,8 @@ BRI_BEGIN_DECLS
 #define BRI_L2TOP_BATCH_MAX    64u    /* records in one status batch */
 #define BRI_L2TOP_INSTANCE_ALL 0x3FFu /* instance number that means every instance */
 
-/* Port status record, element of L2TOP_EVENT_PORT_STATUS. */
+/* Port status record, element of L2TOP_EVENT_PORT_STATUS. A forwarding state is a number of the topology protocol that
+ * runs; this library gives it no meaning and carries it unchanged. The shared table has 16 bits for it. */
 struct l2top_port_status {
     uint32_t ifx;         /*  0: port */
     uint16_t instance;    /*  4: 0..64, or 0x3FF for every instance */
@@ -28,7 +29,8 @@ BRI_AT(l2top_port_status, param, 12);
 BRI_AT(l2top_port_status, flag, 16);
 BRI_AT(l2top_port_status, reserved2, 17);
 
-/* Payload of L2TOP_EVENT_PORT_STATUS; 4 + 20 x count bytes of it are sent. */
+/* Payload of L2TOP_EVENT_PORT_STATUS, to the server and from it. 4 + 20 x count bytes of it are sent, except where one
+ * record stands for every instance: then always all 1284, zero behind the last record. Go by `count`. */
 struct l2top_port_status_batch {
     uint16_t count;                                        /* 0: records that follow, at most 64 */
     uint8_t reserved[2];                                   /* 2: zero */
@@ -75,8 +77,8 @@ BRI_API void l2top_clnt_init(const char *name);
 
 /* Tells the server the states of ports. At most 64 records; only `count` of them are read and 4 + 20 x count bytes
  * sent. When the first record's instance is BRI_L2TOP_INSTANCE_ALL every record is sent once for each instance 0..64,
- * in whole batches of 1284 bytes. 0, or -1 when the batch is null or too long, memory is short or a send failed; the
- * records behind a failed send are dropped. L2TOP_EVENT_PORT_STATUS. */
+ * in batches of 1284 bytes, the last of them too. 0, or -1 when the batch is null or too long, memory is short or a
+ * send failed; the records behind a failed send are dropped. L2TOP_EVENT_PORT_STATUS. */
 BRI_API int bridge_set_port_fwd_status(const struct l2top_port_status_batch *batch);
 
 /* Tells the server one state of a port for each instance in the request's set. 0, also when nothing was to be sent or
@@ -119,7 +121,9 @@ BRI_API int bridge_set_port_errdisable(void);
 BRI_API int bri_clnt_on_l2topo_msg(struct bri_msg_hdr *msg);
 
 /* Replays the topology from the shared tables: one event for each running protocol, the instance table, then the
- * states of all ports in the instances of the VLANs that exist, in batches of 64 records at most. */
+ * states of all ports in the instances of the VLANs that exist, in batches of 64 records at most. Routed ports are left
+ * out. The re-search runs for every VLAN (see bridge/vlan_client.h), and replays lie at most 8 deep inside each other,
+ * as said there; while one tells its port states, those of a replay inside it are left out. */
 BRI_API void l2top_clnt_notify_origin_data(void);
 
 /* The first step of that: one L2TOP_EVENT_PROTO_CONFIG for each running protocol 1..13. */

@@ -194,7 +194,8 @@ BRI_API int bridge_maddr_nondyn_check_end(uint32_t type);
 /* Root-bridge mode; the byte is passed through. MAC_EVENT_SET_ROOT_BRIDGE_MODE. */
 BRI_API int bridge_maddr_set_root_bridge_mode(uint8_t enable);
 
-/* One-way messages to the kernel over the persistent channel. 0 sent, -1 refused or not sent. Any thread. */
+/* One-way messages to the kernel over the persistent channel. 0 sent, -1 refused or not sent. Loop's thread, which also
+ * opens and closes that channel. */
 
 /* Bracket a check of the dynamic addresses. MAC_EVENT_DYN_CHECK_BEGIN and _END, without data. */
 BRI_API int bridge_maddr_dynmac_check_begin(void);
@@ -235,15 +236,17 @@ BRI_API int bridge_maddr_find_single(const uint8_t *mac, uint32_t bcast_id, stru
 BRI_API int bridge_maddr_get_available_total(uint32_t *total);
 
 /* Takes one message of the MAC submodule, header and payload whole in memory; null is ignored. Address notifications
- * are handed to the host's handlers record by record, each as an aligned copy of 40 bytes; for the client "SS" LOCAL
- * entries are left out and all types but DYNAMIC and FILTER become STATIC. A new available-address total is kept.
- * Called by the dispatcher, on the loop's thread. */
+ * are handed to the host's handlers record by record, each as an aligned copy of 40 bytes; a last record that is cut
+ * short is completed with zeros, and one that neither adds nor deletes ends the message. For the client "SS" LOCAL
+ * entries are left out and all types but DYNAMIC and FILTER become STATIC, in the message too. A new available-address
+ * total is kept; a message too short for it is dropped with a debug line. Called by the dispatcher, on the loop's
+ * thread. */
 BRI_API void mac_client_on_server_msg(struct bri_msg_hdr *msg);
 
 /* Addresses that may still be configured, as the server last announced; 1024 before. Any thread. */
 BRI_API uint32_t mac_client_get_available_total(void);
 
-/* Stores the total. Sends nothing. Any thread. */
+/* Stores the total in this process. Sends nothing. Any thread. */
 BRI_API void mac_client_set_available_total(uint32_t total);
 
 /* Prints the address counters to the log, whatever the debug flags. Any thread. */

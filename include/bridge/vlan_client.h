@@ -171,20 +171,24 @@ BRI_API int vl_clnt_on_server_msg(struct bri_msg_hdr *msg);
 
 /* Gives the handlers the whole VLAN and port state as events, in this order: one VLAN_EVENT_CREATE_RANGE of every VLAN;
  * for each VLAN its mode when dynamic, its name when it is not the default one, its SVI when it has one; each present
- * port's creation; each port's mode, native VLAN and allowed VLANs; each port's memberships. Every record is built from
- * the tables right before its event, so what a handler changes shows in the records behind it; a VLAN or port that it
+ * port's creation; each port's mode, native VLAN and allowed VLANs; each port's memberships. Routed ports are left out:
+ * nothing tells of them here. An access port is told with one VLAN_EVENT_ADD_INTF, also when its native VLAN is 0;
+ * every other port with one VLAN_EVENT_RANGE_ADD_INTF, also when it is a member of none. Every record is built from the
+ * tables right before its event, so what a handler changes shows in the records behind it; a VLAN or port that it
  * removes is skipped from there on. The re-search runs on every VLAN look-up. Event-loop thread; sends nothing. */
 BRI_API void vl_clnt_notify_origin_data(void);
 
 /* Private version of a VLAN; 0 for an id outside the database's range. Event-loop thread. */
 BRI_API uint16_t vl_get_vlan_private_version(uint16_t vid);
 
-/* Whether a create of this version is new: 1 and the version is kept when it is above the private one, else 0.
- * Event-loop thread; sends nothing. */
+/* Whether a create of this version is new: 1 and the version is kept when it is above the private one, else 0. For an
+ * id outside the database's range nothing is kept: its private version counts as 0 each time, so any version above 0 is
+ * new there. Event-loop thread; sends nothing. */
 BRI_API int vl_version_check_on_create_notify(uint16_t vid, uint16_t version);
 
 /* Whether a delete of this version is current: 0 when it is below the private one; 1 when it is equal, or above, which
- * also keeps it. Event-loop thread; sends nothing. */
+ * also keeps it. Outside the database's range as above: every version that is not negative is current. Event-loop
+ * thread; sends nothing. */
 BRI_API int vl_version_check_on_destroy_notify(uint16_t vid, uint16_t version);
 
 /* The two checks for each VLAN 1..4094 of a set, with that VLAN's version; the bits of dropped VLANs are cleared in
@@ -206,7 +210,7 @@ BRI_API void vl_version_update(uint16_t vid, uint16_t version);
  * the address stays readable, the entry is empty then. Event-loop thread; sends nothing. */
 BRI_API void vl_clnt_get_vle_from_vid(uint16_t vid, struct vle **out);
 
-/* Calls back for each port 0..63 that is present and whose mode word is not 0 (routed), rising. Nothing for a null
+/* Calls back for each port 1..63 that is present and not routed (mode word 0), rising. Nothing for a null
  * callback. Event-loop thread; sends nothing. */
 BRI_API void vl_clnt_swport_walk_throught(vl_swport_walk_fn callback, void *arg);
 

@@ -1,7 +1,8 @@
 /* VLAN groups in the shared segment "VLAN-GROUP-SHM".
  *
  * A group is a numbered set of VLANs with a default VLAN and a VLAN assign mode. The entry of group id g, 1..128, is at
- * index g; it is in use while its first byte is not 0. Ids 129..255 have no entry: such a group never exists.
+ * index g; it is in use while its first byte is not 0. Ids 129..255 have no entry: such a group never exists. Id 0 is
+ * no group either, though it has an entry: no search finds it, and making it gives 1 and makes nothing.
  *
  * No operation takes a lock, and none but the message entry calls anyone; who needs an entry in one piece takes a copy.
  * Any thread may call once vlan_group_shm_init has succeeded; before that every operation gives its failure value.
@@ -55,7 +56,9 @@ BRI_API extern struct vlan_group_manager vlan_group_mng;
 
 /* Creates or joins the semaphore and the segment of the group table and maps it; the key is 0x5A5B7C3D plus the
  * environment variable VSDID. 1, or 0 without a usable key, semaphore or segment, with a debug line that says which.
- * Once, from the event-loop thread, before other threads use the table. bridge_agent_init does it. */
+ * From the event-loop thread, before other threads use the table; bridge_agent_init does it. Whoever does it again gets
+ * a mapping of its own: the handles and addresses of the one before stay valid. Without a key nothing changes; after
+ * another failure the table is not mapped. */
 BRI_API int vlan_group_shm_init(void);
 
 /* Hands a VLAN-group message of the server (submodule 8) to the registered handlers, with a debug line that names

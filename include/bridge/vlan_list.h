@@ -34,9 +34,10 @@ BRI_API void vl_clnt_exchange_int(int32_t *a, int32_t *b);
 BRI_API void vl_clnt_show_vlanlist(const struct vlanset *set, uint32_t width);
 
 /* Writes one line of a compressed list of the VLANs from `start_vid` (0 when it is below) to 4094 into `buf`, always
- * terminated. A line ends after `max_items` items, at most 20, where a closed range counts two; it then ends with a
- * comma and the id that is returned, with which the next line begins. 0 when the list is complete, or a pointer is
- * null. `buf` holds at least 134 bytes. */
+ * terminated. An id counts one item and a closed range two. A line ends at the first new id with which it holds
+ * `max_items` items, at most 20: one more where that id comes behind a range, and never fewer than two. It then ends
+ * with a comma and that id, which is returned and with which the next line begins. 0 when the list is complete, or a
+ * pointer is null. `buf` holds at least 134 bytes. */
 BRI_API int vl_clnt_vlist_vlan_line_format(char *buf, const struct vlanset *set, int start_vid, int max_items);
 
 /* Writes the VLAN table to the log, whatever the debug flags; with the VLAN debug flag also the status of both
