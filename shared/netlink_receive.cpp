@@ -27,9 +27,11 @@ void drop_headless(int fd, ssize_t peeked) {
         static_cast<void>(recv(fd, &byte, sizeof byte, MSG_DONTWAIT));
 }
 
-void report_gone(const Message &head) {
+void report_gone(const Message &head, bool *gone) {
     BRI_LOG(log::kClient, "[%s] EF-bridge disconn msg received.\n", name());
     restart();
+    if (gone != nullptr)
+        *gone = true;
     // The word is printed as it stands: error messages carry it negative, and strerror names it so.
     BRI_LOG(log::kClient, "[%s] Get msg head failed. error %d, %s.\n", name(), head.error(), strerror(head.error()));
 }
@@ -58,9 +60,7 @@ uint8_t *receive_payload(int fd, int32_t family, ReplyBuffer &buffer, bool *gone
     }
     const Message head({peek, static_cast<size_t>(peeked)});
     if (means_gone(head)) {
-        report_gone(head);
-        if (gone != nullptr)
-            *gone = true;
+        report_gone(head, gone);
         return nullptr;
     }
     return read_whole(fd, family, head.length(), buffer);

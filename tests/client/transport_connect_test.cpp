@@ -1,5 +1,6 @@
 // The socket to the server, the connect job's steps, the registration on the wire, and the way back after a loss.
 #include "tests/client/transport_fixture.h"
+#include "tests/support/effects.h"
 
 #include <fcntl.h>
 #include <sys/resource.h>
@@ -281,6 +282,22 @@ TEST_F(ConnectReset, closes_the_socket_cancels_the_read_job_and_clears_the_state
     EXPECT_EQ(loop().count("bri-read"), 0);
     EXPECT_EQ(loop().count("bri-msg-timer"), 1);
     EXPECT_EQ(loop().count("bri-reconn"), 0); // who resets also asks for the reconnect
+}
+
+// On the loop that has the job: the double looks at the handle.
+TEST_F(ConnectReset, cancels_the_read_job_before_it_closes_the_socket) {
+    Server server;
+    Peer peer = start_connected(server);
+    std::vector<std::string> order;
+    on_effect = [&](const std::string &effect) { order.push_back(effect); };
+    faults::hooks.close = [&](int fd) {
+        order.emplace_back("close");
+        return faults::real_close(fd);
+    };
+    bridge_client_connect_reset();
+    on_effect = nullptr;
+    EXPECT_EQ(order, (std::vector<std::string>{"cancel bri-read", "close"}));
+    faults::clear();
 }
 
 TEST_F(ConnectReset, cancels_no_job_without_a_loop) {

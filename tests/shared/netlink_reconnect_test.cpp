@@ -1,4 +1,6 @@
+#include "shared/netlink_channel.h"
 #include "tests/shared/netlink_fixture.h"
+#include "tests/support/effects.h"
 
 namespace {
 
@@ -49,6 +51,26 @@ TEST_F(NetlinkReconnect, every_sign_closes_the_channel_and_starts_one_timer) {
         EXPECT_EQ(loop().find("bri-ef-reconn")->master, loop().master());
         loop().run("bri-ef-reconn");
     }
+}
+
+TEST_F(NetlinkReconnect, says_so_closes_asks_for_the_timer_and_raises_the_flag_before_it_names_the_error) {
+    up();
+    kernel.deliver(fd(), netlink_error(-1));
+    bool gone = false;
+    std::vector<std::string> order;
+    on_effect = [&](const std::string &effect) { order.push_back((gone ? "gone: " : "") + effect); };
+    const auto close = faults::hooks.close; // the kernel's
+    faults::hooks.close = [&](int closed) {
+        order.emplace_back("close");
+        return close(closed);
+    };
+    static bri::netlink::ReplyBuffer buffer;
+    EXPECT_EQ(bri::netlink::receive_payload(fd(), kernel.family, buffer, &gone), nullptr);
+    on_effect = nullptr;
+    faults::hooks.close = close;
+    EXPECT_EQ(order, (std::vector<std::string>{
+                         "[unit] EF-bridge disconn msg received.\n", "cancel bri-ef-read", "close", "add bri-ef-reconn",
+                         "gone: [unit] Get msg head failed. error -1, " + std::string(strerror(-1)) + ".\n"}));
 }
 
 TEST_F(NetlinkReconnect, the_read_job_fails_only_when_it_cannot_be_added_again) {

@@ -1,5 +1,6 @@
 #include "tests/support/log_sink.h"
 
+#include "tests/support/effects.h"
 #include "tests/support/faults.h"
 
 #include <qv_syslog.h>
@@ -62,6 +63,7 @@ void printk_syslog_ext(int level, const char *module, const char *tag, int outpu
     {
         const std::lock_guard lock(test::guard);
         test::log_lines().push_back({level, module, tag, output, format, text});
+        test::tell_effect(text);
     }
     errno = error;
 }

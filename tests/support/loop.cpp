@@ -1,5 +1,6 @@
 #include "tests/support/loop.h"
 
+#include "tests/support/effects.h"
 #include "tests/support/faults.h"
 
 #include <algorithm>
@@ -62,20 +63,24 @@ int Loop::run_readable(int timeout_ms) {
 
 qv_thread *Loop::add(Job job) {
     const faults::Pause pause;
-    if (refuse > 0) {
-        --refuse;
-        return nullptr;
-    }
-    if (job.name == refused)
+    const bool taken = refuse == 0 && job.name != refused;
+    tell_effect((taken ? "add " : "refuse ") + job.name);
+    refuse -= refuse > 0 ? 1 : 0;
+    if (!taken)
         return nullptr;
     job.id = next_id_++;
     pending.push_back(job);
     return reinterpret_cast<qv_thread *>(static_cast<uintptr_t>(job.id));
 }
 
-void Loop::cancel(qv_thread_func func, void *arg) {
+void Loop::cancel(const qv_thread_master *master, qv_thread_func func, void *arg) {
     const faults::Pause pause;
-    std::erase_if(pending, [&](const Job &job) { return job.func == func && job.arg == arg; });
+    std::erase_if(pending, [&](const Job &job) {
+        const bool found = job.master == master && job.func == func && job.arg == arg;
+        if (found)
+            tell_effect("cancel " + job.name);
+        return found;
+    });
 }
 
 } // namespace test
@@ -103,6 +108,6 @@ qv_thread *qv_thread_add_timer_timeval_withname(qv_thread_master *master, qv_thr
     return Loop::get().add({0, Job::Kind::kTimerTimeval, func, arg, -1, usec, name, master});
 }
 
-void qv_thread_cancel_by_arg_func(qv_thread_master *, void *arg, qv_thread_func func) {
-    Loop::get().cancel(func, arg);
+void qv_thread_cancel_by_arg_func(qv_thread_master *master, void *arg, qv_thread_func func) {
+    Loop::get().cancel(master, func, arg);
 }

@@ -40,7 +40,7 @@ class Loop {
     int run_readable(int timeout_ms = 0);
 
     qv_thread *add(Job job);
-    void cancel(qv_thread_func func, void *arg);
+    void cancel(const qv_thread_master *master, qv_thread_func func, void *arg);
 
   private:
     int next_id_ = 1;
