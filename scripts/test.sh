@@ -8,12 +8,12 @@ jobs=$(nproc)
 build_configuration() {
     local start=$SECONDS log=build/test/$1.log
     if ! { cmake --preset "$1" -DBRIDGE_UNITY_TESTS=ON && cmake --build --preset "$1" -j "$jobs"; } >"$log" 2>&1; then
-        echo "$1: the build failed; all of it is in $log:"
+        echo "${clear_line:-}$1: the build failed; all of it is in $log:"
         grep -E 'rror:|FAILED|undefined reference' "$log" | cut -c1-300 | head -20 || tail -20 "$log"
         return 1
     fi
     echo $((SECONDS - start)) >"build/test/$1.seconds"
-    echo "$1: built in $((SECONDS - start)) s"
+    echo "${clear_line:-}$1: built in $((SECONDS - start)) s"
 }
 
 # Two at a time: configuring and linking one leaves a processor to the other.
@@ -58,7 +58,8 @@ run_tests() {
 
     mkdir -p build/test
     rm -f build/test/*.log build/test/*.seconds
-    build_configurations "${names[@]}" || return 1
+    local logs=("${names[@]/#/build/test/}")
+    with_progress "${logs[@]/%/.log}" -- build_configurations "${names[@]}" || return 1
     write_combined_tree "${names[@]}"
 
     local build_seconds='' suites=() name
