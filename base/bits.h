@@ -18,11 +18,13 @@ inline constexpr unsigned kSetWords = kSetBits / 32;
     return uint32_t{1} << (bit & 31U);
 }
 
-// The caller bounds `bit` by the set's size. Words are accessed as shared words, so the same code serves private sets
-// and sets in shared memory.
+// The caller bounds `bit` by the set's size. What only reads takes its words as shared ones, so the same code serves
+// private sets and sets in shared memory.
 [[nodiscard]] inline bool test(const uint32_t *words, unsigned bit) {
     return (word::load(words[word_of(bit)]) & mask_of(bit)) != 0;
 }
+
+// Changes of private sets.
 inline void set(uint32_t *words, unsigned bit) {
     words[word_of(bit)] |= mask_of(bit);
 }
@@ -30,13 +32,33 @@ inline void clear(uint32_t *words, unsigned bit) {
     words[word_of(bit)] &= ~mask_of(bit);
 }
 
-// The same for a set in shared memory; true when the call changed the bit.
-inline bool set_shared(uint32_t *words, unsigned bit) {
-    return (word::set_bits(words[word_of(bit)], mask_of(bit)) & mask_of(bit)) == 0;
-}
-inline bool clear_shared(uint32_t *words, unsigned bit) {
-    return (word::clear_bits(words[word_of(bit)], mask_of(bit)) & mask_of(bit)) != 0;
-}
+// A set in shared memory, whose bits other processes change at the same time: no change made here loses one of theirs.
+// The view is copied freely; it may be none at all. The caller bounds bits and words by the set's size.
+class SharedSet {
+  public:
+    explicit SharedSet(uint32_t *words) : words_(words) {}
+
+    [[nodiscard]] explicit operator bool() const { return words_ != nullptr; }
+    [[nodiscard]] bool test(unsigned bit) const { return bits::test(words_, bit); }
+
+    [[nodiscard]] bool is(const uint32_t *words) const { return words_ == words; }
+
+    // True when the call changed the bit.
+    bool set(unsigned bit) const { return add(word_of(bit), mask_of(bit)) != 0; }
+    bool clear(unsigned bit) const { return take(word_of(bit), mask_of(bit)) != 0; }
+
+    // Word `index` by itself; the bits of `mask` that the call changed.
+    uint32_t add(unsigned index, uint32_t mask) const { return mask & ~word::set_bits(words_[index], mask); }
+    uint32_t take(unsigned index, uint32_t mask) const { return mask & word::clear_bits(words_[index], mask); }
+
+    void reset(unsigned count) const {
+        for (unsigned index = 0; index < count; ++index)
+            word::store(words_[index], uint32_t{0});
+    }
+
+  private:
+    uint32_t *words_;
+};
 
 // Bits of word `index` that lie in first..last.
 [[nodiscard]] constexpr uint32_t range_mask(unsigned index, unsigned first, unsigned last) {

@@ -27,14 +27,23 @@ template <class T> inline T add(T &word, T amount) {
     return __atomic_fetch_add(&word, amount, __ATOMIC_RELAXED);
 }
 
+// Puts change(value) in place of the word's value while may(value) holds, in one step; whether it did. `met` becomes
+// the value that was there: the one replaced, or the one that may not be.
+template <class T, class May, class Change> inline bool change_if(T &word, T &met, May &&may, Change &&change) {
+    met = load(word);
+    while (may(met))
+        if (__atomic_compare_exchange_n(&word, &met, static_cast<T>(change(met)), true, __ATOMIC_RELAXED,
+                                        __ATOMIC_RELAXED))
+            return true;
+    return false;
+}
+
 // Sets `bits` unless one of `barred` is set already. Gives the barred bits that it found; 0 means that it set them.
 template <class T> inline T set_bits_unless(T &word, T bits, T barred) {
-    T now = load(word);
-    while ((now & barred) == 0)
-        if (__atomic_compare_exchange_n(&word, &now, static_cast<T>(now | bits), true, __ATOMIC_RELAXED,
-                                        __ATOMIC_RELAXED))
-            return 0;
-    return static_cast<T>(now & barred);
+    T met;
+    const bool set = change_if(
+        word, met, [=](T now) { return (now & barred) == 0; }, [=](T now) { return now | bits; });
+    return set ? T{0} : static_cast<T>(met & barred);
 }
 
 } // namespace bri::word

@@ -17,8 +17,8 @@ namespace {
 
 // The dynamic memberships of a port, in the server's own part of its block.
 static_assert(sizeof(spcb::server3) == sizeof(vlanset) && offsetof(spcb, server3) % alignof(vlanset) == 0);
-uint32_t *dynamic_vlans(spcb &port) {
-    return reinterpret_cast<uint32_t *>(port.server3);
+bits::SharedSet dynamic_vlans(spcb &port) {
+    return bits::SharedSet(reinterpret_cast<uint32_t *>(port.server3));
 }
 
 spcb &existing(uint32_t ifx) {
@@ -123,7 +123,7 @@ void Ports::set_mode(uint32_t ifx, uint32_t mode) {
     const bool was_routed = word::load(port.mode) == BRI_PORT_ROUTE;
     word::store(port.mode, mode);
     if (takes_no_others(port))
-        for_each_vlan(all_vlans(), [&](uint16_t vid) { bits::clear_shared(dynamic_vlans(port), vid); });
+        for_each_vlan(all_vlans(), [&](uint16_t vid) { dynamic_vlans(port).clear(vid); });
     changed(port);
     const vl_evt_intf_mode_rec record{ifx, mode};
     if (was_routed)
@@ -151,9 +151,9 @@ void Ports::set_allowed(uint32_t ifx, const vlanset &vlans) {
         those_of(all_vlans(), [&](uint16_t vid) { return holds(vlans, vid) != holds(port.allow_vlan, vid); });
     for_each_vlan(concerned, [&](uint16_t vid) {
         if (holds(vlans, vid))
-            bits::set_shared(port.allow_vlan.words, vid);
+            bits::SharedSet(port.allow_vlan.words).set(vid);
         else
-            bits::clear_shared(port.allow_vlan.words, vid);
+            bits::SharedSet(port.allow_vlan.words).clear(vid);
     });
     changed(port);
     announce_allowed(ifx);
@@ -175,14 +175,14 @@ void Ports::disallow(uint32_t ifx, const vlanset &vlans) {
 void Ports::add_dynamic(uint32_t ifx, const vlanset &vlans) {
     spcb &port = open_to_others(ifx);
     const vlanset live = those_of(vlans, [](uint16_t vid) { return vl_exist(vid, 0) != 0; });
-    for_each_vlan(live, [&](uint16_t vid) { bits::set_shared(dynamic_vlans(port), vid); });
+    for_each_vlan(live, [&](uint16_t vid) { dynamic_vlans(port).set(vid); });
     refresh(ifx, live, BRI_MEMBERSHIP_DYNAMIC);
 }
 
 void Ports::remove_dynamic(uint32_t ifx, const vlanset &vlans) {
     spcb &port = open_to_others(ifx);
-    const vlanset dynamic = those_of(vlans, [&](uint16_t vid) { return bits::test(dynamic_vlans(port), vid); });
-    for_each_vlan(dynamic, [&](uint16_t vid) { bits::clear_shared(dynamic_vlans(port), vid); });
+    const vlanset dynamic = those_of(vlans, [&](uint16_t vid) { return dynamic_vlans(port).test(vid); });
+    for_each_vlan(dynamic, [&](uint16_t vid) { dynamic_vlans(port).clear(vid); });
     refresh(ifx, dynamic, BRI_MEMBERSHIP_DYNAMIC);
 }
 
@@ -206,7 +206,7 @@ void Ports::take_out(uint32_t ifx, const vlanset &vlans) {
     const vlanset removed = those_of(vlans, [&](uint16_t vid) { return vl_is_vlan_member(vid, index) != 0; });
     for_each_vlan(removed, [&](uint16_t vid) {
         vl_del_static_member(index, vid);
-        bits::clear_shared(dynamic_vlans(port), vid);
+        dynamic_vlans(port).clear(vid);
     });
     announce_members(ifx, removed, false, BRI_MEMBERSHIP_STATIC);
 }
@@ -216,9 +216,8 @@ void Ports::vlans_created(const vlanset &vlans) {
 }
 
 void Ports::vlans_leaving(const vlanset &vlans) {
-    for_each_port([&](uint32_t ifx) {
-        for_each_vlan(vlans, [&](uint16_t vid) { bits::clear_shared(dynamic_vlans(existing(ifx)), vid); });
-    });
+    for_each_port(
+        [&](uint32_t ifx) { for_each_vlan(vlans, [&](uint16_t vid) { dynamic_vlans(existing(ifx)).clear(vid); }); });
 }
 
 // Brings the member bits of those VLANs in line with what the port carries.
@@ -228,7 +227,7 @@ void Ports::refresh(uint32_t ifx, const vlanset &concerned, uint32_t kind) {
     vlanset added{};
     vlanset removed{};
     for_each_vlan(concerned, [&](uint16_t vid) {
-        const bool wanted = vl_exist(vid, 0) != 0 && (carries(port, vid) || bits::test(dynamic_vlans(port), vid));
+        const bool wanted = vl_exist(vid, 0) != 0 && (carries(port, vid) || dynamic_vlans(port).test(vid));
         if (wanted == (vl_is_vlan_member(vid, index) != 0))
             return;
         put(wanted ? added : removed, vid);

@@ -18,7 +18,7 @@ using namespace bri;
 using namespace bri::ports;
 
 int swport_set_attr_exclude(int32_t ifx, uint32_t bits, uint32_t set, uint32_t conflict_mask, uint32_t *conflicts) {
-    spcb *port = ports::present(ifx); // before the lock is taken
+    spcb *port = Table::writable(ifx); // before the lock is taken
     if (port == nullptr)
         return 0;
     if (conflicts != nullptr)

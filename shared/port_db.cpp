@@ -30,15 +30,6 @@ bool map() {
     return true;
 }
 
-// Reads one word of a port that is there.
-bool read_word(int32_t ifx, uint32_t spcb::*field, uint32_t *value) {
-    const spcb *port = present(ifx);
-    if (port == nullptr || value == nullptr)
-        return false;
-    *value = word::load(port->*field);
-    return true;
-}
-
 } // namespace
 
 } // namespace bri::ports
@@ -65,21 +56,21 @@ int swport_check_ifindex_valid(int32_t ifx) {
 }
 
 spcb *swport_get_raw_spcb(int32_t ifx) {
-    return ports::raw(ifx);
+    return Table::slot(ifx);
 }
 spcb *swport_get_spcb(int32_t ifx) {
-    return ports::present(ifx);
+    return Table::writable(ifx);
 }
 spcb *vl_ifindex_to_swport(int32_t ifx) {
-    return ports::present(ifx);
+    return Table::writable(ifx);
 }
 
 int swport_check_exist(int32_t ifx) {
-    return ports::present(ifx) != nullptr ? 1 : 0;
+    return Table::live(ifx) != nullptr ? 1 : 0;
 }
 
 int swport_get_spcb_copy(int32_t ifx, spcb *dst) {
-    const spcb *port = ports::present(ifx);
+    const spcb *port = Table::live(ifx);
     if (port == nullptr || dst == nullptr)
         return 0;
     std::memcpy(dst, port, sizeof *dst);
@@ -87,26 +78,23 @@ int swport_get_spcb_copy(int32_t ifx, spcb *dst) {
 }
 
 uint32_t swport_get_version(int32_t ifx) {
-    uint32_t version = 0;
-    ports::read_word(ifx, &spcb::version, &version);
-    return version;
+    return Table::field(ifx, &spcb::version);
 }
 
 int swport_get_port_mode(int32_t ifx, uint32_t *mode) {
-    return ports::read_word(ifx, &spcb::mode, mode) ? 1 : 0;
+    return Table::read(ifx, &spcb::mode, mode) ? 1 : 0;
 }
 
 int swport_get_port_default_mode(int32_t ifx, uint32_t *mode) {
-    return ports::read_word(ifx, &spcb::default_mode, mode) ? 1 : 0;
+    return Table::read(ifx, &spcb::default_mode, mode) ? 1 : 0;
 }
 
 uint16_t swport_get_port_default_vid(int32_t ifx) {
-    const spcb *port = ports::present(ifx);
-    return port != nullptr ? word::load(port->default_vid) : uint16_t{0};
+    return Table::field(ifx, &spcb::default_vid);
 }
 
 int swport_is_allow_vlan(int32_t ifx, uint16_t vid) {
-    const spcb *port = ports::present(ifx);
+    const spcb *port = Table::live(ifx);
     return port != nullptr && vid < bits::kSetBits && bits::test(port->allow_vlan.words, vid) ? 1 : 0;
 }
 

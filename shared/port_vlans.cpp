@@ -13,10 +13,13 @@ namespace {
 
 constexpr unsigned kInstanceVlans = sizeof bri_portdb::stp_instance / sizeof *bri_portdb::stp_instance;
 
-// The port's tag-VLAN words when the port is there and has a bit for the VLAN, else null.
-uint32_t *tag_words(int32_t ifx, uint16_t vid) {
-    spcb *port = ports::present(ifx);
-    return port != nullptr && vid < bits::kSetBits ? port->tag_vlan.words : nullptr;
+// The VLANs that the port carries tagged; none for an absent port.
+bits::SharedSet tag_set(int32_t ifx) {
+    return Table::set(ifx, &spcb::tag_vlan);
+}
+// The same, none also when it has no bit for the VLAN.
+bits::SharedSet tag_set(int32_t ifx, uint16_t vid) {
+    return vid < bits::kSetBits ? tag_set(ifx) : bits::SharedSet(nullptr);
 }
 
 // How a member port carries the VLAN; reads only the fields that the port's mode needs.
@@ -24,11 +27,6 @@ bri_tag_rule member_rule(const spcb &port, uint16_t vid) {
     const bool tagged =
         vid < bits::kSetBits && (ports::tagged_word(port, bits::word_of(vid)) & bits::mask_of(vid)) != 0;
     return tagged ? BRI_TAG_TAGGED : BRI_TAG_UNTAGGED;
-}
-
-void clear_set(vlanset &set) {
-    for (uint32_t &word : set.words)
-        word::store(word, uint32_t{0});
 }
 
 } // namespace
@@ -39,53 +37,53 @@ using namespace bri;
 using namespace bri::ports;
 
 int swport_get_vlan_tag_rule(int32_t ifx, uint16_t vid) {
-    const spcb *port = ports::present(ifx);
+    const spcb *port = Table::live(ifx);
     return port != nullptr && vl_is_vlan_member(vid, ifx) != 0 ? member_rule(*port, vid) : BRI_TAG_NOT_MEMBER;
 }
 
 vlanset *swport_get_tag_vlan(int32_t ifx) {
-    spcb *port = ports::present(ifx);
+    spcb *port = Table::writable(ifx);
     return port != nullptr ? &port->tag_vlan : nullptr;
 }
 
 int swport_tag_vlan_add(int32_t ifx, uint16_t vid) {
-    uint32_t *words = tag_words(ifx, vid);
-    if (words == nullptr)
+    const bits::SharedSet tags = tag_set(ifx, vid);
+    if (!tags)
         return -EINVAL;
-    return bits::set_shared(words, vid) ? 0 : -EEXIST;
+    return tags.set(vid) ? 0 : -EEXIST;
 }
 
 int swport_tag_vlan_del(int32_t ifx, uint16_t vid) {
-    uint32_t *words = tag_words(ifx, vid);
-    return words != nullptr && bits::clear_shared(words, vid) ? 0 : -EINVAL;
+    const bits::SharedSet tags = tag_set(ifx, vid);
+    return tags && tags.clear(vid) ? 0 : -EINVAL;
 }
 
 void swport_tag_vlan_merge_map(int32_t ifx, const vlanset *map) {
-    spcb *port = ports::present(ifx);
-    if (port == nullptr || map == nullptr)
+    const bits::SharedSet tags = tag_set(ifx);
+    if (!tags || map == nullptr)
         return;
     for (unsigned index = 0; index < bits::kSetWords; ++index)
         if (const uint32_t added = word::load(map->words[index]); added != 0)
-            word::set_bits(port->tag_vlan.words[index], added);
+            tags.add(index, added);
 }
 
 void swport_tag_vlan_rmv_map(int32_t ifx, vlanset *map) {
-    spcb *port = ports::present(ifx);
-    if (port == nullptr || map == nullptr)
+    const bits::SharedSet tags = tag_set(ifx);
+    if (!tags || map == nullptr)
         return;
-    if (map == &port->tag_vlan) { // a set without itself; what was removed has no place of its own to be told
-        clear_set(port->tag_vlan);
+    if (tags.is(map->words)) { // a set without itself; what was removed has no place of its own to be told
+        tags.reset(bits::kSetWords);
         return;
     }
     // The caller learns what this call took away, also while another process changes the same word.
     for (unsigned index = 0; index < bits::kSetWords; ++index)
         if (const uint32_t unwanted = word::load(map->words[index]); unwanted != 0)
-            word::store(map->words[index], word::clear_bits(port->tag_vlan.words[index], unwanted) & unwanted);
+            word::store(map->words[index], tags.take(index, unwanted));
 }
 
 void swport_reset_tag_vlan(int32_t ifx) {
-    if (spcb *port = ports::present(ifx); port != nullptr)
-        clear_set(port->tag_vlan);
+    if (const bits::SharedSet tags = tag_set(ifx))
+        tags.reset(bits::kSetWords);
 }
 
 uint16_t *swport_get_stp_instance_table() {

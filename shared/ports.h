@@ -1,8 +1,7 @@
 // The mapped switch-port database of this process, and the look-up that every port operation starts with.
 #pragma once
 
-#include "base/bits.h"
-#include "base/shared_word.h"
+#include "shared/records.h"
 
 #include <bridge/ipc.h>
 #include <bridge/port_db.h>
@@ -26,16 +25,17 @@ extern Manager g_manager; // shared/port_db.cpp
     return static_cast<uint32_t>(ifx) - 1U < BRI_PORT_SLOTS - 1U;
 }
 
-// The block of a valid index, whether the port is there or not; null without a mapping.
-[[nodiscard]] inline spcb *raw(int32_t ifx) {
-    return valid(ifx) && g_manager.entries != nullptr ? g_manager.entries + ifx : nullptr;
-}
+// A block is in use while its port is there.
+struct Places {
+    using Record = spcb;
+    using Id = int32_t;
+    static constexpr uint32_t spcb::*kInUse = &spcb::ifx;
 
-// The block of a port that is there, or null.
-[[nodiscard]] inline spcb *present(int32_t ifx) {
-    spcb *port = raw(ifx);
-    return port != nullptr && word::load(port->ifx) != 0 ? port : nullptr;
-}
+    [[nodiscard]] static spcb *slot(int32_t ifx) {
+        return valid(ifx) && g_manager.entries != nullptr ? g_manager.entries + ifx : nullptr;
+    }
+};
+using Table = table::Records<Places>;
 
 // Which VLANs of word `index` a port carries tagged where it is a member; it carries the others untagged.
 [[nodiscard]] inline uint32_t tagged_word(const spcb &port, unsigned index) {

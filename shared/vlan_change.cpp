@@ -37,7 +37,7 @@ void clear_all_but_version(vle &entry) {
 }
 
 void change_mode(uint16_t vid, uint32_t mode) {
-    vle *entry = vlan_db::entry(vid);
+    vle *entry = Table::writable(vid);
     if (entry == nullptr)
         return;
     const uint32_t old = word::load(entry->mode);
@@ -56,7 +56,7 @@ using namespace bri;
 using namespace bri::vlan_db;
 
 void vl_initial_vlan_entry(uint16_t vid, uint32_t mode) {
-    vle *entry = vlan_db::raw_entry(vid);
+    vle *entry = Table::slot(vid);
     if (entry == nullptr)
         return;
     vle fresh{};
@@ -72,7 +72,7 @@ void vl_initial_vlan_entry(uint16_t vid, uint32_t mode) {
 }
 
 void vl_clear_vlan_entry(uint16_t vid) {
-    vle *entry = vlan_db::entry(vid);
+    vle *entry = Table::writable(vid);
     if (entry == nullptr)
         return;
     clear_all_but_version(*entry);
@@ -88,7 +88,7 @@ void vl_set_vlan_mode_batch(const struct vlanset *set, uint32_t mode) {
 }
 
 int vl_set_svi(uint16_t vid, uint32_t ifx) {
-    vle *entry = vlan_db::entry(vid);
+    vle *entry = Table::writable(vid);
     if (entry == nullptr)
         return kNoEntry;
     const uint32_t old = word::load(entry->svi_ifx);
@@ -109,29 +109,27 @@ int vl_set_svi(uint16_t vid, uint32_t ifx) {
 }
 
 uint32_t vl_increase_vlan_ref(uint16_t vid) {
-    vle *entry = vlan_db::entry(vid);
+    vle *entry = Table::writable(vid);
     if (entry == nullptr)
         return kNoCount;
     return static_cast<uint16_t>(word::add(entry->ref, uint16_t{1}) + 1);
 }
 
 uint32_t vl_decrease_vlan_ref(uint16_t vid) {
-    vle *entry = vlan_db::entry(vid);
+    vle *entry = Table::writable(vid);
     if (entry == nullptr)
         return kNoCount;
-    uint32_t left = 0;
-    vlan_db::step_if(entry->ref, -1, [&](uint16_t count) {
-        left = count != 0 ? count - 1U : 0;
-        return count != 0;
-    });
-    return left;
+    uint16_t met;
+    const bool stepped = word::change_if(
+        entry->ref, met, [](uint16_t count) { return count != 0; }, [](uint16_t count) { return count - 1; });
+    return stepped ? met - 1U : 0;
 }
 
 int vl_set_created_by_cli(uint16_t vid) {
-    return vlan_db::set_field(vid, &vle::created_by_cli, uint8_t{1}) ? 1 : 0;
+    return Table::store(vid, &vle::created_by_cli, uint8_t{1}) ? 1 : 0;
 }
 int vl_clear_created_by_cli(uint16_t vid) {
-    return vlan_db::set_field(vid, &vle::created_by_cli, uint8_t{0}) ? 1 : 0;
+    return Table::store(vid, &vle::created_by_cli, uint8_t{0}) ? 1 : 0;
 }
 
 void vl_range_set_created_by_cli(const struct vlanset *set) {
@@ -139,5 +137,5 @@ void vl_range_set_created_by_cli(const struct vlanset *set) {
 }
 
 int vl_set_vswpt_num(uint16_t vid, uint8_t n) {
-    return vlan_db::set_field(vid, &vle::vswpt_num, n) ? 0 : kNoEntry;
+    return Table::store(vid, &vle::vswpt_num, n) ? 0 : kNoEntry;
 }

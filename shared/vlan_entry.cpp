@@ -10,7 +10,7 @@ namespace {
 
 // Mode 0 is any mode.
 bool exists(uint16_t vid, uint32_t mode) {
-    const vle *found = vlan_db::entry(vid);
+    const vle *found = Table::live(vid);
     return found != nullptr && (mode == 0 || mode == word::load(found->mode));
 }
 
@@ -22,19 +22,19 @@ using namespace bri;
 using namespace bri::vlan_db;
 
 struct vle *vl_get_raw_vlan_entry(uint16_t vid) {
-    return vlan_db::raw_entry(vid);
+    return Table::slot(vid);
 }
 struct vle *vl_get_vlan_entry(uint16_t vid) {
-    return vlan_db::entry(vid);
+    return Table::writable(vid);
 }
 
 void vl_get_vle_from_vid(uint16_t vid, struct vle **out) {
     if (out != nullptr)
-        *out = vlan_db::entry(vid);
+        *out = Table::writable(vid);
 }
 
 int vl_get_vlan_copy(uint16_t vid, struct vle *dst) {
-    const vle *found = vlan_db::entry(vid);
+    const vle *found = Table::live(vid);
     if (found == nullptr || dst == nullptr)
         return 0;
     std::memcpy(dst, found, sizeof *dst);
@@ -63,20 +63,16 @@ int vl_vlanset_exist(uint32_t mode, const struct vlanset *set, struct vlanset *m
 }
 
 uint16_t vl_get_vlan_latest_version(uint16_t vid) {
-    const vle *found = vlan_db::raw_entry(vid);
+    const vle *found = Table::slot(vid);
     return found != nullptr ? word::load(found->version) : uint16_t{0};
 }
 
 int vl_get_vlan_mode(uint16_t vid, uint32_t *mode) {
-    const vle *found = vlan_db::entry(vid);
-    if (found == nullptr || mode == nullptr)
-        return 0;
-    *mode = word::load(found->mode);
-    return 1;
+    return Table::read(vid, &vle::mode, mode) ? 1 : 0;
 }
 
 int vl_get_vlan_name(uint16_t vid, char *dst) {
-    const vle *found = vlan_db::entry(vid);
+    const vle *found = Table::live(vid);
     if (found == nullptr || dst == nullptr)
         return 0;
     bri::copy_text(dst, sizeof found->name, found->name);
@@ -84,22 +80,22 @@ int vl_get_vlan_name(uint16_t vid, char *dst) {
 }
 
 uint32_t vl_get_svi_ifx(uint16_t vid) {
-    return vlan_db::field(vid, &vle::svi_ifx);
+    return Table::field(vid, &vle::svi_ifx);
 }
 uint16_t vl_get_manage_vid(uint16_t vid) {
-    return vlan_db::field(vid, &vle::manage_vid, vid);
+    return Table::field(vid, &vle::manage_vid, vid);
 }
 uint32_t vl_get_vlan_up_mem(uint16_t vid) {
-    return vlan_db::field(vid, &vle::up_mem);
+    return Table::field(vid, &vle::up_mem);
 }
 uint16_t vl_get_vlan_ref(uint16_t vid) {
-    return vlan_db::field(vid, &vle::ref);
+    return Table::field(vid, &vle::ref);
 }
 int vl_is_created_by_cli(uint16_t vid) {
-    return vlan_db::field(vid, &vle::created_by_cli) != 0 ? 1 : 0;
+    return Table::field(vid, &vle::created_by_cli) != 0 ? 1 : 0;
 }
 uint8_t vl_get_vswpt_num(uint16_t vid) {
-    return vlan_db::field(vid, &vle::vswpt_num);
+    return Table::field(vid, &vle::vswpt_num);
 }
 
 uint16_t vl_get_vid_from_svifx(uint32_t ifx) {
@@ -116,13 +112,13 @@ uint16_t vl_get_vid_from_svifx(uint32_t ifx) {
 }
 
 int vl_is_subvlan(uint16_t vid) {
-    const vle *found = vlan_db::entry(vid);
+    const vle *found = Table::live(vid);
     return found != nullptr && word::load(found->mode) == BRI_VLAN_SUPER && word::load(found->manage_vid) != vid ? 1
                                                                                                                  : 0;
 }
 
 int vl_is_supervlan(uint16_t vid) {
-    const vle *found = vlan_db::entry(vid);
+    const vle *found = Table::live(vid);
     return found != nullptr && word::load(found->mode) == BRI_VLAN_SUPER &&
                    word::load(found->manage_vid) == word::load(found->vid)
                ? 1

@@ -25,7 +25,7 @@ using namespace bri;
 using namespace bri::vlan_db;
 
 int vl_is_vlan_member(uint16_t vid, int32_t ifx) {
-    const vle *found = vlan_db::entry(vid);
+    const vle *found = Table::live(vid);
     return found != nullptr && swport_check_ifindex_valid(ifx) != 0 &&
                    bits::test(found->members, static_cast<unsigned>(ifx))
                ? 1
@@ -33,7 +33,7 @@ int vl_is_vlan_member(uint16_t vid, int32_t ifx) {
 }
 
 int vl_is_vlan_static_member(uint16_t vid, int32_t ifx) {
-    const vle *found = vlan_db::entry(vid);
+    const vle *found = Table::live(vid);
     if (found == nullptr)
         return 0;
     if (swport_check_ifindex_valid(ifx) == 0) {
@@ -44,12 +44,12 @@ int vl_is_vlan_static_member(uint16_t vid, int32_t ifx) {
 }
 
 int vl_is_vlan_have_port(uint16_t vid) {
-    const vle *found = vlan_db::entry(vid);
+    const vle *found = Table::live(vid);
     return found != nullptr && bits::any(found->members, kMemberWords) ? 1 : 0;
 }
 
 int vl_get_vlan_port_count(uint16_t vid) {
-    const vle *found = vlan_db::entry(vid);
+    const vle *found = Table::live(vid);
     if (found == nullptr) {
         BRI_LOG(log::kVlanDb, "Get vlan member number, VLAN[%d] not exist.\n", vid);
         return 0;
@@ -61,7 +61,7 @@ int vl_get_vlan_port_count(uint16_t vid) {
 }
 
 int vl_get_vlan_port_bmap(uint16_t vid, uint32_t out[2]) {
-    const vle *found = vlan_db::entry(vid);
+    const vle *found = Table::live(vid);
     if (found == nullptr || out == nullptr)
         return 0;
     for (unsigned index = 0; index < kMemberWords; ++index)
@@ -74,24 +74,24 @@ int vl_is_vlanset_not_empty(const struct vlanset *set) {
 }
 
 void vl_add_static_member(int32_t ifx, uint16_t vid) {
-    vle *found = vlan_db::entry(vid);
-    if (found == nullptr) {
+    const bits::SharedSet members = Table::set(vid, &vle::members);
+    if (!members) {
         BRI_LOG(log::kVlanDb, "Add static member-port failed, VLAN[%d] not exist.\n", vid);
         return;
     }
     if (has_bit(ifx))
-        bits::set_shared(found->members, static_cast<unsigned>(ifx));
+        members.set(static_cast<unsigned>(ifx));
     BRI_LOG(log::kVlanDb, "Add static member[%d] to VLAN[%d].\n", ifx, vid);
 }
 
 void vl_del_static_member(int32_t ifx, uint16_t vid) {
-    vle *found = vlan_db::entry(vid);
-    if (found == nullptr) {
+    const bits::SharedSet members = Table::set(vid, &vle::members);
+    if (!members) {
         BRI_LOG(log::kVlanDb, "Del static member-port failed, VLAN[%d] not exist.\n", vid);
         return;
     }
     if (has_bit(ifx))
-        bits::clear_shared(found->members, static_cast<unsigned>(ifx));
+        members.clear(static_cast<unsigned>(ifx));
     BRI_LOG(log::kVlanDb, "Del static member[%d] from VLAN[%d].\n", ifx, vid);
 }
 

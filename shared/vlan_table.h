@@ -1,8 +1,7 @@
 // The mapped VLAN database as the files of this subsystem reach it.
 #pragma once
 
-#include "base/bits.h"
-#include "base/shared_word.h"
+#include "shared/records.h"
 
 #include <bridge/vlan_db.h>
 
@@ -19,16 +18,17 @@ static_assert(kTableLast == BRI_VID_MAX);
     return stat != nullptr && vid >= word::load(stat->min_vid) && vid <= word::load(stat->max_vid);
 }
 
-// The entry of a VLAN id within the limits, empty or not; null for every other id and before the database is mapped.
-[[nodiscard]] inline vle *raw_entry(uint16_t vid) {
-    return vid <= kTableLast && g_vl_mng.entries != nullptr && in_limits(vid) ? &g_vl_mng.entries[vid] : nullptr;
-}
+// Every id within the limits has an entry.
+struct Places {
+    using Record = vle;
+    using Id = uint16_t;
+    static constexpr uint16_t vle::*kInUse = &vle::vid;
 
-// The same, null also when the entry is empty.
-[[nodiscard]] inline vle *entry(uint16_t vid) {
-    vle *found = raw_entry(vid);
-    return found != nullptr && word::load(found->vid) != 0 ? found : nullptr;
-}
+    [[nodiscard]] static vle *slot(uint16_t vid) {
+        return vid <= kTableLast && g_vl_mng.entries != nullptr && in_limits(vid) ? &g_vl_mng.entries[vid] : nullptr;
+    }
+};
+using Table = table::Records<Places>;
 
 struct VidRange {
     unsigned first;
@@ -43,21 +43,6 @@ struct VidRange {
             std::min<unsigned>(BRI_VID_MAX, word::load(g_vl_mng.stat->max_vid))};
 }
 
-// One field of a live entry; `missing` when there is none.
-template <class T> [[nodiscard]] inline T field(uint16_t vid, T vle::*member, T missing = 0) {
-    const vle *found = entry(vid);
-    return found != nullptr ? word::load(found->*member) : missing;
-}
-
-// Writes one field of a live entry; false when there is none.
-template <class T> inline bool set_field(uint16_t vid, T vle::*member, T value) {
-    vle *found = entry(vid);
-    if (found == nullptr)
-        return false;
-    word::store(found->*member, value);
-    return true;
-}
-
 // Calls fn(vid) for the usable ids of a set, rising; 0 and 4095 are never visited. No set is an empty one.
 template <class Fn> inline void for_each_vid(const vlanset *set, Fn &&fn) {
     if (set != nullptr)
@@ -67,12 +52,8 @@ template <class Fn> inline void for_each_vid(const vlanset *set, Fn &&fn) {
 
 // Adds `step` to a counter while fits(value) holds for the value that stands there; true when it was added.
 template <class T, class Fits> inline bool step_if(T &counter, int step, Fits &&fits) {
-    T value = word::load(counter);
-    while (fits(value))
-        if (__atomic_compare_exchange_n(&counter, &value, static_cast<T>(value + step), true, __ATOMIC_RELAXED,
-                                        __ATOMIC_RELAXED))
-            return true;
-    return false;
+    T met;
+    return word::change_if(counter, met, fits, [=](T value) { return value + step; });
 }
 
 } // namespace bri::vlan_db

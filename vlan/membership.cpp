@@ -47,7 +47,7 @@ Membership membership_of(uint32_t ifx) {
         return result;
     }
     const auto [first, last] = vlan_db::usable_vids();
-    const spcb *port = ports::present(static_cast<int32_t>(ifx));
+    const spcb *port = ports::Table::live(static_cast<int32_t>(ifx));
     for (unsigned index = bits::word_of(first); first <= last && index <= bits::word_of(last); ++index) {
         const unsigned base = index * 32;
         const unsigned count = std::min(32U, BRI_VLAN_ENTRIES - base);

@@ -168,7 +168,7 @@ int vl_version_check_on_range_destroy_notify(struct vl_evt_vlanset_rec *rec) {
 }
 
 void vl_version_check_on_reserch(uint16_t vid) {
-    const vle *entry = vlan_db::entry(vid);
+    const vle *entry = vlan_db::Table::live(vid);
     if (entry != nullptr)
         vlan::catch_up(vid, *entry);
 }
@@ -176,7 +176,7 @@ void vl_version_check_on_reserch(uint16_t vid) {
 void vl_clnt_get_vle_from_vid(uint16_t vid, struct vle **out) {
     if (out == nullptr)
         return;
-    vle *entry = vlan_db::entry(vid);
+    vle *entry = vlan_db::Table::writable(vid);
     *out = entry;
     if (entry != nullptr)
         vlan::catch_up(vid, *entry);

@@ -3,6 +3,7 @@
 #include "base/log.h"
 #include "base/runtime.h"
 #include "client/event_names.h"
+#include "shared/records.h"
 #include "shared/table.h"
 #include "vlan/messages.h"
 
@@ -44,37 +45,17 @@ bool map() {
     return false;
 }
 
-// The entry of a group id; null for an id without one and before the table is mapped.
-vlan_group_entry *slot(unsigned id) {
-    return id <= kLastGroup && vlan_group_mng.entries != nullptr ? &vlan_group_mng.entries[id] : nullptr;
-}
+// Ids above the last have no entry.
+struct Places {
+    using Record = vlan_group_entry;
+    using Id = unsigned;
+    static constexpr uint8_t vlan_group_entry::*kInUse = &vlan_group_entry::id;
 
-// The same, null also when the entry is free.
-vlan_group_entry *group(unsigned id) {
-    vlan_group_entry *entry = slot(id);
-    return entry != nullptr && word::load(entry->id) != 0 ? entry : nullptr;
-}
-
-template <class T> T field(uint8_t id, T vlan_group_entry::*member) {
-    const vlan_group_entry *entry = group(id);
-    return entry != nullptr ? word::load(entry->*member) : T{0};
-}
-
-template <class T> int get_field(uint8_t id, T vlan_group_entry::*member, T *out) {
-    const vlan_group_entry *entry = group(id);
-    if (entry == nullptr || out == nullptr)
-        return 0;
-    *out = word::load(entry->*member);
-    return 1;
-}
-
-template <class T> int set_field(uint8_t id, T vlan_group_entry::*member, T value) {
-    vlan_group_entry *entry = group(id);
-    if (entry == nullptr)
-        return 0;
-    word::store(entry->*member, value);
-    return 1;
-}
+    [[nodiscard]] static vlan_group_entry *slot(unsigned id) {
+        return id <= kLastGroup && vlan_group_mng.entries != nullptr ? &vlan_group_mng.entries[id] : nullptr;
+    }
+};
+using Table = table::Records<Places>;
 
 bool holds(const vlan_group_entry &entry, unsigned vid) {
     return vid < bits::kSetBits && bits::test(entry.members.words, vid);
@@ -94,14 +75,14 @@ void note(uint32_t changed, uint32_t &word, uint8_t &count) {
 // lost nor counted twice.
 void update_word(vlan_group_entry &entry, unsigned index, uint32_t wanted, uint32_t mask, uint32_t &added,
                  uint32_t &removed) {
-    uint32_t &word = entry.members.words[index];
-    const uint32_t present = word::load(word);
+    const bits::SharedSet members(entry.members.words);
+    const uint32_t present = word::load(entry.members.words[index]);
     added = wanted & ~present & mask;
     removed = present & ~wanted & mask;
     if (added != 0)
-        added &= ~word::set_bits(word, added);
+        added = members.add(index, added);
     if (removed != 0)
-        removed &= word::clear_bits(word, removed);
+        removed = members.take(index, removed);
     if (added != 0 || removed != 0)
         word::add(entry.member_count, static_cast<uint8_t>(count_of(added) - count_of(removed)));
 }
@@ -138,17 +119,17 @@ struct vlan_group_entry *vlan_group_base_entry() {
     return vlan_group_mng.entries;
 }
 struct vlan_group_entry *vlan_group_get_entry(uint8_t id) {
-    return group(id);
+    return Table::writable(id);
 }
 int vlan_group_check_exist(uint8_t id) {
-    return group(id) != nullptr ? 1 : 0;
+    return Table::live(id) != nullptr ? 1 : 0;
 }
 int vg_clnt_check_exist(uint8_t id) {
     return vlan_group_check_exist(id);
 }
 
 int vlan_group_creat_entry(uint8_t id) {
-    vlan_group_entry *entry = slot(id);
+    vlan_group_entry *entry = Table::slot(id);
     if (entry == nullptr)
         return 0;
     if (word::load(entry->id) == id)
@@ -159,29 +140,29 @@ int vlan_group_creat_entry(uint8_t id) {
 }
 
 void vlan_group_free_entry(uint8_t id) {
-    if (vlan_group_entry *entry = slot(id))
+    if (vlan_group_entry *entry = Table::slot(id))
         std::memset(entry, 0, sizeof *entry);
 }
 
 int vlan_group_set_default_vlan(uint8_t id, uint16_t vid) {
-    return set_field(id, &vlan_group_entry::default_vid, vid);
+    return Table::store(id, &vlan_group_entry::default_vid, vid) ? 1 : 0;
 }
 int vlan_group_get_default_vlan(uint8_t id, uint16_t *vid) {
-    return get_field(id, &vlan_group_entry::default_vid, vid);
+    return Table::read(id, &vlan_group_entry::default_vid, vid) ? 1 : 0;
 }
 int vlan_group_set_vlan_assign_mode(uint8_t id, uint8_t mode) {
-    return set_field(id, &vlan_group_entry::assign_mode, mode);
+    return Table::store(id, &vlan_group_entry::assign_mode, mode) ? 1 : 0;
 }
 int vlan_group_get_vlan_assign_mode(uint8_t id, uint8_t *mode) {
-    return get_field(id, &vlan_group_entry::assign_mode, mode);
+    return Table::read(id, &vlan_group_entry::assign_mode, mode) ? 1 : 0;
 }
 int vlan_group_get_member_vlan_cnt(uint8_t id, uint8_t *count) {
-    return get_field(id, &vlan_group_entry::member_count, count);
+    return Table::read(id, &vlan_group_entry::member_count, count) ? 1 : 0;
 }
 
 int vlan_group_set_member_vlan(uint8_t id, const struct vlanset *new_set, struct vlanset *added,
                                struct vlanset *removed, uint8_t *added_count, uint8_t *removed_count) {
-    vlan_group_entry *entry = group(id);
+    vlan_group_entry *entry = Table::writable(id);
     if (entry == nullptr || new_set == nullptr || added == nullptr || removed == nullptr || added_count == nullptr ||
         removed_count == nullptr)
         return 0;
@@ -197,7 +178,7 @@ int vlan_group_set_member_vlan(uint8_t id, const struct vlanset *new_set, struct
 }
 
 int vlan_group_get_entry_copy(uint8_t id, struct vlan_group_entry *dst) {
-    const vlan_group_entry *entry = group(id);
+    const vlan_group_entry *entry = Table::live(id);
     if (entry == nullptr || dst == nullptr)
         return 0;
     std::memcpy(dst, entry, sizeof *dst);
@@ -205,14 +186,14 @@ int vlan_group_get_entry_copy(uint8_t id, struct vlan_group_entry *dst) {
 }
 
 int vlan_group_check_vlan_is_member_vlan(uint8_t id, uint16_t vid) {
-    const vlan_group_entry *entry = group(id);
+    const vlan_group_entry *entry = Table::live(id);
     return entry != nullptr && holds(*entry, vid) ? 1 : 0;
 }
 
 int vlan_group_get_member_vlan_bitmap(uint8_t id, struct vlanset *out) {
     if (out == nullptr)
         return -EINVAL;
-    const vlan_group_entry *entry = group(id);
+    const vlan_group_entry *entry = Table::live(id);
     if (entry == nullptr)
         return -1;
     std::memcpy(out, &entry->members, sizeof *out);
@@ -223,15 +204,15 @@ int vg_clnt_get_vlan_list(uint8_t id, struct vlanset *out) {
     return vlan_group_get_member_vlan_bitmap(id, out) == 0 ? 1 : 0;
 }
 uint16_t vg_clnt_get_default_vid(uint8_t id) {
-    return field(id, &vlan_group_entry::default_vid);
+    return Table::field(id, &vlan_group_entry::default_vid);
 }
 uint8_t vg_clnt_get_assign_mode(uint8_t id) {
-    return field(id, &vlan_group_entry::assign_mode);
+    return Table::field(id, &vlan_group_entry::assign_mode);
 }
 
 int vg_clnt_is_member_of_any_group(uint16_t vid, uint8_t *id) {
     for (unsigned number = kFirstGroup; number <= kLastGroup; ++number) {
-        const vlan_group_entry *entry = slot(number);
+        const vlan_group_entry *entry = Table::slot(number);
         if (entry == nullptr)
             return 0;
         const uint8_t holder = word::load(entry->id);

@@ -68,12 +68,42 @@ TEST(bits, sets_are_counted_merged_and_taken_out_word_by_word) {
 
 TEST(bits, shared_changes_tell_whether_the_bit_changed) {
     uint32_t words[2] = {};
-    EXPECT_TRUE(bits::set_shared(words, 40));
-    EXPECT_FALSE(bits::set_shared(words, 40));
+    const bits::SharedSet set(words);
+    EXPECT_TRUE(set.set(40));
+    EXPECT_FALSE(set.set(40));
     EXPECT_EQ(words[1], 1U << 8);
-    EXPECT_TRUE(bits::clear_shared(words, 40));
-    EXPECT_FALSE(bits::clear_shared(words, 40));
+    EXPECT_TRUE(set.test(40));
+    EXPECT_TRUE(set.clear(40));
+    EXPECT_FALSE(set.clear(40));
     EXPECT_FALSE(bits::any(words, 2));
 }
+
+TEST(bits, shared_changes_of_a_word_give_the_bits_that_changed) {
+    uint32_t words[2] = {0xFF, 0x0F};
+    const bits::SharedSet set(words);
+    EXPECT_EQ(set.add(1, 0x3C), 0x30U);
+    EXPECT_EQ(words[1], 0x3FU);
+    EXPECT_EQ(set.take(1, 0xF0), 0x30U);
+    EXPECT_EQ(words[1], 0x0FU);
+    EXPECT_EQ(words[0], 0xFFU);
+    set.reset(2);
+    EXPECT_FALSE(bits::any(words, 2));
+}
+
+TEST(bits, a_shared_set_may_be_none) {
+    uint32_t words[2] = {};
+    EXPECT_FALSE(bits::SharedSet(nullptr));
+    EXPECT_TRUE(bits::SharedSet(words));
+    EXPECT_TRUE(bits::SharedSet(words).is(words));
+    EXPECT_FALSE(bits::SharedSet(words).is(words + 1));
+}
+
+// What changes a private set does not take one in shared memory, nor the words of a record that is only read.
+template <class Words>
+concept privately_changed = requires(Words words) {
+    bits::set(words, 1U);
+};
+static_assert(privately_changed<uint32_t *>);
+static_assert(!privately_changed<bits::SharedSet> && !privately_changed<const uint32_t *>);
 
 } // namespace
