@@ -66,6 +66,7 @@ Stage::Stage(const Place &place)
 
 void Stage::start_hosts() {
     std::vector<std::string> environment = environment_;
+    environment.push_back(std::string("LD_LIBRARY_PATH=").append(SOAK_KERNEL_SIM_DIR)); // LD_PRELOAD takes no blank
     environment.push_back(std::string("LD_PRELOAD=").append(SOAK_KERNEL_SIM));
     for (unsigned host = 0; host < kHosts; ++host) {
         const std::vector<std::string> command{SOAK_HOST, std::to_string(host)};

@@ -117,8 +117,7 @@ class DebuggedHost : public World {
         : log_path_(tmpdir() + "/log"), sandbox_(start_sandbox()),
           host_({"/bin/sh", "-c", "exec \"$0\" \"$@\" 2>\"$HOST_LOG\"", kPortWatch, "-n", "alpha", "-p", "0", "-e",
                  "132", "-e", "261", "-e", "407"},
-                {std::string("LD_PRELOAD=").append(kKernelSim), "ASAN_OPTIONS=verify_asan_link_order=0",
-                 "HOST_LOG=" + log_path_}) {
+                environment()) {
         EXPECT_TRUE(host_.shows("alpha: state: registered, master, data synchronised\n"));
     }
     ~DebuggedHost() override {
@@ -126,6 +125,11 @@ class DebuggedHost : public World {
         EXPECT_EQ(sandbox_.end(), 0);
     }
 
+    [[nodiscard]] std::vector<std::string> environment() const {
+        std::vector<std::string> words = host_environment();
+        words.push_back("HOST_LOG=" + log_path_);
+        return words;
+    }
     void tell(const std::string &command) const { sandbox_.write_line(command); }
     void debug(const std::string &words) const { tell("debug alpha " + words); }
     // Sends an event and waits until the host has handled it, and so everything before it.

@@ -10,7 +10,12 @@ const char *const kPortWatch = BRIDGE_PORT_WATCH;
 const char *const kMacTable = BRIDGE_MAC_TABLE;
 const char *const kVlanGuard = BRIDGE_VLAN_GUARD;
 const char *const kPictureHost = BRIDGE_PICTURE_HOST;
-const char *const kKernelSim = BRIDGE_KERNEL_SIM;
+
+std::vector<std::string> host_environment() {
+    // The preloaded library comes before the sanitizer's, which minds although it loses nothing by it.
+    return {"LD_LIBRARY_PATH=" BRIDGE_KERNEL_SIM_DIR, "LD_PRELOAD=" BRIDGE_KERNEL_SIM,
+            "ASAN_OPTIONS=verify_asan_link_order=0"};
+}
 
 namespace {
 
@@ -56,10 +61,7 @@ Process World::start_sandbox(const std::vector<std::string> &options) const {
 Process World::start_host(const std::string &name, const std::vector<std::string> &options, const char *program) const {
     std::vector<std::string> command{program, "-n", name};
     command.insert(command.end(), options.begin(), options.end());
-    // The preloaded library comes before the sanitizer's, which minds although it loses nothing by it.
-    const std::vector<std::string> environment{std::string("LD_PRELOAD=").append(kKernelSim),
-                                               "ASAN_OPTIONS=verify_asan_link_order=0"};
-    return Process(command, environment);
+    return Process(command, host_environment());
 }
 
 void World::run(Process &sandbox, const std::string &command) {

@@ -12,13 +12,15 @@
 
 namespace test {
 
-// The programs under test and the library that host daemons preload.
+// The programs under test.
 extern const char *const kSandbox;
 extern const char *const kPortWatch;
 extern const char *const kMacTable;
 extern const char *const kVlanGuard;
 extern const char *const kPictureHost;
-extern const char *const kKernelSim;
+
+// For a host daemon: it preloads what stands for the kernel's module, by name, as a blank would end a path.
+std::vector<std::string> host_environment();
 
 // The payload of a registration of these events. A full one carries a process id.
 ByteVec registration(std::initializer_list<unsigned> types, unsigned pid, const std::string &name, uint8_t op = 1,
