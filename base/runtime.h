@@ -34,4 +34,19 @@ class ReplayLevel {
     bool entered_;
 };
 
+// In a job of the library that calls handlers (client/connect_job.cpp): when one of them resets the connection, a
+// reconnect follows behind the job. One that is still due, since the connection was not up yet, is left to bring up the
+// next one. The jobs that read and connect do it themselves.
+class ReconnectAfterHandlers {
+  public:
+    ReconnectAfterHandlers();
+    ~ReconnectAfterHandlers();
+    ReconnectAfterHandlers(const ReconnectAfterHandlers &) = delete;
+    ReconnectAfterHandlers &operator=(const ReconnectAfterHandlers &) = delete;
+
+  private:
+    uint32_t connection_;
+    bool read_; // its batches were awaited
+};
+
 } // namespace bri::runtime

@@ -2,6 +2,7 @@
 #include "base/log.h"
 #include "base/raii.h"
 #include "base/refused_jobs.h"
+#include "base/runtime.h"
 #include "client/state.h"
 #include "client/transport.h"
 
@@ -78,3 +79,14 @@ int connect_job(void *) {
 }
 
 } // namespace bri::client
+
+namespace bri::runtime {
+
+ReconnectAfterHandlers::ReconnectAfterHandlers() : connection_(client::connection_number()), read_(client::is_read()) {}
+
+ReconnectAfterHandlers::~ReconnectAfterHandlers() {
+    if (read_ && client::connection_number() != connection_)
+        bridge_client_thread_event(BRI_CLNT_EVT_RECONNECT);
+}
+
+} // namespace bri::runtime

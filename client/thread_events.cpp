@@ -56,11 +56,11 @@ qv_thread *add_job(bri_clnt_ctx &ctx, bri_clnt_thread_evt kind) {
 }
 
 bool g_timer_refused;
-uint32_t g_connection_to_read; // the one whose read job was refused
+uint32_t g_connection_to_read = UINT32_MAX; // the one that the last read job was asked for; none before
 
 // A read job belongs to its connection; the others are always right.
 template <bri_clnt_thread_evt Kind> void add_again() {
-    if (Kind != BRI_CLNT_EVT_READ || g_connection_to_read == connection_number())
+    if (Kind != BRI_CLNT_EVT_READ || is_read())
         bridge_client_thread_event(Kind);
 }
 
@@ -80,6 +80,10 @@ bool note_kind(bri_clnt_thread_evt kind, bool taken) {
 }
 
 } // namespace
+
+bool is_read() {
+    return g_connection_to_read == connection_number();
+}
 
 } // namespace bri::client
 

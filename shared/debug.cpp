@@ -2,6 +2,7 @@
 #include "shared/debug.h"
 
 #include "base/log.h"
+#include "base/refused_jobs.h"
 #include "base/runtime.h"
 #include "base/shared_word.h"
 #include "shared/delay_list.h"
@@ -46,6 +47,8 @@ void add_delay_timer(int32_t seconds) {
 
 // Runs on with whatever interval stands now, zero included.
 int delay_job(void *) {
+    refused_jobs::keep_flush_timer();
+    const runtime::ReconnectAfterHandlers guard;
     delay::release();
     if (g_client != nullptr) // a start-up that failed has taken the record away
         add_delay_timer(delay::interval());

@@ -3,6 +3,7 @@
 
 #include "base/log.h"
 #include "base/refused_jobs.h"
+#include "base/runtime.h"
 #include "base/shared_word.h"
 #include "base/text.h"
 
@@ -85,6 +86,7 @@ void raise_kernel_data_request() {
 
 int read_job(void *) {
     refused_jobs::keep_flush_timer();
+    const runtime::ReconnectAfterHandlers guard;
     static ReplyBuffer buffer;
     bool gone = false;
     if (uint8_t *payload = receive_payload(g_channel.fd, g_channel.family, buffer, &gone))
@@ -95,6 +97,7 @@ int read_job(void *) {
 
 int reconnect_job(void *) {
     refused_jobs::keep_flush_timer();
+    const runtime::ReconnectAfterHandlers guard;
     g_channel.reconnecting = false;
     if (bridge_lib_nlclient_init(g_bridge_client) != 0)
         raise_kernel_data_request(); // a second time: the initialisation has raised it already

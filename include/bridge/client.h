@@ -102,9 +102,10 @@ BRI_API int bridge_client_socket_create(struct bri_clnt_ctx *ctx);
 BRI_API int bridge_client_socket_connect(struct bri_clnt_ctx *ctx);
 
 /* Drop the connection: cancels the read job and closes the socket. What was batched or cached waits for the next
- * connection, where a run that was cut begins anew. Adds no reconnect; inside a handler of a received message the rest
- * of that batch is dropped and the reconnect follows by itself. Loop thread; a sender that is blocked in a write
- * returns at once. */
+ * connection, where a run that was cut begins anew. Inside a handler or a connect callback the rest of the batch
+ * is dropped, and the reconnect follows by itself behind the library's job. A host that resets from a job of its own
+ * adds the reconnect: bridge_client_thread_event(BRI_CLNT_EVT_RECONNECT). Loop thread; a sender that is blocked in a
+ * write returns at once. */
 BRI_API void bridge_client_connect_reset(void);
 
 /* Read n bytes, retrying a failed read (EAGAIN, EINPROGRESS, EINTR) at once. The bytes read, fewer than n only at the
