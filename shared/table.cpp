@@ -5,7 +5,6 @@
 #include "base/vsd.h"
 
 #include <cstdlib>
-#include <utility>
 
 namespace bri::table {
 
@@ -14,6 +13,12 @@ namespace {
 // Never read: what they point to is still somebody's, and this is how a leak checker sees that.
 Handles *g_earlier;
 size_t g_earlier_count;
+
+} // namespace
+
+int32_t key_of(const Spec &spec) {
+    return ipc_key(spec.key_base);
+}
 
 void keep(const Handles &earlier) {
     if (earlier.lock == nullptr && earlier.shm == nullptr)
@@ -25,13 +30,7 @@ void keep(const Handles &earlier) {
     g_earlier[g_earlier_count++] = earlier;
 }
 
-} // namespace
-
-Result open(const Spec &spec, Handles &handles) {
-    const int32_t key = ipc_key(spec.key_base);
-    if (key == 0)
-        return Result::kNoKey;
-    keep(std::exchange(handles, {}));
+Result open(const Spec &spec, int32_t key, Handles &handles) {
     handles.lock = bridge_lock_create(key);
     if (handles.lock == nullptr)
         return Result::kNoLock;

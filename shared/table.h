@@ -24,18 +24,26 @@ struct Handles {
 
 enum class Result { kOk, kNoKey, kNoLock, kNoSegment };
 
-// Creates or joins the lock, then the segment, and puts them in place of the handles of an earlier set-up. A host may
-// have kept those: neither they nor their mapping are given up for as long as the process lives. Without a key nothing
-// changes. Loop's thread.
-[[nodiscard]] Result open(const Spec &spec, Handles &handles);
+// Key of the table's lock and segment; 0 when it has no usable one.
+[[nodiscard]] int32_t key_of(const Spec &spec);
 
-// The same for a manager {lock, shm, addresses ...}, whose other members become zero.
+// Holds on to the handles of an earlier set-up. A host may have kept them: neither they nor their mapping are given up
+// for as long as the process lives. Loop's thread.
+void keep(const Handles &earlier);
+
+// Creates or joins the lock, then the segment.
+[[nodiscard]] Result open(const Spec &spec, int32_t key, Handles &handles);
+
+// Sets the table of a manager {lock, shm, addresses ...} up, anew when it was before: it is cleared first, and the
+// addresses are left to the owner. Without a key nothing changes.
 template <class Manager> [[nodiscard]] Result map(const Spec &spec, Manager &manager) {
-    Handles handles{manager.lock, manager.shm};
-    const Result result = open(spec, handles);
-    if (result == Result::kNoKey)
-        return result;
+    const int32_t key = key_of(spec);
+    if (key == 0)
+        return Result::kNoKey;
+    keep({manager.lock, manager.shm});
     manager = {};
+    Handles handles{};
+    const Result result = open(spec, key, handles);
     manager.lock = handles.lock;
     manager.shm = handles.shm;
     return result;

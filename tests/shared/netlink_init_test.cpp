@@ -1,4 +1,5 @@
 #include "tests/shared/netlink_fixture.h"
+#include "tests/support/effects.h"
 
 #include <fcntl.h>
 
@@ -57,6 +58,18 @@ TEST_F(NetlinkInit, adds_the_read_job_with_the_client_and_asks_for_kernel_data_o
     ASSERT_EQ(event_types(), std::vector<uint32_t>{137});
     EXPECT_EQ(events()[0].len, 0);
     EXPECT_EQ(timers(), 0);
+}
+
+TEST_F(NetlinkInit, adds_the_read_job_before_the_client_counts_as_ready) {
+    int ready = -1;
+    on_effect = [&](const std::string &effect) {
+        if (effect == "add bri-ef-read")
+            ready = ctx().nl_ready;
+    };
+    ASSERT_EQ(bridge_lib_nlclient_init(&ctx()), 1);
+    on_effect = nullptr;
+    EXPECT_EQ(ready, 0);
+    EXPECT_EQ(ctx().nl_ready, 1);
 }
 
 TEST_F(NetlinkInit, a_handler_finds_the_channel_up) {

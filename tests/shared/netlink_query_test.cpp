@@ -73,6 +73,13 @@ TEST_F(NetlinkQuery, resolves_and_then_sends_the_data_in_the_common_framing) {
                     "), family_id(27), type(515), len(3).\n");
 }
 
+TEST_F(NetlinkQuery, tells_what_it_asks_before_it_is_sent) {
+    std::string told;
+    kernel.on_data = [&](const KernelRequest &) { told = log_text(); };
+    query();
+    EXPECT_EQ(told.rfind("[] Query netlink, sock_fd(", 0), 0U) << told;
+}
+
 TEST_F(NetlinkQuery, leaves_the_persistent_channel_alone) {
     up();
     answers({1});

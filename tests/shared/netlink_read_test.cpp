@@ -47,6 +47,16 @@ TEST_F(NetlinkRead, what_the_hook_wrote_behind_a_payload_is_gone_with_the_next) 
     EXPECT_EQ(dispatched()[1], Packet({1}) + Packet(10223, 0));
 }
 
+TEST_F(NetlinkRead, the_hook_runs_before_the_job_is_added_again) {
+    up();
+    int jobs = -1;
+    in_dispatch = [&](uint8_t *) { jobs = read_jobs(); };
+    kernel.deliver(fd(), netlink_message(kernel.family, 3, netlink_attr(0, {1})));
+    loop().run_readable();
+    EXPECT_EQ(jobs, 0);
+    EXPECT_EQ(read_jobs(), 1);
+}
+
 // The hook may close the channel, or bring it up anew.
 TEST_F(NetlinkRead, the_hook_may_change_the_channel) {
     up();

@@ -33,6 +33,14 @@ TEST_F(NetlinkSend, sends_type_length_and_data_in_one_attribute) {
     EXPECT_EQ(log_lines().size(), 1U);
 }
 
+TEST_F(NetlinkSend, tells_what_it_sends_before_it_is_sent) {
+    up();
+    std::string told;
+    kernel.on_data = [&](const KernelRequest &) { told = log_text(); };
+    ASSERT_EQ(bridge_lib_send_netlink(nullptr, 0, 275), 0);
+    EXPECT_EQ(told, "[unit] send to netlink, type(275), len(0).\n");
+}
+
 TEST_F(NetlinkSend, sends_no_data_at_all) {
     up();
     ASSERT_EQ(bridge_lib_send_netlink(nullptr, 0, -5), 0);

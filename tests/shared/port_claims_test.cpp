@@ -1,6 +1,7 @@
 // Port functions that exclude each other, claimed by several processes.
 #include "tests/shared/port_fixture.h"
 #include "tests/support/children.h"
+#include "tests/support/effects.h"
 
 #include <bridge/ipc.h>
 #include <bridge/port_db.h>
@@ -111,6 +112,20 @@ TEST_F(PortClaims, a_claim_waits_for_the_lock) {
     EXPECT_EQ(test::wait_for(child), 0);
     EXPECT_EQ(flags(5), 1U);
     std::free(lock);
+}
+
+// Whoever gets the lock next may rely on it.
+TEST_F(PortClaims, the_conflicts_are_told_before_the_lock_is_given_back) {
+    put_flags(5, 0x40);
+    test::debug_on({BRI_DBG_VLAN});
+    fail("semop", 2, EIDRM); // giving back fails, which a line tells at that moment
+    uint32_t conflicts = 0;
+    uint32_t told = 0;
+    test::on_effect = [&](const std::string &) { told = conflicts; };
+    EXPECT_EQ(swport_set_attr_exclude(5, 0x80, 1, kGroup, &conflicts), 1);
+    test::on_effect = nullptr;
+    EXPECT_EQ(test::log_lines().size(), 1U);
+    EXPECT_EQ(told, 0x40U);
 }
 
 TEST_F(PortClaims, without_the_lock_a_claim_goes_on) {

@@ -1,6 +1,7 @@
 // Switch-port database: set-up, look-ups, status.
 #include "shared/ports.h"
 #include "tests/shared/port_fixture.h"
+#include "tests/support/effects.h"
 
 #include <bridge/port_db.h>
 
@@ -150,6 +151,19 @@ TEST_F(PortDb, a_repetition_without_a_key_changes_nothing) {
     EXPECT_EQ(swport_get_spcb(5), before);
     swport_show_status();
     EXPECT_TRUE(test::logged("total-swport-num:\t1\n"));
+}
+
+TEST_F(PortDb, a_repetition_forgets_the_old_mapping_before_it_makes_the_lock) {
+    plug(5);
+    test::debug_on({BRI_DBG_VLAN});
+    int found = -1;
+    test::on_effect = [&](const std::string &line) {
+        if (found < 0 && line.rfind("Create SEM ", 0) == 0)
+            found = swport_check_exist(5);
+    };
+    EXPECT_EQ(bridge_portdb_init(), 1);
+    test::on_effect = nullptr;
+    EXPECT_EQ(found, 0);
 }
 
 TEST_F(PortDb, a_repetition_replaces_the_mapping_and_forgets_the_count) {

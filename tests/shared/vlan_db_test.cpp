@@ -1,4 +1,5 @@
 #include "tests/shared/vlan_fixture.h"
+#include "tests/support/effects.h"
 
 #include <cerrno>
 #include <cstdlib>
@@ -95,6 +96,19 @@ TEST_F(VlanDb, failed_set_up_leaves_no_way_to_the_old_mapping) {
         EXPECT_EQ(vl_exist(10, 0), 0) << call;
         EXPECT_EQ(vl_check_vlanid_valid(10), 0) << call;
     }
+}
+
+TEST_F(VlanDb, set_up_again_clears_the_members_before_it_makes_the_lock) {
+    debug_on({BRI_DBG_VLAN});
+    const vl_mng cleared{};
+    vl_mng seen = g_vl_mng;
+    on_effect = [&](const std::string &line) {
+        if (line.rfind("Create SEM ", 0) == 0 && line.find("semid") == std::string::npos)
+            seen = g_vl_mng;
+    };
+    EXPECT_EQ(vl_vlandb_init(), 1);
+    on_effect = nullptr;
+    EXPECT_EQ(std::memcmp(&seen, &cleared, sizeof seen), 0);
 }
 
 TEST_F(VlanDb, set_up_again_without_a_key_changes_nothing) {
