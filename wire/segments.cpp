@@ -1,5 +1,7 @@
 #include "wire/segments.h"
 
+#include "wire/value.h"
+
 #include <bridge/bridge.h>
 
 #include <cerrno>
@@ -34,7 +36,7 @@ int32_t vsd_of_environment() {
     const char *end = text + std::strlen(text);
     const auto [stopped, error] = std::from_chars(text, end, vsd);
     if (error != std::errc{} || stopped != end || vsd < 0 || *text == '-')
-        throw std::invalid_argument("VSDID=" + std::string(text) +
+        throw std::invalid_argument("VSDID=" + printable(text) +
                                     " is no number of a virtual switch device (0 or more)");
     return vsd;
 }

@@ -42,17 +42,84 @@ TEST_F(InspectFailure, segments_and_check_tell_each_missing_segment_and_show_the
     EXPECT_EQ(none.status, 2);
     EXPECT_EQ(none.out, "no segments\n");
     EXPECT_EQ(std::count(none.err.begin(), none.err.end(), '\n'), 4) << none.err;
-    EXPECT_EQ(run({"check"}).status, 2);
+    const Ran unchecked = run({"check"});
+    EXPECT_EQ(unchecked.status, 2);
+    EXPECT_EQ(unchecked.out, "nothing to check\n");
     expect_nothing_made();
     make_groups();
     vlan_group_base_entry()[9].member_count = 1;
     const Ran some = run({"segments", "--json"});
     EXPECT_EQ(some.status, 2);
+    EXPECT_EQ(std::count(some.err.begin(), some.err.end(), '\n'), 2) << some.err;
     EXPECT_EQ(some.json().at("rows").size(), 1U);
     const Ran check = run({"check"});
     EXPECT_EQ(check.status, 2);
     EXPECT_NE(check.out.find("group 9 is free, but its entry is not clear"), std::string::npos) << check.out;
     EXPECT_EQ(check.err.find("VLAN-GROUP-SHM"), std::string::npos) << check.err;
+}
+
+TEST_F(InspectFailure, exclusion_segment_that_alone_is_missing_is_no_error) {
+    make_ports();
+    make_vlans();
+    make_groups();
+    for (const Args &args : {Args{"segments"}, Args{"exclusions"}, Args{"check"}}) {
+        const Ran ran = run(args);
+        EXPECT_EQ(ran.status, 0) << args[0];
+        EXPECT_EQ(ran.err, "") << args[0];
+    }
+    EXPECT_EQ(run({"exclusions"}).out, "no exclusions\n");
+}
+
+TEST_F(InspectFailure, segments_are_removed_only_when_that_is_confirmed) {
+    make_all();
+    const Ran asked = run({"segments", "--remove"});
+    EXPECT_EQ(asked.status, 64);
+    EXPECT_EQ(asked.err, "bridge-inspect: nothing was removed; with --yes these are\n");
+    EXPECT_EQ(std::count(asked.out.begin(), asked.out.end(), '\n'), 9) << asked.out;
+    EXPECT_EQ(run({"segments"}).status, 0) << "nothing is gone";
+
+    const Ran removed = run({"segments", "--remove", "--yes", "--json"});
+    EXPECT_EQ(removed.status, 0) << removed.err;
+    ASSERT_EQ(removed.json().at("rows").size(), 8U);
+    EXPECT_EQ(removed.json().at("rows")[0].at("object"), "segment of SWPORT-SHM");
+    EXPECT_EQ(removed.json().at("rows")[0].at("removed"), true);
+    expect_nothing_made();
+    const Ran again = run({"segments", "--remove", "--yes"});
+    EXPECT_EQ(again.status, 0);
+    EXPECT_EQ(again.out, "nothing to remove\n");
+}
+
+TEST_F(InspectFailure, objects_of_other_devices_stay) {
+    make_vlans();
+    EXPECT_EQ(run({"segments", "--remove", "--yes", "--vsd", std::to_string(vsd() + 1)}).out, "nothing to remove\n");
+    EXPECT_EQ(run({"vlans"}).status, 0);
+}
+
+TEST_F(InspectFailure, vsdid_that_is_no_number_is_refused) {
+    const std::string own = std::to_string(vsd());
+    for (const char *text : {"abc", "1x", "-1", "", "\x1b[2J"}) {
+        setenv("VSDID", text, 1);
+        const Ran ran = run({"segments"});
+        EXPECT_EQ(ran.status, 64) << text;
+        EXPECT_EQ(ran.out, "");
+        EXPECT_EQ(ran.err.substr(0, 22), "bridge-inspect: VSDID=") << ran.err;
+        EXPECT_EQ(ran.err.find('\x1b'), std::string::npos);
+        EXPECT_EQ(run({"segments", "--vsd", own}).status, 2) << "the command line stands above it";
+    }
+    setenv("VSDID", own.c_str(), 1);
+}
+
+TEST_F(InspectFailure, word_that_is_not_understood_is_named) {
+    const std::pair<Args, const char *> rows[] = {
+        {{"everything"}, "everything"},          {{"vlans", "--colour"}, "--colour"},
+        {{"vlans", "ports"}, "ports"},           {{"vlans", "--vlan", "1,x"}, "\"x\""},
+        {{"vlans", "--vlan", "5-3"}, "\"5-3\""}, {{"vlans", "--vsd", "one"}, "one"},
+        {{"segments", "--yes"}, "--yes"},        {{"segments", "--remove", "--watch"}, "--remove"}};
+    for (const auto &[args, word] : rows) {
+        const Ran ran = run(args);
+        EXPECT_EQ(ran.status, 64) << word;
+        EXPECT_NE(ran.err.find(word), std::string::npos) << ran.err;
+    }
 }
 
 TEST_F(InspectFailure, segment_that_is_too_small_is_not_read) {

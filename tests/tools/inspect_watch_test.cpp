@@ -24,12 +24,12 @@ TEST_F(InspectWatch, changes_are_lines_of_json) {
     const Json added = Json::parse(watch.line());
     EXPECT_EQ(added.at("change"), "added");
     EXPECT_EQ(added.at("row"),
-              Json::parse(R"({"group":9,"assign_mode":0,"default_vlan":0,"member_count":0,"members":[]})"));
+              Json::parse(R"({"group":9,"id":9,"assign_mode":0,"member_count":0,"default_vid":0,"members":[]})"));
     vlan_group_set_default_vlan(9, 77);
     const Json changed = Json::parse(watch.line());
     EXPECT_EQ(changed.at("change"), "changed");
-    EXPECT_EQ(changed.at("row").at("default_vlan"), 77);
-    EXPECT_EQ(changed.at("was"), Json::parse(R"({"default_vlan":0})"));
+    EXPECT_EQ(changed.at("row").at("default_vid"), 77);
+    EXPECT_EQ(changed.at("was"), Json::parse(R"({"default_vid":0})"));
     vlan_group_free_entry(9);
     const Json removed = Json::parse(watch.line());
     EXPECT_EQ(removed.at("change"), "removed");
@@ -41,9 +41,9 @@ TEST_F(InspectWatch, changes_are_lines_for_people) {
     Running watch({"groups", "--watch", kSoon});
     EXPECT_EQ(watch.line(), "no groups");
     vlan_group_creat_entry(9);
-    EXPECT_EQ(without_clock(watch.line()), "+ 9 assign_mode=0 default_vlan=0 member_count=0 members=-");
+    EXPECT_EQ(without_clock(watch.line()), "+ 9 assign_mode=0 default_vid=0 member_count=0 members=-");
     vlan_group_set_default_vlan(9, 77);
-    EXPECT_EQ(without_clock(watch.line()), "~ 9: default_vlan 0 -> 77");
+    EXPECT_EQ(without_clock(watch.line()), "~ 9: default_vid 0 -> 77");
     vlan_group_free_entry(9);
     EXPECT_EQ(without_clock(watch.line()), "- 9");
 }
@@ -54,7 +54,7 @@ TEST_F(InspectWatch, summary_and_hex_fields_are_followed) {
     for (int line = 0; line < 8; ++line)
         (void)vlans.line(); // seven of the summary, "no vlans"
     vl_set_vlan_range(1, 100);
-    EXPECT_EQ(without_clock(vlans.line()), "~ vlans: highest 4094 -> 100");
+    EXPECT_EQ(without_clock(vlans.line()), "~ vlans: max_vid 4094 -> 100");
 
     uint32_t conflict = 0;
     ASSERT_EQ(bridge_set_excflag(7, BRI_SECURE, 0, &conflict), 0);
@@ -62,7 +62,7 @@ TEST_F(InspectWatch, summary_and_hex_fields_are_followed) {
     (void)exclusions.line();
     (void)exclusions.line();
     bridge_set_excflag(7, 0x100, 0, &conflict);
-    EXPECT_EQ(without_clock(exclusions.line()), "~ 7: flags 0x4 -> 0x104");
+    EXPECT_EQ(without_clock(exclusions.line()), "~ 7: flags secure -> secure|0x100");
 }
 
 TEST_F(InspectWatch, watch_ends_after_the_looks_that_were_asked_for) {

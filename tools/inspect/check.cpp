@@ -1,7 +1,6 @@
 #include "tools/inspect/check.h"
 
-#include "base/bits.h"
-#include "tools/inspect/idset.h"
+#include "wire/value.h"
 
 #include <bridge/protocol_registry.h>
 
@@ -16,6 +15,13 @@ namespace inspect {
 namespace {
 
 constexpr auto kSecondLook = std::chrono::milliseconds(50);
+using wire::Ids;
+using wire::ids_in;
+using wire::ids_text;
+using wire::kGroupSegment;
+using wire::kPortSegment;
+using wire::kVlanSegment;
+
 constexpr unsigned kLastPort = BRI_PORT_SLOTS - 1;
 
 using Findings = std::vector<Json>;
@@ -97,11 +103,11 @@ void check_members(const vle &entry, unsigned vid, const bri_portdb *ports, Find
     if (ports == nullptr)
         return;
     Ids absent;
-    for (const unsigned ifx : ids_of(entry.members, 1, kLastPort))
+    for (const unsigned ifx : ids_in(entry.members, 1, kLastPort))
         if (ports->ports[ifx].ifx == 0)
             absent.push_back(ifx);
     if (!absent.empty())
-        add(findings, "vlans", "VLAN " + number(vid) + " has absent ports as members: " + ranges(absent));
+        add(findings, "vlans", "VLAN " + number(vid) + " has absent ports as members: " + ids_text(absent));
 }
 
 void check_svis(const bri_vlandb &vlans, Findings &findings) {
@@ -114,7 +120,7 @@ void check_svis(const bri_vlandb &vlans, Findings &findings) {
         }
     for (const auto &[svi, vids] : owners)
         if (vids.size() > 1)
-            add(findings, "vlans", "SVI " + number(svi) + " belongs to several VLANs: " + ranges(vids));
+            add(findings, "vlans", "SVI " + number(svi) + " belongs to several VLANs: " + ids_text(vids));
     if (count != vlans.stat.cur_svi_num)
         add(findings, "vlans",
             std::to_string(count) + " VLANs have an SVI, but the statistics count " +
@@ -140,9 +146,8 @@ void check_vlans(const bri_vlandb &vlans, const bri_portdb *ports, Findings &fin
 }
 
 void check_protocols(const bri_proto_registry &registry, Findings &findings) {
-    bri::bits::for_each(&registry.state, BRI_PROT_MAX, 31, [&](unsigned bit) {
+    for (const unsigned bit : ids_in({&registry.state, 1}, BRI_PROT_MAX))
         add(findings, "protocols", "protocol " + number(bit) + " is enabled, but there is none of that number");
-    });
 }
 
 // ---- groups
@@ -163,11 +168,12 @@ void check_group(const vlan_group_entry &group, unsigned index, Findings &findin
         add(findings, "groups", "group 0 is in use");
     else if (group.id != index)
         add(findings, "groups", who + " holds the id " + number(group.id));
-    const unsigned members = bri::bits::count(group.members.words, bri::bits::kSetWords);
-    if (members % 256 != group.member_count)
+    const Ids members = ids_in(group.members.words);
+    if (members.size() % 256 != group.member_count)
         add(findings, "groups",
-            who + " has " + number(members) + " members, but counts " + number(group.member_count) + " (modulo 256)");
-    if (bri::bits::test(group.members.words, 0) || bri::bits::test(group.members.words, 4095))
+            who + " has " + number(members.size()) + " members, but counts " + number(group.member_count) +
+                " (modulo 256)");
+    if (!members.empty() && (members.front() < BRI_VID_MIN || members.back() > BRI_VID_MAX))
         add(findings, "groups", who + " has a member outside 1..4094");
     if (group.default_vid > BRI_VID_MAX)
         add(findings, "groups", who + " has the default VLAN " + number(group.default_vid));
@@ -181,7 +187,7 @@ void check_groups(const bri_vlan_groups &groups, Findings &findings) {
 // ---- headers
 
 void check_header(const bri_shm_hdr &header, const Segment &segment, Findings &findings) {
-    const std::string name = safe_text(header.name, sizeof header.name);
+    const std::string name = wire::printable(header.name, sizeof header.name);
     if (name != segment.name)
         add(findings, "segments", std::string(segment.name) + " is headed \"" + name + "\"");
     if (header.size != segment.size)
@@ -284,8 +290,13 @@ Report Checker::look(std::vector<std::string> &missing) {
         findings = both(findings, all_faults(last_, tables));
     }
     missing = tables.missing;
+    const bool nothing = tables.ports == nullptr && tables.vlans == nullptr && tables.groups == nullptr;
     last_ = std::move(tables);
-    return {kFindings, Json::object(), {{"FINDING", "finding"}, {"TABLE", "table"}}, findings};
+    return {kFindings,
+            Json::object(),
+            {{"FINDING", "finding"}, {"TABLE", "table"}},
+            findings,
+            nothing ? "nothing to check" : "no findings"};
 }
 
 } // namespace inspect

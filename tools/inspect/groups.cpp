@@ -1,15 +1,17 @@
-#include "tools/inspect/idset.h"
 #include "tools/inspect/segment.h"
 #include "tools/inspect/tables.h"
+#include "wire/value.h"
 
 #include <bridge/port_exclusion.h>
 #include <bridge/vlan_group.h>
 
-#include <array>
-
 namespace inspect {
 
 namespace {
+
+using wire::Ids;
+using wire::kExclusionSegment;
+using wire::kGroupSegment;
 
 bool holds_a_chosen_vlan(const Ids &members, const std::optional<std::set<unsigned>> &vlans) {
     if (!vlans)
@@ -20,24 +22,15 @@ bool holds_a_chosen_vlan(const Ids &members, const std::optional<std::set<unsign
     return false;
 }
 
-struct FlagName {
-    uint32_t flag;
-    const char *name;
-};
-constexpr std::array<FlagName, 7> kFlagNames{{{BRI_DOT1Q_TUNNEL, "dot1q-tunnel"},
-                                              {BRI_MAC_COPY, "mac-copy"},
-                                              {BRI_SECURE, "secure"},
-                                              {BRI_DOT1X, "dot1x"},
-                                              {BRI_MIR_DEST, "mirror-destination"},
-                                              {BRI_HOST, "host"},
-                                              {BRI_PROMISCUOUS, "promiscuous"}}};
-
-Json names_of(uint32_t flags) {
-    Json names = Json::array();
-    for (const FlagName &row : kFlagNames)
-        if ((flags & row.flag) != 0)
-            names.push_back(row.name);
-    return names;
+// Without the table no interface has a flag.
+std::unique_ptr<const Snapshot<bri_exclusion_table>> look_for_flags(int32_t vsd) {
+    try {
+        return look<bri_exclusion_table>(kExclusionSegment, vsd);
+    } catch (const Missing &) {
+        if (!may_be_missing(kExclusionSegment, vsd))
+            throw;
+        return nullptr;
+    }
 }
 
 } // namespace
@@ -48,32 +41,27 @@ Report look_at_groups(int32_t vsd, const Selection &selection) {
                   Json::object(),
                   {{"GROUP", "group"},
                    {"MODE", "assign_mode"},
-                   {"DEFAULT", "default_vlan"},
+                   {"DEFAULT", "default_vid"},
                    {"COUNT", "member_count"},
                    {"MEMBERS", "members"}},
                   {}};
     for (unsigned id = 1; id < BRI_VLAN_GROUP_ENTRIES; ++id) {
         const vlan_group_entry &group = groups->data.groups[id];
-        const Ids members = ids_of(group.members.words, BRI_VID_MIN, BRI_VID_MAX);
-        if (group.id != 0 && holds_a_chosen_vlan(members, selection.vlans))
-            report.rows.push_back({{"group", id},
-                                   {"assign_mode", group.assign_mode},
-                                   {"default_vlan", group.default_vid},
-                                   {"member_count", group.member_count},
-                                   {"members", members}});
+        if (group.id != 0 && holds_a_chosen_vlan(wire::ids_in(group.members.words), selection.vlans))
+            report.rows.push_back(indexed("group", id, group));
     }
     return report;
 }
 
 Report look_at_exclusions(int32_t vsd, const Selection &selection) {
-    const auto table = look<bri_exclusion_table>(kExclusionSegment, vsd);
-    Report report{
-        "exclusions", Json::object(), {{"PORT", "port"}, {"FLAGS", "flags", true}, {"FEATURES", "features"}}, {}};
-    for (unsigned ifx = 0; ifx <= BRI_EXCLUSION_IFX_MAX; ++ifx) {
-        const uint32_t flags = table->data.flags[ifx];
-        if (flags != 0 && chosen(selection.ports, ifx))
-            report.rows.push_back({{"port", ifx}, {"flags", flags}, {"features", names_of(flags)}});
-    }
+    const auto table = look_for_flags(vsd);
+    const wire::Field &flags = *wire::record_of<bri_exclusion_table>().find("flags");
+    Report report{"exclusions", Json::object(), {{"PORT", "port"}, {"FLAGS", "flags"}}, {}};
+    for (unsigned ifx = 0; table != nullptr && ifx <= BRI_EXCLUSION_IFX_MAX; ++ifx)
+        if (table->data.flags[ifx] != 0 && chosen(selection.ports, ifx))
+            report.rows.push_back({{"port", ifx},
+                                   {"flags", wire::value_text(wire::element_of(flags, ifx), wire::bytes_of(table->data),
+                                                              wire::Order::kNative)}});
     return report;
 }
 

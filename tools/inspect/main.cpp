@@ -1,10 +1,9 @@
 // bridge-inspect: a read-only look into the shared tables of the bridge service.
-#include "base/vsd.h"
 #include "tools/inspect/check.h"
-#include "tools/inspect/idset.h"
 #include "tools/inspect/segment.h"
 #include "tools/inspect/tables.h"
 #include "tools/inspect/watch.h"
+#include "wire/value.h"
 
 #include <bridge/port_exclusion.h>
 
@@ -22,18 +21,21 @@ using namespace inspect;
 enum Status { kFine = 0, kFaults = 1, kMissing = 2, kUsage = 64, kBroken = 70, kOutput = 74 };
 
 struct Options {
-    int32_t vsd = bri::vsd_id();
+    int32_t vsd = 0;
+    std::optional<int32_t> named_vsd; // of the command line
     bool json = false;
     bool watch = false;
     double interval = 1.0; // seconds
     unsigned looks = 0;    // 0: until the process is ended
     std::optional<std::string> vlans;
     std::optional<std::string> ports;
+    bool remove = false;
+    bool yes = false;
 };
 
 // One look; what cannot be read either ends it (Unreadable) or, where the rest is worth showing, is noted in `missing`.
-using Missing = std::vector<std::string>;
-using Look = std::function<Report(Missing &missing)>;
+using Lines = std::vector<std::string>;
+using Look = std::function<Report(Lines &missing)>;
 
 class Viewer {
   public:
@@ -51,7 +53,7 @@ class Viewer {
   private:
     void look_again() {
         std::this_thread::sleep_for(std::chrono::duration<double>(options_.interval));
-        Missing missing;
+        Lines missing;
         Report report = look_(missing);
         if (missing != missing_) {
             missing_ = missing;
@@ -96,13 +98,17 @@ class Viewer {
     [[nodiscard]] Status status() const {
         if (!missing_.empty())
             return kMissing;
+        if (options_.remove && !options_.yes && !report_.rows.empty()) {
+            std::cerr << "bridge-inspect: nothing was removed; with --yes these are\n";
+            return kUsage;
+        }
         return report_.table == kFindings && !report_.rows.empty() ? kFaults : kFine;
     }
 
     const Options &options_;
     Look look_;
     Report report_;
-    Missing missing_;
+    Lines missing_;
 };
 
 struct Bounds {
@@ -136,12 +142,13 @@ constexpr Command kTableCommands[] = {
 std::optional<std::set<unsigned>> choice(const std::optional<std::string> &text, Bounds bounds) {
     if (!text)
         return std::nullopt;
-    return parse_ids(*text, bounds.min, bounds.max);
+    const wire::Ids ids = wire::parse_ids(*text, bounds.min, bounds.max);
+    return std::set<unsigned>(ids.begin(), ids.end());
 }
 
 Look look_for(const Command &command, const Options &options) {
     const Selection selection{choice(options.vlans, command.vlans), choice(options.ports, command.ports)};
-    return [&options, &command, selection](Missing & /*missing*/) { return command.look(options.vsd, selection); };
+    return [&options, &command, selection](Lines & /*missing*/) { return command.look(options.vsd, selection); };
 }
 
 void add_choice(CLI::App &sub, const char *option, std::optional<std::string> &text, Bounds bounds) {
@@ -149,21 +156,27 @@ void add_choice(CLI::App &sub, const char *option, std::optional<std::string> &t
         sub.add_option(option, text, "ids to show, as in 1,5-10");
 }
 
-// The subcommand that was given decides; CLI11 has seen to it that there is one.
+// The subcommand that was given decides.
 Look chosen_look(const CLI::App &app, const Options &options) {
+    if (app.get_subcommands().empty())
+        throw std::invalid_argument("a command is missing; --help lists them");
     for (const Command &command : kTableCommands)
         if (app.got_subcommand(command.name))
             return look_for(command, options);
+    if (options.remove && options.watch)
+        throw std::invalid_argument("--remove is done once, not watched");
+    if (options.remove)
+        return [&options](Lines &failures) { return remove_segments(options.vsd, options.yes, failures); };
     if (app.got_subcommand("segments"))
-        return [&options](Missing &missing) { return look_at_segments(options.vsd, missing); };
+        return [&options](Lines &missing) { return look_at_segments(options.vsd, missing); };
     auto checker = std::make_shared<Checker>(options.vsd);
-    return [checker](Missing &missing) { return checker->look(missing); };
+    return [checker](Lines &missing) { return checker->look(missing); };
 }
 
 void describe(CLI::App &app, Options &options) {
-    app.require_subcommand(1);
+    app.require_subcommand(0, 1); // that there is one is seen to below: a word that is none is then named
     app.fallthrough();
-    app.add_option("--vsd", options.vsd, "virtual switch device (default: VSDID of the environment, or 0)");
+    app.add_option("--vsd", options.named_vsd, "virtual switch device (default: VSDID of the environment, or 0)");
     app.add_flag("--json", options.json, "JSON instead of a table; one line each while watching");
     app.add_flag("--watch", options.watch, "go on and show what changes");
     app.add_option("--interval", options.interval, "seconds between looks while watching (default: 1)")
@@ -174,10 +187,12 @@ void describe(CLI::App &app, Options &options) {
         add_choice(*sub, "--vlan", options.vlans, command.vlans);
         add_choice(*sub, "--port", options.ports, command.ports);
     }
-    app.add_subcommand("segments", "the shared-memory segments and their locks");
+    CLI::App *segments = app.add_subcommand("segments", "the shared-memory segments and their locks");
+    segments->add_flag("--remove", options.remove, "remove them all, and their locks; needs --yes");
+    segments->add_flag("--yes", options.yes, "do remove them")->needs("--remove");
     app.add_subcommand("check", "broken invariants of the tables; status 1 when there are any");
     app.footer("Exit status: 0 fine, 1 check found something, 2 a segment is missing or cannot be read, 64 bad usage.\n"
-               "Nothing is ever created, written or locked.");
+               "Nothing is ever created, written or locked; only segments --remove --yes removes.");
 }
 
 int fail(Status status, const std::exception &error) {
@@ -195,6 +210,7 @@ int run(int argc, char **argv) {
         return app.exit(error) == 0 ? kFine : kUsage;
     }
     try {
+        options.vsd = options.named_vsd ? *options.named_vsd : wire::vsd_of_environment();
         return Viewer(options, chosen_look(app, options)).run();
     } catch (const std::invalid_argument &error) {
         return fail(kUsage, error);

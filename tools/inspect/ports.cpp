@@ -1,18 +1,16 @@
-#include "tools/inspect/idset.h"
 #include "tools/inspect/segment.h"
 #include "tools/inspect/tables.h"
-
-#include <map>
+#include "wire/value.h"
 
 namespace inspect {
 
 namespace {
 
-constexpr unsigned kLastPort = BRI_PORT_SLOTS - 1;
+using wire::Ids;
+using wire::kPortSegment;
+using wire::kVlanSegment;
 
-std::string mode_name(uint32_t mode) {
-    return mode <= BRI_PORT_HYBRID ? swport_vlan_mode_name(mode) : std::to_string(mode);
-}
+constexpr unsigned kLastPort = BRI_PORT_SLOTS - 1;
 
 // VLANs that have the port as a member; null when the VLAN segment is not there to tell.
 Json memberships(const bri_vlandb *vlans, unsigned ifx) {
@@ -25,44 +23,17 @@ Json memberships(const bri_vlandb *vlans, unsigned ifx) {
     return ids;
 }
 
-// The instances whose state is not 0.
-Json forwarding(const spcb &port) {
-    Json states = Json::array();
-    for (unsigned instance = 0; instance < BRI_STP_INSTANCES; ++instance)
-        if (port.fwd_state[instance] != 0)
-            states.push_back({{"instance", instance}, {"state", port.fwd_state[instance]}});
-    return states;
-}
-
 Json row_of(const spcb &port, unsigned ifx, const bri_vlandb *vlans) {
-    return {{"port", ifx},
-            {"mode", mode_name(port.mode)},
-            {"default_mode", mode_name(port.default_mode)},
-            {"native_vlan", port.default_vid},
-            {"version", port.version},
-            {"exclusion_flags", port.attr_exclude},
-            {"member_of", memberships(vlans, ifx)},
-            {"tagged", ids_of(port.tag_vlan.words, BRI_VID_MIN, BRI_VID_MAX)},
-            {"allowed", ids_of(port.allow_vlan.words, BRI_VID_MIN, BRI_VID_MAX)},
-            {"forwarding", forwarding(port)}};
+    Json row = indexed("port", ifx, port);
+    row["member_of"] = memberships(vlans, ifx);
+    return row;
 }
 
-// VLANs by spanning-tree instance, those of instance 0 left out.
-Json instances(const bri_portdb &ports) {
-    std::map<unsigned, Ids> vlans;
-    for (unsigned vid = BRI_VID_MIN; vid <= BRI_VID_MAX; ++vid)
-        if (ports.stp_instance[vid] != 0)
-            vlans[ports.stp_instance[vid]].push_back(vid);
-    Json list = Json::array();
-    for (const auto &[instance, ids] : vlans)
-        list.push_back({{"instance", instance}, {"vlans", ids}});
-    return list;
-}
-
-bool carries_a_chosen_vlan(const bri_vlandb *vlans, unsigned ifx, const std::set<unsigned> &choice) {
-    const Json member_of = memberships(vlans, ifx);
-    for (const Json &vid : member_of)
-        if (choice.contains(vid.get<unsigned>()))
+bool carries_a_chosen_vlan(const Json &row, const std::optional<std::set<unsigned>> &choice) {
+    if (!choice)
+        return true;
+    for (const Json &vid : row.at("member_of"))
+        if (choice->contains(vid.get<unsigned>()))
             return true;
     return false;
 }
@@ -89,20 +60,23 @@ Report look_at_ports(int32_t vsd, const Selection &selection) {
                   {{"PORT", "port"},
                    {"MODE", "mode"},
                    {"DEFAULT", "default_mode"},
-                   {"NATIVE", "native_vlan"},
+                   {"NATIVE", "default_vid"},
                    {"VERSION", "version"},
-                   {"EXCLUSION", "exclusion_flags", true},
+                   {"EXCLUSION", "attr_exclude"},
                    {"MEMBER-OF", "member_of"},
-                   {"TAGGED", "tagged"},
-                   {"ALLOWED", "allowed"},
-                   {"FORWARDING", "forwarding"}},
+                   {"TAGGED", "tag_vlan"},
+                   {"ALLOWED", "allow_vlan"},
+                   {"FORWARDING", "fwd_state"}},
                   {}};
-    report.summary["stp_instances"] = instances(ports->data);
+    const wire::Field &instances = *wire::record_of<bri_portdb>().find("stp_instance");
+    report.summary["stp_instance"] = wire::value_text(instances, wire::bytes_of(ports->data), wire::Order::kNative);
     for (unsigned ifx = 1; ifx <= kLastPort; ++ifx) {
         const spcb &port = ports->data.ports[ifx];
-        if (port.ifx != 0 && chosen(selection.ports, ifx) &&
-            (!selection.vlans || carries_a_chosen_vlan(vlans, ifx, *selection.vlans)))
-            report.rows.push_back(row_of(port, ifx, vlans));
+        if (port.ifx == 0 || !chosen(selection.ports, ifx))
+            continue;
+        Json row = row_of(port, ifx, vlans);
+        if (carries_a_chosen_vlan(row, selection.vlans))
+            report.rows.push_back(std::move(row));
     }
     return report;
 }

@@ -1,6 +1,6 @@
 #include "tools/inspect/report.h"
 
-#include "tools/inspect/idset.h"
+#include "wire/value.h"
 
 #include <algorithm>
 
@@ -52,7 +52,7 @@ std::string text_of(const Json &value, bool hex) {
     if (value.is_null())
         return "-";
     if (value.is_string())
-        return value.get_ref<const std::string &>().empty() ? "-" : value.get<std::string>();
+        return value.get_ref<const std::string &>().empty() || value == "none" ? "-" : value.get<std::string>();
     if (value.is_boolean())
         return value.get<bool>() ? "yes" : "no";
     if (value.is_object())
@@ -61,14 +61,14 @@ std::string text_of(const Json &value, bool hex) {
         return hex ? hex_text(value.get<uint32_t>()) : value.dump();
     if (value.empty())
         return "-";
-    return holds_ids(value) ? ranges(value.get<Ids>()) : joined(value, ",");
+    return holds_ids(value) ? wire::ids_text(value.get<wire::Ids>()) : joined(value, ",");
 }
 
 void print_table(const Report &report, std::ostream &out) {
     for (const auto &[name, value] : report.summary.items())
         out << name << ": " << text_of(value) << '\n';
     if (report.rows.empty()) {
-        out << "no " << report.table << '\n';
+        out << report.nothing << '\n';
         return;
     }
     std::vector<std::vector<std::string>> lines(1);

@@ -1,7 +1,7 @@
 // What a look at one table gives: rows of named values, shown as a table for people or as JSON for scripts.
 #pragma once
 
-#include <nlohmann/json.hpp>
+#include "wire/json.h"
 
 #include <ostream>
 #include <string>
@@ -9,7 +9,7 @@
 
 namespace inspect {
 
-using Json = nlohmann::ordered_json; // members keep the order in which they were put in
+using wire::Json;
 
 struct Column {
     const char *title;
@@ -22,12 +22,20 @@ struct Report {
     Json summary = Json::object(); // what holds for the table as a whole
     std::vector<Column> columns;   // the fields that people see, the first names the row
     std::vector<Json> rows;
+    std::string nothing = "no " + table; // what people see instead of a table without rows
 
     [[nodiscard]] const char *key() const { return columns.front().field; }
 };
 
 // One value for people: lists of ids as ranges, other lists joined, "-" for nothing.
 [[nodiscard]] std::string text_of(const Json &value, bool hex = false);
+
+// A row of a table: its index there under `key`, then the fields of the record.
+template <class Record> [[nodiscard]] Json indexed(const char *key, unsigned index, const Record &record) {
+    Json row{{key, index}};
+    row.update(wire::json_of(record));
+    return row;
+}
 
 void print_table(const Report &report, std::ostream &out);
 [[nodiscard]] Json to_json(const Report &report, int32_t vsd);

@@ -1,29 +1,11 @@
 #include "tools/inspect/segment.h"
 
-#include <bridge/port_db.h>
-#include <bridge/port_exclusion.h>
-#include <bridge/vlan_db.h>
-#include <bridge/vlan_group.h>
-
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <sys/sem.h>
 
 namespace inspect {
-
-const Segment kPortSegment{"SWPORT-SHM", 0x22220001, sizeof(bri_portdb)};
-const Segment kVlanSegment{"VLAN-SHM", 0x11110001, sizeof(bri_vlandb)};
-const Segment kExclusionSegment{"Port-Function-Mutex", 0x33330001, sizeof(bri_exclusion_table)};
-const Segment kGroupSegment{"VLAN-GROUP-SHM", 0x5A5B7C3D, sizeof(bri_vlan_groups)};
-
-const std::vector<const Segment *> &all_segments() {
-    static const std::vector<const Segment *> all{&kPortSegment, &kVlanSegment, &kExclusionSegment, &kGroupSegment};
-    return all;
-}
-
-int32_t key_of(const Segment &segment, int32_t vsd) {
-    return static_cast<int32_t>(segment.key_base + static_cast<uint32_t>(vsd));
-}
 
 namespace {
 
@@ -33,20 +15,23 @@ std::string hex(uint32_t value) {
     return text;
 }
 
+template <class Failure = Unreadable>
 [[noreturn]] void fail(const Segment &segment, int32_t vsd, const std::string &what) {
-    throw Unreadable("segment " + std::string(segment.name) + " (key " +
-                     hex(static_cast<uint32_t>(key_of(segment, vsd))) + ", VSDID " + std::to_string(vsd) + ") " + what);
+    throw Failure("segment " + std::string(segment.name) + " (key " +
+                  hex(static_cast<uint32_t>(wire::key_of(segment, vsd))) + ", VSDID " + std::to_string(vsd) + ") " +
+                  what);
 }
 
 // Key 0 would ask for a new private segment, also without IPC_CREAT.
 int find(const Segment &segment, int32_t vsd) {
-    const int32_t key = key_of(segment, vsd);
+    const int32_t key = wire::key_of(segment, vsd);
     if (key == IPC_PRIVATE)
-        fail(segment, vsd, "cannot exist: the key 0 names nothing");
+        fail<Missing>(segment, vsd, "cannot exist: the key 0 names nothing");
     const int id = shmget(key, 0, 0);
+    if (id < 0 && errno == ENOENT)
+        fail<Missing>(segment, vsd, "does not exist");
     if (id < 0)
-        fail(segment, vsd,
-             errno == ENOENT ? "does not exist" : std::string("cannot be opened: ") + std::strerror(errno));
+        fail(segment, vsd, std::string("cannot be opened: ") + std::strerror(errno));
     return id;
 }
 
@@ -72,7 +57,7 @@ Mapping map(const Segment &segment, int32_t vsd) {
         if (bytes < needed)
             fail(segment, vsd,
                  "is too small: " + std::to_string(bytes) + " bytes instead of " + std::to_string(needed));
-        Mapping mapping(bridge_shm_attach_rdonly(key_of(segment, vsd)));
+        Mapping mapping(bridge_shm_attach_rdonly(wire::key_of(segment, vsd)));
         if (mapping == nullptr)
             fail(segment, vsd, std::string("cannot be attached: ") + std::strerror(errno));
         if (find(segment, vsd) == id)
@@ -87,7 +72,7 @@ Facts facts_of(const Segment &segment, int32_t vsd) {
     Facts facts{};
     facts.id = find(segment, vsd);
     facts.status = status_of(segment, vsd, facts.id);
-    facts.sem_id = semget(key_of(segment, vsd), 0, 0);
+    facts.sem_id = semget(wire::key_of(segment, vsd), 0, 0);
     facts.sem_value = facts.sem_id >= 0 ? semctl(facts.sem_id, 0, GETVAL) : -1;
     facts.sem_last_pid = facts.sem_id >= 0 ? semctl(facts.sem_id, 0, GETPID) : -1;
     return facts;
@@ -99,19 +84,13 @@ void copy_segment(const Segment &segment, int32_t vsd, bri_shm_hdr &header, void
     std::memcpy(data, mapping->data, std::min(size, segment.size));
 }
 
-std::string safe_text(const char *field, size_t bound) {
-    std::string text;
-    for (const char *next = field; next != field + bound && *next != '\0'; ++next) {
-        const auto byte = static_cast<unsigned char>(*next);
-        if (byte >= 0x20 && byte < 0x7F && byte != '\\') {
-            text += *next;
-        } else {
-            char escape[8];
-            std::snprintf(escape, sizeof escape, "\\x%02x", byte);
-            text += escape;
-        }
-    }
-    return text;
+bool may_be_missing(const Segment &segment, int32_t vsd) {
+    if (&segment != &wire::kExclusionSegment)
+        return false;
+    const auto objects = wire::system_objects(vsd);
+    return std::any_of(objects.begin(), objects.end(), [](const wire::SystemObject &object) {
+        return !object.semaphore && object.segment != &wire::kExclusionSegment;
+    });
 }
 
 } // namespace inspect

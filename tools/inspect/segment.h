@@ -1,6 +1,8 @@
 // The shared segments, looked at and never touched: found by key, mapped read-only, copied, let go.
 #pragma once
 
+#include "wire/segments.h"
+
 #include <bridge/ipc.h>
 
 #include <cstddef>
@@ -9,28 +11,18 @@
 #include <stdexcept>
 #include <string>
 #include <sys/shm.h>
-#include <vector>
 
 namespace inspect {
 
-struct Segment {
-    const char *name;
-    uint32_t key_base; // the VSDID is added
-    size_t size;       // bytes of the data area
-};
+using wire::Segment;
 
-extern const Segment kPortSegment;
-extern const Segment kVlanSegment; // carries the protocol registry too
-extern const Segment kExclusionSegment;
-extern const Segment kGroupSegment;
-const std::vector<const Segment *> &all_segments();
-
-// The number that key and VSDID make.
-[[nodiscard]] int32_t key_of(const Segment &segment, int32_t vsd);
-
-// A segment that is missing, or that is there and cannot be read; what() is one line for people.
+// A segment that is there and cannot be read; what() is one line for people.
 struct Unreadable : std::runtime_error {
     using std::runtime_error::runtime_error;
+};
+// One that is not there.
+struct Missing : Unreadable {
+    using Unreadable::Unreadable;
 };
 
 // What the kernel tells of a segment and of the semaphore of the same key.
@@ -42,6 +34,9 @@ struct Facts {
     int sem_last_pid; // the last process that changed it
 };
 [[nodiscard]] Facts facts_of(const Segment &segment, int32_t vsd);
+
+// Processes make the exclusion segment when they first need it: that it alone is missing is no fault.
+[[nodiscard]] bool may_be_missing(const Segment &segment, int32_t vsd);
 
 // A copy of header and data.
 template <class T> struct Snapshot {
@@ -57,8 +52,5 @@ template <class T> [[nodiscard]] std::unique_ptr<const Snapshot<T>> look(const S
     copy_segment(segment, vsd, snapshot->header, &snapshot->data, sizeof snapshot->data);
     return snapshot;
 }
-
-// A text field of shared memory: within its bound, and without anything that a terminal would obey.
-[[nodiscard]] std::string safe_text(const char *field, size_t bound);
 
 } // namespace inspect

@@ -1,6 +1,9 @@
 #include "tools/inspect/segment.h"
 #include "tools/inspect/tables.h"
 
+#include <cerrno>
+#include <cstring>
+
 namespace inspect {
 
 namespace {
@@ -17,7 +20,7 @@ Json semaphore(const Facts &facts) {
 
 Json row_of(const Segment &segment, int32_t vsd, const Facts &facts) {
     return {{"segment", segment.name},
-            {"key", static_cast<uint32_t>(key_of(segment, vsd))},
+            {"key", static_cast<uint32_t>(wire::key_of(segment, vsd))},
             {"id", facts.id},
             {"bytes", facts.status.shm_segsz},
             {"needed", sizeof(bri_shm_hdr) + segment.size},
@@ -48,13 +51,34 @@ Report look_at_segments(int32_t vsd, std::vector<std::string> &missing) {
                    {"LOCK", "lock"},
                    {"LOCK-LAST-PID", "lock_last_pid"}},
                   {}};
-    for (const Segment *segment : all_segments()) {
+    for (const Segment *segment : wire::all_segments()) {
         try {
             report.rows.push_back(row_of(*segment, vsd, facts_of(*segment, vsd)));
+        } catch (const Missing &reason) {
+            if (!may_be_missing(*segment, vsd))
+                missing.emplace_back(reason.what());
         } catch (const Unreadable &reason) {
             missing.emplace_back(reason.what());
         }
     }
+    return report;
+}
+
+Report remove_segments(int32_t vsd, bool really, std::vector<std::string> &failures) {
+    Report report{"objects",
+                  Json::object(),
+                  {{"OBJECT", "object"}, {"ID", "id"}, {"KEY", "key", true}, {"REMOVED", "removed"}},
+                  {}};
+    for (const wire::SystemObject &object : wire::system_objects(vsd)) {
+        const bool removed = really && wire::remove(object);
+        if (really && !removed)
+            failures.push_back(wire::text_of(object) + " cannot be removed: " + std::strerror(errno));
+        report.rows.push_back({{"object", wire::text_of(object)},
+                               {"id", object.id},
+                               {"key", static_cast<uint32_t>(wire::key_of(*object.segment, vsd))},
+                               {"removed", removed}});
+    }
+    report.nothing = "nothing to remove";
     return report;
 }
 

@@ -29,7 +29,10 @@ struct Selection {
 [[nodiscard]] Report look_at_protocols(int32_t vsd, const Selection &selection);
 [[nodiscard]] Report look_at_exclusions(int32_t vsd, const Selection &selection);
 
-// Rows of the segments that are there; each of the others adds a line to `missing`.
+// Rows of the segments that are there; each of the others that should be adds a line to `missing`.
 [[nodiscard]] Report look_at_segments(int32_t vsd, std::vector<std::string> &missing);
+
+// Removes every System V object of the device, or only lists them; a line for each that could not be removed.
+[[nodiscard]] Report remove_segments(int32_t vsd, bool really, std::vector<std::string> &failures);
 
 } // namespace inspect

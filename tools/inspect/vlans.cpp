@@ -1,50 +1,16 @@
-#include "tools/inspect/idset.h"
 #include "tools/inspect/segment.h"
 #include "tools/inspect/tables.h"
+#include "wire/value.h"
 
 #include <bridge/protocol_registry.h>
+
+#include <cstring>
 
 namespace inspect {
 
 namespace {
 
-constexpr unsigned kLastPort = BRI_PORT_SLOTS - 1;
-
-const char *mode_name(const vle &entry, unsigned vid) {
-    switch (entry.mode) {
-    case BRI_VLAN_STATIC:
-        return "STATIC";
-    case BRI_VLAN_DYNAMIC:
-        return "DYNAMIC";
-    case BRI_VLAN_SUPER:
-        return entry.manage_vid == vid ? "SUPER" : "SUB";
-    default:
-        return "Unknown";
-    }
-}
-
-Json row_of(const vle &entry, unsigned vid) {
-    return {{"vlan", vid},
-            {"name", safe_text(entry.name, sizeof entry.name)},
-            {"mode", mode_name(entry, vid)},
-            {"manage_vlan", entry.manage_vid},
-            {"members", ids_of(entry.members, 1, kLastPort)},
-            {"members_up", entry.up_mem},
-            {"svi", entry.svi_ifx},
-            {"svi_state", {{"a", entry.svi_state_a}, {"b", entry.svi_state_b}}},
-            {"users", entry.ref},
-            {"by_operator", entry.created_by_cli != 0},
-            {"proxy", entry.proxy != 0},
-            {"virtual_port", entry.vswpt_num},
-            {"version", entry.version},
-            {"created_at", entry.create_time / 100}};
-}
-
-Json summary_of(const vl_stat &stat) {
-    return {{"lowest", stat.min_vid},           {"highest", stat.max_vid},  {"vlans", stat.cur_vlan_num},
-            {"most_vlans", stat.max_vlan_num},  {"svis", stat.cur_svi_num}, {"most_svis", stat.max_svi_num},
-            {"deletions", stat.total_del_times}};
-}
+using wire::kVlanSegment;
 
 bool has_a_chosen_port(const vle &entry, const std::optional<std::set<unsigned>> &ports) {
     if (!ports)
@@ -55,12 +21,28 @@ bool has_a_chosen_port(const vle &entry, const std::optional<std::set<unsigned>>
     return false;
 }
 
-Json names_of(uint32_t mask) {
-    Json names = Json::array();
-    for (uint32_t proto = 1; proto < BRI_PROT_MAX; ++proto)
-        if ((mask >> proto & 1) != 0)
-            names.push_back(bridge_proto_get_name(proto));
-    return names;
+// What a longer name left behind the end of this one is nobody's.
+vle without_leftovers(vle entry) {
+    const size_t length = strnlen(entry.name, sizeof entry.name);
+    std::memset(entry.name + length, 0, sizeof entry.name - length);
+    return entry;
+}
+
+// The masks less the bits that block nothing: the protocol's own and that of number 0.
+bri_proto_registry effective(bri_proto_registry registry) {
+    for (uint32_t proto = 0; proto < BRI_PROT_MAX; ++proto)
+        registry.prejudge[proto] &= ~(uint32_t{1} << proto | 1);
+    return registry;
+}
+
+std::string mask_text(const bri_proto_registry &registry, uint32_t proto) {
+    const wire::Field mask = wire::element_of(*wire::record_of<bri_proto_registry>().find("prejudge"), proto);
+    return wire::value_text(mask, wire::bytes_of(registry), wire::Order::kNative);
+}
+
+std::string name_of(uint32_t proto) {
+    const wire::Field &field = *wire::record_of<l2top_proto_config>().find("protocol");
+    return wire::value_text(field, wire::bytes_of(proto), wire::Order::kNative);
 }
 
 } // namespace
@@ -68,23 +50,23 @@ Json names_of(uint32_t mask) {
 Report look_at_vlans(int32_t vsd, const Selection &selection) {
     const auto vlans = look<bri_vlandb>(kVlanSegment, vsd);
     Report report{"vlans",
-                  summary_of(vlans->data.stat),
+                  wire::json_of(vlans->data.stat),
                   {{"VLAN", "vlan"},
                    {"NAME", "name"},
                    {"MODE", "mode"},
-                   {"MANAGE", "manage_vlan"},
+                   {"MANAGE", "manage_vid"},
                    {"MEMBERS", "members"},
-                   {"UP", "members_up"},
-                   {"SVI", "svi"},
-                   {"USERS", "users"},
-                   {"OPERATOR", "by_operator"},
+                   {"UP", "up_mem"},
+                   {"SVI", "svi_ifx"},
+                   {"USERS", "ref"},
+                   {"OPERATOR", "created_by_cli"},
                    {"VERSION", "version"},
-                   {"CREATED-AT", "created_at"}},
+                   {"CREATED-AT", "create_time"}},
                   {}};
     for (unsigned vid = BRI_VID_MIN; vid <= BRI_VID_MAX; ++vid) {
         const vle &entry = vlans->data.vlans[vid];
         if (entry.vid != 0 && chosen(selection.vlans, vid) && has_a_chosen_port(entry, selection.ports))
-            report.rows.push_back(row_of(entry, vid));
+            report.rows.push_back(indexed("vlan", vid, without_leftovers(entry)));
     }
     return report;
 }
@@ -92,16 +74,18 @@ Report look_at_vlans(int32_t vsd, const Selection &selection) {
 Report look_at_protocols(int32_t vsd, const Selection & /*selection*/) {
     const auto vlans = look<bri_vlandb>(kVlanSegment, vsd);
     const bri_proto_registry &registry = vlans->data.proto;
-    Report report{"protocols",
-                  Json::object(),
-                  {{"NUMBER", "number"}, {"PROTOCOL", "name"}, {"ENABLED", "enabled"}, {"BLOCKED-BY", "blocked_by"}},
-                  {}};
+    Report report{
+        "protocols",
+        Json::object(),
+        {{"NUMBER", "number"}, {"PROTOCOL", "protocol"}, {"ENABLED", "enabled"}, {"BLOCKED-BY", "blocked_by"}},
+        {}};
+    const bri_proto_registry blocking = effective(registry);
     for (uint32_t proto = 1; proto < BRI_PROT_MAX; ++proto)
         report.rows.push_back({{"number", proto},
-                               {"name", bridge_proto_get_name(proto)},
+                               {"protocol", name_of(proto)},
                                {"enabled", (registry.state >> proto & 1) != 0},
-                               {"blocked_by", names_of(registry.prejudge[proto] & ~(uint32_t{1} << proto))},
-                               {"mask", registry.prejudge[proto]}});
+                               {"blocked_by", mask_text(blocking, proto)},
+                               {"prejudge", mask_text(registry, proto)}});
     return report;
 }
 
