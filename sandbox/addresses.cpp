@@ -77,42 +77,11 @@ void Addresses::clear() {
     hosts_.clear();
 }
 
-void Addresses::take_vlan_delete(Bytes payload) {
-    if (payload.size < sizeof(bri_mac_vlanmap_del))
-        return;
-    const auto request = bri::load_at<bri_mac_vlanmap_del>(payload, 0);
+void Addresses::delete_dynamic(const bri_mac_vlanmap_del &request) {
     announce(macs_.remove_if([&](const bri_mac_entry &entry) {
         return is_dynamic(entry) && entry.bcast_id <= BRI_VID_MAX && holds(request.vlans, entry.bcast_id) &&
                (request.ifx == 0 || request.ifx == entry.ifx);
     }));
-}
-
-bool Addresses::take_request(uint32_t type, Bytes payload) {
-    switch (type) {
-    case MAC_EVENT_NOTIFY_ADDR:
-        apply_run(payload);
-        return true;
-    case MVLAN_EVENT_NOTIFY_ENTRY:
-        if (payload.size >= sizeof(mvlan_msg))
-            apply(bri::load_at<mvlan_msg>(payload, 0));
-        return true;
-    case MAC_EVENT_ROLLBACK_ADDR:
-    case MAC_EVENT_BYPASS_ADDR:
-        apply_run(payload);
-        return false;
-    case MAC_EVENT_DEL_DYN_ON_VLANMAP:
-    case MAC_EVENT_DEL_DYN_ON_INTF_VLANMAP:
-        take_vlan_delete(payload);
-        return false;
-    case MAC_EVENT_NONDYN_CHECK_BEGIN:
-        begin_check(false, bri::load_at<uint32_t>(payload, 0));
-        return false;
-    case MAC_EVENT_NONDYN_CHECK_END:
-        end_check(false, bri::load_at<uint32_t>(payload, 0));
-        return false;
-    default:
-        return false;
-    }
 }
 
 } // namespace sandbox

@@ -16,16 +16,14 @@ class Addresses {
   public:
     explicit Addresses(Announce announce) : announce_(std::move(announce)) {}
 
-    // A request that came through the server socket. True when it is answered with that; the others still come back as
-    // the events of their number.
-    bool take_request(uint32_t type, Bytes payload);
-
     // One change, and a run of them. How many addresses changed.
     size_t apply(const bri_mac_msg &record);
     size_t apply_run(Bytes records);
     // The addresses that change between the two calls, or are added once more, stay; the others of the kind go.
     void begin_check(bool dynamic, uint32_t type = 0);
     void end_check(bool dynamic, uint32_t type = 0);
+    // The learned addresses of those VLANs, on one port unless that is 0, go.
+    void delete_dynamic(const bri_mac_vlanmap_del &request);
     // False when there was nothing to change.
     bool apply(const mvlan_msg &request);
     // Every entry of the submodule's table, as an add, for somebody who asks for its data.
@@ -38,7 +36,6 @@ class Addresses {
 
   private:
     size_t announce(const MacChanges &changes) const;
-    void take_vlan_delete(Bytes payload);
 
     Announce announce_;
     MacTable macs_;

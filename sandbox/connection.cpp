@@ -13,8 +13,8 @@ constexpr size_t kQueueLimit = size_t{64} << 20;
 
 } // namespace
 
-Connection::Connection(event_base *base, evutil_socket_t descriptor, unsigned id, ConnectionOwner &owner)
-    : channel_(bufferevent_socket_new(base, descriptor, BEV_OPT_CLOSE_ON_FREE)), id_(id), owner_(owner) {
+Connection::Connection(Loop &loop, evutil_socket_t descriptor, unsigned id, ConnectionOwner &owner)
+    : channel_(bufferevent_socket_new(loop.base(), descriptor, BEV_OPT_CLOSE_ON_FREE)), id_(id), owner_(owner) {
     const auto on_read = [](bufferevent *, void *self) { static_cast<Connection *>(self)->on_readable(); };
     const auto on_end = [](bufferevent *, short what, void *self) {
         const int error = evutil_socket_geterror(-1);
@@ -25,9 +25,10 @@ Connection::Connection(event_base *base, evutil_socket_t descriptor, unsigned id
     bufferevent_enable(channel_.get(), EV_READ | EV_WRITE);
 }
 
-std::string Connection::text() const {
-    const std::string name = registration.name();
-    return "client " + std::to_string(id_) + (name.empty() ? "" : " (" + name + ")");
+const Client &Connection::party() const {
+    if (party_ == nullptr || party_->name != registration.name())
+        party_ = std::make_shared<const Party>(Party{id_, registration.name()});
+    return party_;
 }
 
 size_t Connection::queued() const {

@@ -5,6 +5,7 @@
 #include "sandbox/batch.h"
 #include "sandbox/loop.h"
 #include "sandbox/registration.h"
+#include "sandbox/trace.h"
 
 #include <cstdint>
 #include <string>
@@ -25,7 +26,7 @@ class ConnectionOwner {
 
 class Connection {
   public:
-    Connection(event_base *base, evutil_socket_t descriptor, unsigned id, ConnectionOwner &owner);
+    Connection(Loop &loop, evutil_socket_t descriptor, unsigned id, ConnectionOwner &owner);
     Connection(const Connection &) = delete;
     Connection &operator=(const Connection &) = delete;
 
@@ -41,8 +42,9 @@ class Connection {
     Registration registration;
 
     [[nodiscard]] unsigned id() const { return id_; }
-    // "client 3 (port_watch)"
-    [[nodiscard]] std::string text() const;
+    // The client as records name it.
+    [[nodiscard]] const Client &party() const;
+    [[nodiscard]] std::string text() const { return party()->text(); }
     [[nodiscard]] bool open() const { return channel_ != nullptr; }
     [[nodiscard]] bool stalled() const { return stalled_; }
     [[nodiscard]] size_t queued() const;
@@ -57,6 +59,7 @@ class Connection {
 
     BufferEvent channel_;
     unsigned id_;
+    mutable Client party_;
     ConnectionOwner &owner_;
     bool stalled_ = false;
     uint64_t received_ = 0;

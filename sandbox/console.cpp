@@ -1,8 +1,6 @@
 #include "sandbox/console.h"
 
 #include <cerrno>
-#include <cstring>
-#include <fstream>
 #include <stdexcept>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -20,62 +18,79 @@ bool always_readable(int descriptor) {
 
 } // namespace
 
-CommandStream::CommandStream(event_base *base, Commands &commands, Failed failed)
-    : commands_(commands), failed_(std::move(failed)), step_(base, [this] { step(); }), limit_(base, [this] {
-          timed_out_ = true;
-          step();
-      }) {}
+CommandStream::CommandStream(Sandbox &sandbox, StreamOwner owner)
+    : sandbox_(sandbox), owner_(std::move(owner)), step_(sandbox.loop, [this] { step(); }),
+      limit_(sandbox.loop,
+             [this] {
+                 timed_out_ = true;
+                 step();
+             }),
+      changes_(sandbox.trace.subscribe([this](const Record &) { wake(); })) {}
 
 void CommandStream::add_line(std::string line) {
-    lines_.push_back(std::move(line));
+    script_.add(std::move(line));
+    wake();
+}
+
+void CommandStream::add_script(const std::string &path) {
+    script_.add_file(path);
     wake();
 }
 
 void CommandStream::wake() {
-    if (wait_ || !lines_.empty())
-        step_.start(Milliseconds(0));
+    if (!idle())
+        step_.start(Microseconds(0));
 }
 
 void CommandStream::step() {
-    if (wait_ && still_waiting())
-        return;
-    while (!wait_ && !lines_.empty())
-        run_next();
-}
-
-bool CommandStream::still_waiting() {
-    const bool done = wait_->done();
-    if (!done && !timed_out_)
-        return true;
-    const std::string error = done ? "" : wait_->timed_out;
-    limit_.cancel();
-    wait_.reset();
-    if (!error.empty())
-        fail(error);
-    return false;
-}
-
-void CommandStream::run_next() {
-    const std::string line = lines_.front();
-    lines_.pop_front();
     try {
-        wait_ = commands_.run(line, state_);
+        look_at_wait();
+        while (!wait_ && run_next())
+            look_at_wait();
     } catch (const std::exception &error) {
-        return fail(error.what());
+        wait_.reset();
+        limit_.cancel();
+        fail(error.what());
     }
+}
+
+void CommandStream::look_at_wait() {
     if (!wait_)
         return;
+    std::optional<Answer> answer = wait_->done();
+    if (!answer && !timed_out_)
+        return;
+    const Wait ended = std::move(*wait_);
+    wait_.reset();
+    limit_.cancel();
+    if (!answer && !ended.timed_out.empty())
+        throw std::runtime_error(ended.timed_out);
+    owner_.answered(answer ? *answer : ended.passed);
+}
+
+bool CommandStream::run_next() {
+    const std::optional<std::string> line = script_.next();
+    if (!line)
+        return false;
+    Outcome outcome = run_command(sandbox_, *line, session_);
+    if (!outcome.wait) {
+        owner_.answered(outcome.answer);
+        return true;
+    }
+    wait_ = std::move(outcome.wait);
     timed_out_ = false;
     limit_.start(wait_->limit);
-    step_.start(Milliseconds(0));
+    return true;
 }
 
 void CommandStream::fail(const std::string &error) {
-    if (!failed_(error))
-        lines_.clear();
+    if (owner_.failed(error))
+        wake();
+    else
+        script_.clear();
 }
 
-StandardInput::StandardInput(event_base *base, CommandStream &stream) : stream_(stream) {
+StandardInput::StandardInput(Loop &loop, CommandStream &stream) : stream_(stream) {
     if (always_readable(STDIN_FILENO)) {
         while (read_some()) {
         }
@@ -86,7 +101,7 @@ StandardInput::StandardInput(event_base *base, CommandStream &stream) : stream_(
         if (!self.read_some())
             self.readable_.reset();
     };
-    readable_.reset(event_new(base, STDIN_FILENO, EV_READ | EV_PERSIST, on_readable, this));
+    readable_.reset(event_new(loop.base(), STDIN_FILENO, EV_READ | EV_PERSIST, on_readable, this));
     event_add(readable_.get(), nullptr);
 }
 
@@ -110,14 +125,6 @@ void StandardInput::take_lines() {
     for (size_t end = 0; (end = text_.find('\n', begin)) != std::string::npos; begin = end + 1)
         stream_.add_line(text_.substr(begin, end - begin));
     text_.erase(0, begin);
-}
-
-void add_script(CommandStream &stream, const std::string &path) {
-    std::ifstream file(path);
-    if (!file)
-        throw std::runtime_error("cannot read " + path + ": " + std::strerror(errno));
-    for (std::string line; std::getline(file, line);)
-        stream.add_line(line);
 }
 
 } // namespace sandbox

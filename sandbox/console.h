@@ -1,48 +1,56 @@
-// Where commands come from: a script file or standard input. Each stream runs its lines in order and stands still while
-// one of them waits; several streams run side by side.
+// Where commands come from: scripts, standard input, the control socket. Each is a stream that runs its lines in order
+// and stands still while one of them waits; several streams run side by side.
 #pragma once
 
-#include "sandbox/commands.h"
-#include "sandbox/loop.h"
+#include "sandbox/sandbox.h"
+#include "sandbox/script.h"
 
-#include <deque>
 #include <functional>
 #include <optional>
 #include <string>
 
 namespace sandbox {
 
+// Who is told what becomes of a stream's commands.
+struct StreamOwner {
+    std::function<void(const Answer &)> answered;
+    std::function<bool(const std::string &error)> failed; // false ends the stream
+};
+
 class CommandStream {
   public:
-    // `failed` is told the text of a command's error; false from it ends the stream.
-    using Failed = std::function<bool(const std::string &error)>;
-    CommandStream(event_base *base, Commands &commands, Failed failed);
+    CommandStream(Sandbox &sandbox, StreamOwner owner);
 
     void add_line(std::string line);
+    void add_script(const std::string &path);
     // Something has changed that a command may be waiting for. Runs nothing before the loop comes round again, so that
     // no command runs inside the handling of a message.
     void wake();
+    [[nodiscard]] bool idle() const { return !wait_ && script_.empty(); }
 
   private:
     void step();
-    bool still_waiting();
-    void run_next();
+    void look_at_wait();
+    bool run_next();
     void fail(const std::string &error);
 
-    Commands &commands_;
-    Failed failed_;
-    std::deque<std::string> lines_;
-    StreamState state_;
+    Sandbox &sandbox_;
+    StreamOwner owner_;
+    Script script_;
+    Session session_;
     std::optional<Wait> wait_;
     bool timed_out_ = false;
     Timer step_;
     Timer limit_;
+    Trace::Subscription changes_;
 };
 
 // Standard input's lines, as they come.
 class StandardInput {
   public:
-    StandardInput(event_base *base, CommandStream &stream);
+    StandardInput(Loop &loop, CommandStream &stream);
+
+    std::function<void()> on_end = [] {};
 
   private:
     bool read_some(); // false at the end
@@ -52,8 +60,5 @@ class StandardInput {
     std::string text_;
     Event readable_;
 };
-
-// Throws std::runtime_error when the file cannot be read.
-void add_script(CommandStream &stream, const std::string &path);
 
 } // namespace sandbox

@@ -1,7 +1,7 @@
 #include "sandbox/debug_commands.h"
 
 #include "sandbox/batch.h"
-#include "sandbox/names.h"
+#include "sandbox/parse.h"
 
 #include <bridge/debug.h>
 #include <bridge/events.h>

@@ -2,9 +2,8 @@
 
 #include "sandbox/kernel_messages.h"
 #include "sandbox/local_socket.h"
-#include "sandbox/names.h"
 #include "sandbox/netlink_reply.h"
-#include "sandbox/output.h"
+#include "sandbox/parse.h"
 
 #include <cerrno>
 #include <sys/socket.h>
@@ -57,8 +56,8 @@ class Kernel::Socket {
     uint32_t groups_ = 0;
 };
 
-Kernel::Kernel(event_base *base, const std::string &tmpdir, Addresses &addresses)
-    : base_(base), addresses_(addresses), path_(socket_path(tmpdir, ".kernel_socket")) {}
+Kernel::Kernel(Loop &loop, const std::string &tmpdir, Trace &trace, Addresses &addresses)
+    : loop_(loop), trace_(trace), addresses_(addresses), path_(socket_path(tmpdir, ".kernel_socket")) {}
 
 Kernel::~Kernel() {
     if (listener_ != nullptr)
@@ -70,7 +69,7 @@ void Kernel::listen() {
         static_cast<Kernel *>(self)->accept(descriptor);
     };
     const unsigned options = LEV_OPT_CLOSE_ON_FREE | LEV_OPT_CLOSE_ON_EXEC;
-    listener_.reset(evconnlistener_new(base_, on_accept, this, options, 0, listen_at(path_, SOCK_SEQPACKET)));
+    listener_.reset(evconnlistener_new(loop_.base(), on_accept, this, options, 0, listen_at(path_, SOCK_SEQPACKET)));
 }
 
 void Kernel::accept(evutil_socket_t descriptor) {
@@ -133,7 +132,7 @@ void Kernel::answer(const Socket &socket, Bytes packet) {
 void Kernel::take_message(const Socket &socket, Bytes packet) {
     const std::optional<KernelMessage> message = kernel_message(packet);
     if (message)
-        say("kernel: got %s, %zu bytes", event_text(message->type).c_str(), message->data.size);
+        trace_.note("kernel: got " + event_text(message->type) + ", " + std::to_string(message->data.size) + " bytes");
     if (state_ == KernelState::kSilent)
         return;
     if (state_ == KernelState::kError)

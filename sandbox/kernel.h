@@ -6,6 +6,7 @@
 #include "sandbox/addresses.h"
 #include "sandbox/batch.h"
 #include "sandbox/loop.h"
+#include "sandbox/trace.h"
 
 #include <cstdint>
 #include <list>
@@ -20,7 +21,7 @@ enum class KernelState { kUp, kDown, kError, kLong, kSilent };
 
 class Kernel {
   public:
-    Kernel(event_base *base, const std::string &tmpdir, Addresses &addresses);
+    Kernel(Loop &loop, const std::string &tmpdir, Trace &trace, Addresses &addresses);
     ~Kernel();
     Kernel(const Kernel &) = delete;
     Kernel &operator=(const Kernel &) = delete;
@@ -45,7 +46,8 @@ class Kernel {
     void answer(const Socket &socket, Bytes packet);
     void take_message(const Socket &socket, Bytes packet);
 
-    event_base *base_;
+    Loop &loop_;
+    Trace &trace_;
     Addresses &addresses_;
     std::string path_;
     Listener listener_;

@@ -1,10 +1,13 @@
 #include "sandbox/loop.h"
 
+#include <cmath>
 #include <utility>
 
 namespace sandbox {
 
 namespace {
+
+constexpr long long kMicroseconds = 1000000;
 
 void on_timer(evutil_socket_t, short, void *fire) {
     (*static_cast<std::function<void()> *>(fire))();
@@ -12,13 +15,26 @@ void on_timer(evutil_socket_t, short, void *fire) {
 
 } // namespace
 
-Timer::Timer(event_base *base, std::function<void()> fire)
-    : fire_(std::move(fire)), event_(event_new(base, -1, 0, on_timer, &fire_)) {}
+Loop::Loop(double scale) : base_(event_base_new()), scale_(scale) {}
 
-void Timer::start(Milliseconds after) {
-    timeval time{};
-    time.tv_sec = static_cast<time_t>(after.count() / 1000);
-    time.tv_usec = static_cast<suseconds_t>(after.count() % 1000 * 1000);
+Microseconds Loop::now() const {
+    const std::chrono::duration<double, std::micro> passed = std::chrono::steady_clock::now() - start_;
+    return Microseconds(std::llround(passed.count() * scale_));
+}
+
+timeval Loop::real(Microseconds time) const {
+    const long long wall = std::llround(static_cast<double>(time.count()) / scale_);
+    timeval result{};
+    result.tv_sec = static_cast<time_t>(wall / kMicroseconds);
+    result.tv_usec = static_cast<suseconds_t>(wall % kMicroseconds);
+    return result;
+}
+
+Timer::Timer(Loop &loop, std::function<void()> fire)
+    : loop_(loop), fire_(std::move(fire)), event_(event_new(loop.base(), -1, 0, on_timer, &fire_)) {}
+
+void Timer::start(Microseconds after) {
+    const timeval time = loop_.real(after);
     event_add(event_.get(), &time);
 }
 

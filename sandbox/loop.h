@@ -1,4 +1,4 @@
-// The event loop of this program and the libevent handles that clean up after themselves.
+// The event loop of this program, its clock, and the libevent handles that clean up after themselves.
 #pragma once
 
 #include <event2/bufferevent.h>
@@ -12,6 +12,7 @@
 namespace sandbox {
 
 using Milliseconds = std::chrono::milliseconds;
+using Microseconds = std::chrono::microseconds;
 
 template <auto Release> struct Releaser {
     template <class Handle> void operator()(Handle *handle) const { Release(handle); }
@@ -21,17 +22,39 @@ using Event = std::unique_ptr<event, Releaser<event_free>>;
 using BufferEvent = std::unique_ptr<bufferevent, Releaser<bufferevent_free>>;
 using Listener = std::unique_ptr<evconnlistener, Releaser<evconnlistener_free>>;
 
+// The loop and the only clock: all durations of this program are in its time, which runs `scale` times as fast as that
+// of the wall.
+class Loop {
+  public:
+    explicit Loop(double scale = 1);
+
+    [[nodiscard]] event_base *base() const { return base_.get(); }
+    [[nodiscard]] double scale() const { return scale_; }
+    [[nodiscard]] Microseconds now() const; // since the start
+    // How long that takes by the wall's clock.
+    [[nodiscard]] timeval real(Microseconds time) const;
+
+    void run() { event_base_dispatch(base_.get()); }
+    void end() { event_base_loopbreak(base_.get()); }
+
+  private:
+    EventBase base_;
+    double scale_;
+    std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
+};
+
 // A one-shot timer that may be started anew; starting replaces, destroying cancels.
 class Timer {
   public:
-    Timer(event_base *base, std::function<void()> fire);
+    Timer(Loop &loop, std::function<void()> fire);
     Timer(const Timer &) = delete;
     Timer &operator=(const Timer &) = delete;
 
-    void start(Milliseconds after);
+    void start(Microseconds after);
     void cancel();
 
   private:
+    Loop &loop_;
     std::function<void()> fire_;
     Event event_;
 };

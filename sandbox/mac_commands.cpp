@@ -1,8 +1,6 @@
 // The commands about the kernel's address tables.
-#include "sandbox/commands.h"
-#include "sandbox/names.h"
-#include "sandbox/output.h"
-#include "sandbox/verbs.h"
+#include "sandbox/parse.h"
+#include "sandbox/sandbox.h"
 
 #include <bridge/vlan_db.h>
 
@@ -16,8 +14,6 @@
 namespace sandbox {
 
 namespace {
-
-using Words = std::vector<std::string>; // behind the verb
 
 constexpr uint32_t kFillMost = 1000000;
 constexpr const char *kTypes[] = {"?",    "dynamic",  "static", "filter", "local",
@@ -52,10 +48,6 @@ std::string mac_text(const uint8_t (&mac)[6]) {
     return text;
 }
 
-uint16_t parse_vid(const std::string &text) {
-    return static_cast<uint16_t>(parse_number(text, BRI_VID_MAX));
-}
-
 // A record of the given words, address, VLAN, port and type, of which * stands for any.
 bri_mac_msg record_of(bri_mac_oper oper, const Words &words) {
     bri_mac_msg record{};
@@ -74,35 +66,46 @@ bri_mac_msg record_of(bri_mac_oper oper, const Words &words) {
     return record;
 }
 
-void add(Addresses &addresses, const Words &words) {
-    Words whole = words;
+Answer changed(size_t count) {
+    return Answer().say("mac: {count} changed", {{"count", count}});
+}
+
+Outcome add(Sandbox &sandbox, const Call &call) {
+    Words whole = call.words;
     if (whole.size() < 4)
         whole.emplace_back("dynamic");
     if (std::find(whole.begin(), whole.end(), "*") != whole.end())
         throw std::invalid_argument("an address to add is named whole");
-    say("mac: %zu changed", addresses.apply(record_of(BRI_MAC_ADD, whole)));
+    return changed(sandbox.bridge.addresses().apply(record_of(BRI_MAC_ADD, whole)));
 }
 
-void remove(Addresses &addresses, const Words &words) {
-    say("mac: %zu changed", addresses.apply(record_of(BRI_MAC_DEL, words)));
+Outcome remove(Sandbox &sandbox, const Call &call) {
+    return changed(sandbox.bridge.addresses().apply(record_of(BRI_MAC_DEL, call.words)));
 }
 
 // Learned addresses that count up from 06:00:00:00:00:00, for the look of a full table.
-void fill(Addresses &addresses, const Words &words) {
-    const uint32_t count = parse_number(words[0], kFillMost);
-    std::vector<bri_mac_msg> run(count, record_of(BRI_MAC_ADD, {"06:00:00:00:00:00", words[1], words[2], "dynamic"}));
+Outcome fill(Sandbox &sandbox, const Call &call) {
+    const uint32_t count = parse_number(call.words[0], kFillMost);
+    std::vector<bri_mac_msg> run(
+        count, record_of(BRI_MAC_ADD, {"06:00:00:00:00:00", call.words[1], call.words[2], "dynamic"}));
     for (uint32_t i = 0; i < count; ++i)
         for (unsigned byte = 0; byte < sizeof i; ++byte)
             run[i].entry.mac[5 - byte] = static_cast<uint8_t>(i >> 8 * byte);
     const Bytes records{reinterpret_cast<const uint8_t *>(run.data()), run.size() * sizeof run[0]};
-    say("mac: %zu changed", addresses.apply_run(records));
+    return changed(sandbox.bridge.addresses().apply_run(records));
 }
 
-void show(Addresses &addresses, const Words &) {
-    addresses.macs().for_each([](const bri_mac_entry &entry) {
-        say("  %s VLAN %u port %u %s", mac_text(entry.mac).c_str(), entry.bcast_id, entry.ifx, type_text(entry.type));
+Outcome show(Sandbox &sandbox, const Call &) {
+    Answer answer;
+    answer.begin("addresses");
+    sandbox.bridge.addresses().macs().for_each([&](const bri_mac_entry &entry) {
+        answer.row("addresses", "  {mac} VLAN {vlan} port {ifx} {type}",
+                   {{"mac", mac_text(entry.mac)},
+                    {"vlan", entry.bcast_id},
+                    {"ifx", entry.ifx},
+                    {"type", type_text(entry.type)}});
     });
-    say("mac: %zu addresses", addresses.macs().size());
+    return answer.say("mac: {count} addresses", {{"count", sandbox.bridge.addresses().macs().size()}});
 }
 
 // A host's entry as the library asks for it: one address, dynamic.
@@ -116,37 +119,31 @@ mvlan_msg host_entry(MacVlanOper oper, const std::string &mac) {
     return request;
 }
 
-void add_host(Addresses &addresses, const Words &words) {
-    mvlan_msg request = host_entry(kMacVlanAdd, words[0]);
-    request.entry.vlan = parse_vid(words[1]);
-    request.ifx = words.size() > 2 ? parse_number(words[2]) : 0;
-    addresses.apply(request);
+Outcome add_host(Sandbox &sandbox, const Call &call) {
+    mvlan_msg request = host_entry(kMacVlanAdd, call.words[0]);
+    request.entry.vlan = parse_vid(call.words[1]);
+    request.ifx = call.words.size() > 2 ? parse_number(call.words[2]) : 0;
+    sandbox.bridge.addresses().apply(request);
+    return Answer();
 }
 
-void remove_host(Addresses &addresses, const Words &words) {
-    if (!addresses.apply(host_entry(kMacVlanDelete, words[0])))
-        throw std::invalid_argument("no entry for " + words[0]);
+Outcome remove_host(Sandbox &sandbox, const Call &call) {
+    if (!sandbox.bridge.addresses().apply(host_entry(kMacVlanDelete, call.words[0])))
+        throw std::invalid_argument("no entry for " + call.words[0]);
+    return Answer();
 }
 
-void show_hosts(Addresses &addresses, const Words &) {
-    for (const mvlan_msg &known : addresses.hosts().entries())
-        say("  %s mask %s VLAN %u port %u", mac_text(known.entry.mac).c_str(), mac_text(known.entry.mask).c_str(),
-            known.entry.vlan, known.ifx);
-    say("mvlan: %zu entries", addresses.hosts().entries().size());
+Outcome show_hosts(Sandbox &sandbox, const Call &) {
+    Answer answer;
+    answer.begin("entries");
+    for (const mvlan_msg &known : sandbox.bridge.addresses().hosts().entries())
+        answer.row("entries", "  {mac} mask {mask} VLAN {vlan} port {ifx}",
+                   {{"mac", mac_text(known.entry.mac)},
+                    {"mask", mac_text(known.entry.mask)},
+                    {"vlan", known.entry.vlan},
+                    {"ifx", known.ifx}});
+    return answer.say("mvlan: {count} entries", {{"count", sandbox.bridge.addresses().hosts().entries().size()}});
 }
-
-constexpr Verb<Addresses> kMacVerbs[] = {
-    {"add", "MAC VID IFX [TYPE]", "dynamic, static, filter, local, copy, security, other, trusted", 3, 4, add},
-    {"delete", "MAC VID IFX TYPE", "all that match; * and what is left out stand for any", 1, 4, remove},
-    {"fill", "COUNT VID IFX", "that many dynamic addresses, from 06:00:00:00:00:00 on", 3, 3, fill},
-    {"show", "", "the table", 0, 0, show},
-};
-
-constexpr Verb<Addresses> kHostVerbs[] = {
-    {"add", "MAC VID [IFX]", "put the host with that address in a VLAN", 2, 3, add_host},
-    {"delete", "MAC", "withdraw that", 1, 1, remove_host},
-    {"show", "", "the entries", 0, 0, show_hosts},
-};
 
 constexpr struct {
     const char *name;
@@ -156,35 +153,44 @@ constexpr struct {
     {"long", KernelState::kLong}, {"silent", KernelState::kSilent},
 };
 
+Outcome kernel(Sandbox &sandbox, const Call &call) {
+    constexpr uint32_t largest_error = 4095;
+    Kernel &module = sandbox.kernel;
+    const auto *const row = std::find_if(std::begin(kKernelStates), std::end(kKernelStates), [&](const auto &known) {
+        return call.words.empty() ? known.state == module.state() : call.words[0] == known.name;
+    });
+    if (call.words.empty())
+        return Answer().say(
+            "kernel: {state}, {sockets} sockets, {listeners} listen, family {family}, {addresses} addresses",
+            {{"state", row->name},
+             {"sockets", module.sockets()},
+             {"listeners", module.listeners()},
+             {"family", module.family()},
+             {"addresses", sandbox.bridge.addresses().macs().size()}});
+    if (row == std::end(kKernelStates))
+        throw std::invalid_argument("no such state: " + call.words[0]);
+    if (call.words.size() > 1 && row->state != KernelState::kError)
+        throw std::invalid_argument("only error takes a number");
+    const uint32_t error = call.words.size() > 1 ? parse_number(call.words[1], largest_error) : uint32_t{EIO};
+    module.set_state(row->state, static_cast<int>(error));
+    return Answer();
+}
+
+constexpr Command kCommands[] = {
+    {"mac add", "MAC VID IFX [TYPE]", "dynamic, static, filter, local, copy, security, other, trusted", add},
+    {"mac delete", "MAC [VID] [IFX] [TYPE]", "all that match; * and what is left out stand for any", remove},
+    {"mac fill", "COUNT VID IFX", "that many dynamic addresses, from 06:00:00:00:00:00 on", fill},
+    {"mac show", "", "the table", show},
+    {"mvlan add", "MAC VID [IFX]", "put the host with that address in a VLAN", add_host},
+    {"mvlan delete", "MAC", "withdraw that", remove_host},
+    {"mvlan show", "", "the entries", show_hosts},
+    {"kernel", "[STATE [ERRNO]]", "the kernel's bridge module: up, down, error, long or silent; or show it", kernel},
+};
+
 } // namespace
 
-Commands::Result Commands::mac(const Words &words, StreamState &) {
-    run_verb(kMacVerbs, bridge_.addresses(), words);
-    return std::nullopt;
-}
-
-Commands::Result Commands::mvlan(const Words &words, StreamState &) {
-    run_verb(kHostVerbs, bridge_.addresses(), words);
-    return std::nullopt;
-}
-
-Commands::Result Commands::kernel(const Words &words, StreamState &) {
-    constexpr uint32_t largest_error = 4095;
-    const auto *const row = std::find_if(std::begin(kKernelStates), std::end(kKernelStates), [&](const auto &known) {
-        return words.size() == 1 ? known.state == kernel_.state() : words[1] == known.name;
-    });
-    if (words.size() == 1) {
-        say("kernel: %s, %zu sockets, %zu listen, family %u, %zu addresses", row->name, kernel_.sockets(),
-            kernel_.listeners(), kernel_.family(), bridge_.addresses().macs().size());
-        return std::nullopt;
-    }
-    if (row == std::end(kKernelStates))
-        throw std::invalid_argument("no such state: " + words[1]);
-    if (words.size() > 2 && row->state != KernelState::kError)
-        throw std::invalid_argument("only error takes a number");
-    const uint32_t error = words.size() > 2 ? parse_number(words[2], largest_error) : uint32_t{EIO};
-    kernel_.set_state(row->state, static_cast<int>(error));
-    return std::nullopt;
+Family mac_commands() {
+    return kCommands;
 }
 
 } // namespace sandbox

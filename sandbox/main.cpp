@@ -1,7 +1,6 @@
 // bridge-sandbox: a bridge server for workstations.
-#include "sandbox/bridge.h"
-#include "sandbox/commands.h"
 #include "sandbox/console.h"
+#include "sandbox/console_lines.h"
 #include "sandbox/output.h"
 
 #include <CLI/CLI.hpp>
@@ -17,63 +16,48 @@ namespace {
 
 using namespace sandbox;
 
-struct Options {
-    std::string tmpdir;
-    std::vector<std::string> scripts;
-    bool slave = false;
-};
-
 class Program {
   public:
-    explicit Program(const Options &options)
-        : base_(event_base_new()), bridge_(base_.get(), options.tmpdir, options.slave),
-          kernel_(base_.get(), options.tmpdir, bridge_.addresses()),
-          commands_(bridge_, kernel_, [this] { event_base_loopbreak(base_.get()); }) {
-        bridge_.on_change = [this] {
-            for (CommandStream &stream : streams_)
-                stream.wake();
-        };
+    Program(const Options &options, const std::vector<std::string> &scripts)
+        : sandbox_(options), console_(sandbox_.trace, false) {
         for (const int number : {SIGINT, SIGTERM})
             end_on(number);
-        for (const std::string &path : options.scripts)
-            add_script(add_stream([this, path](const std::string &error) {
-                           say("error in %s: %s", path.c_str(), error.c_str());
-                           exit_code_ = EXIT_FAILURE;
-                           event_base_loopbreak(base_.get());
-                           return false;
-                       }),
-                       path);
+        for (const std::string &path : scripts)
+            add_stream([this, path](const std::string &error) {
+                say("error in %s: %s", path.c_str(), error.c_str());
+                exit_code_ = EXIT_FAILURE;
+                sandbox_.loop.end();
+                return false;
+            }).add_script(path);
     }
 
     int run() {
-        bridge_.server().listen();
-        kernel_.listen();
-        Vlans::open(); // not before this is the only server
-        say("listening at %s", bridge_.server().path().c_str());
-        const StandardInput input(base_.get(), add_stream([](const std::string &error) {
+        sandbox_.open();
+        say("listening at %s", sandbox_.bridge.server().path().c_str());
+        const StandardInput input(sandbox_.loop, add_stream([](const std::string &error) {
                                       say("error: %s", error.c_str());
                                       return true;
                                   }));
-        event_base_dispatch(base_.get());
+        sandbox_.loop.run();
         return exit_code_;
     }
 
   private:
-    CommandStream &add_stream(CommandStream::Failed failed) {
-        return streams_.emplace_back(base_.get(), commands_, std::move(failed));
+    CommandStream &add_stream(std::function<bool(const std::string &)> failed) {
+        const auto answered = [](const Answer &answer) {
+            for (const std::string &line : answer.lines())
+                say("%s", line.c_str());
+        };
+        return streams_.emplace_back(sandbox_, StreamOwner{answered, std::move(failed)});
     }
     void end_on(int number) {
-        const auto end = [](evutil_socket_t, short, void *base) {
-            event_base_loopbreak(static_cast<event_base *>(base));
-        };
-        signals_.emplace_back(evsignal_new(base_.get(), number, end, base_.get()));
+        const auto end = [](evutil_socket_t, short, void *loop) { static_cast<Loop *>(loop)->end(); };
+        signals_.emplace_back(evsignal_new(sandbox_.loop.base(), number, end, &sandbox_.loop));
         event_add(signals_.back().get(), nullptr);
     }
 
-    EventBase base_;
-    Bridge bridge_;
-    Kernel kernel_;
-    Commands commands_;
+    Sandbox sandbox_;
+    ConsoleLines console_;
     std::list<CommandStream> streams_;
     std::list<Event> signals_;
     int exit_code_ = EXIT_SUCCESS;
@@ -90,14 +74,14 @@ std::string environment(const char *name) {
 int main(int argc, char **argv) {
     try {
         Options options;
+        std::vector<std::string> scripts;
         options.tmpdir = environment("TMPDIR");
         std::string role = "master";
         CLI::App app("A bridge server for workstations: host daemons connect to it as they do on the switch. It takes "
                      "commands on standard input (try help) and from scripts.");
         app.add_option("--tmpdir", options.tmpdir, "Where clients look for the server; TMPDIR by default")
             ->type_name("DIR");
-        app.add_option("--script", options.scripts,
-                       "Commands to run first; a failing one ends the server with status 1")
+        app.add_option("--script", scripts, "Commands to run first; a failing one ends the server with status 1")
             ->type_name("FILE");
         app.add_option("--role", role, "The clients' role: master or slave")->check(CLI::IsMember({"master", "slave"}));
         CLI11_PARSE(app, argc, argv);
@@ -105,7 +89,7 @@ int main(int argc, char **argv) {
         std::signal(SIGPIPE, SIG_IGN);
         if (options.tmpdir.empty())
             throw std::runtime_error("TMPDIR is not set");
-        return Program(options).run();
+        return Program(options, scripts).run();
     } catch (const std::exception &error) {
         std::fprintf(stderr, "bridge-sandbox: %s\n", error.what());
         return EXIT_FAILURE;

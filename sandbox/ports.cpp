@@ -1,7 +1,6 @@
 #include "sandbox/ports.h"
 
 #include "base/shared_word.h"
-#include "sandbox/output.h"
 
 #include <cstddef>
 #include <cstring>
@@ -275,15 +274,21 @@ void Ports::announce_allowed(uint32_t ifx) const {
     announce_(VLAN_EVENT_MODIFY_INTF_ALLOWVL, bytes_of(record));
 }
 
-void Ports::show() {
+Answer Ports::show() {
+    Answer answer;
+    answer.begin("ports");
     unsigned number = 0;
     for_each_port([&](uint32_t ifx) {
         const spcb &port = existing(ifx);
-        say("  port %u %s native %u allows %s member of %s", ifx, swport_vlan_mode_name(word::load(port.mode)),
-            word::load(port.default_vid), vlans_text(port.allow_vlan).c_str(), vlans_text(memberships(ifx)).c_str());
+        answer.row("ports", "  port {ifx} {mode} native {pvid} allows {allow} member of {member}",
+                   {{"ifx", ifx},
+                    {"mode", swport_vlan_mode_name(word::load(port.mode))},
+                    {"pvid", word::load(port.default_vid)},
+                    {"allow", vlans_text(port.allow_vlan)},
+                    {"member", vlans_text(memberships(ifx))}});
         ++number;
     });
-    say("ports: %u", number);
+    return answer.say("ports: {count}", {{"count", number}});
 }
 
 uint32_t parse_port_mode(const std::string &text) {

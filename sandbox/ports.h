@@ -1,6 +1,7 @@
 // The switch ports: this program is the owner of their blocks in shared memory.
 #pragma once
 
+#include "sandbox/answer.h"
 #include "sandbox/batch.h"
 #include "sandbox/vlan_sets.h"
 
@@ -44,7 +45,7 @@ class Ports {
     void vlans_created(const vlanset &vlans);
     void vlans_leaving(const vlanset &vlans);
 
-    static void show();
+    static Answer show();
 
   private:
     void take_out(uint32_t ifx, const vlanset &vlans);

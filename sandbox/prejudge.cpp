@@ -4,9 +4,9 @@
 
 namespace sandbox {
 
-Prejudge::Prejudge(event_base *base, Server &server)
-    : server_(server), limit_(base, [this] { time_out(); }), next_(base, [this] { begin_next(); }),
-      lost_(base, [this] { forget_lost(); }) {}
+Prejudge::Prejudge(Loop &loop, Server &server, Announcer &announcer)
+    : server_(server), announcer_(announcer), limit_(loop, [this] { time_out(); }),
+      next_(loop, [this] { begin_next(); }), lost_(loop, [this] { forget_lost(); }) {}
 
 void Prejudge::ask(Vlans vlans, Settled settled) {
     questions_.push_back({std::move(vlans), std::move(settled)});
@@ -33,12 +33,12 @@ void Prejudge::send_question() {
     type_ = one ? VLAN_EVENT_CREATE_PREJ : VLAN_EVENT_CREATE_RANGE_PREJ;
     vl_evt_vlan_rec record{};
     record.vid = lowest(vlans_);
-    Batch batch;
-    batch.add(type_, one ? bytes_of(record) : bytes_of(vlans_));
+    const Bytes question = one ? bytes_of(record) : bytes_of(vlans_);
+    const std::vector<Message> messages = {{type_, {question.data, question.data + question.size}}};
     server_.for_each(Target(), [&](Connection &client) {
-        if (!client.registration.complete() || !client.registration.wants(type_))
+        if (!gets(client, type_))
             return;
-        client.send(batch);
+        announcer_.tell(client, messages);
         if (client.open())
             waiting_.insert(client.id());
     });

@@ -1,6 +1,7 @@
 // The question to the clients whether VLANs may be created.
 #pragma once
 
+#include "sandbox/announcer.h"
 #include "sandbox/loop.h"
 #include "sandbox/server.h"
 #include "sandbox/vlan_sets.h"
@@ -18,7 +19,7 @@ namespace sandbox {
 // Every client that registered the question is asked and every one must accept. A client that has gone need not.
 class Prejudge {
   public:
-    Prejudge(event_base *base, Server &server);
+    Prejudge(Loop &loop, Server &server, Announcer &announcer);
 
     // `vlans` gives the set when its turn has come; an empty one is settled without a question. `settled` is told that
     // set and why it was refused, nothing when it was accepted.
@@ -48,6 +49,7 @@ class Prejudge {
     void forget_lost();
 
     Server &server_;
+    Announcer &announcer_;
     std::deque<Question> questions_; // the first one is out when asking_
     bool asking_ = false;
     uint32_t type_ = 0;

@@ -1,7 +1,6 @@
 #include "sandbox/server.h"
 
 #include "sandbox/local_socket.h"
-#include "sandbox/output.h"
 
 #include <stdexcept>
 #include <sys/socket.h>
@@ -15,12 +14,12 @@ constexpr Milliseconds kRetry{1000};
 } // namespace
 
 bool Target::matches(const Connection &client) const {
-    return all() || text_ == "@" + std::to_string(client.id()) || text_ == "@" + client.registration.name();
+    return all() || client.party()->is(text_);
 }
 
-Server::Server(event_base *base, const std::string &tmpdir, ConnectionOwner &owner)
-    : base_(base), path_(socket_path(tmpdir, ".server_socket")), owner_(owner),
-      listen_again_(base, [this] { listen_again(); }) {}
+Server::Server(Loop &loop, const std::string &tmpdir, Trace &trace, ConnectionOwner &owner)
+    : loop_(loop), trace_(trace), path_(socket_path(tmpdir, ".server_socket")), owner_(owner),
+      listen_again_(loop, [this] { listen_again(); }) {}
 
 Server::~Server() {
     if (listener_ != nullptr)
@@ -32,10 +31,10 @@ void Server::listen() {
         static_cast<Server *>(self)->accept(descriptor);
     };
     const unsigned options = LEV_OPT_CLOSE_ON_FREE | LEV_OPT_CLOSE_ON_EXEC;
-    listener_.reset(evconnlistener_new(base_, on_accept, this, options, 0, listen_at(path_, SOCK_STREAM)));
+    listener_.reset(evconnlistener_new(loop_.base(), on_accept, this, options, 0, listen_at(path_, SOCK_STREAM)));
 }
 
-void Server::restart(Milliseconds pause) {
+void Server::restart(Microseconds pause) {
     drop(Target());
     listener_.reset();
     unlink(path_.c_str());
@@ -45,17 +44,17 @@ void Server::restart(Milliseconds pause) {
 void Server::listen_again() {
     try {
         listen();
-        say("listening again");
+        trace_.note("listening again");
     } catch (const std::exception &error) {
-        say("%s, trying again", error.what());
+        trace_.note(std::string(error.what()) + ", trying again");
         listen_again_.start(kRetry);
     }
 }
 
 void Server::accept(evutil_socket_t descriptor) {
     remove_closed();
-    clients_.push_back(std::make_unique<Connection>(base_, descriptor, next_id_++, owner_));
-    on_connected(*clients_.back());
+    clients_.push_back(std::make_unique<Connection>(loop_, descriptor, next_id_++, owner_));
+    trace_.note("connected", {clients_.back()->party()});
 }
 
 void Server::remove_closed() {

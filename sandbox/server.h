@@ -25,7 +25,7 @@ class Target {
 class Server {
   public:
     // The socket of the bridge server below `tmpdir`, with its directory.
-    Server(event_base *base, const std::string &tmpdir, ConnectionOwner &owner);
+    Server(Loop &loop, const std::string &tmpdir, Trace &trace, ConnectionOwner &owner);
     ~Server();
     Server(const Server &) = delete;
     Server &operator=(const Server &) = delete;
@@ -33,7 +33,7 @@ class Server {
     // Takes the place of a server that has died; throws std::runtime_error when one is alive or the socket fails.
     void listen();
     // Closes the socket and every connection, and listens again after a while.
-    void restart(Milliseconds pause);
+    void restart(Microseconds pause);
 
     // Each gives the number of clients concerned. A stall of all clients also keeps new ones waiting.
     unsigned stall(const Target &target);
@@ -53,7 +53,6 @@ class Server {
     [[nodiscard]] unsigned registered() const;
     [[nodiscard]] const std::string &path() const { return path_; }
 
-    std::function<void(Connection &)> on_connected = [](Connection &) {};
     // Connections were closed by a drop or a restart, which tell nobody else.
     std::function<void()> on_dropped = [] {};
 
@@ -62,7 +61,8 @@ class Server {
     void listen_again();
     void remove_closed();
 
-    event_base *base_;
+    Loop &loop_;
+    Trace &trace_;
     std::string path_;
     ConnectionOwner &owner_;
     Listener listener_;

@@ -1,7 +1,6 @@
 #include "sandbox/vlans.h"
 
 #include "base/shared_word.h"
-#include "sandbox/output.h"
 
 #include <cstring>
 #include <stdexcept>
@@ -44,8 +43,9 @@ std::string name_of(uint16_t vid) {
 
 } // namespace
 
-Vlans::Vlans(event_base *base, Server &server, Announce announce)
-    : announce_(std::move(announce)), ports_(announce_), prejudge_(base, server) {}
+Vlans::Vlans(Loop &loop, Server &server, Announcer &announcer)
+    : announce_([&announcer](uint32_t type, Bytes payload) { announcer.announce(type, payload); }), ports_(announce_),
+      prejudge_(loop, server, announcer) {}
 
 void Vlans::open() {
     Ports::open();
@@ -62,11 +62,7 @@ void Vlans::create(const vlanset &vlans, uint32_t mode, bool by_operator, Settle
                                                                                    const std::string &refusal) {
         if (refusal.empty())
             create_now(asked, mode, by_operator);
-        if (count(asked) == 0)
-            say("vlan create: they exist already");
-        else
-            say("vlan create %s: %s", vlans_text(asked).c_str(), refusal.empty() ? "done" : refusal.c_str());
-        settled();
+        settled(asked, refusal);
     });
 }
 
@@ -88,10 +84,10 @@ void Vlans::create_now(const vlanset &vlans, uint32_t mode, bool by_operator) {
     ports_.vlans_created(vlans);
 }
 
-void Vlans::remove(const vlanset &vlans) {
+vlanset Vlans::remove(const vlanset &vlans) {
     const vlanset leaving = those_of(vlans, exists);
     if (count(leaving) == 0)
-        return;
+        return leaving;
     for_each_vlan(leaving, [&](uint16_t vid) {
         if (vl_get_svi_ifx(vid) != 0)
             set_svi(vid, 0);
@@ -102,6 +98,7 @@ void Vlans::remove(const vlanset &vlans) {
         announce_vlan(VLAN_EVENT_DESTROY_INDEX, lowest(leaving));
     else
         announce_set(VLAN_EVENT_DESTROY_RANGE, leaving);
+    return leaving;
 }
 
 void Vlans::set_mode(const vlanset &vlans, uint32_t mode) {
@@ -160,18 +157,26 @@ void Vlans::announce_svi(uint16_t vid) const {
     announce_(VLAN_EVENT_SVI_CREATE_DESTROY, bytes_of(record));
 }
 
-void Vlans::show() {
-    for_each_vlan(all_vlans(), [](uint16_t vid) {
+Answer Vlans::show() {
+    Answer answer;
+    answer.begin("vlans");
+    for_each_vlan(all_vlans(), [&](uint16_t vid) {
         vle entry;
         if (vl_get_vlan_copy(vid, &entry) == 0)
             return;
-        std::string ports;
-        bri::bits::for_each(entry.members, 1, BRI_PORT_SLOTS - 1,
-                            [&](unsigned ifx) { ports += " " + std::to_string(ifx); });
-        say("  vlan %u %s %s version %u svi %u ports%s", vid, name_of(vid).c_str(), mode_name(entry.mode),
-            entry.version, entry.svi_ifx, ports.empty() ? " none" : ports.c_str());
+        Fields members = Fields::array();
+        bri::bits::for_each(entry.members, 1, BRI_PORT_SLOTS - 1, [&](unsigned ifx) { members.push_back(ifx); });
+        answer.row("vlans",
+                   "  vlan {vid} {name} {mode} version {version} svi {svi} ports " +
+                       std::string(members.empty() ? "none" : "{members}"),
+                   {{"vid", vid},
+                    {"name", name_of(vid)},
+                    {"mode", mode_name(entry.mode)},
+                    {"version", entry.version},
+                    {"svi", entry.svi_ifx},
+                    {"members", members}});
     });
-    say("vlans: %d", vl_get_vlan_number());
+    return answer.say("vlans: {count}", {{"count", vl_get_vlan_number()}});
 }
 
 uint32_t parse_vlan_mode(const std::string &text) {

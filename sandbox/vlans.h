@@ -16,33 +16,27 @@ namespace sandbox {
 // Each change is made first and announced then, with the version that the table has given the VLAN.
 class Vlans {
   public:
-    Vlans(event_base *base, Server &server, Announce announce);
+    Vlans(Loop &loop, Server &server, Announcer &announcer);
 
     // Maps the tables and sets their limits; what they hold stays, as after a server's death. Throws
     // std::runtime_error.
     static void open();
 
-    // Creates those of the set that do not exist, when no client objects, and tells how it went.
-    using Settled = std::function<void()>;
-    void create(
-        const vlanset &vlans, uint32_t mode, bool by_operator, Settled settled = [] {});
+    // Creates those of the set that do not exist, when no client objects, and tells which these were and why they were
+    // refused, nothing when they were not.
+    using Settled = Prejudge::Settled;
+    void create(const vlanset &vlans, uint32_t mode, bool by_operator, Settled settled);
     // The rest pass VLANs over that do not exist, except the ones for a single VLAN, which throw.
-    void remove(const vlanset &vlans);
+    vlanset remove(const vlanset &vlans); // those that there were
     void set_mode(const vlanset &vlans, uint32_t mode);
     void rename(uint16_t vid, const std::string &name);
     void set_svi(uint16_t vid, uint32_t ifx);
 
-    // A client's message; false when it is not one of the requests and answers that are served here.
-    bool take(const Connection &client, uint32_t type, Bytes payload);
-
-    static void show();
+    static Answer show();
     [[nodiscard]] Ports &ports() { return ports_; }
     [[nodiscard]] Prejudge &prejudge() { return prejudge_; }
 
   private:
-    struct Request;
-    static const Request kRequests[];
-
     void create_now(const vlanset &vlans, uint32_t mode, bool by_operator);
     void announce_vlan(uint32_t type, uint16_t vid) const;
     void announce_set(uint32_t type, const vlanset &vlans) const;

@@ -1,9 +1,12 @@
-#include "sandbox/names.h"
+#include "sandbox/parse.h"
 
 #include <bridge/events.h>
+#include <bridge/port_db.h>
+#include <bridge/vlan_db.h>
 
 #include <cctype>
 #include <cerrno>
+#include <cmath>
 #include <cstdlib>
 #include <map>
 #include <stdexcept>
@@ -48,6 +51,22 @@ uint32_t parse_number(const std::string &text, uint32_t most) {
         value > most)
         throw std::invalid_argument("not a number up to " + std::to_string(most) + ": " + text);
     return static_cast<uint32_t>(value);
+}
+
+uint16_t parse_vid(const std::string &text) {
+    return static_cast<uint16_t>(parse_number(text, BRI_VID_MAX));
+}
+
+uint32_t parse_ifx(const std::string &text) {
+    return parse_number(text, BRI_PORT_SLOTS - 1);
+}
+
+Microseconds parse_seconds(const std::string &text) {
+    char *end = nullptr;
+    const double seconds = std::strtod(text.c_str(), &end);
+    if (text.empty() || *end != '\0' || !(seconds >= 0 && seconds <= 1e6))
+        throw std::invalid_argument("not a number of seconds: " + text);
+    return Microseconds(std::llround(seconds * 1e6));
 }
 
 uint32_t parse_event(const std::string &text) {

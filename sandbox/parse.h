@@ -1,5 +1,7 @@
-// Event types by name and number.
+// The words of commands as values.
 #pragma once
+
+#include "sandbox/loop.h"
 
 #include <cstdint>
 #include <string>
@@ -14,5 +16,10 @@ uint32_t parse_event(const std::string &text);
 
 // A decimal or 0x number. Throws std::invalid_argument for anything else, and for one above `most`.
 uint32_t parse_number(const std::string &text, uint32_t most = UINT32_MAX);
+uint16_t parse_vid(const std::string &text);
+uint32_t parse_ifx(const std::string &text);
+
+// "1.5" as that many seconds. Throws std::invalid_argument for anything else.
+Microseconds parse_seconds(const std::string &text);
 
 } // namespace sandbox

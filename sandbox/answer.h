@@ -1,0 +1,40 @@
+// What a command answers: lines of text and a JSON object, both from the same fields.
+#pragma once
+
+#include <nlohmann/json.hpp>
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace sandbox {
+
+// Names and values in the order in which they are shown.
+using Fields = nlohmann::ordered_json;
+
+class Answer {
+  public:
+    // One line: the pattern with each {name} replaced by that field. The fields become members of the JSON object.
+    Answer &say(std::string_view pattern, const Fields &fields = Fields::object());
+    // One line of a list; the fields become one more element of the JSON object's array of that name. An empty list is
+    // there as well once it has been begun.
+    Answer &begin(const char *list);
+    Answer &row(const char *list, std::string_view pattern, const Fields &fields);
+
+    [[nodiscard]] const std::vector<std::string> &lines() const { return lines_; }
+    [[nodiscard]] std::string text() const; // the lines, each with its end
+    [[nodiscard]] const Fields &json() const { return json_; }
+
+  private:
+    std::vector<std::string> lines_;
+    Fields json_ = Fields::object();
+};
+
+// The pattern with its fields, control characters escaped. An array is its elements with blanks between; where a field
+// is empty, the blank before it goes too. Throws std::logic_error for a name that is no field.
+std::string fill(std::string_view pattern, const Fields &fields);
+
+// Text that may hold anything, on one line: control characters and backslashes as \n, \t, \\ or \x1b.
+std::string escaped(std::string_view text);
+
+} // namespace sandbox

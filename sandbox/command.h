@@ -1,0 +1,84 @@
+// The one mechanism of all commands: rows of words, arguments, help and a handler. Each family of commands is a table
+// in a file of its own.
+#pragma once
+
+#include "sandbox/answer.h"
+#include "sandbox/loop.h"
+
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <optional>
+#include <span>
+#include <string>
+#include <vector>
+
+namespace sandbox {
+
+struct Sandbox; // everything that a command can reach; see sandbox.h
+
+using Words = std::vector<std::string>;
+
+// What one stream of commands remembers.
+struct Session {
+    std::map<std::string, uint64_t> matched; // by condition: the number of the record that its last wait has used up
+};
+
+// Something that the next command of the stream waits for.
+struct Wait {
+    // The answer once it has come, nothing until then. Looked at after every record of the trace and every command;
+    // throws std::exception when it cannot come any more.
+    std::function<std::optional<Answer>()> done;
+    Microseconds limit;
+    std::string timed_out; // the error when the limit passes; empty when passing it is what was asked for
+    Answer passed;         // the answer then
+};
+
+// A handler's answer, now or later.
+struct Outcome {
+    Answer answer;
+    std::optional<Wait> wait;
+
+    // Handlers return either.
+    Outcome(Answer given) : answer(std::move(given)) {} // NOLINT(google-explicit-constructor)
+    Outcome(Wait awaited) : wait(std::move(awaited)) {} // NOLINT(google-explicit-constructor)
+};
+
+struct Call {
+    std::string command; // the row's words
+    Words words;         // those behind them
+    Session &session;
+
+    [[nodiscard]] std::string rest(size_t first = 0) const; // the words from there on, with blanks between
+};
+
+// A handler throws std::invalid_argument with the reason when it refuses. One that says nothing is answered for with
+// "port add: done".
+using Handler = Outcome (*)(Sandbox &sandbox, const Call &call);
+
+struct Command {
+    const char *words;     // "vlan create"
+    const char *arguments; // "LIST [MODE]"; also tells how many there may be: ... for any number, [] for what may lack
+    const char *help;
+    Handler run;
+};
+
+// How many words an arguments text allows.
+struct Arity {
+    size_t least;
+    size_t most;
+};
+Arity arity_of(std::string_view arguments);
+
+using Family = std::span<const Command>;
+
+// The row whose words the line begins with, the longest one; the call has the words behind. Throws
+// std::invalid_argument when there is none, or when it takes another number of words.
+const Command &find_command(std::span<const Family> families, const Words &line, Call &call);
+// The rows that begin with the word, or all; with what stands at the end of the whole list.
+Answer command_help(std::span<const Family> families, const std::string &word);
+
+// Blank-separated; a word that begins with # begins a comment.
+Words split(const std::string &line);
+
+} // namespace sandbox

@@ -1,0 +1,47 @@
+// The commands about the sandbox itself.
+#include "sandbox/parse.h"
+#include "sandbox/sandbox.h"
+
+namespace sandbox {
+
+namespace {
+
+Outcome help(Sandbox &, const Call &call) {
+    Answer answer = command_help(all_commands(), call.rest());
+    if (call.words.empty())
+        answer
+            .say("  @CLIENT is @ and a client's number or name; without it a command is for all clients. TYPE is a "
+                 "number or a")
+            .say("  name such as VLAN_EVENT_RENAME; HEX is pairs of hexadecimal digits, with blanks where you like.");
+    return answer;
+}
+
+Outcome print(Sandbox &, const Call &call) {
+    return Answer().say("{text}", {{"text", call.rest()}});
+}
+
+// What its stream still holds is not run any more.
+Outcome quit(Sandbox &sandbox, const Call &) {
+    sandbox.loop.end();
+    return Answer();
+}
+
+Outcome seed_random(Sandbox &sandbox, const Call &call) {
+    sandbox.random.seed(parse_number(call.words[0]));
+    return Answer();
+}
+
+constexpr Command kCommands[] = {
+    {"print", "[TEXT...]", "print a line", print},
+    {"random seed", "N", "begin the random numbers anew", seed_random},
+    {"help", "[WORD]", "this list, or what begins with the word", help},
+    {"quit", "", "end the server", quit},
+};
+
+} // namespace
+
+Family core_commands() {
+    return kCommands;
+}
+
+} // namespace sandbox

@@ -1,0 +1,81 @@
+// The one stream of everything that happens: what clients send, what they are sent, what becomes of them. The console,
+// trace files and whoever waits for something are its readers.
+#pragma once
+
+#include "sandbox/answer.h"
+#include "sandbox/batch.h"
+#include "sandbox/loop.h"
+
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <list>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace sandbox {
+
+// A client as records name it: its number and, once it has registered, its name.
+struct Party {
+    unsigned id = 0;
+    std::string name;
+
+    [[nodiscard]] std::string text() const; // "client 3 (port_watch)"
+    // "3" or "port_watch", with or without an @ before it.
+    [[nodiscard]] bool is(std::string_view word) const;
+};
+using Client = std::shared_ptr<const Party>;
+using Payload = std::shared_ptr<const std::vector<uint8_t>>;
+Payload payload_of(Bytes bytes);
+
+enum class Kind {
+    kNote,    // in words: a client connected, the server listens
+    kRequest, // a client sent a message
+    kRefusal, // a request was not carried out; `result` says why
+    kEvent    // a message for clients: the ones named have got it, unless `result` says what became of it
+};
+
+struct Record {
+    Kind kind = Kind::kNote;
+    std::vector<Client> clients; // who sent it, got it, or is spoken of
+    uint32_t type = 0;
+    Payload payload;
+    std::string result; // empty when everything took its course
+    std::string note;
+    uint64_t number = 0; // from 1; this and the time are the trace's to set
+    Microseconds time{};
+};
+
+class Trace {
+  public:
+    explicit Trace(const Loop &loop) : loop_(loop) {}
+
+    void add(Record record);
+    void note(std::string text, std::vector<Client> clients = {});
+
+    // Calls the reader for every record from now on, until the subscription is gone. Readers run inside of what they
+    // read about: they take note and act later.
+    using Reader = std::function<void(const Record &)>;
+    using Subscription = std::shared_ptr<void>;
+    [[nodiscard]] Subscription subscribe(Reader reader);
+
+    // The last ones, oldest first: 4096 records or 4 MiB of payload, whichever is less.
+    [[nodiscard]] const std::deque<Record> &history() const { return history_; }
+    // The number of the newest record; 0 before the first.
+    [[nodiscard]] uint64_t last() const { return last_; }
+
+  private:
+    const Loop &loop_;
+    std::list<std::shared_ptr<Reader>> readers_; // empty ones are gone and wait for their removal
+    unsigned depth_ = 0;                         // of add inside of add
+    std::deque<Record> history_;
+    size_t history_bytes_ = 0;
+    uint64_t last_ = 0;
+};
+
+// A record as a line for people, and as JSON.
+std::string record_text(const Record &record);
+Fields record_json(const Record &record);
+
+} // namespace sandbox
