@@ -69,7 +69,7 @@ void CommandStream::look_at_wait() {
 }
 
 bool CommandStream::run_next() {
-    const std::optional<std::string> line = script_.next();
+    const std::optional<std::string> line = sandbox_.ending ? std::nullopt : script_.next();
     if (!line)
         return false;
     Outcome outcome = run_command(sandbox_, *line, session_);

@@ -1,4 +1,5 @@
 // The commands about the sandbox itself.
+#include "sandbox/debug_commands.h"
 #include "sandbox/parse.h"
 #include "sandbox/sandbox.h"
 
@@ -13,6 +14,9 @@ Outcome help(Sandbox &, const Call &call) {
             .say("  @CLIENT is @ and a client's number or name; without it a command is for all clients. TYPE is a "
                  "number or a")
             .say("  name such as VLAN_EVENT_RENAME; HEX is pairs of hexadecimal digits, with blanks where you like.");
+    if (call.words.empty() || call.words[0] == "debug")
+        for (const std::string &line : debug_help())
+            answer.say(line);
     return answer;
 }
 
@@ -20,9 +24,8 @@ Outcome print(Sandbox &, const Call &call) {
     return Answer().say("{text}", {{"text", call.rest()}});
 }
 
-// What its stream still holds is not run any more.
 Outcome quit(Sandbox &sandbox, const Call &) {
-    sandbox.loop.end();
+    sandbox.end();
     return Answer();
 }
 

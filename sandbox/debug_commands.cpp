@@ -60,7 +60,7 @@ DebugMessage value_message(uint32_t type, uint32_t value) {
 
 // Also a negative number, which ends the delay and with it the client's timer; 0 keeps the timer going, without a
 // pause.
-uint32_t parse_seconds(const std::string &text) {
+uint32_t delay_of(const std::string &text) {
     if (text[0] == '-')
         return 0 - parse_number(text.substr(1), INT32_MAX);
     return parse_number(text, INT32_MAX);
@@ -120,7 +120,7 @@ DebugMessage debug_message(const std::vector<std::string> &words) {
     if (words.size() != 2)
         throw std::invalid_argument("debug what? (try help)");
     if (words[0] == "delay")
-        return value_message(DEBUG_EVENT_MSG_DELAY, parse_seconds(words[1]));
+        return value_message(DEBUG_EVENT_MSG_DELAY, delay_of(words[1]));
     if (words[0] == "show")
         return {find(kShows, words[1]), {}};
     return switch_message(find(kSwitches, words[0]), is_on(words[1]));

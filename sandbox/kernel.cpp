@@ -28,7 +28,7 @@ class Kernel::Socket {
             auto &self = *static_cast<Socket *>(argument);
             self.kernel_.read_packet(self);
         };
-        readable_.reset(event_new(kernel.base_, descriptor, EV_READ | EV_PERSIST, on_readable, this));
+        readable_.reset(event_new(kernel.loop_.base(), descriptor, EV_READ | EV_PERSIST, on_readable, this));
         event_add(readable_.get(), nullptr);
     }
 

@@ -1,5 +1,6 @@
 // What clients ask for about addresses.
 #include "sandbox/bridge.h"
+#include "sandbox/request.h"
 
 #include <bridge/events.h>
 

@@ -26,7 +26,7 @@ class Program {
             add_stream([this, path](const std::string &error) {
                 say("error in %s: %s", path.c_str(), error.c_str());
                 exit_code_ = EXIT_FAILURE;
-                sandbox_.loop.end();
+                sandbox_.end();
                 return false;
             }).add_script(path);
     }

@@ -27,7 +27,13 @@ struct Sandbox {
 
     // Takes the place of a server that has died, and maps the tables. Throws std::runtime_error.
     void open();
+    // No more commands are run, and the loop ends.
+    void end() {
+        ending = true;
+        loop.end();
+    }
 
+    bool ending = false;
     Loop loop;
     Trace trace;
     std::mt19937_64 random; // all randomness comes from here

@@ -57,6 +57,7 @@ std::optional<std::string> Script::next() {
 // Puts what the first line repeats in its place. False when that is not all there yet.
 bool Script::unroll() {
     const Words words = split(lines_.front());
+    const uint32_t times = parse_number(words.size() > 1 ? words[1] : "", kMostTimes);
     size_t end = 1;
     std::deque<std::string> body;
     if (words.size() > 2)
@@ -73,7 +74,6 @@ bool Script::unroll() {
             body.push_back(lines_[end]);
         }
     lines_.erase(lines_.begin(), lines_.begin() + static_cast<ptrdiff_t>(words.size() > 2 ? 1 : end + 1));
-    const uint32_t times = parse_number(words.size() > 1 ? words[1] : "", kMostTimes);
     for (uint32_t i = 0; i < times; ++i)
         lines_.insert(lines_.begin(), body.begin(), body.end());
     return true;

@@ -1,5 +1,6 @@
 // What clients ask for about VLANs and ports, and what they answer to questions.
 #include "sandbox/bridge.h"
+#include "sandbox/request.h"
 
 #include <bridge/events.h>
 

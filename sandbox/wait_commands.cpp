@@ -33,8 +33,28 @@ Outcome wait_clients(Sandbox &sandbox, const Call &call) {
     return Wait{done, limit_of(call, 1), "waited in vain for " + call.words[0] + " registered clients", {}};
 }
 
+// The first request of that type behind the one that the last such wait of the session has used up.
+std::optional<Answer> next_request(const Trace &trace, uint32_t type, uint64_t &matched) {
+    for (const Record &record : trace.history())
+        if (record.number > matched && record.kind == Kind::kRequest && record.type == type) {
+            matched = record.number;
+            return Answer().say("{record}", {{"record", record_text(record)}});
+        }
+    return std::nullopt;
+}
+
+Outcome wait_event(Sandbox &sandbox, const Call &call) {
+    const uint32_t type = parse_event(call.words[0]);
+    uint64_t &matched = call.session.matched["request " + std::to_string(type)];
+    return Wait{[&sandbox, type, &matched] { return next_request(sandbox.trace, type, matched); },
+                limit_of(call, 1),
+                "waited in vain for a message " + event_text(type),
+                {}};
+}
+
 constexpr Command kCommands[] = {
     {"sleep", "SECONDS", "let time pass", sleep},
+    {"wait-event", "TYPE [SECONDS]", "wait for the next message of that type from a client", wait_event},
     {"wait-clients", "N [SECONDS]", "wait until N clients are registered", wait_clients},
 };
 

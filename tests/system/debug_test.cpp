@@ -77,8 +77,8 @@ TEST_F(DebugMessages, client_is_given_by_name_or_number_with_or_without_the_sign
 
 TEST_F(DebugMessages, commands_that_say_nothing_known_are_told_and_send_nothing) {
     const std::vector<std::pair<const char *, const char *>> cases = {
-        {"debug", "error: usage: debug CLIENT WHAT..."},
-        {"debug raw vlan", "error: usage: debug CLIENT WHAT..."},
+        {"debug", "error: usage: debug CLIENT WHAT WORD..."},
+        {"debug raw vlan", "error: usage: debug CLIENT WHAT WORD..."},
         {"debug nobody vlan on", "error: no such client: nobody"},
         {"debug raw vlan yes", "error: on or off, not yes"},
         {"debug raw stp on", "error: vlan|mac|qinq|vmap|msg|pvlan, not stp"},

@@ -1,0 +1,75 @@
+#include "sandbox/command.h"
+#include "sandbox/sandbox.h"
+
+#include <gtest/gtest.h>
+
+#include <set>
+#include <stdexcept>
+
+namespace {
+
+using namespace sandbox;
+
+Outcome nothing(Sandbox &, const Call &) {
+    return Answer();
+}
+
+constexpr Command kRows[] = {
+    {"fly", "[HIGH]", "", nothing},
+    {"fly far", "WHERE [HOW [WHEN]]", "", nothing},
+    {"sing", "NOTE...", "", nothing},
+};
+constexpr Family kFamilies[] = {kRows};
+
+std::string found(const std::string &line) {
+    Session session;
+    Call call{{}, {}, session};
+    try {
+        const Command &row = find_command(kFamilies, split(line), call);
+        return std::string(row.words) + "|" + call.rest();
+    } catch (const std::invalid_argument &error) {
+        return error.what();
+    }
+}
+
+TEST(Arity, follows_from_the_arguments_text) {
+    const auto arity = [](const char *text) { return std::pair(arity_of(text).least, arity_of(text).most); };
+    EXPECT_EQ(arity(""), std::pair(size_t{0}, size_t{0}));
+    EXPECT_EQ(arity("A B"), std::pair(size_t{2}, size_t{2}));
+    EXPECT_EQ(arity("A [B [C]]"), std::pair(size_t{1}, size_t{3}));
+    EXPECT_EQ(arity("[A|B] C D..."), std::pair(size_t{2}, SIZE_MAX));
+}
+
+TEST(FindCommand, takes_the_row_with_the_most_words) {
+    EXPECT_EQ(found("fly"), "fly|");
+    EXPECT_EQ(found("fly high"), "fly|high");
+    EXPECT_EQ(found("fly far away"), "fly far|away");
+    EXPECT_EQ(found("sing a b c # loudly"), "sing|a b c");
+}
+
+TEST(FindCommand, says_what_is_wrong) {
+    EXPECT_EQ(found("walk"), "no such command: walk (try help)");
+    EXPECT_EQ(found("fly far"), "usage: fly far WHERE [HOW [WHEN]]");
+    EXPECT_EQ(found("fly far a b c d"), "usage: fly far WHERE [HOW [WHEN]]");
+    EXPECT_EQ(found("sing"), "usage: sing NOTE...");
+}
+
+TEST(Commands, words_are_unique_and_every_row_has_a_help) {
+    std::set<std::string> words;
+    for (const Family family : all_commands())
+        for (const Command &row : family) {
+            EXPECT_TRUE(words.insert(row.words).second) << row.words;
+            EXPECT_STRNE(row.help, "") << row.words;
+            EXPECT_NE(row.run, nullptr) << row.words;
+        }
+}
+
+TEST(Commands, help_tells_one_word_or_all) {
+    const Answer one = command_help(all_commands(), "vlan");
+    for (const Fields &row : one.json()["commands"])
+        EXPECT_EQ(row["command"].get<std::string>().substr(0, 5), "vlan ");
+    EXPECT_GT(command_help(all_commands(), "").lines().size(), one.lines().size());
+    EXPECT_THROW(command_help(all_commands(), "fly"), std::invalid_argument);
+}
+
+} // namespace
