@@ -93,9 +93,24 @@ void set_msg(Bytes payload) {
     BRI_LOG(log::kClient, "Client(%s) msg-debug is %s.\n", g_client->name, on_off(on));
 }
 
+// Field by field, since a thread that sends may be reading it. One that reads meanwhile may see some of the new fields
+// and some of the old.
+void store_filter(const bri_mac_filter &filter) {
+    bri_mac_filter &shared = g_bglib_mac_filter;
+    word::store(shared.enable, filter.enable);
+    word::store(shared.vid, filter.vid);
+    word::store(shared.ifx, filter.ifx);
+    for (size_t i = 0; i < sizeof filter.mac; ++i)
+        word::store(shared.mac[i], filter.mac[i]);
+    // Nobody reads these.
+    shared.reserved1 = filter.reserved1;
+    std::memcpy(shared.reserved2, filter.reserved2, sizeof shared.reserved2);
+    std::memcpy(shared.reserved3, filter.reserved3, sizeof shared.reserved3);
+}
+
 void set_mac(Bytes payload) {
-    std::memcpy(&g_bglib_mac_filter, payload.data, sizeof g_bglib_mac_filter);
-    const bri_mac_filter &filter = g_bglib_mac_filter;
+    const auto filter = load_as<bri_mac_filter>(payload.data);
+    store_filter(filter);
     word::store(g_bri_clnt_dbg[BRI_DBG_MAC], filter.enable);
     BRI_LOG(log::kClient,
             "Client(%s) mac-debug is %s, filter section: mac(%02x%02x.%02x%02x.%02x%02x), vid(%u), ifx(%u).\n",
@@ -186,9 +201,21 @@ void run(const Command &command, const Message &message) {
         command.action(message.payload);
 }
 
-bool mac_is_any(const uint8_t *mac) {
-    constexpr uint8_t kAny[6] = {};
-    return std::memcmp(mac, kAny, sizeof kAny) == 0;
+// Whether a field of the filter, if it is set, has this value.
+template <class T> bool agrees(const T &field, T value) {
+    const T wanted = word::load(field);
+    return wanted == 0 || wanted == value;
+}
+
+bool mac_agrees(const uint8_t (&field)[6], const uint8_t (&mac)[6]) {
+    bool any = true;
+    bool same = true;
+    for (size_t i = 0; i < sizeof field; ++i) {
+        const uint8_t wanted = word::load(field[i]);
+        any = any && wanted == 0;
+        same = same && wanted == mac[i];
+    }
+    return any || same;
 }
 
 } // namespace
@@ -243,9 +270,7 @@ int bri_clnt_match_mac_dbg_filter(const bri_mac_entry *entry) {
     if (entry == nullptr)
         return 1;
     const bri_mac_filter &filter = g_bglib_mac_filter;
-    if (filter.vid != 0 && filter.vid != entry->bcast_id)
-        return 0;
-    if (!bri::debug::mac_is_any(filter.mac) && std::memcmp(filter.mac, entry->mac, sizeof filter.mac) != 0)
-        return 0;
-    return filter.ifx == 0 || filter.ifx == entry->ifx ? 1 : 0;
+    return agrees(filter.vid, entry->bcast_id) && mac_agrees(filter.mac, entry->mac) && agrees(filter.ifx, entry->ifx)
+               ? 1
+               : 0;
 }

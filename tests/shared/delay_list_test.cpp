@@ -370,4 +370,42 @@ TEST_F(delay_list, null_and_impossible_lengths_are_left_to_the_caller) {
     EXPECT_EQ(g_bri_msg_delay_num, 0U);
 }
 
+int g_taken;
+
+int delay_one_more(uint32_t) {
+    g_taken = delay(99);
+    return 0;
+}
+
+// What the release causes is not held back any more: nothing would deliver it.
+TEST_F(delay_list, is_off_before_switching_it_off_releases) {
+    set_interval(5);
+    ASSERT_EQ(delay(1), 1);
+    g_inside = delay_one_more;
+    set_interval(0);
+    EXPECT_EQ(g_seen, numbers(1, 1));
+    EXPECT_EQ(g_taken, 0);
+    EXPECT_EQ(g_bri_msg_delay_num, 0U);
+}
+
+int g_timers_inside;
+
+int change_the_interval(uint32_t) {
+    g_timers_inside = Loop::get().count("msg-delay-timer");
+    const int32_t seconds = 9; // the word alone: the message would add a timer of its own
+    std::memcpy(&g_bri_clnt_dbg[BRI_DBG_DELAY], &seconds, sizeof seconds);
+    return 0;
+}
+
+TEST_F(delay_list, adds_its_timer_behind_the_release_with_the_interval_of_that_moment) {
+    set_interval(5);
+    ASSERT_EQ(delay(1), 1);
+    g_inside = change_the_interval;
+    g_timers_inside = -1;
+    Loop::get().run("msg-delay-timer");
+    EXPECT_EQ(g_timers_inside, 0);
+    ASSERT_EQ(Loop::get().count("msg-delay-timer"), 1);
+    EXPECT_EQ(Loop::get().find("msg-delay-timer")->usec, 9000000);
+}
+
 } // namespace
