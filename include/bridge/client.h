@@ -1,4 +1,9 @@
-/* Client context, initialisation, server socket, message dispatch and event handlers. */
+/* Client context, initialisation, server socket, message dispatch and event handlers.
+ *
+ * What may hold the loop: connecting never; a batch whose bytes do not come, 2 seconds for each wait and 10 from its
+ * first byte to its last; bridge_client_send_message_ontime on the loop's thread, as said there; any send or
+ * registration while another thread is in bridge_client_send_message_ontime, as long as that; the kernel channel as
+ * said in netlink.h. Which events come when, and what state they leave: docs/timeline.md. */
 #ifndef BRIDGE_CLIENT_H
 #define BRIDGE_CLIENT_H
 
@@ -72,14 +77,17 @@ BRI_API extern uint8_t *g_bglib_recvbuf;
  * uses the library. `name` is the client's name for the server and the log, cut to 19 characters; null for
  * "Bridge-client-" and the process id. `master` is the host's event loop. 0, or -1 with a line on standard output when
  * `master` is null, the library is started already, or the socket or the context cannot be had; silently -1
- * without memory for a batch buffer. After a failure it may be called again. Sends nothing yet: it adds the first
- * connect job and the flush timer to the loop, so handlers and callbacks that are set before the loop runs are part of
- * the first registration. There is no de-initialisation. */
+ * without memory for a batch buffer. Every call, also one that is refused, first sets role and synchronisation back:
+ * master, no data seen, no origin data asked for, no switch-over. After a failure it may be called again. Sends nothing
+ * yet: it adds the first connect job and the flush timer to the loop, so handlers and callbacks that are set before the
+ * loop runs are part of the first registration. There is no de-initialisation. */
 BRI_API int bridge_agent_init(const char *name, struct qv_thread_master *master);
 
 /* Add one of the client's jobs (enum bri_clnt_thread_evt) to the host's loop. Every job runs once; the flush timer and
  * the read job add themselves again. 0, also for an unknown kind, which adds nothing; -1 before initialisation or when
- * the loop refuses the job. Loop thread; sends nothing. */
+ * the loop refuses the job, which is then asked for again by the flush timer, and the flush timer by the library's next
+ * job. A host needs RECONNECT alone: a second READ beside the pending one finds no batch, holds the loop for 10 seconds
+ * and loses the connection; a second MSG_TIMER runs beside the first for good. Loop thread; sends nothing. */
 BRI_API int bridge_client_thread_event(int kind);
 
 /* Let `fn` be called on every new connection, in the order of setting, before the registration goes out; the same
@@ -96,9 +104,11 @@ BRI_API void bridge_agent_set_oridata_callback(bri_clnt_cb fn);
  * null or the system has none. Loop thread; the connect job does this by itself. */
 BRI_API int bridge_client_socket_create(struct bri_clnt_ctx *ctx);
 
-/* Connect the context's socket to the server at TMPDIR/bridge/.server_socket (63 characters at most), after making the
- * directory and opening the path's mode to all. 0, also when connected already; -1 when `ctx` is null or has no socket,
- * TMPDIR is unset, or the server does not accept. Loop thread; the connect job does this by itself. */
+/* Connect the context's socket to the server at TMPDIR/bridge/.server_socket (63 characters, a longer path is cut),
+ * after making the directory and opening the socket there to all (mode 0777; whatever else stands at the path is left
+ * alone, and no link is followed for it). 0, also when connected already; -1 when `ctx` is null or has no socket,
+ * TMPDIR is unset, or the server does not take the connection at once, as with a full queue. Never waits. Loop thread;
+ * the connect job does this by itself. */
 BRI_API int bridge_client_socket_connect(struct bri_clnt_ctx *ctx);
 
 /* Drop the connection: cancels the read job and closes the socket. What was batched or cached waits for the next
@@ -126,15 +136,18 @@ BRI_API int bridge_writen_dontwait(int fd, const void *buf, uint32_t n, uint32_t
 /* Queue a message for the server: `len` payload bytes (0..10240) of an event type. Null `data` sends zeros. It leaves
  * with the batch when the batch is full (10248 bytes), by the 50 ms timer, or at once when it is client management,
  * layer-2 topology, MAC_EVENT_DYN_FLUSH or MVLAN_EVENT_NOTIFY_ENTRY. Never blocks on the socket: what that does not
- * take is cached up to `cache_max` runs, then dropped and counted. 0 when queued, -1 while not connected or when `len`
- * is too large. Any thread, also from inside handlers. */
+ * take is cached up to `cache_max` runs, then dropped and counted; of a batch that is partly out the rest is kept
+ * beyond the limit. 0 when queued, which is no promise: a hard error of the socket loses the whole batch. -1 while not
+ * connected or when `len` is too large. Any thread, also from inside handlers. */
 BRI_API int bridge_client_send_message(const void *data, uint32_t len, uint32_t type);
 
 /* Write a message to the server now, as a batch of its own, before whatever is batched or cached; only a run that is
  * half written is completed first. Same arguments as bridge_client_send_message. Blocks while the socket takes nothing:
  * five send time-outs of 10 seconds at most for each of the two, during which every other sender waits, the flush timer
- * not. 0 when all of it was written, else -1: without a socket, with `len` above 10240, without memory, or when the
- * writing failed. Any thread, also from inside handlers. */
+ * not. 0 when all of it was written, else -1: without a socket, with `len` above 10240, without memory, when the
+ * writing failed, or, on another thread than the loop's, until the registration of a new connection is out. A message
+ * that was half written when it failed is still completed: -1 does not say that the server never gets it. Any thread,
+ * also from inside handlers and connect callbacks. */
 BRI_API int bridge_client_send_message_ontime(const void *data, uint32_t len, uint32_t type);
 
 /* Read one batch from `fd` into the receive buffer, whole, and point `out` at it; it stays until the next call. 0, or

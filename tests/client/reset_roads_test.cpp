@@ -49,7 +49,7 @@ class ResetRoads : public StartedFirst {
         EXPECT_EQ(loop().count("bri-read"), 1);
         const auto batch = server.accept().read_batch();
         ASSERT_TRUE(batch.has_value());
-        EXPECT_EQ(batch->types(), (std::vector<uint32_t>{BRIDGE_EVENT_REG_MSG}));
+        EXPECT_EQ(batch->messages(), (std::vector<Message>{{BRIDGE_EVENT_REG_MSG, registration_of(ctx(), 1)}}));
     }
 
     Server server;
