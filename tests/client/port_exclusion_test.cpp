@@ -1,6 +1,7 @@
 // Port exclusion flags.
 #include "base/vsd.h"
 #include "tests/support/children.h"
+#include "tests/support/effects.h"
 #include "tests/support/test.h"
 
 #include <bridge/ipc.h>
@@ -126,6 +127,25 @@ TEST_F(PortExclusion, a_barred_flag_refuses_and_leaves_the_word) {
     EXPECT_EQ(bridge_set_excflag(5, 2, 0, &conflict_), 0);
     EXPECT_EQ(conflict_, 0U);
     EXPECT_EQ(word(5), 3U);
+}
+
+// Whoever gets the lock next may rely on it.
+TEST_F(PortExclusion, the_conflict_is_told_before_the_lock_is_given_back) {
+    bridge_set_excflag(5, 1, 0, &conflict_);
+    listen();
+    fail("semop", 2, EIDRM); // giving back fails, which a line tells at that moment
+    uint32_t told = 0;
+    std::string first_line;
+    test::on_effect = [&](const std::string &effect) {
+        if (first_line.empty()) {
+            first_line = effect;
+            told = conflict_;
+        }
+    };
+    EXPECT_EQ(bridge_set_excflag(5, 2, 1, &conflict_), -1);
+    test::on_effect = nullptr;
+    EXPECT_EQ(test::log_lines().size(), 2U);
+    EXPECT_EQ(told, 1U) << first_line;
 }
 
 TEST_F(PortExclusion, only_the_barred_bits_that_are_set_conflict) {

@@ -2,8 +2,6 @@
 #include "tests/support/test.h"
 
 #include <algorithm>
-#include <atomic>
-#include <thread>
 
 namespace {
 
@@ -338,36 +336,6 @@ TEST_F(mac_filter, each_set_field_must_agree) {
                 EXPECT_EQ(bri_clnt_match_mac_dbg_filter(&made), vid_fits && mac_fits && ifx_fits ? 1 : 0);
                 EXPECT_EQ(bri_clnt_match_mac_dbg_filter(nullptr), 1);
             }
-}
-
-// The fields of the two filters that change let this entry pass, so it passes whatever a thread sees of them; that no
-// field is read while it is written is the thread sanitizer's part.
-TEST_F(mac_filter, is_read_by_threads_while_messages_change_it) {
-    const bri_mac_entry made = entry();
-    std::atomic<bool> stop = false;
-    std::atomic<uint32_t> refused = 0;
-    std::vector<std::thread> readers;
-    for (int i = 0; i < 2; ++i)
-        readers.emplace_back([&] {
-            while (!stop)
-                refused += bri_clnt_match_mac_dbg_filter(&made) == 0 ? 1 : 0;
-        });
-    for (uint16_t round = 0; round < 2000; ++round) {
-        bri_mac_filter filter{};
-        if (round % 2 == 0)
-            filter.vid = 10;
-        else
-            filter.ifx = 7;
-        struct {
-            bri_msg_hdr header;
-            bri_mac_filter filter;
-        } const message{{DEBUG_EVENT_MAC, sizeof filter}, filter};
-        bri_clnt_on_debug_msg(&message.header);
-    }
-    stop = true;
-    for (std::thread &reader : readers)
-        reader.join();
-    EXPECT_EQ(refused, 0U);
 }
 
 } // namespace
