@@ -58,9 +58,9 @@ qv_thread *add_job(bri_clnt_ctx &ctx, bri_clnt_thread_evt kind) {
 bool g_timer_refused;
 uint32_t g_connection_to_read = UINT32_MAX; // the one that the last read job was asked for; none before
 
-// A read job belongs to its connection; the others are always right.
+// A connection that is read needs its read job; before that, and behind a loss, a connect job is what is missing.
 template <bri_clnt_thread_evt Kind> void add_again() {
-    if (Kind != BRI_CLNT_EVT_READ || is_read())
+    if (is_read() == (Kind == BRI_CLNT_EVT_READ))
         bridge_client_thread_event(Kind);
 }
 

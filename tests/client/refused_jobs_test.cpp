@@ -82,6 +82,19 @@ TEST_F(RefusedJobs, reconnect_is_asked_for_again_until_the_loop_takes_it) {
     EXPECT_EQ(ctx().conn_done, 1);
 }
 
+TEST_F(RefusedJobs, reconnect_is_not_once_the_host_has_connected) {
+    Server server;
+    Peer peer = start_connected(server);
+    peer.close();
+    refuse();
+    EXPECT_EQ(loop().run("bri-read"), -1);
+    add(BRI_CLNT_EVT_CONNECT);
+    EXPECT_EQ(loop().run("bri-conn"), 0);
+    tick();
+    EXPECT_EQ(loop().count("bri-reconn"), 0);
+    EXPECT_EQ(loop().count("bri-read"), 1);
+}
+
 TEST_F(RefusedJobs, the_first_connect_is_asked_for_again) {
     Server server;
     testing::internal::CaptureStdout();
