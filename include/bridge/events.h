@@ -138,7 +138,7 @@ enum bri_event {
     MAC_EVENT_EXCEED_ADDR_CAPA = 288,
     MAC_EVENT_NONDYN_SYNC_REQUEST = 289,
     MAC_EVENT_ADDR_SYNC_REQUEST = 290,
-    MAC_EVENT_SET_ROOT_BRIDGE_MODE = 291,
+    MAC_EVENT_SET_ROOT_BRIDGE_MODE = 291, /* no printable name of its own */
     MAC_EVENT_BACKUP_REQ = 300,
 
     /* VLAN */
@@ -158,7 +158,7 @@ enum bri_event {
     VLAN_EVENT_CREATE_INTF = 398,
     VLAN_EVENT_DESTROY_INTF = 399,
     VLAN_EVENT_DEFAULT_INTF = 400,
-    VLAN_EVENT_INTF_STATE = 401,
+    VLAN_EVENT_INTF_STATE = 401, /* a record of unknown layout, passed on as it is */
     VLAN_EVENT_ADD_INTF = 402,
     VLAN_EVENT_RANGE_ADD_INTF = 403,
     VLAN_EVENT_DEL_INTF = 404,
@@ -179,20 +179,20 @@ enum bri_event {
     VLAN_EVENT_SET_VSWPT_NUM = 419,
     VLAN_EVENT_SP_RMV_SUB_IF_VLAN = 421,
 
-    /* MAC-based VLAN */
+    /* MAC-based VLAN; no printable names but in the lines of this client */
     MVLAN_EVENT_SYNC_DATA_BEGIN = 513,
     MVLAN_EVENT_SYNC_DATA_END = 514,
     MVLAN_EVENT_NOTIFY_ENTRY = 515,
     MVLAN_EVENT_ERROR = 517,
 
-    /* layer-2 topology */
+    /* layer-2 topology; no printable names */
     L2TOP_EVENT_SYNC_DATA_BEGIN = 641,
     L2TOP_EVENT_SYNC_DATA_END = 642,
     L2TOP_EVENT_INSTANCE_CONFIG = 643,
     L2TOP_EVENT_PORT_STATUS = 644,
     L2TOP_EVENT_PROTO_CONFIG = 645,
 
-    /* VLAN groups */
+    /* VLAN groups; no printable names but in the lines of this client */
     VG_EVENT_POLICY_ENTRY = 1025,
     VG_EVENT_MEM_VLAN = 1026,
     VG_EVENT_DEFAULT_VLAN = 1027,
@@ -232,7 +232,7 @@ enum bri_event {
     L2_IPAM_DEL_VLANLST = 2052,
     L2_IPAM_EVT_GLOBAL_CFG = 2053,
 
-    /* debug: switches and prints of a client process */
+    /* debug: switches and prints of a client process; no printable names */
     DEBUG_EVENT_VLAN = 2177,
     DEBUG_EVENT_MAC = 2179,
     DEBUG_EVENT_MSG = 2180,
@@ -247,15 +247,15 @@ enum bri_event {
     DEBUG_EVENT_SHOW_SWPORT = 2204,
     DEBUG_EVENT_SHOW_DELAY = 2205,
 
-    /* research: questions of the server to one client */
+    /* research: questions of the server to one client; no printable names */
     RESEARCH_EVENT_FAILED = 2305,
     RESEARCH_EVENT_SWPORT_PREJUDGE = 2309,
     RESEARCH_EVENT_SS_ORIGIN_MAC = 2311
 };
 
-/* Printable name of an event type, for log lines; a constant text, never null. It is the identifier above; a type
- * without a name gives its group's fallback text (all of QinQ and VLAN mapping do), or "BRIDGE_UNKNOWN_TYPE". MAC-based
- * VLAN and VLAN groups name their events themselves. Any thread; sends nothing. */
+/* Printable name of an event type, for log lines; a constant text, never null. It is the identifier above, where that
+ * has one; any other type gives its group's fallback text (all of QinQ and VLAN mapping do), or "BRIDGE_UNKNOWN_TYPE".
+ * Any thread; sends nothing. */
 BRI_API const char *bri_msg_type_name(uint32_t type);
 
 /* Printable name of a submodule number, its identifier above; "ERROR_BRI_SUBMOD" for one without a text, MAC-based VLAN

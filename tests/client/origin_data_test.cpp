@@ -255,6 +255,60 @@ TEST_F(OriginData, request_of_a_slave_runs_at_the_end_of_the_switchover) {
     EXPECT_EQ(state().oridata_state, 2U);
 }
 
+// What docs/timeline.md tells a host to do.
+class AskingOriginData : public OriginData {
+  protected:
+    AskingOriginData() {
+        listen({132, 139});
+        during = [](int, uint32_t type) {
+            if (type == BRIDGE_EVENT_BKUP_DATA_END || type == BRIDGE_EVENT_SWITCHOVER_END)
+                bridge_client_request_oridata();
+        };
+    }
+    static void server_speaks(uint8_t role) {
+        deliver(BRIDGE_EVEVT_SERVER_STAT, {role});
+        deliver(BRIDGE_EVENT_BKUP_DATA_BEGIN);
+        deliver(BRIDGE_EVENT_BKUP_DATA_END);
+    }
+    static Types behind(uint32_t type) {
+        Types types{type};
+        types.insert(types.end(), kReplay.begin(), kReplay.end());
+        return types;
+    }
+    static Types seen() {
+        Types types = event_types();
+        events().clear();
+        return types;
+    }
+};
+
+TEST_F(AskingOriginData, at_the_end_of_the_backup_data_gets_one_replay_on_every_connection) {
+    for (int connection = 0; connection < 3; ++connection) {
+        server_speaks(0);
+        EXPECT_EQ(seen(), behind(132)) << connection;
+    }
+}
+
+TEST_F(AskingOriginData, at_the_end_of_a_switchover_gets_one_replay_at_each) {
+    server_speaks(1);
+    EXPECT_EQ(seen(), Types{});
+    for (int switchover = 0; switchover < 2; ++switchover) {
+        deliver(BRIDGE_EVENT_SWITCHOVER_BEGIN);
+        EXPECT_EQ(seen(), Types{}); // 138 is not in the set
+        deliver(BRIDGE_EVENT_SWITCHOVER_END);
+        EXPECT_EQ(seen(), behind(139)) << switchover;
+        deliver(BRIDGE_EVEVT_SERVER_STAT, {1});
+    }
+}
+
+TEST_F(OriginData, is_replayed_once_when_nobody_asks) {
+    for (int connection = 0; connection < 3; ++connection) {
+        deliver(BRIDGE_EVENT_BKUP_DATA_BEGIN);
+        deliver(BRIDGE_EVENT_BKUP_DATA_END);
+        EXPECT_EQ(event_types(), kReplay) << connection; // nothing is added by the later ones
+    }
+}
+
 class SilentOriginData : public OriginData {
   protected:
     SilentOriginData() : OriginData("SS") {}
