@@ -50,3 +50,12 @@ function(bridge_room_sources out)
   endforeach()
   set(${out} ${all} PARENT_SCOPE)
 endfunction()
+
+# bridge_unity(target...): with BRIDGE_UNITY their files are compiled several at a time, which pays where everything is
+# built anyway, as for a run of all tests. The names in the anonymous namespaces of a program must differ for it.
+option(BRIDGE_UNITY "Compile several files of the tests and of the workstation's programs at once" OFF)
+function(bridge_unity)
+  if(BRIDGE_UNITY)
+    set_target_properties(${ARGN} PROPERTIES UNITY_BUILD ON UNITY_BUILD_BATCH_SIZE 8)
+  endif()
+endfunction()

@@ -15,13 +15,13 @@ namespace sandbox {
 
 namespace {
 
-constexpr uint32_t kTypes = 4096;
+constexpr uint32_t kEventTypes = 4096;
 
 // Names that one type alone has; what a whole group shares is its fallback text.
 std::map<std::string, uint32_t> unique_names() {
     std::map<std::string, uint32_t> types;
     std::map<std::string, unsigned> uses;
-    for (uint32_t type = 0; type < kTypes; ++type) {
+    for (uint32_t type = 0; type < kEventTypes; ++type) {
         const std::string name = bri_msg_type_name(type);
         types[name] = type;
         ++uses[name];

@@ -7,7 +7,7 @@ jobs=$(nproc)
 # build_configuration NAME: configures and builds; the output goes to build/test/NAME.log, the seconds to NAME.seconds.
 build_configuration() {
     local start=$SECONDS log=build/test/$1.log
-    if ! { cmake --preset "$1" -DBRIDGE_UNITY_TESTS=ON && cmake --build --preset "$1" -j "$jobs"; } >"$log" 2>&1; then
+    if ! { cmake --preset "$1" -DBRIDGE_UNITY=ON && cmake --build --preset "$1" -j "$jobs"; } >"$log" 2>&1; then
         echo "${clear_line:-}$1: the build failed; all of it is in $log:"
         grep -E 'rror:|FAILED|undefined reference' "$log" | cut -c1-300 | head -20 || tail -20 "$log"
         return 1

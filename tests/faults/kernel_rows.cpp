@@ -6,7 +6,6 @@ namespace test {
 namespace {
 
 constexpr uint16_t kFamily = 27;
-const uint8_t kMac[6] = {0x00, 0xD0, 0xF8, 0x00, 0x00, 0x01};
 const uint8_t kData[4] = {1, 2, 3, 4};
 
 void channel_down(World &) {
@@ -40,16 +39,16 @@ Got read_job() {
 bri_mac_entry entry_by(bri_mac_field field) {
     bri_mac_entry entry{};
     entry.field = field;
-    entry.ifx = World::kPort;
+    entry.ifx = kPort;
     return entry;
 }
 
 const Effects kBroughtUp{{"socket", Got::kFailure}, {"bind", Got::kFailure},           {"setsockopt", Got::kSuccess},
                          {"sendto", Got::kFailure}, {"sendto", Got::kSuccess, EAGAIN}, {"recv", Got::kFailure}};
 const Effects kSent{{"malloc", Got::kFailure}, {"sendto", Got::kFailure}, {"sendto", Got::kSuccess, EAGAIN}};
-const Effects kAsked{{"socket", Got::kFailure}, {"bind", Got::kFailure},           {"setsockopt", Got::kSuccess},
-                     {"sendto", Got::kFailure}, {"sendto", Got::kSuccess, EAGAIN}, {"recv", Got::kFailure},
-                     {"malloc", Got::kFailure}, {"recvfrom", Got::kFailure}};
+const Effects kQueried{{"socket", Got::kFailure}, {"bind", Got::kFailure},           {"setsockopt", Got::kSuccess},
+                       {"sendto", Got::kFailure}, {"sendto", Got::kSuccess, EAGAIN}, {"recv", Got::kFailure},
+                       {"malloc", Got::kFailure}, {"recvfrom", Got::kFailure}};
 
 } // namespace
 
@@ -68,7 +67,7 @@ std::vector<Row> kernel_rows() {
         {"bridge_lib_send_netlink", Level::kConnected,
          [](World &) { return zero(bridge_lib_send_netlink(kData, sizeof kData, 1)); }, kSent},
         {"bridge_lib_query_netlink", Level::kConnected,
-         [](World &) { return made(bridge_lib_query_netlink(kData, sizeof kData, 1)); }, kAsked},
+         [](World &) { return made(bridge_lib_query_netlink(kData, sizeof kData, 1)); }, kQueried},
         {"bridge_lib_feedback_netlink",
          Level::kConnected,
          [](World &world) { return made(bridge_lib_feedback_netlink(world.kernel.persistent()->fd, kFamily)); },
@@ -91,41 +90,41 @@ std::vector<Row> kernel_rows() {
              bri_mac_entry entry = entry_by(BRI_MAC_FIELD_MAC);
              return zero(bridge_maddr_find_first_on_mac(&entry));
          },
-         kAsked},
+         kQueried},
         {"bridge_maddr_find_first_on_ifx", Level::kConnected,
          [](World &) {
              bri_mac_entry entry = entry_by(BRI_MAC_FIELD_IFX);
              return zero(bridge_maddr_find_first_on_ifx(&entry));
          },
-         kAsked},
+         kQueried},
         {"bridge_maddr_find_next_on_mac", Level::kConnected,
          [](World &) {
              const bri_mac_entry current{};
              bri_mac_entry next;
              return zero(bridge_maddr_find_next_on_mac(&current, &next));
          },
-         kAsked},
+         kQueried},
         {"bridge_maddr_find_next_on_ifx", Level::kConnected,
          [](World &) {
              const bri_mac_entry current{};
              bri_mac_entry next;
              return zero(bridge_maddr_find_next_on_ifx(&current, &next));
          },
-         kAsked},
+         kQueried},
         {"bridge_maddr_find_static_on_ifx", Level::kConnected,
-         [](World &) { return zero(bridge_maddr_find_static_on_ifx(World::kPort)); }, kAsked},
+         [](World &) { return zero(bridge_maddr_find_static_on_ifx(kPort)); }, kQueried},
         {"bridge_maddr_find_single", Level::kConnected,
          [](World &) {
              bri_mac_entry entry;
-             return zero(bridge_maddr_find_single(kMac, World::kVlan, &entry));
+             return zero(bridge_maddr_find_single(kMac, kVlan, &entry));
          },
-         kAsked},
+         kQueried},
         {"mvlan_clnt_get_dyn_entry", Level::kConnected,
          [](World &) {
              uint16_t vlan = 0;
              return zero(mvlan_clnt_get_dyn_entry(kMac, &vlan));
          },
-         kAsked},
+         kQueried},
     };
 }
 

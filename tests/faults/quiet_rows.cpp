@@ -6,8 +6,6 @@ namespace test {
 
 namespace {
 
-constexpr int32_t kPort = World::kPort;
-constexpr uint16_t kVlan = World::kVlan;
 constexpr uint8_t kGroup = 1;
 
 // What the calls write to.
@@ -27,9 +25,6 @@ int go_on(int32_t, void *) {
     return BRI_WALK_GO_ON;
 }
 void see(spcb *, void *) {}
-int agree(void *, void *) {
-    return 0;
-}
 
 // A message without an effect outside the process.
 bri_msg_hdr *message(uint32_t type) {

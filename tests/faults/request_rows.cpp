@@ -5,12 +5,9 @@ namespace test {
 
 namespace {
 
-constexpr int32_t kPort = World::kPort;
-constexpr uint16_t kVlan = World::kVlan;
 constexpr uint16_t kFree = 20; // no such VLAN
-constexpr uint8_t kMac[6] = {0x00, 0xD0, 0xF8, 0x00, 0x00, 0x01};
 
-vlanset g_set;
+vlanset g_vlans;
 char g_error[128];
 
 // Requests wait for the timer, so an attempt is the call and the next flush.
@@ -59,7 +56,7 @@ std::vector<Row> request_rows() {
                    MAC_EVENT_NOTIFY_ADDR};
     };
     const auto set_row = [](const char *name, int (*call)(int32_t, const vlanset *), int type) {
-        return Row{name, kConnected, request([call] { return call(kPort, &g_set); }), kBatched, type};
+        return Row{name, kConnected, request([call] { return call(kPort, &g_vlans); }), kBatched, type};
     };
     const Effects expanded{{"calloc", Got::kFailure}, {"send", Got::kSuccess}};
     return {
@@ -79,8 +76,8 @@ std::vector<Row> request_rows() {
          kAnswered, VLAN_EVENT_CREATE_RANGE_PREJ},
         {"bridge_client_vlan_rollback", kConnected, order([] { bridge_client_vlan_rollback(kVlan); }), kBatched,
          VLAN_EVENT_DESTROY_RANGE},
-        {"bridge_client_vlanset_rollback", kConnected, order([] { bridge_client_vlanset_rollback(&g_set); }), kBatched,
-         VLAN_EVENT_DESTROY_RANGE},
+        {"bridge_client_vlanset_rollback", kConnected, order([] { bridge_client_vlanset_rollback(&g_vlans); }),
+         kBatched, VLAN_EVENT_DESTROY_RANGE},
         {"vl_clnt_set_native_vlan", kConnected, order([] { vl_clnt_set_native_vlan(kPort, kVlan); }), kBatched,
          VLAN_EVENT_MODIFY_INTF_PVID},
         {"vl_clnt_add_dyn_member", kConnected, request([] { return vl_clnt_add_dyn_member(kPort, kVlan); }), kBatched,
@@ -106,8 +103,8 @@ std::vector<Row> request_rows() {
          request([] { return vl_clnt_set_bri_dyn_member(VLAN_EVENT_SET_ADD_DYN_INTF, kPort, kVlan); }), kBatched,
          VLAN_EVENT_SET_ADD_DYN_INTF},
         {"vl_clnt_set_bri_dyn_member_rang", kConnected,
-         request([] { return vl_clnt_set_bri_dyn_member_rang(VLAN_EVENT_DYN_MEM_ADD_RANG, kPort, &g_set); }), kBatched,
-         VLAN_EVENT_DYN_MEM_ADD_RANG},
+         request([] { return vl_clnt_set_bri_dyn_member_rang(VLAN_EVENT_DYN_MEM_ADD_RANG, kPort, &g_vlans); }),
+         kBatched, VLAN_EVENT_DYN_MEM_ADD_RANG},
 
         {"vl_clnt_check_vlan_set", kStarted,
          [](World &) {
@@ -117,7 +114,7 @@ std::vector<Row> request_rows() {
          kListed},
         {"vl_clnt_vlist_str_to_map", kStarted,
          [](World &) {
-             const int result = vl_clnt_vlist_str_to_map("1,3-5", &g_set, g_error, sizeof g_error);
+             const int result = vl_clnt_vlist_str_to_map("1,3-5", &g_vlans, g_error, sizeof g_error);
              return result == 0 ? Got::kSuccess : result == -2 ? Got::kFailure : Got::kElse;
          },
          kListed},
@@ -167,7 +164,7 @@ std::vector<Row> request_rows() {
          request([] { return bridge_maddr_bypass(BRI_MAC_TYPE_DYNAMIC, kMac, kVlan, kPort); }), kBatched,
          MAC_EVENT_BYPASS_ADDR},
         {"bridge_maddr_del_dyn_on_vlanmap", kConnected,
-         request([] { return bridge_maddr_del_dyn_on_vlanmap(&g_set, kPort, 1); }), kBatched,
+         request([] { return bridge_maddr_del_dyn_on_vlanmap(&g_vlans, kPort, 1); }), kBatched,
          MAC_EVENT_DEL_DYN_ON_INTF_VLANMAP},
         {"bridge_maddr_set_intf_learn", kConnected, request([] { return bridge_maddr_set_intf_learn(kPort, 1); }),
          kBatched, MAC_EVENT_INTF_LEARN},

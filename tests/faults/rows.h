@@ -14,6 +14,14 @@ std::vector<Row> request_rows();
 // Operations that make no call that could fail.
 std::vector<Row> quiet_rows();
 
+// What the operations are called with.
+inline constexpr int32_t kPort = World::kPort;
+inline constexpr uint16_t kVlan = World::kVlan;
+inline constexpr uint8_t kMac[6] = {0x00, 0xD0, 0xF8, 0x00, 0x00, 0x01};
+inline int agree(void *, void *) {
+    return 0;
+}
+
 // What becomes of a message that waits in the batch when the socket fails is not the sender's business.
 inline const Effects kBatched{{"send", Got::kSuccess}};
 // One that is written at once is tried again until the socket takes it or breaks.

@@ -12,10 +12,6 @@ constexpr uint32_t kOtherSubmod = BRI_SUBMOD_QINQ; // the server has its data
 uint8_t g_mac[6];
 bri_sys_mem_info g_memory;
 
-int agree(void *, void *) {
-    return 0;
-}
-
 Got found(int result) {
     return result == 1 ? Got::kSuccess : result == 0 ? Got::kFailure : Got::kElse;
 }

@@ -60,9 +60,9 @@ Effects locking(Effects effects) {
 }
 
 Got make_vlan() {
-    vl_clear_vlan_entry(World::kVlan);
-    vl_initial_vlan_entry(World::kVlan, BRI_VLAN_STATIC);
-    return vl_exist(World::kVlan, 0) != 0 ? Got::kSuccess : Got::kElse;
+    vl_clear_vlan_entry(kVlan);
+    vl_initial_vlan_entry(kVlan, BRI_VLAN_STATIC);
+    return vl_exist(kVlan, 0) != 0 ? Got::kSuccess : Got::kElse;
 }
 
 } // namespace
@@ -92,7 +92,7 @@ std::vector<Row> table_rows() {
          [](World &) { return one(bridge_coxmng_get_status(kIfx, g_text, sizeof g_text)); }, kSetUp, 0, flagged},
         {"swport_set_attr_exclude",
          Level::kStarted,
-         [](World &) { return one(swport_set_attr_exclude(World::kPort, 64, 1, 128, &g_conflict)); },
+         [](World &) { return one(swport_set_attr_exclude(kPort, 64, 1, 128, &g_conflict)); },
          {{"semop", Got::kSuccess}},
          0,
          {},

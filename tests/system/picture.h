@@ -3,6 +3,7 @@
 
 #include "base/bytes.h"
 
+#include <bridge/events.h>
 #include <bridge/vlan_client.h>
 #include <bridge/vlan_db.h>
 

@@ -1,5 +1,6 @@
 #include "tools/inspect/check.h"
 
+#include "tools/inspect/tables.h"
 #include "wire/value.h"
 
 #include <bridge/protocol_registry.h>
@@ -21,8 +22,6 @@ using wire::ids_text;
 using wire::kGroupSegment;
 using wire::kPortSegment;
 using wire::kVlanSegment;
-
-constexpr unsigned kLastPort = BRI_PORT_SLOTS - 1;
 
 using Findings = std::vector<Json>;
 

@@ -10,8 +10,6 @@ using wire::Ids;
 using wire::kPortSegment;
 using wire::kVlanSegment;
 
-constexpr unsigned kLastPort = BRI_PORT_SLOTS - 1;
-
 // VLANs that have the port as a member; null when the VLAN segment is not there to tell.
 Json memberships(const bri_vlandb *vlans, unsigned ifx) {
     if (vlans == nullptr)

@@ -13,6 +13,8 @@
 
 namespace inspect {
 
+constexpr unsigned kLastPort = BRI_PORT_SLOTS - 1;
+
 // Which rows to show; nothing chosen shows all.
 struct Selection {
     std::optional<std::set<unsigned>> vlans;
