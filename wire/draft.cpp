@@ -90,7 +90,6 @@ const Record *Draft::records_of(std::string_view name) const {
 }
 
 Buffer Draft::bytes() const {
-    constexpr uint32_t kMostBytes = 16 << 20; // a word in a text shall not cost more
     Buffer bytes = bytes_;
     const auto length = tail_.find(kLength);
     const auto rest = tail_.find(kRest);

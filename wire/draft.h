@@ -14,6 +14,9 @@ namespace wire {
 inline constexpr std::string_view kLength = "length";
 inline constexpr std::string_view kRest = "rest";
 
+// The most bytes that a text may ask for: no word in it shall cost more.
+inline constexpr uint32_t kMostBytes = 16 << 20;
+
 // The record of a payload; one without fields for a payload without any.
 [[nodiscard]] const Record &record_in(const Payload &payload);
 

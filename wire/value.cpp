@@ -151,6 +151,15 @@ void parse_array(const Field &field, std::string_view text, std::span<uint8_t> b
     });
 }
 
+// The two digits at `at`, which are there.
+uint8_t hex_byte(std::string_view text, size_t at) {
+    uint8_t byte = 0;
+    const char *pair = text.data() + at;
+    if (std::from_chars(pair, pair + 2, byte, 16).ptr != pair + 2)
+        refuse(text, "is not hexadecimal");
+    return byte;
+}
+
 // ---- addresses
 
 std::string mac_text(Bytes mac) {
@@ -246,7 +255,7 @@ Buffer unescaped(std::string_view text) {
         }
         if (text.substr(at, 2) != "\\x" || text.size() < at + 4)
             refuse(text, "has a backslash that does not begin \\xHH");
-        bytes.push_back(parse_hex(text.substr(at + 2, 2)).at(0));
+        bytes.push_back(hex_byte(text, at + 2));
         at += 3;
     }
     return bytes;
@@ -281,7 +290,8 @@ std::string ids_text(const Ids &ids) {
 Ids parse_ids(std::string_view text, unsigned min, unsigned max) {
     std::vector<bool> chosen(max + 1U);
     const auto choose = [&](const Range &range) {
-        std::fill(chosen.begin() + range.first, chosen.begin() + range.last + 1, true);
+        for (unsigned id = range.first; id <= range.last; ++id)
+            chosen[id] = true;
     };
     if (text == "all")
         choose({min, max});
@@ -347,11 +357,8 @@ Buffer parse_hex(std::string_view text) {
     std::string digits(text.starts_with("0x") || text.starts_with("0X") ? text.substr(2) : text);
     std::erase(digits, ' ');
     Buffer bytes(digits.size() / 2);
-    for (size_t at = 0; at < bytes.size(); ++at) {
-        const char *pair = digits.data() + 2 * at;
-        if (std::from_chars(pair, pair + 2, bytes[at], 16).ptr != pair + 2)
-            refuse(text, "is not hexadecimal");
-    }
+    for (size_t at = 0; at < bytes.size(); ++at)
+        bytes[at] = hex_byte(digits, 2 * at);
     if (digits.size() % 2 != 0)
         refuse(text, "has half a byte");
     return bytes;

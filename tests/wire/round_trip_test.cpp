@@ -168,4 +168,35 @@ TEST(WireRoundTrip, batches_of_garbage_and_cut_batches_are_shown) {
     }
 }
 
+// What a person types wrong is refused with a line or read as something; nothing else happens.
+TEST(WireRoundTrip, mutilated_texts_are_refused_or_read) {
+    std::mt19937 random(9);
+    const std::string spice = "={}\",*|:-x0 \\\n9";
+    unsigned refused = 0;
+    unsigned read = 0;
+    for (const Record *record : all_records()) {
+        if (record->size > kMostWhole)
+            continue;
+        for (unsigned round = 0; round < 200; ++round) {
+            std::string text = text_of(one(*record), random_bytes(record->size, random, 30));
+            for (unsigned change = 0; change <= round % 3; ++change)
+                text[random() % text.size()] = spice[random() % spice.size()];
+            try {
+                read += parse_text(one(*record), text).size() <= (16U << 20) ? 1U : 0U;
+            } catch (const std::invalid_argument &error) {
+                refused += *error.what() != 0 ? 1U : 0U;
+            }
+        }
+    }
+    EXPECT_GT(refused, 1000U);
+    EXPECT_GT(read, 100U);
+}
+
+TEST(WireRoundTrip, no_word_of_a_text_costs_more_than_its_bound) {
+    const Payload run = run_of(record_of<vl_evt_vlanset_rec>());
+    for (const char *text : {"{}*4294967295", "{}*2000", "length=16777217", "{length=16777216},{length=16777216}"})
+        EXPECT_THROW((void)parse_text(run, text), std::invalid_argument) << text;
+    EXPECT_EQ(parse_text(run, "{}*1900").size(), 1900 * sizeof(vl_evt_vlanset_rec));
+}
+
 } // namespace

@@ -140,7 +140,7 @@ TEST(WireText, values_that_do_not_fit_are_refused_by_name) {
         {"bri_mac_entry", "mac=02:00:00:00:00:0x",
          "mac: \"02:00:00:00:00:0x\" is no address such as 02:00:00:00:00:01"},
         {"vl_vswpt_req", "first=0x123", "first: \"0x123\" has half a byte"},
-        {"vl_vswpt_req", "first=0x12zz", "first: \"0x12zz\" is not hexadecimal"},
+        {"vl_vswpt_req", "first=0x12zz", "first: \"12zz\" is not hexadecimal"},
         {"bri_proto_registry", "prejudge=14:1", "prejudge: \"14\" is no number up to 13"},
         {"bri_proto_registry", "prejudge=1", "prejudge: \"1\" is not of the form index:number"},
         {"l2top_port_status_batch", "count=1 records=3", "\"{\" expected at \"3\""},
