@@ -1,5 +1,6 @@
 #include "sandbox/bridge.h"
 
+#include "sandbox/parse.h"
 #include "sandbox/request.h"
 
 #include <optional>
@@ -47,9 +48,23 @@ void note(Trace &trace, const Connection &client, const std::string &text) {
 
 Bridge::Bridge(Loop &loop, const std::string &tmpdir, Trace &trace, bool slave)
     : trace_(trace), server_(loop, tmpdir, trace, *this), announcer_(server_, trace),
-      addresses_([this](uint32_t type, Bytes payload) { announcer_.announce(type, payload); }),
+      kernel_(loop, tmpdir, trace, [this](uint32_t type, Bytes data) { take_kernel_news(type, data); }),
+      addresses_([this](uint32_t type, Bytes data) { return kernel_.ask(type, data); },
+                 [this](uint32_t type, Bytes payload) { announcer_.announce(type, payload); }),
       vlans_(loop, server_, announcer_), slave_(slave) {
+    vlans_.on_removed = [this](const vlanset &vlans) { addresses_.vlans_deleted(vlans); };
+    vlans_.ports().on_removed = [this](uint32_t ifx) { addresses_.port_deleted(ifx); };
+    vlans_.ports().on_left = [this](uint32_t ifx, const vlanset &vlans) { addresses_.port_left(ifx, vlans); };
     server_.on_dropped = [this] { vlans_.prejudge().look_for_lost(); };
+}
+
+// What hosts tell the kernel is worth a note; the rest are events.
+void Bridge::take_kernel_news(uint32_t type, Bytes data) {
+    if (type == kHostSaid)
+        trace_.note("kernel: got " + event_text(bri::load_at<uint32_t>(data, 0)) + ", " +
+                    std::to_string(data.size - sizeof(uint32_t)) + " bytes");
+    else
+        announcer_.announce(type, data);
 }
 
 void Bridge::set_role(bool slave) {

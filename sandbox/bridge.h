@@ -3,6 +3,7 @@
 
 #include "sandbox/addresses.h"
 #include "sandbox/announcer.h"
+#include "sandbox/kernel_link.h"
 #include "sandbox/server.h"
 #include "sandbox/vlans.h"
 
@@ -17,6 +18,7 @@ class Bridge : private ConnectionOwner {
 
     Server &server() { return server_; }
     Addresses &addresses() { return addresses_; }
+    KernelLink &kernel() { return kernel_; }
     Vlans &vlans() { return vlans_; }
     Announcer &announcer() { return announcer_; }
     Trace &trace() { return trace_; }
@@ -32,6 +34,7 @@ class Bridge : private ConnectionOwner {
     void on_message(Connection &client, uint32_t type, Bytes payload) override;
     void on_lost(Connection &client, const std::string &why) override;
 
+    void take_kernel_news(uint32_t type, Bytes data);
     void carry_out(Connection &client, uint32_t type, Bytes payload);
     void refuse(const Connection &client, uint32_t type, const std::string &why);
     void register_client(Connection &client, Bytes payload);
@@ -41,6 +44,7 @@ class Bridge : private ConnectionOwner {
     Trace &trace_;
     Server server_;
     Announcer announcer_;
+    KernelLink kernel_;
     Addresses addresses_;
     Vlans vlans_;
     bool slave_;

@@ -1,14 +1,15 @@
-// The kernel's side of generic netlink family "EF_BRIDGE" for host daemons whose netlink sockets the preloaded library
-// libef_bridge_sim.so connects to this program. A packet on such a socket is a netlink message as it stands; the first
-// one is the address that the socket was bound to.
+// The kernel's bridge module: its tables, the server's requests about them, and its side of generic netlink family
+// "EF_BRIDGE" for host daemons whose netlink sockets the preloaded library libef_bridge_sim.so connects to this
+// program. A packet on such a socket is a netlink message as it stands; the first one is the address that the socket
+// was bound to.
 #pragma once
 
-#include "sandbox/addresses.h"
 #include "sandbox/batch.h"
+#include "sandbox/kernel_messages.h"
 #include "sandbox/loop.h"
-#include "sandbox/trace.h"
 
 #include <cstdint>
+#include <deque>
 #include <list>
 #include <memory>
 #include <string>
@@ -17,44 +18,63 @@ namespace sandbox {
 
 // How the module behaves: as it should; not loaded; refusing every message with an error; answering with more than a
 // host takes; or deaf, so that a host waits until its time-out. The controller, which finds the family, always answers.
-enum class KernelState { kUp, kDown, kError, kLong, kSilent };
+enum class KernelState : uint32_t { kUp, kDown, kError, kLong, kSilent };
+
+// What is told beside the events of the tables' changes.
+enum KernelSays : uint32_t {
+    kHostSaid = 0x20000 // a host's message: its type, uint32_t, and its data
+};
 
 class Kernel {
   public:
-    Kernel(Loop &loop, const std::string &tmpdir, Trace &trace, Addresses &addresses);
+    // `tell` gets each change of the tables as the event that it is, and what hosts say.
+    Kernel(Loop &loop, const std::string &tmpdir, Announce tell);
     ~Kernel();
     Kernel(const Kernel &) = delete;
     Kernel &operator=(const Kernel &) = delete;
 
     // Throws std::runtime_error, as listen_at does.
     void listen();
-    // Down, the family goes with the module's tables: its listeners are told, and nobody can resolve it until it comes
-    // back, under another id. `error` is the system error number of kError.
-    void set_state(KernelState state, int error = 0);
-    [[nodiscard]] KernelState state() const { return state_; }
-    [[nodiscard]] uint16_t family() const { return family_; }
-    // Sockets that are open, and those among them that listen to the controller's notices.
-    [[nodiscard]] size_t sockets() const { return sockets_.size(); }
-    [[nodiscard]] size_t listeners() const;
+    // The server's word. Down, the family goes with the module's tables: its listeners are told, and nobody can resolve
+    // it until it comes back, under another id.
+    KernelResult ask(const KernelMessage &message);
+    [[nodiscard]] const std::string &path() const { return path_; }
 
   private:
     class Socket;
+    struct Delayed {
+        Microseconds due;
+        std::weak_ptr<const Socket> socket;
+        std::vector<uint8_t> message;
+    };
 
     void accept(evutil_socket_t descriptor);
     void read_packet(Socket &socket);
+    void set_module(const KernelModule &wanted);
+    [[nodiscard]] KernelModule module() const;
+    [[nodiscard]] size_t listeners() const;
     void tell_listeners_of_the_end() const;
     void answer(const Socket &socket, Bytes packet);
     void take_message(const Socket &socket, Bytes packet);
+    void refuse(const Socket &socket, int error, Bytes request);
+    void send(const Socket &socket, Bytes message);
+    void send_due();
+    void expire();
+    void watch_for_expiry();
 
     Loop &loop_;
-    Trace &trace_;
-    Addresses &addresses_;
     std::string path_;
+    Announce tell_;
+    KernelTables tables_;
     Listener listener_;
-    std::list<std::unique_ptr<Socket>> sockets_;
+    std::list<std::shared_ptr<Socket>> sockets_;
     KernelState state_ = KernelState::kUp;
     int error_ = 0;
     uint16_t family_ = 0x23;
+    Microseconds delay_{0};
+    std::deque<Delayed> delayed_;
+    Timer delay_timer_;
+    Timer expiry_timer_;
 };
 
 } // namespace sandbox

@@ -1,6 +1,7 @@
-// The commands about the kernel's address tables.
+// The commands about addresses, the frames they are learned from, and the kernel's bridge module.
 #include "sandbox/parse.h"
 #include "sandbox/sandbox.h"
+#include "sandbox/vlan_sets.h"
 
 #include <bridge/vlan_db.h>
 
@@ -16,6 +17,7 @@ namespace sandbox {
 namespace {
 
 constexpr uint32_t kFillMost = 1000000;
+constexpr Microseconds kFastest{1000};
 constexpr const char *kTypes[] = {"?",    "dynamic",  "static", "filter", "local",
                                   "copy", "security", "other",  "trusted"}; // by enum bri_mac_type
 static_assert(std::size(kTypes) == BRI_MAC_TYPE_TRUST + 1);
@@ -66,8 +68,12 @@ bri_mac_msg record_of(bri_mac_oper oper, const Words &words) {
     return record;
 }
 
-Answer changed(size_t count) {
+Answer changed(uint32_t count) {
     return Answer().say("mac: {count} changed", {{"count", count}});
+}
+
+Addresses &addresses_of(Sandbox &sandbox) {
+    return sandbox.bridge.addresses();
 }
 
 Outcome add(Sandbox &sandbox, const Call &call) {
@@ -76,36 +82,182 @@ Outcome add(Sandbox &sandbox, const Call &call) {
         whole.emplace_back("dynamic");
     if (std::find(whole.begin(), whole.end(), "*") != whole.end())
         throw std::invalid_argument("an address to add is named whole");
-    return changed(sandbox.bridge.addresses().apply(record_of(BRI_MAC_ADD, whole)));
+    return changed(addresses_of(sandbox).apply({record_of(BRI_MAC_ADD, whole)}));
 }
 
 Outcome remove(Sandbox &sandbox, const Call &call) {
-    return changed(sandbox.bridge.addresses().apply(record_of(BRI_MAC_DEL, call.words)));
+    return changed(addresses_of(sandbox).apply({record_of(BRI_MAC_DEL, call.words)}));
 }
 
-// Learned addresses that count up from 06:00:00:00:00:00, for the look of a full table.
-Outcome fill(Sandbox &sandbox, const Call &call) {
-    const uint32_t count = parse_number(call.words[0], kFillMost);
-    std::vector<bri_mac_msg> run(
-        count, record_of(BRI_MAC_ADD, {"06:00:00:00:00:00", call.words[1], call.words[2], "dynamic"}));
-    for (uint32_t i = 0; i < count; ++i)
+// Addresses that count up from 06:00:00:00:00:00, for the look of a full table.
+template <class Fn> void for_each_of(uint32_t count, Fn &&fn) {
+    for (uint32_t i = 0; i < count; ++i) {
+        uint8_t mac[6] = {6};
         for (unsigned byte = 0; byte < sizeof i; ++byte)
-            run[i].entry.mac[5 - byte] = static_cast<uint8_t>(i >> 8 * byte);
-    const Bytes records{reinterpret_cast<const uint8_t *>(run.data()), run.size() * sizeof run[0]};
-    return changed(sandbox.bridge.addresses().apply_run(records));
+            mac[5 - byte] = static_cast<uint8_t>(i >> 8 * byte);
+        fn(mac);
+    }
+}
+
+Outcome fill(Sandbox &sandbox, const Call &call) {
+    const bri_mac_msg one = record_of(BRI_MAC_ADD, {"06:00:00:00:00:00", call.words[1], call.words[2], "dynamic"});
+    std::vector<bri_mac_msg> run;
+    for_each_of(parse_number(call.words[0], kFillMost), [&](const uint8_t(&mac)[6]) {
+        run.push_back(one);
+        std::memcpy(run.back().entry.mac, mac, sizeof mac);
+    });
+    return changed(addresses_of(sandbox).apply(run));
+}
+
+Outcome flush(Sandbox &sandbox, const Call &call) {
+    const vlanset vlans = call.words.empty() ? all_vlans() : parse_vlans(call.words[0]);
+    return changed(addresses_of(sandbox).flush(vlans, call.words.size() > 1 ? parse_ifx(call.words[1]) : 0));
+}
+
+Fields fields_of(const bri_mac_entry &entry) {
+    return {
+        {"mac", mac_text(entry.mac)}, {"vlan", entry.bcast_id}, {"ifx", entry.ifx}, {"type", type_text(entry.type)}};
 }
 
 Outcome show(Sandbox &sandbox, const Call &) {
     Answer answer;
+    const std::vector<bri_mac_msg> all = addresses_of(sandbox).all();
     answer.begin("addresses");
-    sandbox.bridge.addresses().macs().for_each([&](const bri_mac_entry &entry) {
-        answer.row("addresses", "  {mac} VLAN {vlan} port {ifx} {type}",
-                   {{"mac", mac_text(entry.mac)},
-                    {"vlan", entry.bcast_id},
-                    {"ifx", entry.ifx},
-                    {"type", type_text(entry.type)}});
+    for (const bri_mac_msg &record : all)
+        answer.row("addresses", "  {mac} VLAN {vlan} port {ifx} {type}", fields_of(record.entry));
+    return answer.say("mac: {count} addresses", {{"count", all.size()}});
+}
+
+Outcome find(Sandbox &sandbox, const Call &call) {
+    const auto found = addresses_of(sandbox).find(record_of(BRI_MAC_ADD, call.words).entry);
+    if (!found)
+        throw std::invalid_argument("no such address");
+    return Answer().say("mac: {mac} VLAN {vlan} port {ifx} {type}", fields_of(*found));
+}
+
+std::string limit_text(uint32_t limit) {
+    return limit == MacSettings::kNoLimit ? "any" : std::to_string(limit);
+}
+
+Outcome count(Sandbox &sandbox, const Call &) {
+    const KernelFigures figures = addresses_of(sandbox).figures();
+    Answer answer;
+    for (uint32_t type = BRI_MAC_TYPE_DYNAMIC; type < std::size(kTypes); ++type)
+        if (figures.of_type[type] != 0)
+            answer.row("types", "  {type} {count}", {{"type", type_text(type)}, {"count", figures.of_type[type]}});
+    Fields quiet = Fields::array();
+    for (uint32_t ifx = 0; ifx < BRI_PORT_SLOTS; ++ifx)
+        if ((figures.quiet_ports[ifx / 32] >> ifx % 32 & 1) != 0)
+            quiet.push_back(ifx);
+    answer.say("mac: {count} addresses, age {age} s, room for {static} static, {filter} filter, {total} in all, "
+               "learning {learning}",
+               {{"count", figures.addresses},
+                {"age", figures.age},
+                {"static", limit_text(figures.room.static_num)},
+                {"filter", limit_text(figures.room.filter_num)},
+                {"total", limit_text(figures.room.total_num)},
+                {"learning", figures.learning != 0 ? "on" : "off"}});
+    if (!quiet.empty())
+        answer.say("mac: learning off on port {quiet}", {{"quiet", quiet}});
+    return answer;
+}
+
+Outcome age(Sandbox &sandbox, const Call &call) {
+    const uint32_t seconds = addresses_of(sandbox).set_age(parse_number(call.words[0]));
+    return Answer().say("mac: age {seconds} s", {{"seconds", seconds}});
+}
+
+Outcome age_range(Sandbox &sandbox, const Call &call) {
+    addresses_of(sandbox).set_age_range(
+        {parse_number(call.words[0]), parse_number(call.words[1]), parse_number(call.words[2])});
+    return Answer();
+}
+
+Outcome learning(Sandbox &sandbox, const Call &call) {
+    const bool on = call.words[0] == "on";
+    if (!on && call.words[0] != "off")
+        throw std::invalid_argument("on or off, not " + call.words[0]);
+    if (call.words.size() > 1)
+        addresses_of(sandbox).set_port_learning(parse_ifx(call.words[1]), on);
+    else
+        addresses_of(sandbox).set_learning(on);
+    return Answer();
+}
+
+uint32_t parse_limit(const std::string &word) {
+    return word == "any" ? MacSettings::kNoLimit : parse_number(word);
+}
+
+Outcome capacity(Sandbox &sandbox, const Call &call) {
+    addresses_of(sandbox).set_room(
+        {parse_limit(call.words[0]), parse_limit(call.words[1]), parse_limit(call.words[2])});
+    return Answer();
+}
+
+// What became of a frame, by enum Seen.
+constexpr const char *kSeen[] = {"learned",
+                                 "known",
+                                 "moved",
+                                 "configured, stays where it is",
+                                 "not learned, learning is off",
+                                 "not learned, learning is off on the port",
+                                 "not learned, the table is full"};
+static_assert(std::size(kSeen) == static_cast<size_t>(Seen::kFull) + 1);
+
+Outcome traffic(Sandbox &sandbox, const Call &call) {
+    const bool again = call.words.size() > 3;
+    if (again && (call.words.size() != 5 || call.words[3] != "every"))
+        throw std::invalid_argument("usage: traffic MAC VID IFX [every SECONDS]");
+    const Words place(call.words.begin(), call.words.begin() + 3);
+    const bri_mac_entry frame = record_of(BRI_MAC_ADD, place).entry;
+    const Microseconds period = again ? parse_seconds(call.words[4]) : Microseconds(0);
+    if (again && period < kFastest)
+        throw std::invalid_argument("a millisecond apart at least");
+    const Seen seen = again ? sandbox.traffic.start(frame, period) : sandbox.traffic.send(frame);
+    return Answer().say("traffic: {outcome}", {{"outcome", kSeen[static_cast<size_t>(seen)]}});
+}
+
+Outcome flood(Sandbox &sandbox, const Call &call) {
+    bri_mac_entry frame = record_of(BRI_MAC_ADD, {"06:00:00:00:00:00", call.words[1], call.words[2]}).entry;
+    if (const std::string reason = addresses_of(sandbox).refusal(frame); !reason.empty())
+        throw std::invalid_argument(reason);
+    std::vector<bri_mac_entry> frames;
+    for_each_of(parse_number(call.words[0], kFillMost), [&](const uint8_t(&mac)[6]) {
+        std::memcpy(frame.mac, mac, sizeof mac);
+        frames.push_back(frame);
     });
-    return answer.say("mac: {count} addresses", {{"count", sandbox.bridge.addresses().macs().size()}});
+    const FramesSeen seen = addresses_of(sandbox).see(frames);
+    Answer answer;
+    answer.begin("outcomes");
+    for (size_t outcome = 0; outcome < std::size(kSeen); ++outcome)
+        if (seen.times[outcome] != 0)
+            answer.row("outcomes", "traffic: {count} {outcome}",
+                       {{"count", seen.times[outcome]}, {"outcome", kSeen[outcome]}});
+    return answer;
+}
+
+Outcome stop_traffic(Sandbox &sandbox, const Call &call) {
+    uint8_t mac[6];
+    const bool all = call.words[0] == "all";
+    if (!all)
+        parse_mac(call.words[0], mac);
+    const size_t count = all ? sandbox.traffic.stop_all() : sandbox.traffic.stop(mac);
+    return Answer().say("traffic: {count} stopped", {{"count", count}});
+}
+
+Outcome show_traffic(Sandbox &sandbox, const Call &) {
+    Answer answer;
+    size_t count = 0;
+    answer.begin("hosts");
+    sandbox.traffic.for_each([&](const Traffic::Source &source) {
+        ++count;
+        answer.row("hosts", "  {mac} VLAN {vlan} port {ifx} every {seconds} s",
+                   {{"mac", mac_text(source.frame.mac)},
+                    {"vlan", source.frame.bcast_id},
+                    {"ifx", source.frame.ifx},
+                    {"seconds", static_cast<double>(source.period.count()) / 1e6}});
+    });
+    return answer.say("traffic: {count} hosts send", {{"count", count}});
 }
 
 // A host's entry as the library asks for it: one address, dynamic.
@@ -122,57 +274,74 @@ mvlan_msg host_entry(MacVlanOper oper, const std::string &mac) {
 Outcome add_host(Sandbox &sandbox, const Call &call) {
     mvlan_msg request = host_entry(kMacVlanAdd, call.words[0]);
     request.entry.vlan = parse_vid(call.words[1]);
-    request.ifx = call.words.size() > 2 ? parse_number(call.words[2]) : 0;
-    sandbox.bridge.addresses().apply(request);
+    request.ifx = call.words.size() > 2 ? parse_ifx(call.words[2]) : 0;
+    addresses_of(sandbox).apply(request);
     return Answer();
 }
 
 Outcome remove_host(Sandbox &sandbox, const Call &call) {
-    if (!sandbox.bridge.addresses().apply(host_entry(kMacVlanDelete, call.words[0])))
-        throw std::invalid_argument("no entry for " + call.words[0]);
+    addresses_of(sandbox).apply(host_entry(kMacVlanDelete, call.words[0]));
+    return Answer();
+}
+
+Outcome host_capacity(Sandbox &sandbox, const Call &call) {
+    addresses_of(sandbox).set_host_room(parse_limit(call.words[0]));
     return Answer();
 }
 
 Outcome show_hosts(Sandbox &sandbox, const Call &) {
     Answer answer;
+    const std::vector<mvlan_msg> hosts = addresses_of(sandbox).hosts();
     answer.begin("entries");
-    for (const mvlan_msg &known : sandbox.bridge.addresses().hosts().entries())
+    for (const mvlan_msg &known : hosts)
         answer.row("entries", "  {mac} mask {mask} VLAN {vlan} port {ifx}",
                    {{"mac", mac_text(known.entry.mac)},
                     {"mask", mac_text(known.entry.mask)},
                     {"vlan", known.entry.vlan},
                     {"ifx", known.ifx}});
-    return answer.say("mvlan: {count} entries", {{"count", sandbox.bridge.addresses().hosts().entries().size()}});
+    return answer.say("mvlan: {count} entries", {{"count", hosts.size()}});
 }
 
-constexpr struct {
-    const char *name;
-    KernelState state;
-} kKernelStates[] = {
-    {"up", KernelState::kUp},     {"down", KernelState::kDown},     {"error", KernelState::kError},
-    {"long", KernelState::kLong}, {"silent", KernelState::kSilent},
-};
+constexpr const char *kKernelStates[] = {"up", "down", "error", "long", "silent"}; // by enum KernelState
+static_assert(std::size(kKernelStates) == static_cast<size_t>(KernelState::kSilent) + 1);
 
+Outcome show_kernel(Sandbox &sandbox) {
+    const auto module = sandbox.bridge.kernel().ask(kReadModule).record<KernelModule>();
+    Answer answer;
+    answer.say("kernel: {state}, {sockets} sockets, {listeners} listen, family {family}, {addresses} addresses",
+               {{"state", kKernelStates[module.state]},
+                {"sockets", module.sockets},
+                {"listeners", module.listeners},
+                {"family", module.family},
+                {"addresses", addresses_of(sandbox).figures().addresses}});
+    if (module.delay_ms != 0)
+        answer.say("kernel: answers after {delay_ms} ms", {{"delay_ms", module.delay_ms}});
+    return answer;
+}
+
+// A state, or how long every answer takes.
 Outcome kernel(Sandbox &sandbox, const Call &call) {
     constexpr uint32_t largest_error = 4095;
-    Kernel &module = sandbox.kernel;
-    const auto *const row = std::find_if(std::begin(kKernelStates), std::end(kKernelStates), [&](const auto &known) {
-        return call.words.empty() ? known.state == module.state() : call.words[0] == known.name;
-    });
+    constexpr uint32_t longest_delay = 600000;
     if (call.words.empty())
-        return Answer().say(
-            "kernel: {state}, {sockets} sockets, {listeners} listen, family {family}, {addresses} addresses",
-            {{"state", row->name},
-             {"sockets", module.sockets()},
-             {"listeners", module.listeners()},
-             {"family", module.family()},
-             {"addresses", sandbox.bridge.addresses().macs().size()}});
+        return show_kernel(sandbox);
+    KernelLink &link = sandbox.bridge.kernel();
+    auto module = link.ask(kReadModule).record<KernelModule>();
+    const std::string &word = call.words[0];
+    if (word == "delay") {
+        module.delay_ms = parse_number(call.words.size() > 1 ? call.words[1] : "", longest_delay);
+        link.ask(kSetModule, bytes_of(module));
+        return Answer();
+    }
+    const auto *const row = std::find(std::begin(kKernelStates), std::end(kKernelStates), word);
     if (row == std::end(kKernelStates))
-        throw std::invalid_argument("no such state: " + call.words[0]);
-    if (call.words.size() > 1 && row->state != KernelState::kError)
+        throw std::invalid_argument("no such state: " + word);
+    module.state = static_cast<uint32_t>(row - kKernelStates);
+    const bool fails = module.state == static_cast<uint32_t>(KernelState::kError);
+    if (call.words.size() > 1 && !fails)
         throw std::invalid_argument("only error takes a number");
-    const uint32_t error = call.words.size() > 1 ? parse_number(call.words[1], largest_error) : uint32_t{EIO};
-    module.set_state(row->state, static_cast<int>(error));
+    module.error = call.words.size() > 1 ? parse_number(call.words[1], largest_error) : uint32_t{EIO};
+    link.ask(kSetModule, bytes_of(module));
     return Answer();
 }
 
@@ -180,11 +349,24 @@ constexpr Command kCommands[] = {
     {"mac add", "MAC VID IFX [TYPE]", "dynamic, static, filter, local, copy, security, other, trusted", add},
     {"mac delete", "MAC [VID] [IFX] [TYPE]", "all that match; * and what is left out stand for any", remove},
     {"mac fill", "COUNT VID IFX", "that many dynamic addresses, from 06:00:00:00:00:00 on", fill},
+    {"mac flush", "[LIST] [IFX]", "the learned addresses of VLANs go, on a port or on all", flush},
     {"mac show", "", "the table", show},
+    {"mac find", "MAC VID", "one address", find},
+    {"mac count", "", "how many of each type, and the settings", count},
+    {"mac age", "SECONDS", "how long a learned address stays without a frame; 0: for ever", age},
+    {"mac range", "MIN MAX STEP", "the ages that are allowed, in seconds; zeros: all", age_range},
+    {"mac learning", "on|off [IFX]", "learn addresses from frames, everywhere or on a port", learning},
+    {"mac capacity", "STATIC FILTER TOTAL", "the addresses that there is room for; any: no limit", capacity},
+    {"traffic", "MAC VID IFX [every SECONDS]", "a frame from that address comes in, once or again and again", traffic},
+    {"traffic flood", "COUNT VID IFX", "one from each of that many, from 06:00:00:00:00:00 on", flood},
+    {"traffic stop", "MAC", "that host is silent; all: everybody is", stop_traffic},
+    {"traffic show", "", "the hosts that send", show_traffic},
     {"mvlan add", "MAC VID [IFX]", "put the host with that address in a VLAN", add_host},
     {"mvlan delete", "MAC", "withdraw that", remove_host},
+    {"mvlan capacity", "ENTRIES", "the entries that there is room for; any: no limit", host_capacity},
     {"mvlan show", "", "the entries", show_hosts},
-    {"kernel", "[STATE [ERRNO]]", "the kernel's bridge module: up, down, error, long or silent; or show it", kernel},
+    {"kernel", "[STATE [NUMBER]]",
+     "the kernel's bridge module: up, down, error [ERRNO], long or silent; delay MS; or show it", kernel},
 };
 
 } // namespace

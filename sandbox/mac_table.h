@@ -1,13 +1,18 @@
-// The MAC addresses that the kernel's bridge module knows.
+// The MAC addresses that the kernel's bridge module knows: learned from frames, configured, aged out. A table of
+// values: it knows neither sockets nor a clock, whoever calls says what time it is.
 #pragma once
 
 #include "sandbox/batch.h"
 
 #include <bridge/mac_client.h>
+#include <bridge/port_db.h>
 
 #include <array>
+#include <bitset>
+#include <chrono>
 #include <cstdint>
 #include <functional>
+#include <list>
 #include <map>
 #include <optional>
 #include <utility>
@@ -15,20 +20,53 @@
 
 namespace sandbox {
 
-// What became of the table: one record for each address that is new, changed or gone, whole whatever asked for it.
+using Microseconds = std::chrono::microseconds; // as a time: since the program's start
+
 using MacChanges = std::vector<bri_mac_msg>;
+
+// What became of the table, each record whole whatever asked for it.
+struct MacNews {
+    MacChanges changes;  // one for each address that is new, changed or gone
+    MacChanges moved;    // those among them that have been learned on another port
+    MacChanges exceeded; // the first one that found no room, again only when there was room in between
+};
+
+// What a frame's source address did.
+enum class Seen { kLearned, kRefreshed, kMoved, kConfigured, kLearningOff, kPortLearningOff, kFull };
+
+struct MacSettings {
+    static constexpr uint32_t kNoLimit = UINT32_MAX;
+
+    std::chrono::seconds age{300}; // of a learned address that no frame comes from; 0: it never goes
+    bri_mac_age_range range{0, 0, 0};
+    bri_mac_available room{kNoLimit, kNoLimit, kNoLimit};
+    bool learning = true;
+    std::bitset<BRI_PORT_SLOTS> quiet_ports; // on which nothing is learned
+
+    // The age that the range allows: within its bounds, and on one of its steps from the lowest. A range of zeros
+    // allows all.
+    [[nodiscard]] std::chrono::seconds allowed_age() const;
+};
 
 class MacTable {
   public:
+    MacSettings settings;
+
     // Takes one record: an add names one address whole, a delete all that its fields select. A learned address does not
     // take the place of a configured one, and what says nothing new changes nothing.
-    MacChanges apply(const bri_mac_msg &record);
-    MacChanges remove_if(const std::function<bool(const bri_mac_entry &)> &wanted);
-    void clear() { entries_.clear(); }
+    void apply(const bri_mac_msg &record, Microseconds now, MacNews &news);
+    // A frame with this source address came in.
+    Seen see(const bri_mac_entry &frame, Microseconds now, MacNews &news);
+    void remove_if(const std::function<bool(const bri_mac_entry &)> &wanted, MacNews &news);
+    void clear();
+
+    // Learned addresses that nobody has seen for the allowed age go; when the next one will, unless none will.
+    void expire(Microseconds now, MacNews &news);
+    [[nodiscard]] std::optional<Microseconds> next_expiry() const;
 
     // A check: the addresses of a kind that nobody adds again until its end are gone then.
     void begin_check(const std::function<bool(const bri_mac_entry &)> &of_kind);
-    MacChanges end_check(const std::function<bool(const bri_mac_entry &)> &of_kind);
+    void end_check(const std::function<bool(const bri_mac_entry &)> &of_kind, MacNews &news);
 
     // The first address that the key selects, by address and domain; and the first one behind `current`. A key's
     // address alone is where to start, with a domain it is the one to find; port and type must match where given.
@@ -36,6 +74,8 @@ class MacTable {
     [[nodiscard]] std::optional<bri_mac_entry> next(const bri_mac_entry &key, const bri_mac_entry &current) const;
 
     [[nodiscard]] size_t size() const { return entries_.size(); }
+    // Of one type; a type that does not exist has none.
+    [[nodiscard]] uint32_t count(uint32_t type) const { return type < counts_.size() ? counts_[type] : 0; }
     template <class Fn> void for_each(Fn &&fn) const {
         for (const auto &[name, known] : entries_)
             fn(known.entry);
@@ -43,18 +83,31 @@ class MacTable {
 
   private:
     using Name = std::pair<std::array<uint8_t, 6>, uint16_t>; // address and domain
+    using Ageing = std::list<Name>;                           // the one seen longest ago first
     struct Known {
         bri_mac_entry entry;
         bool unconfirmed = false; // since the begin of a check
+        Microseconds seen{};      // these two of a learned address only
+        Ageing::iterator place{};
     };
+    using Entries = std::map<Name, Known>;
+
     static Name name_of(const bri_mac_entry &entry);
-    MacChanges add(const bri_mac_entry &given);
-    MacChanges remove_known(const std::function<bool(const Known &)> &wanted);
-    [[nodiscard]] static std::optional<bri_mac_entry> search(std::map<Name, Known>::const_iterator from,
-                                                             std::map<Name, Known>::const_iterator end,
+    bool add(const bri_mac_entry &given, Microseconds now, MacNews &news);
+    [[nodiscard]] bool has_room(uint32_t type, bool new_address) const;
+    void refuse(const bri_mac_entry &entry, MacNews &news);
+    void keep(Known &known, const bri_mac_entry &entry, Microseconds now);
+    void forget(Known &known);
+    void refresh(Known &known, Microseconds now);
+    void remove_known(Entries::iterator from, Entries::iterator end, const std::function<bool(const Known &)> &wanted,
+                      MacNews &news);
+    [[nodiscard]] static std::optional<bri_mac_entry> search(Entries::const_iterator from, Entries::const_iterator end,
                                                              const bri_mac_entry &key);
 
-    std::map<Name, Known> entries_;
+    Entries entries_;
+    Ageing ageing_;
+    std::array<uint32_t, BRI_MAC_TYPE_TRUST + 1> counts_{};
+    bool told_full_ = false;
 };
 
 [[nodiscard]] inline bool is_dynamic(const bri_mac_entry &entry) {

@@ -21,22 +21,31 @@ bool covers(const mvlan_entry &entry, const uint8_t (&mac)[6]) {
 
 } // namespace
 
-bool MacVlans::apply(const mvlan_msg &request) {
+MacVlans::Outcome MacVlans::apply(const mvlan_msg &request) {
     if (request.entry.type != kMacVlanAdd && request.entry.type != kMacVlanDelete)
-        return false;
+        return Outcome::kNotThat;
     const auto known = std::find_if(entries_.begin(), entries_.end(),
                                     [&](const mvlan_msg &other) { return same_host(other.entry, request.entry); });
-    if (request.entry.type == kMacVlanAdd) {
-        if (known == entries_.end())
-            entries_.push_back(request);
-        else
-            *known = request;
-        return true;
+    const bool there = known != entries_.end();
+    if (request.entry.type == kMacVlanDelete) {
+        if (!there)
+            return Outcome::kUnknown;
+        entries_.erase(known);
+    } else if (there) {
+        *known = request;
+    } else if (entries_.size() >= room) {
+        return Outcome::kFull;
+    } else {
+        entries_.push_back(request);
     }
-    if (known == entries_.end())
-        return false;
-    entries_.erase(known);
-    return true;
+    return Outcome::kDone;
+}
+
+std::vector<mvlan_msg> MacVlans::remove_if(const std::function<bool(const mvlan_msg &)> &wanted) {
+    const auto leaving = std::stable_partition(entries_.begin(), entries_.end(), std::not_fn(wanted));
+    std::vector<mvlan_msg> gone(leaving, entries_.end());
+    entries_.erase(leaving, entries_.end());
+    return gone;
 }
 
 std::optional<mvlan_msg> MacVlans::find(const uint8_t (&mac)[6]) const {

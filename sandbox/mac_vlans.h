@@ -4,6 +4,7 @@
 #include <bridge/mac_vlan.h>
 
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <vector>
 
@@ -13,8 +14,13 @@ enum MacVlanOper : uint32_t { kMacVlanAdd = 0, kMacVlanDelete = 1, kMacVlanQuery
 
 class MacVlans {
   public:
-    // Takes an add or a delete; an entry is known by its address and mask. Whether that changed anything.
-    bool apply(const mvlan_msg &request);
+    enum class Outcome { kDone, kFull, kUnknown, kNotThat };
+    uint32_t room = UINT32_MAX; // entries
+
+    // Takes an add or a delete, and nothing else; an entry is known by its address and mask.
+    Outcome apply(const mvlan_msg &request);
+    // The entries that are wanted go, and come back from here.
+    std::vector<mvlan_msg> remove_if(const std::function<bool(const mvlan_msg &)> &wanted);
     void clear() { entries_.clear(); }
 
     // The entry for a host address: of several whose mask covers it, the one with the longest mask.

@@ -1,6 +1,7 @@
 // bridge-sandbox: a bridge server for workstations.
 #include "sandbox/console.h"
 #include "sandbox/console_lines.h"
+#include "sandbox/kernel_main.h"
 #include "sandbox/output.h"
 
 #include <CLI/CLI.hpp>
@@ -8,6 +9,7 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -72,7 +74,10 @@ std::string environment(const char *name) {
 
 // NOLINTNEXTLINE(bugprone-exception-escape): out of memory before there is anything to say it with
 int main(int argc, char **argv) {
+    std::signal(SIGPIPE, SIG_IGN);
     try {
+        if (argc > 1 && std::strcmp(argv[1], "kernel") == 0)
+            return kernel_main(argc - 1, argv + 1);
         Options options;
         std::vector<std::string> scripts;
         options.tmpdir = environment("TMPDIR");
@@ -86,7 +91,6 @@ int main(int argc, char **argv) {
         app.add_option("--role", role, "The clients' role: master or slave")->check(CLI::IsMember({"master", "slave"}));
         CLI11_PARSE(app, argc, argv);
         options.slave = role == "slave";
-        std::signal(SIGPIPE, SIG_IGN);
         if (options.tmpdir.empty())
             throw std::runtime_error("TMPDIR is not set");
         return Program(options, scripts).run();

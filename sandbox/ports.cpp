@@ -114,6 +114,7 @@ void Ports::remove(uint32_t ifx) {
     word::store(port.ifx, uint32_t{0});
     changed(port);
     swport_dec_total_num();
+    on_removed(ifx);
     announce_(VLAN_EVENT_DESTROY_INTF, bytes_of(record));
 }
 
@@ -240,6 +241,8 @@ void Ports::refresh(uint32_t ifx, const vlanset &concerned, uint32_t kind) {
 void Ports::announce_members(uint32_t ifx, const vlanset &vlans, bool added, uint32_t kind) const {
     const auto rule = [&](uint16_t vid) { return swport_get_vlan_tag_rule(static_cast<int32_t>(ifx), vid); };
     const uint32_t mode = word::load(existing(ifx).mode);
+    if (!added && count(vlans) != 0)
+        on_left(ifx, vlans);
     if (mode == BRI_PORT_ACCESS && count(vlans) == 1) {
         vl_evt_intf_vlan_rec record{};
         record.ifx = ifx;

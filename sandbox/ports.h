@@ -9,6 +9,7 @@
 #include <bridge/vlan_client.h>
 
 #include <cstdint>
+#include <functional>
 #include <string>
 
 namespace sandbox {
@@ -24,6 +25,10 @@ class Ports {
 
     // Maps the port table; throws std::runtime_error.
     static void open();
+
+    // A port is out of VLANs, or has gone: told before anybody else is.
+    std::function<void(uint32_t ifx, const vlanset &vlans)> on_left = [](uint32_t, const vlanset &) {};
+    std::function<void(uint32_t ifx)> on_removed = [](uint32_t) {};
 
     void add(uint32_t ifx, uint32_t mode, uint16_t pvid);
     void remove(uint32_t ifx);

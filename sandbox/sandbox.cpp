@@ -15,7 +15,7 @@ bool asks_for_help(const Words &line) {
 
 void Sandbox::open() {
     bridge.server().listen();
-    kernel.listen();
+    bridge.kernel().open();
     Vlans::open(); // not before this is the only server
 }
 

@@ -3,9 +3,9 @@
 
 #include "sandbox/bridge.h"
 #include "sandbox/command.h"
-#include "sandbox/kernel.h"
 #include "sandbox/loop.h"
 #include "sandbox/trace.h"
+#include "sandbox/traffic.h"
 
 #include <functional>
 #include <random>
@@ -23,7 +23,7 @@ struct Options {
 struct Sandbox {
     explicit Sandbox(const Options &options)
         : loop(options.time_scale), trace(loop), random(options.seed),
-          bridge(loop, options.tmpdir, trace, options.slave), kernel(loop, options.tmpdir, trace, bridge.addresses()) {}
+          bridge(loop, options.tmpdir, trace, options.slave), traffic(loop, bridge.addresses()) {}
 
     // Takes the place of a server that has died, and maps the tables. Throws std::runtime_error.
     void open();
@@ -38,7 +38,7 @@ struct Sandbox {
     Trace trace;
     std::mt19937_64 random; // all randomness comes from here
     Bridge bridge;
-    Kernel kernel;
+    Traffic traffic;
 };
 
 // The families of commands; each is a table in the file that its name tells.

@@ -94,6 +94,7 @@ vlanset Vlans::remove(const vlanset &vlans) {
     });
     ports_.vlans_leaving(leaving);
     for_each_vlan(leaving, [](uint16_t vid) { vl_clear_vlan_entry(vid); });
+    on_removed(leaving);
     if (count(leaving) == 1)
         announce_vlan(VLAN_EVENT_DESTROY_INDEX, lowest(leaving));
     else

@@ -32,6 +32,9 @@ class Vlans {
     void rename(uint16_t vid, const std::string &name);
     void set_svi(uint16_t vid, uint32_t ifx);
 
+    // VLANs have gone: told before anybody else is.
+    std::function<void(const vlanset &vlans)> on_removed = [](const vlanset &) {};
+
     static Answer show();
     [[nodiscard]] Ports &ports() { return ports_; }
     [[nodiscard]] Prejudge &prejudge() { return prejudge_; }

@@ -106,7 +106,15 @@ mvlan_msg host_vlan(uint32_t type, uint8_t last, uint16_t vlan, uint32_t ifx = 0
     return message;
 }
 
+// On a switch whose ports 3 to 6 are in VLANs 10 to 40.
 struct SandboxKernel : World {
+    SandboxKernel() {
+        run("vlan create 10-40");
+        for (const char *port : {"3", "4", "5", "6"}) {
+            run(std::string("port add ") + port + " trunk 1");
+            run(std::string("port allow ") + port + " 10-40");
+        }
+    }
     Process sandbox = start_sandbox();
 
     void run(const std::string &command) { World::run(sandbox, command); }
@@ -506,7 +514,7 @@ TEST_F(SandboxKernel, bad_commands_about_addresses_are_told) {
         {"mac add 02:00:00:00:00:01 4095 1", "not a number up to 4094: 4095"},
         {"mac add 02:00:00:00:00:01 1 1 odd", "no such type of address: odd"},
         {"mac fill 1000001 1 1", "not a number up to 1000000"},
-        {"mvlan delete 00:00:00:00:00:09", "no entry for 00:00:00:00:00:09"},
+        {"mvlan delete 00:00:00:00:00:09", "no such entry"},
         {"kernel up 5", "only error takes a number"},
         {"kernel error 4096", "not a number up to 4095"},
     };

@@ -18,8 +18,9 @@ size_t descriptors_of(const Process &process) {
 
 struct MacHost : World {
     MacHost() {
-        for (const char *command : {"mac add 02:00:00:00:00:05 10 3", "mac add 02:00:00:00:00:05 11 3 static",
-                                    "mac add 02:00:00:00:00:01 10 3", "mac add 02:00:00:00:00:07 10 4 security"})
+        for (const char *command : {"vlan create 10-11,40", "port add 4 access 10", "mac add 02:00:00:00:00:05 10 3",
+                                    "mac add 02:00:00:00:00:05 11 3 filter", "mac add 02:00:00:00:00:01 10 3",
+                                    "mac add 02:00:00:00:00:07 10 4 security"})
             run(command);
     }
     void run(const std::string &command) { World::run(sandbox, command); }
@@ -28,11 +29,12 @@ struct MacHost : World {
         return start_host("table", {"-m", "02:00:00:00:00:77", "-v", "10", "-i", "3"}, kMacTable);
     }
     // One that has printed the table, knows that it has no such port and has been told what was there before it.
-    [[nodiscard]] Process start_watching_table() const {
+    [[nodiscard]] Process start_watching_table() {
         Process host = start_table();
         EXPECT_TRUE(host.shows("table: addresses of port 3\n"));
         EXPECT_TRUE(has_shown(host, "table: could not ask for the address: no port 3")); // in either order
         EXPECT_TRUE(has_shown(host, "table: added 02:00:00:00:00:07, VLAN 10, port 4, security\n"));
+        World::run(sandbox, "port add 3 access 10");
         return host;
     }
     // Waits until the text stands anywhere in the output.
@@ -72,13 +74,13 @@ TEST_F(MacHost, walks_the_kernels_table_by_address_and_by_port) {
     EXPECT_TRUE(host.shows("table: all addresses\n"
                            "table:   entry 02:00:00:00:00:01, VLAN 10, port 3, dynamic\n"
                            "table:   entry 02:00:00:00:00:05, VLAN 10, port 3, dynamic\n"
-                           "table:   entry 02:00:00:00:00:05, VLAN 11, port 3, static\n"
+                           "table:   entry 02:00:00:00:00:05, VLAN 11, port 3, filter\n"
                            "table:   entry 02:00:00:00:00:07, VLAN 10, port 4, security\n"
                            "table:   4 entries\n"
                            "table: addresses of port 3\n"
                            "table:   entry 02:00:00:00:00:01, VLAN 10, port 3, dynamic\n"
                            "table:   entry 02:00:00:00:00:05, VLAN 10, port 3, dynamic\n"
-                           "table:   entry 02:00:00:00:00:05, VLAN 11, port 3, static\n"
+                           "table:   entry 02:00:00:00:00:05, VLAN 11, port 3, filter\n"
                            "table:   3 entries\n"));
     expect_clean_end({&host, &sandbox});
 }
@@ -106,7 +108,7 @@ TEST_F(MacHost, is_told_the_addresses_that_were_there_before_it) {
     Process host = start_table();
     EXPECT_TRUE(shows_all(host, {"added 02:00:00:00:00:01, VLAN 10, port 3, dynamic",
                                  "added 02:00:00:00:00:05, VLAN 10, port 3, dynamic",
-                                 "added 02:00:00:00:00:05, VLAN 11, port 3, static",
+                                 "added 02:00:00:00:00:05, VLAN 11, port 3, filter",
                                  "added 02:00:00:00:00:07, VLAN 10, port 4, security"}));
     expect_clean_end({&host, &sandbox});
 }
@@ -121,6 +123,32 @@ TEST_F(MacHost, sees_every_change_of_the_table_as_one_record) {
     EXPECT_EQ(host.count("table: deleted 06:"), 300);
     EXPECT_EQ(host.count("table: added 06:00:00:00:01:2b, VLAN 20, port 4, dynamic\n"), 1);
     EXPECT_EQ(host.count("table: deleted 06:00:00:00:01:2b, VLAN 20, port 4, dynamic\n"), 1);
+    expect_clean_end({&host, &sandbox});
+}
+
+TEST_F(MacHost, is_told_what_becomes_of_a_host_on_the_network) {
+    Process host = start_watching_table(); // port 3 is there from now on
+    run("traffic 02:00:00:00:00:99 10 3");
+    EXPECT_TRUE(host.shows("table: added 02:00:00:00:00:99, VLAN 10, port 3, dynamic\n"));
+    run("traffic 02:00:00:00:00:99 10 3"); // known
+    run("traffic 02:00:00:00:00:99 10 4");
+    EXPECT_TRUE(host.shows("table: added 02:00:00:00:00:99, VLAN 10, port 4, dynamic\n"));
+    run("port del 4");
+    EXPECT_TRUE(host.shows("table: deleted 02:00:00:00:00:99, VLAN 10, port 4, dynamic\n"));
+    EXPECT_EQ(host.count(":99, VLAN 10"), 3);
+    EXPECT_EQ(host.count("deleted 02:00:00:00:00:07, VLAN 10, port 4, security\n"), 1); // configured on it
+    run("vlan delete 11");
+    EXPECT_TRUE(host.shows("table: deleted 02:00:00:00:00:05, VLAN 11, port 3, filter\n"));
+    expect_clean_end({&host, &sandbox});
+}
+
+TEST_F(MacHost, is_told_when_an_address_has_aged) {
+    Process host = start_watching_table();
+    run("mac age 1"); // two of its addresses are learned ones
+    EXPECT_TRUE(has_shown(host, "table: deleted 02:00:00:00:00:01, VLAN 10, port 3, dynamic\n"));
+    EXPECT_TRUE(has_shown(host, "table: deleted 02:00:00:00:00:05, VLAN 10, port 3, dynamic\n"));
+    run("mac show");
+    EXPECT_EQ(sandbox.count("\nmac: 2 addresses\n"), 1);
     expect_clean_end({&host, &sandbox});
 }
 
@@ -208,6 +236,9 @@ struct MacCalls : MacHost {
 };
 
 TEST_F(MacCalls, look_ups_are_answered_and_leave_no_descriptor) {
+    run("port add 3 trunk 1");
+    run("port allow 3 10-11");
+    run("mac add 02:00:00:00:00:05 11 3 static");
     const int before = open_descriptors();
     bri_mac_entry out{};
     EXPECT_EQ(bridge_maddr_find_single(kMac, 11, &out), 0);
@@ -217,6 +248,25 @@ TEST_F(MacCalls, look_ups_are_answered_and_leave_no_descriptor) {
     EXPECT_EQ(bridge_maddr_find_static_on_ifx(3), 0);
     EXPECT_EQ(bridge_maddr_find_static_on_ifx(4), -1);
     EXPECT_EQ(open_descriptors(), before);
+}
+
+TEST_F(MacCalls, learned_address_is_looked_up_until_its_port_is_flushed) {
+    run("port add 3 access 10");
+    run("traffic 02:00:00:00:00:09 10 3");
+    bri_mac_entry out{};
+    EXPECT_EQ(bridge_maddr_find_single(kOther, 10, &out), 0);
+    EXPECT_EQ(out.type, uint32_t{BRI_MAC_TYPE_DYNAMIC});
+    run("mac flush 10 3");
+    EXPECT_EQ(bridge_maddr_find_single(kOther, 10, &out), -1);
+}
+
+TEST_F(MacCalls, look_up_takes_as_long_as_the_kernel_is_told_to) {
+    run("kernel delay 200");
+    const auto begin = std::chrono::steady_clock::now();
+    EXPECT_EQ(bridge_maddr_find_single(kMac, 10, nullptr), 0);
+    const std::chrono::duration<double> taken = std::chrono::steady_clock::now() - begin;
+    EXPECT_GE(taken.count(), 0.4); // the family's answer, then this one
+    EXPECT_LT(taken.count(), 5);
 }
 
 TEST_F(MacCalls, vlan_of_a_host_is_looked_up) {

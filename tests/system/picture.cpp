@@ -2,6 +2,8 @@
 
 #include "base/bits.h"
 
+#include <bridge/events.h>
+
 #include <cstdio>
 
 namespace test {
