@@ -3,6 +3,7 @@
 #include "tests/client/transport_fixture.h"
 
 #include <atomic>
+#include <chrono>
 #include <thread>
 
 namespace {
@@ -20,6 +21,7 @@ class Introduction : public Transport {
         return result;
     }
     static void ask_another_thread() { foreign = from_another_thread(); }
+    static void take_time() { std::this_thread::sleep_for(std::chrono::milliseconds(2)); }
     static void send_alone() { own = send_ontime(kPlain, {7}); }
 
     static inline int foreign = 1;
@@ -92,6 +94,7 @@ TEST_F(Introduction, lasts_while_the_registration_waits_in_the_cache) {
 TEST_F(Introduction, is_the_first_that_the_server_sees_of_every_connection) {
     const Server server;
     start();
+    bridge_agent_set_connect_callback(take_time); // for the others to come first, if they may
     std::atomic<bool> over{false};
     std::atomic<uint32_t> accepted{0};
     std::vector<std::thread> senders;
@@ -107,7 +110,8 @@ TEST_F(Introduction, is_the_first_that_the_server_sees_of_every_connection) {
         const auto first = peer.read_batch();
         ASSERT_TRUE(first.has_value());
         EXPECT_EQ(first->types(), (std::vector<uint32_t>{BRIDGE_EVENT_REG_MSG}));
-        seen += static_cast<uint32_t>(peer.read_batches().size());
+        for (int more = 0; more < 20 && peer.readable(); ++more) // there is no end of them
+            seen += peer.read_batch().has_value() ? 1U : 0U;
         bridge_client_connect_reset();
         bridge_client_thread_event(BRI_CLNT_EVT_RECONNECT);
     }
