@@ -40,7 +40,9 @@ BRI_AT(bri_mac_filter, ifx, 20);
 /* One byte per flag (enum bri_debug_flag), not 0 for on. Read by every thread that logs, without a lock. */
 BRI_API extern uint8_t g_bri_clnt_dbg[28];
 
-/* Which MAC entries are logged while BRI_DBG_MAC is on; all zero: every one. */
+/* Which MAC entries are logged while BRI_DBG_MAC is on; all zero: every one. DEBUG_EVENT_MAC writes it field by field
+ * on the loop's thread, and every thread that logs reads it so, without a lock: a line that is written meanwhile may go
+ * by some fields of the old filter and some of the new. */
 BRI_API extern struct bri_mac_filter g_bglib_mac_filter;
 
 /* The messages held back, oldest first, and how many they are. Owned by the library; not to be changed. */
