@@ -22,7 +22,8 @@ namespace {
 constexpr uint32_t kNotifyGroups = 0x8000; // the generic netlink controller's notices
 constexpr long kReconnectSeconds = 1;
 
-// Socket and family are read by threads that send; the rest belongs to the loop's thread.
+// All of it belongs to the loop's thread. Socket and family are shared words all the same: a host that sends from
+// another thread, against the rule, fails or meets the next socket, and no more.
 struct Channel {
     int fd = -1;                        // not above 0: closed
     int32_t family = -1;                // not above 0: unknown

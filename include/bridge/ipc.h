@@ -50,14 +50,15 @@ BRI_API struct bri_sem_lock *bridge_lock_create(int32_t key);
 BRI_API struct bri_sem_lock *bridge_lock_get(int32_t key);
 
 /* Takes the lock, waiting while any process holds it: readers and writers exclude each other alike, and the two names
- * only mark the intent. The kernel gives the lock back when its holder dies. When taking fails, also by a signal, a log
- * line says so and the caller goes on unguarded. Null does nothing. */
+ * only mark the intent. The kernel gives the lock back when its holder dies; nothing else bounds the wait, and a holder
+ * that is merely stopped holds everybody up. When taking fails, also by a signal, a log line says so and the caller
+ * goes on unguarded: its bridge_unlock then frees the lock of whoever really holds it. Null does nothing. */
 BRI_API void bridge_rd_lock(struct bri_sem_lock *lock);
 
 /* The same as bridge_rd_lock. */
 BRI_API void bridge_wr_lock(struct bri_sem_lock *lock);
 
-/* Gives the lock back. Null does nothing. */
+/* Gives the lock back: raises the semaphore, whoever took it. Null does nothing. */
 BRI_API void bridge_unlock(struct bri_sem_lock *lock);
 
 /* --- POSIX named semaphores ---
@@ -79,23 +80,26 @@ BRI_API int bridge_get_plock_value(const char *name, int *value);
 /* Adds 1 to the semaphore. 0, or -1 when it cannot be opened or posted. */
 BRI_API int bridge_psem_up(const char *name);
 
-/* Takes 1 off the semaphore, waiting while it is 0. A wait that a signal interrupts is tried once more. 0, or -1 when
- * the semaphore cannot be opened or the wait failed. */
+/* Takes 1 off the semaphore, waiting while it is 0. A wait that a signal interrupts is tried once more. Nothing bounds
+ * the wait: unlike the System V lock, the semaphore of a holder that was killed stays at 0. 0, or -1 when the semaphore
+ * cannot be opened or the wait failed. */
 BRI_API int bridge_psem_down(const char *name);
 
 /* --- Shared-memory segments --- */
 
 /* Makes the segment of `key` with room for `size` bytes of data behind its header, zeroed, or joins one that is at
  * least as large and keeps its data. The header is written anew in either case; at most 63 characters of `name` are
- * kept. Gives a handle, or null for a null name, a size of 4 GiB or more, a smaller segment of that key, or when
- * memory, the segment or its mapping cannot be had. */
+ * kept. Gives a handle, or null for a null name, a size that makes 4 GiB or more together with the header, a smaller
+ * segment of that key, or when memory, the segment or its mapping cannot be had. Without memory for the handle the
+ * segment stays attached. */
 BRI_API struct bri_shm_handle *bridge_shm_create(const char *name, int32_t key, size_t size);
 
 /* Attaches an existing segment for reading and writing and notes its id in the header. Gives a handle, or null when
- * there is no such segment, it is too small for its header, or it cannot be mapped. */
+ * there is no such segment, it has fewer bytes than the 76 of the header, or it cannot be mapped. */
 BRI_API struct bri_shm_handle *bridge_shm_attach(int32_t key);
 
-/* The same for reading only; the header stays as it is, and a write through the handle ends the process. */
+/* The same for reading only: nothing is written, not the id in the header either, and a write through the handle ends
+ * the process. */
 BRI_API struct bri_shm_handle *bridge_shm_attach_rdonly(int32_t key);
 
 /* Unmaps the segment, which stays, and frees the handle. Where its hdr is null it only frees. Null does nothing. */

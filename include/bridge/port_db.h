@@ -68,10 +68,12 @@ BRI_AT(bri_portdb, stp_instance, 125440);
 BRI_AT(bri_portdb, reserved, 133632);
 
 /* Before bridge_portdb_init succeeded every port is absent. Look-ups read the segment in place, send nothing and log
- * nothing. Mapping, and the calls that change this process's own count, belong to the thread that runs the host's event
- * loop; all others may run in any thread once the database is mapped. `ifx` is an interface index, `vid` a VLAN id. */
+ * nothing; set-up and swport_get_shm_head write debug lines, while flag BRI_DBG_VLAN is set (module "BRIDGE", tag
+ * "PORT-DB"). Mapping, and the calls that change this process's own count, belong to the thread that runs the host's
+ * event loop; all others may run in any thread once the database is mapped. `ifx` is an interface index, `vid` a VLAN
+ * id. */
 
-/* Maps the database: makes or joins its segment and its lock (key 0x22220001 + VSDID). 1, or 0 with a log line. A
+/* Maps the database: makes or joins its segment and its lock (key 0x22220001 + VSDID). 1, or 0 with a debug line. A
  * repetition maps anew and forgets this process's own count; earlier block addresses stay readable. One that fails
  * leaves nothing mapped, except that without a usable key (0) everything stays as it was. */
 BRI_API int bridge_portdb_init(void);
@@ -147,10 +149,13 @@ BRI_API void swport_tag_vlan_rmv_map(int32_t ifx, struct vlanset *map);
 /* Takes all marks away. Nothing for an absent port. */
 BRI_API void swport_reset_tag_vlan(int32_t ifx);
 
-/* Claims or gives up port functions, in one step across all processes and under the database's lock. With the low 8
- * bits of `set` not zero, sets `bits` unless a function of the group 0x1fc0 that is in `conflict_mask` is set already;
- * with them zero, clears `bits`. 1 when the port is there, else 0 with *conflicts untouched. With 1, *conflicts (null
- * allowed) holds the functions in the way, and 0 means that the change was made. */
+/* Claims or gives up port functions, in one step across all processes and under the database's lock, for which it waits
+ * as bridge_wr_lock does. With the low 8 bits of `set` not zero, sets `bits` unless a function of the group 0x1fc0
+ * (bits 6 to 12) that is in `conflict_mask` is set already; with them zero, clears `bits`. The functions of this word
+ * are the daemons' own: of the names in port_exclusion.h, which are those of another table, only BRI_PROMISCUOUS (bit
+ * 6) lies in the group, and a conflict with any of the others is never found here. 1 when the port is there, else 0
+ * with *conflicts untouched. With 1, *conflicts (null allowed) holds the functions in the way, and 0 means that the
+ * change was made. */
 BRI_API int swport_set_attr_exclude(int32_t ifx, uint32_t bits, uint32_t set, uint32_t conflict_mask,
                                     uint32_t *conflicts);
 
@@ -168,8 +173,8 @@ BRI_API uint16_t swport_get_stp_instance(uint16_t vid);
 BRI_API void swport_inc_total_num(void);
 BRI_API void swport_dec_total_num(void);
 
-/* Key, id, data size in bytes and name (`name` holds 64 bytes) from the segment's header. 1, or 0 for a null pointer or
- * while nothing is mapped. */
+/* Key, id, data size in bytes and name (`name` holds 64 bytes) from the segment's header. 1, or 0 for a null pointer
+ * or, with a debug line, while nothing is mapped. */
 BRI_API int swport_get_shm_head(uint32_t *key, uint32_t *shmid, uint32_t *size, char *name);
 
 /* Prints the segment, the table addresses and this process's own number of ports, whatever the debug flags say. */

@@ -100,7 +100,8 @@ BRI_AT(bri_vlandb, vlans, 0);
 BRI_AT(bri_vlandb, stat, 327600);
 BRI_AT(bri_vlandb, proto, 328136);
 
-/* Where this process has the VLAN database mapped; all null before vl_vlandb_init succeeded. */
+/* Where this process has the VLAN database mapped; all null before vl_vlandb_init succeeded, but for the lock where
+ * only the segment could not be had. */
 struct vl_mng {
     struct bri_shm_handle *shm;
     struct bri_sem_lock *lock;
