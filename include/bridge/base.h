@@ -19,6 +19,7 @@
 #include <stddef.h>
 #include <stdint.h>
 
+/* What C and C++ say differently: how names are linked, and what the compiler is to assert. */
 #ifdef __cplusplus
 #define BRI_BEGIN_DECLS                    extern "C" {
 #define BRI_END_DECLS                      }
@@ -53,8 +54,8 @@ BRI_SIZE(vlanset, 512);
 
 /* Links of a circular doubly linked list. An empty head points at itself; nodes are appended at the tail. */
 struct bri_list {
-    struct bri_list *next;
-    struct bri_list *prev;
+    struct bri_list *next; /* the head, behind the last node */
+    struct bri_list *prev; /* the head, before the first node */
 };
 
 struct bri_clnt_ctx;

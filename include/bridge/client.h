@@ -55,8 +55,8 @@ typedef void (*bri_clnt_cb)(void);
 
 /* Node of conn_cbs and oridata_cbs; never removed. A null function is skipped. */
 struct bri_clnt_cb_node {
-    struct bri_list link;
-    bri_clnt_cb fn;
+    struct bri_list link; /* in the order of setting */
+    bri_clnt_cb fn;       /* called in this order */
 };
 
 /* What bridge_client_thread_event adds. */

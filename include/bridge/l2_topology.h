@@ -132,7 +132,6 @@ BRI_API void bri_clnt_notify_proto_status(void);
 /* Steps of a replay, of use only while one runs: append a record to its batch, which is delivered when it is full
  * (1284 bytes), and deliver what is left (4 + 20 x count bytes). */
 BRI_API void swport_clnt_judge_notify_port_status(const struct l2top_port_status *record);
-
 BRI_API void swport_clnt_notify_port_status_flush(void);
 
 BRI_END_DECLS

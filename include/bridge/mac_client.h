@@ -21,6 +21,7 @@ enum bri_mac_type {
 /* Which fields of an entry are valid, or select a look-up. */
 enum bri_mac_field { BRI_MAC_FIELD_MAC = 1, BRI_MAC_FIELD_IFX = 2, BRI_MAC_FIELD_TYPE = 4, BRI_MAC_FIELD_BCAST_ID = 8 };
 
+/* What a request does with the entry. */
 enum bri_mac_oper { BRI_MAC_ADD = 1, BRI_MAC_DEL = 2 };
 
 /* MAC entry. */
@@ -139,26 +140,19 @@ BRI_API char *mac_client_init(struct bri_clnt_ctx *client);
 
 /* Adds: mac and bcast_id must be present and the port must exist. Sent as MAC_EVENT_NOTIFY_ADDR. */
 BRI_API int bridge_maddr_add_static(const uint8_t *mac, uint32_t bcast_id, uint32_t ifx);
-
 BRI_API int bridge_maddr_add_secu(const uint8_t *mac, uint32_t bcast_id, uint32_t ifx);
-
 BRI_API int bridge_maddr_add_trust(const uint8_t *mac, uint32_t bcast_id, uint32_t ifx);
-
 BRI_API int bridge_maddr_add_other(const uint8_t *mac, uint32_t bcast_id, uint32_t ifx);
 
 /* Deletes with wildcards: an absent argument matches every entry, so (null, 0, 0) deletes all of the type. Forced
  * deletion marks the entry's flags. Sent as MAC_EVENT_NOTIFY_ADDR. */
 BRI_API int bridge_maddr_del_static(const uint8_t *mac, uint32_t bcast_id, uint32_t ifx);
-
 BRI_API int bridge_maddr_del_dyn(const uint8_t *mac, uint32_t bcast_id, uint32_t ifx);
-
 BRI_API int bridge_maddr_force_del_dyn(const uint8_t *mac, uint32_t bcast_id, uint32_t ifx);
 
 /* Deletes of one entry: all three must be present; the port need not exist. Sent as MAC_EVENT_NOTIFY_ADDR. */
 BRI_API int bridge_maddr_del_secu(const uint8_t *mac, uint32_t bcast_id, uint32_t ifx);
-
 BRI_API int bridge_maddr_del_trust(const uint8_t *mac, uint32_t bcast_id, uint32_t ifx);
-
 BRI_API int bridge_maddr_del_other(const uint8_t *mac, uint32_t bcast_id, uint32_t ifx);
 
 /* Takes an entry back: `type` must be STATIC or FILTER and mac and bcast_id present; `ifx` may be 0. The record names
@@ -188,7 +182,6 @@ BRI_API int bridge_maddr_set_available_mac(uint32_t static_num, uint32_t filter_
 /* Bracket a check of the addresses that are not dynamic; `type` is the server's and passed through.
  * MAC_EVENT_NONDYN_CHECK_BEGIN and _END. */
 BRI_API int bridge_maddr_nondyn_check_begin(uint32_t type);
-
 BRI_API int bridge_maddr_nondyn_check_end(uint32_t type);
 
 /* Root-bridge mode; the byte is passed through. MAC_EVENT_SET_ROOT_BRIDGE_MODE. */
@@ -199,7 +192,6 @@ BRI_API int bridge_maddr_set_root_bridge_mode(uint8_t enable);
 
 /* Bracket a check of the dynamic addresses. MAC_EVENT_DYN_CHECK_BEGIN and _END, without data. */
 BRI_API int bridge_maddr_dynmac_check_begin(void);
-
 BRI_API int bridge_maddr_dynmac_check_end(void);
 
 /* Hands address changes to the kernel: at most 204 records, as they stand. MAC_EVENT_SS_NOTIFY_ADDR. */

@@ -40,7 +40,6 @@ BRI_AT(mvlan_msg, entry, 4);
  * host in. Nothing happens without an address. The outcome shows only in the log. MVLAN_EVENT_NOTIFY_ENTRY, which
  * leaves at once. Any thread. */
 BRI_API void mvlan_clnt_add_dyn_entry(const uint8_t *mac, uint16_t vlan);
-
 BRI_API void mvlan_clnt_add_dyn_entry_dot1x(const uint8_t *mac, uint16_t vlan, uint32_t ifx);
 
 /* Withdraws the host's entry; as the adds. */

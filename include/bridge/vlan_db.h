@@ -15,9 +15,9 @@
 BRI_BEGIN_DECLS
 
 #define BRI_VLAN_ENTRIES   4095u /* entries in the table, VLAN id 0..4094; entry 0 is never used */
-#define BRI_VID_MIN        1u
-#define BRI_VID_MAX        4094u
-#define BRI_VLAN_NAME_SIZE 36u
+#define BRI_VID_MIN        1u    /* least VLAN id */
+#define BRI_VID_MAX        4094u /* greatest VLAN id */
+#define BRI_VLAN_NAME_SIZE 36u   /* bytes of a name, its NUL included */
 
 /* VLAN modes. */
 enum bri_vlan_mode { BRI_VLAN_STATIC = 1, BRI_VLAN_DYNAMIC = 2, BRI_VLAN_SUPER = 4 };
@@ -103,11 +103,11 @@ BRI_AT(bri_vlandb, proto, 328136);
 /* Where this process has the VLAN database mapped; all null before vl_vlandb_init succeeded, but for the lock where
  * only the segment could not be had. */
 struct vl_mng {
-    struct bri_shm_handle *shm;
-    struct bri_sem_lock *lock;
-    struct vle *entries;
-    struct vl_stat *stat;
-    struct bri_proto_registry *proto_state;
+    struct bri_shm_handle *shm;             /* the segment */
+    struct bri_sem_lock *lock;              /* its semaphore, which no operation takes */
+    struct vle *entries;                    /* BRI_VLAN_ENTRIES of them */
+    struct vl_stat *stat;                   /* the statistics block */
+    struct bri_proto_registry *proto_state; /* the protocol registry */
 };
 
 /* Read-only for everyone but vl_vlandb_init. */

@@ -46,9 +46,9 @@ BRI_AT(bri_vlan_groups, groups, 0);
 
 /* Where this process has the group table mapped; all null before vlan_group_shm_init succeeded. */
 struct vlan_group_manager {
-    struct bri_shm_handle *shm;
-    struct bri_sem_lock *lock;
-    struct vlan_group_entry *entries;
+    struct bri_shm_handle *shm;       /* the segment */
+    struct bri_sem_lock *lock;        /* its semaphore */
+    struct vlan_group_entry *entries; /* BRI_VLAN_GROUP_ENTRIES of them */
 };
 
 /* Read-only for everyone but vlan_group_shm_init. */

@@ -19,8 +19,10 @@ extern "C" {
 
 struct qv_thread_master;
 struct qv_thread;
+/* What a job runs; its result is ignored. */
 typedef int (*qv_thread_func)(void *arg);
 
+/* Marks what the shared library exports. */
 #define QV_API __attribute__((visibility("default")))
 
 /* Run `func` at once: when the running job has returned, behind the event jobs that were added before. */
