@@ -80,17 +80,6 @@ DebugMessage switch_message(uint32_t type, bool on) {
     return message(type, any);
 }
 
-// Six bytes as hexadecimal digits; dots, colons and hyphens between them do not matter.
-void parse_mac(const std::string &text, uint8_t (&mac)[6]) {
-    std::string digits;
-    std::copy_if(text.begin(), text.end(), std::back_inserter(digits),
-                 [](char c) { return c != '.' && c != ':' && c != '-'; });
-    if (digits.size() != 2 * sizeof mac)
-        throw std::invalid_argument("not a MAC address: " + text);
-    const std::vector<uint8_t> bytes = parse_hex(digits);
-    std::copy(bytes.begin(), bytes.end(), mac);
-}
-
 // Pairs of a field's name and its value, behind "mac filter".
 DebugMessage mac_filter(const Words &words) {
     bri_mac_filter filter{};

@@ -22,7 +22,7 @@ namespace {
 
 constexpr char kSocketName[] = ".kernel_control";
 constexpr uint32_t kAnswer = 0x30000; // KernelResult: its error, uint32_t, and its answer
-constexpr Microseconds kRetry{1000000};
+constexpr Microseconds kLookAgain{1000000};
 constexpr int kPatienceMs = 5000; // with a process that hangs
 
 // One message on the line, as on the server socket: a header and its data.
@@ -170,13 +170,13 @@ class KernelLink::Beside : public Road {
         fd_.reset();
         input_.clear();
         news_.clear();
-        again_.start(kRetry);
+        again_.start(kLookAgain);
     }
     void look_again() {
         if (connect())
             trace_.note("kernel: its process is back");
         else
-            again_.start(kRetry);
+            again_.start(kLookAgain);
     }
 
     Loop &loop_;

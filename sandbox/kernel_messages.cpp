@@ -152,7 +152,7 @@ KernelResult set_host_room(KernelTables &tables, Bytes data) {
     return {};
 }
 
-template <class Record> KernelResult run_of(const std::vector<Record> &records) {
+template <class Record> KernelResult answer_run(const std::vector<Record> &records) {
     const auto *bytes = reinterpret_cast<const uint8_t *>(records.data());
     return {0, {bytes, bytes + records.size() * sizeof(Record)}};
 }
@@ -160,11 +160,11 @@ template <class Record> KernelResult run_of(const std::vector<Record> &records) 
 KernelResult read_addresses(KernelTables &tables, Bytes) {
     MacChanges all;
     tables.macs().for_each([&](const bri_mac_entry &entry) { all.push_back({0, BRI_MAC_ADD, entry}); });
-    return run_of(all);
+    return answer_run(all);
 }
 
 KernelResult read_hosts(KernelTables &tables, Bytes) {
-    return run_of(tables.hosts().entries());
+    return answer_run(tables.hosts().entries());
 }
 
 KernelResult read_figures(KernelTables &tables, Bytes) {

@@ -33,17 +33,6 @@ uint32_t parse_type(const std::string &text) {
     return static_cast<uint32_t>(found - kTypes);
 }
 
-void parse_mac(const std::string &text, uint8_t (&mac)[6]) {
-    unsigned bytes[6];
-    int end = -1;
-    if (text.size() != 17 ||
-        std::sscanf(text.c_str(), "%2x:%2x:%2x:%2x:%2x:%2x%n", &bytes[0], &bytes[1], &bytes[2], &bytes[3], &bytes[4],
-                    &bytes[5], &end) != 6 ||
-        end != 17)
-        throw std::invalid_argument("not an address such as 02:00:00:00:00:01: " + text);
-    std::copy(std::begin(bytes), std::end(bytes), mac);
-}
-
 std::string mac_text(const uint8_t (&mac)[6]) {
     char text[18];
     std::snprintf(text, sizeof text, "%02x:%02x:%02x:%02x:%02x:%02x", mac[0], mac[1], mac[2], mac[3], mac[4], mac[5]);
@@ -76,7 +65,7 @@ Addresses &addresses_of(Sandbox &sandbox) {
     return sandbox.bridge.addresses();
 }
 
-Outcome add(Sandbox &sandbox, const Call &call) {
+Outcome add_address(Sandbox &sandbox, const Call &call) {
     Words whole = call.words;
     if (whole.size() < 4)
         whole.emplace_back("dynamic");
@@ -85,7 +74,7 @@ Outcome add(Sandbox &sandbox, const Call &call) {
     return changed(addresses_of(sandbox).apply({record_of(BRI_MAC_ADD, whole)}));
 }
 
-Outcome remove(Sandbox &sandbox, const Call &call) {
+Outcome remove_addresses(Sandbox &sandbox, const Call &call) {
     return changed(addresses_of(sandbox).apply({record_of(BRI_MAC_DEL, call.words)}));
 }
 
@@ -99,7 +88,7 @@ template <class Fn> void for_each_of(uint32_t count, Fn &&fn) {
     }
 }
 
-Outcome fill(Sandbox &sandbox, const Call &call) {
+Outcome fill_table(Sandbox &sandbox, const Call &call) {
     const bri_mac_msg one = record_of(BRI_MAC_ADD, {"06:00:00:00:00:00", call.words[1], call.words[2], "dynamic"});
     std::vector<bri_mac_msg> run;
     for_each_of(parse_number(call.words[0], kFillMost), [&](const uint8_t(&mac)[6]) {
@@ -109,7 +98,7 @@ Outcome fill(Sandbox &sandbox, const Call &call) {
     return changed(addresses_of(sandbox).apply(run));
 }
 
-Outcome flush(Sandbox &sandbox, const Call &call) {
+Outcome flush_addresses(Sandbox &sandbox, const Call &call) {
     const vlanset vlans = call.words.empty() ? all_vlans() : parse_vlans(call.words[0]);
     return changed(addresses_of(sandbox).flush(vlans, call.words.size() > 1 ? parse_ifx(call.words[1]) : 0));
 }
@@ -119,7 +108,7 @@ Fields fields_of(const bri_mac_entry &entry) {
         {"mac", mac_text(entry.mac)}, {"vlan", entry.bcast_id}, {"ifx", entry.ifx}, {"type", type_text(entry.type)}};
 }
 
-Outcome show(Sandbox &sandbox, const Call &) {
+Outcome show_addresses(Sandbox &sandbox, const Call &) {
     Answer answer;
     const std::vector<bri_mac_msg> all = addresses_of(sandbox).all();
     answer.begin("addresses");
@@ -128,7 +117,7 @@ Outcome show(Sandbox &sandbox, const Call &) {
     return answer.say("mac: {count} addresses", {{"count", all.size()}});
 }
 
-Outcome find(Sandbox &sandbox, const Call &call) {
+Outcome find_address(Sandbox &sandbox, const Call &call) {
     const auto found = addresses_of(sandbox).find(record_of(BRI_MAC_ADD, call.words).entry);
     if (!found)
         throw std::invalid_argument("no such address");
@@ -139,7 +128,7 @@ std::string limit_text(uint32_t limit) {
     return limit == MacSettings::kNoLimit ? "any" : std::to_string(limit);
 }
 
-Outcome count(Sandbox &sandbox, const Call &) {
+Outcome show_figures(Sandbox &sandbox, const Call &) {
     const KernelFigures figures = addresses_of(sandbox).figures();
     Answer answer;
     for (uint32_t type = BRI_MAC_TYPE_DYNAMIC; type < std::size(kTypes); ++type)
@@ -162,18 +151,18 @@ Outcome count(Sandbox &sandbox, const Call &) {
     return answer;
 }
 
-Outcome age(Sandbox &sandbox, const Call &call) {
+Outcome set_age(Sandbox &sandbox, const Call &call) {
     const uint32_t seconds = addresses_of(sandbox).set_age(parse_number(call.words[0]));
     return Answer().say("mac: age {seconds} s", {{"seconds", seconds}});
 }
 
-Outcome age_range(Sandbox &sandbox, const Call &call) {
+Outcome set_age_range(Sandbox &sandbox, const Call &call) {
     addresses_of(sandbox).set_age_range(
         {parse_number(call.words[0]), parse_number(call.words[1]), parse_number(call.words[2])});
     return Answer();
 }
 
-Outcome learning(Sandbox &sandbox, const Call &call) {
+Outcome set_learning(Sandbox &sandbox, const Call &call) {
     const bool on = call.words[0] == "on";
     if (!on && call.words[0] != "off")
         throw std::invalid_argument("on or off, not " + call.words[0]);
@@ -188,7 +177,7 @@ uint32_t parse_limit(const std::string &word) {
     return word == "any" ? MacSettings::kNoLimit : parse_number(word);
 }
 
-Outcome capacity(Sandbox &sandbox, const Call &call) {
+Outcome set_capacity(Sandbox &sandbox, const Call &call) {
     addresses_of(sandbox).set_room(
         {parse_limit(call.words[0]), parse_limit(call.words[1]), parse_limit(call.words[2])});
     return Answer();
@@ -320,7 +309,7 @@ Outcome show_kernel(Sandbox &sandbox) {
 }
 
 // A state, or how long every answer takes.
-Outcome kernel(Sandbox &sandbox, const Call &call) {
+Outcome set_kernel(Sandbox &sandbox, const Call &call) {
     constexpr uint32_t largest_error = 4095;
     constexpr uint32_t longest_delay = 600000;
     if (call.words.empty())
@@ -345,18 +334,18 @@ Outcome kernel(Sandbox &sandbox, const Call &call) {
     return Answer();
 }
 
-constexpr Command kCommands[] = {
-    {"mac add", "MAC VID IFX [TYPE]", "dynamic, static, filter, local, copy, security, other, trusted", add},
-    {"mac delete", "MAC [VID] [IFX] [TYPE]", "all that match; * and what is left out stand for any", remove},
-    {"mac fill", "COUNT VID IFX", "that many dynamic addresses, from 06:00:00:00:00:00 on", fill},
-    {"mac flush", "[LIST] [IFX]", "the learned addresses of VLANs go, on a port or on all", flush},
-    {"mac show", "", "the table", show},
-    {"mac find", "MAC VID", "one address", find},
-    {"mac count", "", "how many of each type, and the settings", count},
-    {"mac age", "SECONDS", "how long a learned address stays without a frame; 0: for ever", age},
-    {"mac range", "MIN MAX STEP", "the ages that are allowed, in seconds; zeros: all", age_range},
-    {"mac learning", "on|off [IFX]", "learn addresses from frames, everywhere or on a port", learning},
-    {"mac capacity", "STATIC FILTER TOTAL", "the addresses that there is room for; any: no limit", capacity},
+constexpr Command kMacCommands[] = {
+    {"mac add", "MAC VID IFX [TYPE]", "dynamic, static, filter, local, copy, security, other, trusted", add_address},
+    {"mac delete", "MAC [VID] [IFX] [TYPE]", "all that match; * and what is left out stand for any", remove_addresses},
+    {"mac fill", "COUNT VID IFX", "that many dynamic addresses, from 06:00:00:00:00:00 on", fill_table},
+    {"mac flush", "[LIST] [IFX]", "the learned addresses of VLANs go, on a port or on all", flush_addresses},
+    {"mac show", "", "the table", show_addresses},
+    {"mac find", "MAC VID", "one address", find_address},
+    {"mac count", "", "how many of each type, and the settings", show_figures},
+    {"mac age", "SECONDS", "how long a learned address stays without a frame; 0: for ever", set_age},
+    {"mac range", "MIN MAX STEP", "the ages that are allowed, in seconds; zeros: all", set_age_range},
+    {"mac learning", "on|off [IFX]", "learn addresses from frames, everywhere or on a port", set_learning},
+    {"mac capacity", "STATIC FILTER TOTAL", "the addresses that there is room for; any: no limit", set_capacity},
     {"traffic", "MAC VID IFX [every SECONDS]", "a frame from that address comes in, once or again and again", traffic},
     {"traffic flood", "COUNT VID IFX", "one from each of that many, from 06:00:00:00:00:00 on", flood},
     {"traffic stop", "MAC", "that host is silent; all: everybody is", stop_traffic},
@@ -366,13 +355,13 @@ constexpr Command kCommands[] = {
     {"mvlan capacity", "ENTRIES", "the entries that there is room for; any: no limit", host_capacity},
     {"mvlan show", "", "the entries", show_hosts},
     {"kernel", "[STATE [NUMBER]]",
-     "the kernel's bridge module: up, down, error [ERRNO], long or silent; delay MS; or show it", kernel},
+     "the kernel's bridge module: up, down, error [ERRNO], long or silent; delay MS; or show it", set_kernel},
 };
 
 } // namespace
 
 Family mac_commands() {
-    return kCommands;
+    return kMacCommands;
 }
 
 } // namespace sandbox

@@ -60,7 +60,7 @@ template <bool Begins> void check(Bridge &bridge, const Connection &, Bytes payl
 }
 
 // A setting is announced by whoever sets it; the others that are echoed are events of their own.
-constexpr Request kRequests[] = {
+constexpr Request kMacRequests[] = {
     {MAC_EVENT_NOTIFY_ADDR, 0, kAny, take_records},
     {MAC_EVENT_ROLLBACK_ADDR, 0, kAny, take_records, true},
     {MAC_EVENT_BYPASS_ADDR, 0, kAny, take_records, true},
@@ -79,7 +79,7 @@ constexpr Request kRequests[] = {
 } // namespace
 
 Requests mac_requests() {
-    return kRequests;
+    return kMacRequests;
 }
 
 } // namespace sandbox

@@ -4,10 +4,12 @@
 #include <bridge/port_db.h>
 #include <bridge/vlan_db.h>
 
+#include <algorithm>
 #include <cctype>
 #include <cerrno>
 #include <cmath>
 #include <cstdlib>
+#include <iterator>
 #include <map>
 #include <stdexcept>
 
@@ -59,6 +61,17 @@ uint16_t parse_vid(const std::string &text) {
 
 uint32_t parse_ifx(const std::string &text) {
     return parse_number(text, BRI_PORT_SLOTS - 1);
+}
+
+void parse_mac(const std::string &text, uint8_t (&mac)[6]) {
+    std::string digits;
+    std::copy_if(text.begin(), text.end(), std::back_inserter(digits),
+                 [](char c) { return c != '.' && c != ':' && c != '-'; });
+    const auto is_digit = [](unsigned char c) { return std::isxdigit(c) != 0; };
+    if (digits.size() != 2 * sizeof mac || !std::all_of(digits.begin(), digits.end(), is_digit))
+        throw std::invalid_argument("not a MAC address: " + text);
+    for (size_t i = 0; i < sizeof mac; ++i)
+        mac[i] = static_cast<uint8_t>(std::stoul(digits.substr(2 * i, 2), nullptr, 16));
 }
 
 Microseconds parse_seconds(const std::string &text) {

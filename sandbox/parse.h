@@ -19,6 +19,9 @@ uint32_t parse_number(const std::string &text, uint32_t most = UINT32_MAX);
 uint16_t parse_vid(const std::string &text);
 uint32_t parse_ifx(const std::string &text);
 
+// Six bytes as hexadecimal digits; dots, colons and hyphens between them do not matter.
+void parse_mac(const std::string &text, uint8_t (&mac)[6]);
+
 // "1.5" as that many seconds. Throws std::invalid_argument for anything else.
 Microseconds parse_seconds(const std::string &text);
 

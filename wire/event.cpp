@@ -20,6 +20,11 @@ template <class T> Payload run() {
 template <class T> Payload assumed() {
     return {Shape::kRecord, &record_of<T>(), true};
 }
+template <class T> Payload assumed_run() {
+    Payload payload = run<T>();
+    payload.assumed = true;
+    return payload;
+}
 
 #define EVENT(type, to_client, to_server)                                                                              \
     Event {                                                                                                            \
@@ -62,9 +67,9 @@ std::vector<Event> table() {
         EVENT(MAC_EVENT_NOTIFY_ADDR, run<bri_mac_msg>(), one_of<bri_mac_msg>()),
         EVENT(MAC_EVENT_NOTIFY_NONDYN, run<bri_mac_msg>(), no),
         EVENT(MAC_EVENT_SET_AGETIME, assumed<mac_agetime>(), no),
-        EVENT(MAC_EVENT_SET_AGETIME_RANGE, no, one_of<bri_mac_age_range>()),
+        EVENT(MAC_EVENT_SET_AGETIME_RANGE, assumed<bri_mac_age_range>(), one_of<bri_mac_age_range>()),
         EVENT(MAC_EVENT_DYN_FLUSH, opaque, no),
-        EVENT(MAC_EVENT_DYN_MOVE, opaque, no),
+        EVENT(MAC_EVENT_DYN_MOVE, assumed_run<bri_mac_msg>(), no),
         EVENT(MAC_EVENT_DEL_DYN_ON_VLANMAP, assumed<bri_mac_vlanmap_del>(), one_of<bri_mac_vlanmap_del>()),
         EVENT(MAC_EVENT_DEL_DYN_ON_INTF_VLANMAP, assumed<bri_mac_vlanmap_del>(), one_of<bri_mac_vlanmap_del>()),
         EVENT(MAC_EVENT_INTF_LEARN, assumed<bri_mac_intf_learn>(), one_of<bri_mac_intf_learn>()),
@@ -88,7 +93,7 @@ std::vector<Event> table() {
                          one_of<bri_mac_find_first>()),
         EVENT_AND_KERNEL(MAC_EVENT_CLIENT_FIND_NEXT, opaque, no, one_of<bri_mac_find_next>(),
                          one_of<bri_mac_find_next>()),
-        EVENT(MAC_EVENT_EXCEED_ADDR_CAPA, opaque, no),
+        EVENT(MAC_EVENT_EXCEED_ADDR_CAPA, assumed_run<bri_mac_msg>(), no),
         EVENT(MAC_EVENT_NONDYN_SYNC_REQUEST, opaque, no),
         EVENT(MAC_EVENT_ADDR_SYNC_REQUEST, opaque, no),
         EVENT(MAC_EVENT_SET_ROOT_BRIDGE_MODE, opaque, one_of<root_bridge_mode>()),

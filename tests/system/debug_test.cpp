@@ -90,7 +90,7 @@ TEST_F(DebugMessages, commands_that_say_nothing_known_are_told_and_send_nothing)
         {"debug raw mac filter vid", "error: mac filter without the value of vid"},
         {"debug raw mac filter vid 65536", "error: not a number up to 65535: 65536"},
         {"debug raw mac filter mac 00:11", "error: not a MAC address: 00:11"},
-        {"debug raw mac filter mac 00112233445g", "error: not hexadecimal bytes: 00112233445g"},
+        {"debug raw mac filter mac 00112233445g", "error: not a MAC address: 00112233445g"},
         {"debug raw mac filter port 1", "error: vid, mac or ifx, not port"},
     };
     Process sandbox = start_sandbox();
