@@ -13,7 +13,7 @@ struct Event {
     uint32_t type;
     const void *data;
     uint16_t len;
-    std::vector<uint8_t> bytes; // the payload
+    ByteVec bytes; // the payload
 
     [[nodiscard]] bool operator==(const Event &) const = default;
 };
@@ -120,10 +120,7 @@ class Client : public Env {
     static void expect_debug_line(const std::string &text, int times = 1) {
         EXPECT_EQ(times_logged(text), times) << text;
         const LogLine line = log_line(text);
-        EXPECT_EQ(line.level, 7) << text;
-        EXPECT_EQ(line.module, "BRIDGE") << text;
-        EXPECT_EQ(line.tag, "LIB_DEBUG") << text;
-        EXPECT_EQ(line.output, 1) << text;
+        EXPECT_EQ(line.category(), kClientLine) << text;
     }
 
   private:

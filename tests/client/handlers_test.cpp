@@ -43,7 +43,7 @@ TEST_F(Handlers, are_called_in_registration_order_if_their_set_holds_the_type) {
 TEST_F(Handlers, get_the_length_cut_to_16_bits) {
     backup_ended();
     listen({387});
-    std::vector<uint8_t> payload(0xFFFF);
+    test::ByteVec payload(0xFFFF);
     bridge_call_event_handlers(387, payload.data(), 0x1FFFF);
     bridge_call_event_handlers(387, payload.data(), 0x10000);
     ASSERT_EQ(events().size(), 2U);

@@ -38,10 +38,7 @@ class LocalMac : public test::Env {
     static void expect_debug_line(const std::string &text, int times = 1) {
         EXPECT_EQ(test::times_logged(text), times) << text;
         const test::LogLine found = test::log_line(text);
-        EXPECT_EQ(found.level, 7) << text;
-        EXPECT_EQ(found.module, "BRIDGE") << text;
-        EXPECT_EQ(found.tag, "LIB_DEBUG") << text;
-        EXPECT_EQ(found.output, 1) << text;
+        EXPECT_EQ(found.category(), test::kClientLine) << text;
     }
 
   private:

@@ -42,7 +42,7 @@ TEST_F(MemInfo, without_the_file_fails_with_a_cleared_record) {
     test::faults::redirect("/proc/meminfo", tmpdir() + "/missing");
     std::memset(&info, 0xA5, sizeof info);
     EXPECT_EQ(bridge_get_sys_mem_info(&info), -2);
-    EXPECT_EQ(test::bytes_of(info), std::vector<uint8_t>(sizeof info));
+    EXPECT_EQ(test::bytes_of(info), test::ByteVec(sizeof info));
 }
 
 TEST_F(MemInfo, fails_alike_for_every_open_error) {

@@ -55,10 +55,7 @@ class PortExclusion : public test::Env {
         ASSERT_FALSE(test::log_lines().empty());
         const test::LogLine &line = test::log_lines().back();
         EXPECT_EQ(line.text, text);
-        EXPECT_EQ(line.level, 7);
-        EXPECT_EQ(line.module, "BRIDGE");
-        EXPECT_EQ(line.tag, "SHM");
-        EXPECT_EQ(line.output, 1);
+        EXPECT_EQ(line.category(), test::kShmLine);
     }
     static std::string status(uint32_t ifx) {
         char text[200] = "";
@@ -273,10 +270,7 @@ TEST_F(PortExclusion, a_failed_set_up_fails_each_call_and_is_tried_again) {
         EXPECT_EQ(test::times_logged(row.line), 3) << row.call;
         EXPECT_EQ(test::times_logged(no_lock) + test::times_logged(no_segment), 3) << row.call;
         const test::LogLine line = test::log_line(row.line);
-        EXPECT_EQ(line.level, 7);
-        EXPECT_EQ(line.module, "BRIDGE");
-        EXPECT_EQ(line.tag, "SHM");
-        EXPECT_EQ(line.output, 1);
+        EXPECT_EQ(line.category(), test::kShmLine);
         EXPECT_EQ(conflict_, 77U);
     }
     EXPECT_EQ(bridge_set_excflag(5, 1, 0, &conflict_), 0);

@@ -69,10 +69,7 @@ TEST_F(ConnectJobKernel, says_that_the_channel_failed) {
     EXPECT_EQ(reconnect(), -1);
     EXPECT_EQ(times_logged(line), 1);
     const LogLine found = log_line(line);
-    EXPECT_EQ(found.level, 7);
-    EXPECT_EQ(found.module, "BRIDGE");
-    EXPECT_EQ(found.tag, "LIB_DEBUG");
-    EXPECT_EQ(found.output, 1);
+    EXPECT_EQ(found.category(), kClientLine);
     EXPECT_EQ(log_lines().back().text, "[unit] ready to add qv-thread for RECONNECT.\n");
 }
 

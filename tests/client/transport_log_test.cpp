@@ -38,10 +38,7 @@ class TransportLog : public Transport {
             Lines texts;
             for (const LogLine &line : lines) {
                 texts.push_back(line.text);
-                EXPECT_EQ(line.level, 7) << line.text;
-                EXPECT_EQ(line.module, "BRIDGE") << line.text;
-                EXPECT_EQ(line.tag, "LIB_DEBUG") << line.text;
-                EXPECT_EQ(line.output, 1) << line.text;
+                EXPECT_EQ(line.category(), kClientLine) << line.text;
             }
             EXPECT_EQ(texts, on != 0 ? expected : Lines{});
         }

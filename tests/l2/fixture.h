@@ -33,31 +33,13 @@ class L2Host : public Host {
     // From now on the server takes nothing.
     static void disconnect() { ctx().connected = 0; }
 
-    static void expect_mac_line(const std::string &text) { expect_line(text, "MAC", "CLIENT_DEBUG"); }
+    static void expect_mac_line(const std::string &text) { expect_line(text, kMacLine); }
     static void expect_only_mac_line(const std::string &text) {
         EXPECT_EQ(log_text(), text);
         expect_mac_line(text);
     }
 };
 
-// A record put together by offset.
-class Bytes {
-  public:
-    explicit Bytes(size_t size) : bytes_(size) {}
-    template <class T> Bytes &put(size_t offset, T value) {
-        put_at(bytes_.data(), offset, value);
-        return *this;
-    }
-    Bytes &put(size_t offset, const std::vector<uint8_t> &value) {
-        std::copy(value.begin(), value.end(), bytes_.begin() + static_cast<std::ptrdiff_t>(offset));
-        return *this;
-    }
-    operator std::vector<uint8_t>() const { return bytes_; } // NOLINT(google-explicit-constructor)
-
-  private:
-    std::vector<uint8_t> bytes_;
-};
-
-inline const std::vector<uint8_t> kMac{0x00, 0xD0, 0xF8, 0x12, 0x34, 0xAB};
+inline const ByteVec kMac{0x00, 0xD0, 0xF8, 0x12, 0x34, 0xAB};
 
 } // namespace test

@@ -85,7 +85,7 @@ uint8_t field_of(const Expected &call, const Args &args) {
     return static_cast<uint8_t>(field);
 }
 
-std::vector<uint8_t> payload_of(const Expected &call, const Args &args) {
+ByteVec payload_of(const Expected &call, const Args &args) {
     Bytes bytes(40);
     bytes.put(4, call.oper)
         .put(8, call.flags)
@@ -169,7 +169,7 @@ TEST_F(MacChange, named_payloads) {
         bytes.put<uint32_t>(4, oper).put(8, flags).put(11, field).put(18, bcast_id).put(20, ifx).put(24, type);
         if (mac)
             bytes.put(12, kMac);
-        EXPECT_EQ(messages[0].payload, std::vector<uint8_t>(bytes));
+        EXPECT_EQ(messages[0].payload, ByteVec(bytes));
     };
     EXPECT_EQ(bridge_maddr_add_static(kMac.data(), 10, 7), 0);
     expect_sent(261, 1, 0, 0x0F, 10, 7, 2);

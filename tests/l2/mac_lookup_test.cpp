@@ -18,8 +18,8 @@ class MacLookup : public L2Host {
         return made;
     }
     // An entry as the kernel may give it: every byte set.
-    static std::vector<uint8_t> result() {
-        std::vector<uint8_t> bytes(32);
+    static ByteVec result() {
+        ByteVec bytes(32);
         for (size_t at = 0; at < bytes.size(); ++at)
             bytes[at] = static_cast<uint8_t>(0x80 + at);
         return bytes;
@@ -30,13 +30,13 @@ class MacLookup : public L2Host {
             Packet answer = request.data();
             const size_t found_at = answer.size() == 68 ? 32 : 64;
             put_at(answer.data(), found_at, found);
-            const std::vector<uint8_t> bytes = result();
+            const ByteVec bytes = result();
             std::copy(bytes.begin(), bytes.end(), answer.begin() + static_cast<std::ptrdiff_t>(found_at) + 4);
             answer.resize(std::min(answer.size(), size));
             kernel.answer(request, answer);
         };
     }
-    void expect_query(int32_t type, const std::vector<uint8_t> &data) {
+    void expect_query(int32_t type, const ByteVec &data) {
         const std::vector<KernelRequest> requests = kernel.data_requests();
         ASSERT_EQ(requests.size(), 1U);
         EXPECT_EQ(requests[0].type(), type);
@@ -57,7 +57,7 @@ TEST_F(MacLookup, first_on_mac_and_ifx_send_the_callers_entry_as_it_stands) {
         bri_mac_entry key = entry(row.field, 9);
         key.flags = 3;
         key.reserved2[11] = 7;
-        const std::vector<uint8_t> before = bytes_of(key);
+        const ByteVec before = bytes_of(key);
         EXPECT_EQ(row.call(&key), 0);
         expect_query(286, Bytes(68).put(0, before));
         EXPECT_EQ(bytes_of(key), result());
@@ -106,7 +106,7 @@ TEST_F(MacLookup, next_on_ifx_keys_by_the_port_alone) {
 TEST_F(MacLookup, next_may_overwrite_the_entry_it_continues_after) {
     kernel_finds(1);
     bri_mac_entry walk = entry(1);
-    const std::vector<uint8_t> before = bytes_of(walk);
+    const ByteVec before = bytes_of(walk);
     EXPECT_EQ(bridge_maddr_find_next_on_mac(&walk, &walk), 0);
     expect_query(287, Bytes(100).put(3, uint8_t{1}).put(4, kMac).put(32, before));
     EXPECT_EQ(bytes_of(walk), result());
@@ -159,10 +159,7 @@ TEST_F(MacLookup, refused_arguments_ask_nothing) {
     }
     EXPECT_EQ(log_text(), expected);
     for (const LogLine &line : log_lines()) {
-        EXPECT_EQ(line.module, "MAC");
-        EXPECT_EQ(line.tag, "CLIENT_DEBUG");
-        EXPECT_EQ(line.level, 7);
-        EXPECT_EQ(line.output, 1);
+        EXPECT_EQ(line.category(), kMacLine);
     }
     EXPECT_TRUE(kernel.sockets.empty());
 }
@@ -190,14 +187,14 @@ TEST_F(MacLookup, refusals_pass_the_filter_and_need_the_flag) {
 TEST_F(MacLookup, nothing_found_leaves_the_destination) {
     const auto all_fail = [](const char *what) {
         bri_mac_entry key = entry(1);
-        const std::vector<uint8_t> before = bytes_of(key);
+        const ByteVec before = bytes_of(key);
         EXPECT_EQ(bridge_maddr_find_first_on_mac(&key), -1) << what;
         EXPECT_EQ(bytes_of(key), before) << what;
         key = entry(2);
         EXPECT_EQ(bridge_maddr_find_first_on_ifx(&key), -1) << what;
         const bri_mac_entry current = entry(1);
         bri_mac_entry out = entry(0xEE);
-        const std::vector<uint8_t> out_before = bytes_of(out);
+        const ByteVec out_before = bytes_of(out);
         EXPECT_EQ(bridge_maddr_find_next_on_mac(&current, &out), -1) << what;
         EXPECT_EQ(bridge_maddr_find_next_on_ifx(&current, &out), -1) << what;
         EXPECT_EQ(bridge_maddr_find_single(kMac.data(), 10, &out), -1) << what;
@@ -232,7 +229,7 @@ TEST_F(MacLookup, a_short_result_is_completed_with_zeros) {
     ASSERT_EQ(bridge_maddr_find_single(kMac.data(), 10, &out), 0);
     kernel_finds(1, 36 + 10);
     ASSERT_EQ(bridge_maddr_find_single(kMac.data(), 10, &out), 0);
-    std::vector<uint8_t> expected = result();
+    ByteVec expected = result();
     std::fill(expected.begin() + 10, expected.end(), uint8_t{0});
     EXPECT_EQ(bytes_of(out), expected);
     kernel_finds(1, 68 + 12);

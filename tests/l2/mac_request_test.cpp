@@ -10,7 +10,7 @@ class MacRequest : public L2Host {
         debug_on({BRI_DBG_MAC});
         plug(7);
     }
-    void expect_sent(uint32_t type, const std::vector<uint8_t> &payload) {
+    void expect_sent(uint32_t type, const ByteVec &payload) {
         EXPECT_EQ(sent(), (std::vector<Message>{{type, payload}}));
     }
 };

@@ -11,9 +11,9 @@ class MacVlan : public L2Host {
     static constexpr const char *kSuccess =
         "mac vlan lib send msg: type MVLAN_EVENT_NOTIFY_ENTRY, msg_len 28 success.\n";
     static constexpr const char *kFail = "mac vlan lib send msg: type MVLAN_EVENT_NOTIFY_ENTRY, msg_len 28 fail.\n";
-    static inline const std::vector<uint8_t> kExact = std::vector<uint8_t>(6, 0xFF);
+    static inline const ByteVec kExact = ByteVec(6, 0xFF);
 
-    static void expect_client_line(const std::string &text) { expect_line(text, "BRIDGE", "LIB_DEBUG"); }
+    static void expect_client_line(const std::string &text) { expect_line(text, kClientLine); }
     // The lines of this room, without those of the transport below it.
     static std::string lines() {
         std::string all;
@@ -22,10 +22,10 @@ class MacVlan : public L2Host {
                 all += line.text;
         return all;
     }
-    void expect_sent(uint32_t type, const std::vector<uint8_t> &payload) {
+    void expect_sent(uint32_t type, const ByteVec &payload) {
         EXPECT_EQ(sent(), (std::vector<Message>{{type, payload}}));
     }
-    void kernel_answers(const std::vector<uint8_t> &payload) {
+    void kernel_answers(const ByteVec &payload) {
         kernel.on_data = [this, payload](const KernelRequest &request) { kernel.answer(request, payload); };
     }
 
@@ -115,8 +115,7 @@ TEST_F(MacVlan, query_gives_the_vlan_of_the_answer) {
     const std::vector<KernelRequest> requests = kernel.data_requests();
     ASSERT_EQ(requests.size(), 1U);
     EXPECT_EQ(requests[0].type(), 515);
-    EXPECT_EQ(requests[0].data(),
-              std::vector<uint8_t>(Bytes(28).put(8, uint32_t{2}).put(12, kMac).put(27, uint8_t{2})));
+    EXPECT_EQ(requests[0].data(), ByteVec(Bytes(28).put(8, uint32_t{2}).put(12, kMac).put(27, uint8_t{2})));
     expect_client_line("get mac vlan dynamic entry with mac 00d0.f812.34ab.\n");
     expect_client_line("get mac vlan dynamic entry with mac 00d0.f812.34ab fail.\n"); // also when it did not
     EXPECT_EQ(lines(), "get mac vlan dynamic entry with mac 00d0.f812.34ab.\n"
@@ -128,7 +127,7 @@ TEST_F(MacVlan, query_gives_the_vlan_of_the_answer) {
 TEST_F(MacVlan, query_without_an_entry_stores_0) {
     for (const size_t size : {size_t{28}, size_t{24}, size_t{25}, size_t{0}}) {
         clear_log();
-        std::vector<uint8_t> answer(size);
+        ByteVec answer(size);
         if (size == 25)
             answer[24] = 0; // half a VLAN
         kernel_answers(answer);
@@ -143,7 +142,7 @@ TEST_F(MacVlan, a_short_answer_does_not_show_the_one_before) {
     kernel_answers(Bytes(28).put(24, uint16_t{10}));
     uint16_t vlan = 0;
     ASSERT_EQ(mvlan_clnt_get_dyn_entry(kMac.data(), &vlan), 0);
-    kernel_answers(std::vector<uint8_t>(20, 0xEE));
+    kernel_answers(ByteVec(20, 0xEE));
     EXPECT_EQ(mvlan_clnt_get_dyn_entry(kMac.data(), &vlan), -1);
     EXPECT_EQ(vlan, 0);
 }
@@ -156,10 +155,7 @@ TEST_F(MacVlan, without_an_answer_the_notice_is_always_written) {
         EXPECT_EQ(mvlan_clnt_get_dyn_entry(kMac.data(), &vlan), -1);
         EXPECT_EQ(vlan, 77);
         const LogLine line = log_line("System is busy now, please try again later.\n");
-        EXPECT_EQ(line.level, 5);
-        EXPECT_EQ(line.module, "MVLAN");
-        EXPECT_EQ(line.tag, "QUERY");
-        EXPECT_EQ(line.output, 1);
+        EXPECT_EQ(line.category(), kMvlanNotice);
         EXPECT_FALSE(logged("get mac vlan dynamic entry with mac 00d0.f812.34ab fail.\n"));
     }
     EXPECT_EQ(log_lines().size(), 1U); // with the flag off nothing else
@@ -179,7 +175,7 @@ TEST_F(MacVlan, every_message_reaches_the_handlers) {
     for (uint32_t type = 512; type <= 518; ++type) {
         events().clear();
         clear_log();
-        const std::vector<uint8_t> payload(28, static_cast<uint8_t>(type));
+        const ByteVec payload(28, static_cast<uint8_t>(type));
         deliver(bridge_mvlan_lib_dispose_msg, type, payload);
         ASSERT_EQ(events().size(), 1U) << type;
         EXPECT_EQ(events()[0].type, type);

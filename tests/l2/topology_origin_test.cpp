@@ -25,7 +25,7 @@ class TopologyOrigin : public L2Host {
     static uint16_t state_of(int32_t ifx, unsigned instance) {
         return static_cast<uint16_t>(static_cast<unsigned>(ifx) * 256 + instance);
     }
-    static std::vector<uint8_t> record(int32_t ifx, uint16_t instance) {
+    static ByteVec record(int32_t ifx, uint16_t instance) {
         return Bytes(20).put(0, static_cast<uint32_t>(ifx)).put(4, instance).put(8, uint32_t{state_of(ifx, instance)});
     }
     static std::vector<HostEvent> of_type(uint32_t type) {
@@ -46,7 +46,7 @@ class TopologyOrigin : public L2Host {
 TEST_F(TopologyOrigin, messages_reach_the_handlers) {
     for (uint32_t type = 640; type <= 646; ++type) {
         events().clear();
-        const std::vector<uint8_t> payload(24, static_cast<uint8_t>(type));
+        const ByteVec payload(24, static_cast<uint8_t>(type));
         int result = -2;
         deliver([&](bri_msg_hdr *msg) { result = bri_clnt_on_l2topo_msg(msg); }, type, payload);
         EXPECT_EQ(result, 0);
@@ -69,7 +69,7 @@ TEST_F(TopologyOrigin, running_protocols_come_one_by_one) {
     const uint32_t told[] = {1, 9, 13};
     for (size_t n = 0; n < 3; ++n) {
         EXPECT_EQ(events()[n].type, 645U);
-        EXPECT_EQ(events()[n].payload, std::vector<uint8_t>(Bytes(8).put(0, told[n]).put(4, uint8_t{1})));
+        EXPECT_EQ(events()[n].payload, ByteVec(Bytes(8).put(0, told[n]).put(4, uint8_t{1})));
     }
 }
 
@@ -89,8 +89,8 @@ TEST_F(TopologyOrigin, comes_in_its_order) {
     l2top_clnt_notify_origin_data();
     EXPECT_EQ(types(), (std::vector<uint32_t>{645, 643, 644}));
     const auto *bytes = reinterpret_cast<const uint8_t *>(table());
-    EXPECT_EQ(events()[1].payload, std::vector<uint8_t>(bytes, bytes + 8192));
-    const std::vector<uint8_t> expected = Bytes(44).put(0, uint16_t{2}).put(4, record(2, 3)).put(24, record(7, 3));
+    EXPECT_EQ(events()[1].payload, ByteVec(bytes, bytes + 8192));
+    const ByteVec expected = Bytes(44).put(0, uint16_t{2}).put(4, record(2, 3)).put(24, record(7, 3));
     EXPECT_EQ(events()[2].payload, expected);
 }
 
@@ -105,8 +105,7 @@ TEST_F(TopologyOrigin, tells_the_instances_of_existing_vlans_only) {
     l2top_clnt_notify_origin_data();
     const std::vector<HostEvent> batches = of_type(644);
     ASSERT_EQ(batches.size(), 1U);
-    EXPECT_EQ(batches[0].payload,
-              std::vector<uint8_t>(Bytes(44).put(0, uint16_t{2}).put(4, record(5, 0)).put(24, record(5, 64))));
+    EXPECT_EQ(batches[0].payload, ByteVec(Bytes(44).put(0, uint16_t{2}).put(4, record(5, 0)).put(24, record(5, 64))));
 }
 
 TEST_F(TopologyOrigin, full_batches_come_whole_and_the_rest_as_long_as_it_is) {
@@ -120,7 +119,7 @@ TEST_F(TopologyOrigin, full_batches_come_whole_and_the_rest_as_long_as_it_is) {
     EXPECT_EQ(batches[0].payload.size(), 1284U);
     EXPECT_EQ(batches[1].payload.size(), 1284U);
     EXPECT_EQ(batches[2].payload.size(), 44U);
-    std::vector<std::vector<uint8_t>> records;
+    std::vector<ByteVec> records;
     for (const HostEvent &batch : batches)
         for (unsigned n = 0; n < value_at<uint16_t>(batch.payload.data(), 0); ++n) {
             const auto at = batch.payload.begin() + 4 + 20 * static_cast<std::ptrdiff_t>(n);
@@ -143,7 +142,7 @@ TEST_F(TopologyOrigin, a_number_that_fills_batches_leaves_nothing_to_flush) {
 TEST_F(TopologyOrigin, without_ports_or_vlans_tells_the_table_only) {
     l2top_clnt_notify_origin_data();
     EXPECT_EQ(types(), std::vector<uint32_t>{643});
-    expect_line("Client[unit] flush port status failed, no msg left.\n", "VLIB", "DEBUG");
+    expect_line("Client[unit] flush port status failed, no msg left.\n", kVlanLine);
 }
 
 TEST_F(TopologyOrigin, without_memory_stops_behind_the_table) {
@@ -152,7 +151,7 @@ TEST_F(TopologyOrigin, without_memory_stops_behind_the_table) {
     faults::fail("calloc", 1, ENOMEM);
     l2top_clnt_notify_origin_data();
     EXPECT_EQ(types(), std::vector<uint32_t>{643});
-    expect_line("Client[unit] notify port-status failed:no memory.\n", "VLIB", "DEBUG");
+    expect_line("Client[unit] notify port-status failed:no memory.\n", kVlanLine);
     events().clear();
     l2top_clnt_notify_origin_data();
     EXPECT_EQ(types(), (std::vector<uint32_t>{643, 644}));
@@ -175,10 +174,10 @@ TEST_F(TopologyOrigin, without_a_run_there_is_no_buffer) {
     for (int round = 0; round < 2; ++round) {
         clear_log();
         swport_clnt_judge_notify_port_status(&status);
-        expect_line("Client[unit] judge to notify port-status failed:buf is null.\n", "VLIB", "DEBUG");
+        expect_line("Client[unit] judge to notify port-status failed:buf is null.\n", kVlanLine);
         swport_clnt_judge_notify_port_status(nullptr);
         swport_clnt_notify_port_status_flush();
-        expect_line("Client[unit] flush port status failed, buf is null.\n", "VLIB", "DEBUG");
+        expect_line("Client[unit] flush port status failed, buf is null.\n", kVlanLine);
         l2top_clnt_notify_origin_data(); // and none is left behind by one
     }
 }
@@ -205,7 +204,7 @@ TEST_F(TopologyOrigin, a_handler_may_use_the_steps_in_the_middle_of_a_run) {
     l2top_clnt_notify_origin_data();
     during = nullptr;
     unsigned own = 0;
-    std::vector<std::vector<uint8_t>> others;
+    std::vector<ByteVec> others;
     for (const HostEvent &batch : of_type(644))
         for (unsigned n = 0; n < value_at<uint16_t>(batch.payload.data(), 0); ++n) {
             const auto at = batch.payload.begin() + 4 + 20 * static_cast<std::ptrdiff_t>(n);
@@ -236,7 +235,7 @@ TEST_F(TopologyOrigin, a_handler_may_spoil_the_batch_it_was_given) {
     l2top_clnt_notify_origin_data();
     const std::vector<HostEvent> batches = of_type(644);
     ASSERT_EQ(batches.size(), 2U);
-    EXPECT_EQ(batches[1].payload, std::vector<uint8_t>(Bytes(24).put(0, uint16_t{1}).put(4, record(3, 64))));
+    EXPECT_EQ(batches[1].payload, ByteVec(Bytes(24).put(0, uint16_t{1}).put(4, record(3, 64))));
 }
 
 // --- without databases
@@ -252,8 +251,8 @@ TEST_F(TopologyOriginUnmapped, tells_nothing_and_says_why) {
     EXPECT_TRUE(events().empty());
     EXPECT_EQ(log_text(), "Sync instance-config-table: table not ready.\n"
                           "[unit] get instance set fail: table not ready.\n");
-    expect_line("Sync instance-config-table: table not ready.\n", "VLIB", "DEBUG");
-    expect_line("[unit] get instance set fail: table not ready.\n", "BRIDGE", "LIB_DEBUG");
+    expect_line("Sync instance-config-table: table not ready.\n", kVlanLine);
+    expect_line("[unit] get instance set fail: table not ready.\n", kClientLine);
     clear_log();
     std::memset(g_bri_clnt_dbg, 0, sizeof g_bri_clnt_dbg);
     const l2top_port_status status{};

@@ -8,8 +8,8 @@ class TopologyRequest : public L2Host {
   protected:
     TopologyRequest() { debug_on({BRI_DBG_VLAN}); }
 
-    static void expect_vlan_line(const std::string &text) { expect_line(text, "VLIB", "DEBUG"); }
-    static void expect_client_line(const std::string &text) { expect_line(text, "BRIDGE", "LIB_DEBUG"); }
+    static void expect_vlan_line(const std::string &text) { expect_line(text, kVlanLine); }
+    static void expect_client_line(const std::string &text) { expect_line(text, kClientLine); }
 
     // Every field and reserved byte set, so that a field that is not copied shows.
     static l2top_port_status record(unsigned n, uint16_t instance) {
@@ -28,8 +28,8 @@ class TopologyRequest : public L2Host {
     }
     static uint16_t count_of(const Message &message) { return value_at<uint16_t>(message.payload.data(), 0); }
     // Records of a batch on the wire, byte by byte.
-    static std::vector<std::vector<uint8_t>> records_of(const Message &message) {
-        std::vector<std::vector<uint8_t>> all;
+    static std::vector<ByteVec> records_of(const Message &message) {
+        std::vector<ByteVec> all;
         for (unsigned n = 0; n < count_of(message); ++n) {
             const auto at = message.payload.begin() + 4 + 20 * static_cast<std::ptrdiff_t>(n);
             all.emplace_back(at, at + 20);
@@ -45,8 +45,8 @@ TEST_F(TopologyRequest, a_batch_is_sent_as_long_as_its_count) {
         clear_log();
         const l2top_port_status_batch status = batch(count);
         EXPECT_EQ(bridge_set_port_fwd_status(&status), 0);
-        const std::vector<uint8_t> bytes = bytes_of(status);
-        const std::vector<uint8_t> used(bytes.begin(), bytes.begin() + 4 + 20 * static_cast<std::ptrdiff_t>(count));
+        const ByteVec bytes = bytes_of(status);
+        const ByteVec used(bytes.begin(), bytes.begin() + 4 + 20 * static_cast<std::ptrdiff_t>(count));
         EXPECT_EQ(sent(), (std::vector<Message>{{644, used}})) << count;
         EXPECT_EQ(log_text(), "Client[unit] set port status, port-number is " + std::to_string(count) + ", msg_len " +
                                   std::to_string(4 + 20 * count) + ".\n");
@@ -58,8 +58,8 @@ TEST_F(TopologyRequest, a_batch_is_sent_as_long_as_its_count) {
 TEST_F(TopologyRequest, nothing_behind_the_count_is_read) {
     for (const unsigned count : {0U, 1U, 2U}) {
         const l2top_port_status_batch status = batch(count, 0x3FF);
-        const std::vector<uint8_t> bytes = bytes_of(status);
-        const std::vector<uint8_t> exact(bytes.begin(), bytes.begin() + 4 + 20 * static_cast<std::ptrdiff_t>(count));
+        const ByteVec bytes = bytes_of(status);
+        const ByteVec exact(bytes.begin(), bytes.begin() + 4 + 20 * static_cast<std::ptrdiff_t>(count));
         EXPECT_EQ(bridge_set_port_fwd_status(reinterpret_cast<const l2top_port_status_batch *>(exact.data())), 0);
         EXPECT_EQ(sent().size(), count == 0 ? 1U : count + 1) << count;
     }
@@ -97,8 +97,7 @@ TEST_F(TopologyRequest, one_record_for_every_instance_goes_out_in_two_whole_batc
         EXPECT_EQ(records_of(messages[0])[n], bytes_of(record(0, static_cast<uint16_t>(n)))) << n;
     EXPECT_EQ(records_of(messages[1])[0], bytes_of(record(0, 64)));
     // What the first batch held is gone from the second.
-    EXPECT_EQ(std::vector<uint8_t>(messages[1].payload.begin() + 24, messages[1].payload.end()),
-              std::vector<uint8_t>(1260));
+    EXPECT_EQ(ByteVec(messages[1].payload.begin() + 24, messages[1].payload.end()), ByteVec(1260));
     EXPECT_TRUE(log_lines().empty());
 }
 
@@ -106,7 +105,7 @@ TEST_F(TopologyRequest, the_first_record_decides_for_all) {
     l2top_port_status_batch status = batch(3, 5);
     status.records[0].instance = 0x3FF;
     EXPECT_EQ(bridge_set_port_fwd_status(&status), 0);
-    std::vector<std::vector<uint8_t>> records;
+    std::vector<ByteVec> records;
     for (const Message &message : sent()) {
         EXPECT_EQ(message.type, 644U);
         EXPECT_EQ(message.payload.size(), 1284U);

@@ -14,11 +14,11 @@ class TopologyState : public L2Host {
     }
     static void expect_only_vlan_line(const std::string &text) {
         EXPECT_EQ(log_text(), text);
-        expect_line(text, "VLIB", "DEBUG");
+        expect_line(text, kVlanLine);
     }
     static void expect_only_client_line(const std::string &text) {
         EXPECT_EQ(log_text(), text);
-        expect_line(text, "BRIDGE", "LIB_DEBUG");
+        expect_line(text, kClientLine);
     }
     static void put_instance(unsigned vid, uint16_t instance) { swport_get_stp_instance_table()[vid] = instance; }
     static std::string number(uint32_t value) { return std::to_string(static_cast<int32_t>(value)); }
@@ -227,7 +227,7 @@ TEST_F(TopologyStateUnmapped, everything_fails) {
     clear_log();
     EXPECT_EQ(bridge_get_vlan_from_instance(instances, &vlans), -1);
     EXPECT_EQ(log_text(), "[unit] get vlan from instance fail: table not ready.\n");
-    expect_line(log_text(), "BRIDGE", "LIB_DEBUG");
+    expect_line(log_text(), kClientLine);
     EXPECT_EQ(vlans.words[5], 0xFFFFFFFFU);
     clear_log();
     g_bri_clnt_dbg[BRI_DBG_MSG] = 0; // the flag of the one line, not of the others

@@ -31,20 +31,14 @@ class debug_switches : public Env {
 
     static void expect_change_line(const std::string &text) {
         const LogLine line = log_line(text);
-        EXPECT_EQ(line.level, 7) << text << " is missing";
-        EXPECT_EQ(line.module, "BRIDGE");
-        EXPECT_EQ(line.tag, "LIB_DEBUG");
-        EXPECT_EQ(line.output, 1);
+        EXPECT_EQ(line.category(), kClientLine) << text << " is missing";
     }
     static void expect_print(const std::vector<std::string> &texts) {
         ASSERT_EQ(log_lines().size(), texts.size());
         for (size_t index = 0; index < texts.size(); ++index) {
             const LogLine &line = log_lines()[index];
             EXPECT_EQ(line.text, texts[index]);
-            EXPECT_EQ(line.level, 7);
-            EXPECT_EQ(line.module, "BRIDGE");
-            EXPECT_EQ(line.tag, "DEBUG");
-            EXPECT_EQ(line.output, 2);
+            EXPECT_EQ(line.category(), kShownLine);
         }
     }
 
@@ -147,13 +141,13 @@ TEST_F(debug_switches, a_mac_filter_of_23_bytes_is_dropped) {
 
 TEST_F(debug_switches, other_codes_do_nothing) {
     g_bri_clnt_dbg[7] = 1;
-    const std::vector<uint8_t> before(g_bri_clnt_dbg, g_bri_clnt_dbg + 28);
+    const ByteVec before(g_bri_clnt_dbg, g_bri_clnt_dbg + 28);
     const std::vector<uint32_t> used{0x881, 0x883, 0x884, 0x888, 0x889, 0x894, 0x895,
                                      0x897, 0x899, 0x89A, 0x89B, 0x89C, 0x89D};
     for (uint32_t type = 0x860; type < 0x8B0; ++type)
         if (std::count(used.begin(), used.end(), type) == 0)
             send(type, 1);
-    EXPECT_EQ(std::vector<uint8_t>(g_bri_clnt_dbg, g_bri_clnt_dbg + 28), before);
+    EXPECT_EQ(ByteVec(g_bri_clnt_dbg, g_bri_clnt_dbg + 28), before);
     EXPECT_TRUE(log_lines().empty());
 }
 

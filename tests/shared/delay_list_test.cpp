@@ -235,10 +235,7 @@ TEST_F(delay_list, the_change_is_logged_under_its_flag) {
     g_bri_clnt_dbg[7] = 1;
     set_interval(4);
     const LogLine line = log_line("Client(stp) msg-delay 4 second.\n");
-    EXPECT_EQ(line.level, 7);
-    EXPECT_EQ(line.module, "BRIDGE");
-    EXPECT_EQ(line.tag, "LIB_DEBUG");
-    EXPECT_EQ(line.output, 1);
+    EXPECT_EQ(line.category(), kClientLine);
 }
 
 TEST_F(delay_list, a_handler_that_delays_another_message_leaves_it_for_the_next_release) {

@@ -42,10 +42,7 @@ class IpcNamedSem : public test::Env {
         const test::LogLine &line = test::log_lines()[0];
         EXPECT_EQ(line.text,
                   call + " " + name_ + " error [" + std::to_string(error) + "] " + std::strerror(error) + "\n");
-        EXPECT_EQ(line.level, 7);
-        EXPECT_EQ(line.module, "BRIDGE");
-        EXPECT_EQ(line.tag, "SEM");
-        EXPECT_EQ(line.output, 1);
+        EXPECT_EQ(line.category(), test::kSemLine);
     }
 
   private:

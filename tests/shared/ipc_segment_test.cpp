@@ -22,10 +22,7 @@ std::string with_errno(const std::string &text, int error) {
 // The line is there, with the level, module, tag and output of segment lines.
 void expect_line(const std::string &text) {
     const test::LogLine line = test::log_line(text);
-    EXPECT_EQ(line.level, 7) << text << "among:\n" << test::log_text();
-    EXPECT_EQ(line.module, "BRIDGE");
-    EXPECT_EQ(line.tag, "SHM");
-    EXPECT_EQ(line.output, 1);
+    EXPECT_EQ(line.category(), test::kShmLine) << text << "among:\n" << test::log_text();
 }
 
 [[gnu::format(printf, 1, 2)]] std::string text_of(const char *format, ...) {
@@ -325,10 +322,7 @@ TEST_F(IpcSegment, show_prints_the_descriptor_whatever_the_flags_say) {
                       static_cast<uint32_t>(key_), handle->data));
     ASSERT_EQ(test::log_lines().size(), 5U);
     for (const test::LogLine &line : test::log_lines()) {
-        EXPECT_EQ(line.level, 7);
-        EXPECT_EQ(line.module, "BRIDGE");
-        EXPECT_EQ(line.tag, "DEBUG");
-        EXPECT_EQ(line.output, 2);
+        EXPECT_EQ(line.category(), test::kShownLine);
     }
 }
 

@@ -25,10 +25,7 @@ std::string hex(int32_t key) {
 
 void expect_sem_line(const std::string &text) {
     const test::LogLine line = test::log_line(text);
-    EXPECT_EQ(line.level, 7) << text;
-    EXPECT_EQ(line.module, "BRIDGE");
-    EXPECT_EQ(line.tag, "SEM");
-    EXPECT_EQ(line.output, 1);
+    EXPECT_EQ(line.category(), test::kSemLine) << text;
 }
 
 class IpcSem : public test::Env {

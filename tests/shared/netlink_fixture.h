@@ -33,7 +33,7 @@ class KernelHost : public Host {
     // Descriptors opened since the start, the kernel's own ends not counted.
     [[nodiscard]] int extra_descriptors() const { return open_descriptors() - before_ - kernel.open_sockets(); }
 
-    static void expect_msg_line(const std::string &text) { expect_line(text, "BRIDGE", "LIB_DEBUG"); }
+    static void expect_msg_line(const std::string &text) { expect_line(text, kClientLine); }
 
     Kernel kernel;
 

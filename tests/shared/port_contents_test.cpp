@@ -208,7 +208,7 @@ TEST_F(PortContents, arbitrary_segments_are_read_as_the_bytes_say) {
     for (int round = 0; round < 20 && !HasFailure(); ++round) {
         SCOPED_TRACE(round);
         scramble(random, data(), vlan_data());
-        const std::vector<uint8_t> before = snapshot();
+        const test::ByteVec before = snapshot();
         test::clear_log();
         expect_all_as_the_bytes_say();
         EXPECT_TRUE(test::log_lines().empty()); // look-ups never log
@@ -239,7 +239,7 @@ TEST_F(PortContents, an_arbitrary_header_is_shown_within_its_bounds) {
 TEST_F(PortContents, changes_on_arbitrary_contents_stay_inside_their_fields) {
     std::mt19937 random(11);
     scramble(random, data(), vlan_data());
-    std::vector<uint8_t> expected = snapshot();
+    test::ByteVec expected = snapshot();
     for (int32_t ifx = -1; ifx < 70; ++ifx)
         for (const unsigned vid : kVids) {
             swport_tag_vlan_add(ifx, static_cast<uint16_t>(vid));

@@ -18,10 +18,7 @@ using test::faults::fail;
 
 void expect_port_db_line(const std::string &text) {
     const test::LogLine line = test::log_line(text);
-    EXPECT_EQ(line.level, 7) << text << "among:\n" << test::log_text();
-    EXPECT_EQ(line.module, "BRIDGE");
-    EXPECT_EQ(line.tag, "PORT-DB");
-    EXPECT_EQ(line.output, 1);
+    EXPECT_EQ(line.category(), test::kPortDbLine) << text << "among:\n" << test::log_text();
 }
 
 std::string pointer_text(const void *pointer) {
@@ -254,7 +251,7 @@ TEST_F(PortDb, an_absent_port_has_no_values) {
     EXPECT_EQ(swport_is_allow_vlan(5, 10), 0);
     EXPECT_EQ(swport_get_tag_vlan(5), nullptr);
     EXPECT_EQ(word, 77U);
-    EXPECT_EQ(test::bytes_of(copy), std::vector<uint8_t>(test::kBlockSize));
+    EXPECT_EQ(test::bytes_of(copy), test::ByteVec(test::kBlockSize));
 }
 
 TEST_F(PortDb, look_ups_log_nothing) {
@@ -397,10 +394,7 @@ TEST_F(PortDb, the_status_shows_segment_addresses_and_count) {
                                     "\ntotal-swport-num:\t1\n"
                                     "--------------------END---------------------\n");
     for (const test::LogLine &line : test::log_lines()) {
-        EXPECT_EQ(line.level, 7);
-        EXPECT_EQ(line.module, "BRIDGE");
-        EXPECT_EQ(line.tag, "DEBUG");
-        EXPECT_EQ(line.output, 2);
+        EXPECT_EQ(line.category(), test::kShownLine);
     }
 }
 

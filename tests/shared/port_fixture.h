@@ -46,7 +46,7 @@ class UnmappedPortDb : public Env {
     bool bit(int32_t ifx, size_t set_at, unsigned vid) {
         return (value_at<uint32_t>(block(ifx), set_at + vid / 32 * 4) >> vid % 32 & 1) != 0;
     }
-    std::vector<uint8_t> snapshot() { return {data(), data() + kPortDataSize}; }
+    ByteVec snapshot() { return {data(), data() + kPortDataSize}; }
 
   private:
     uint8_t *segment_ = nullptr;

@@ -55,7 +55,7 @@ TEST_F(PortVlans, every_vlan_is_added_once_and_deleted_once) {
 }
 
 TEST_F(PortVlans, adding_and_deleting_touch_one_bit_of_the_segment) {
-    std::vector<uint8_t> expected = snapshot();
+    test::ByteVec expected = snapshot();
     swport_tag_vlan_add(5, 100);
     const size_t word_at = 5 * test::kBlockSize + kTagAt + 100 / 32 * 4;
     test::put_at<uint32_t>(expected.data(), word_at, 1U << 100 % 32);
@@ -66,7 +66,7 @@ TEST_F(PortVlans, adding_and_deleting_touch_one_bit_of_the_segment) {
 }
 
 TEST_F(PortVlans, vlan_ids_beyond_the_bitmap_are_refused) {
-    const std::vector<uint8_t> before = snapshot();
+    const test::ByteVec before = snapshot();
     for (const unsigned vid : {4096U, 4097U, 8191U, 65535U}) {
         EXPECT_EQ(swport_tag_vlan_add(5, static_cast<uint16_t>(vid)), -22) << vid;
         EXPECT_EQ(swport_tag_vlan_del(5, static_cast<uint16_t>(vid)), -22) << vid;
@@ -84,7 +84,7 @@ TEST_F(PortVlans, vlan_ids_beyond_the_bitmap_are_never_allowed) {
 TEST_F(PortVlans, an_absent_port_changes_nothing) {
     unplug(5);
     std::memset(block(5) + kTagAt, 0x55, 512);
-    const std::vector<uint8_t> before = snapshot();
+    const test::ByteVec before = snapshot();
     EXPECT_EQ(swport_tag_vlan_add(5, 1), -22);
     EXPECT_EQ(swport_tag_vlan_del(5, 2), -22);
     vlanset map = set_of({1, 2, 3});
@@ -97,7 +97,7 @@ TEST_F(PortVlans, an_absent_port_changes_nothing) {
 
 TEST_F(PortVlans, null_maps_change_nothing) {
     swport_tag_vlan_add(5, 1);
-    const std::vector<uint8_t> before = snapshot();
+    const test::ByteVec before = snapshot();
     swport_tag_vlan_merge_map(5, nullptr);
     swport_tag_vlan_rmv_map(5, nullptr);
     EXPECT_EQ(snapshot(), before);
@@ -138,7 +138,7 @@ TEST_F(PortVlans, merging_the_ports_own_bitmap_keeps_it) {
 
 TEST_F(PortVlans, map_operations_touch_only_the_tag_bitmap) {
     std::memset(block(5), 0x5A, test::kBlockSize);
-    std::vector<uint8_t> expected = snapshot();
+    test::ByteVec expected = snapshot();
     vlanset all;
     std::memset(&all, 0xFF, sizeof all);
     swport_tag_vlan_merge_map(5, &all);
@@ -224,7 +224,7 @@ TEST_F(PortVlans, every_vlan_has_the_instance_of_the_table) {
 
 TEST_F(PortVlans, setting_the_instance_table_touches_nothing_else) {
     std::memset(data(), 0x5A, test::kPortDataSize);
-    std::vector<uint8_t> expected = snapshot();
+    test::ByteVec expected = snapshot();
     const uint16_t table[4096] = {};
     swport_set_instance_table(table);
     std::memset(expected.data() + test::kInstancesAt, 0, 8192);

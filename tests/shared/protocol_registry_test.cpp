@@ -80,7 +80,7 @@ TEST_F(ProtocolRegistry, mask_replaces_the_old_one) {
 
 TEST_F(ProtocolRegistry, numbers_from_14_on_are_refused) {
     debug_on({BRI_DBG_VLAN});
-    const std::vector<uint8_t> before(area(), area() + 60);
+    const ByteVec before(area(), area() + 60);
     for (const uint32_t proto : {14U, 15U, 32U, 0xFFFFFFFFU}) {
         uint32_t conflict = 77;
         EXPECT_EQ(bridge_proto_state_set(proto, &conflict), 0);
@@ -88,7 +88,7 @@ TEST_F(ProtocolRegistry, numbers_from_14_on_are_refused) {
         EXPECT_EQ(bridge_proto_state_get(proto), 0);
         EXPECT_EQ(bridge_proto_set_prejudge(proto, 1), 0);
     }
-    EXPECT_EQ(std::vector<uint8_t>(area(), area() + 60), before);
+    EXPECT_EQ(ByteVec(area(), area() + 60), before);
     EXPECT_TRUE(log_lines().empty());
 }
 
@@ -192,10 +192,7 @@ TEST_F(ProtocolRegistry, changes_and_questions_are_logged) {
                           "Unset bri-protocol state: BRI_PROT_LLDP.\n"
                           "Set bri-protocol prejudge: protocol 3, set ab\n");
     for (const LogLine &line : log_lines()) {
-        EXPECT_EQ(line.level, 7);
-        EXPECT_EQ(line.module, "BRIDGE");
-        EXPECT_EQ(line.tag, "VLAN-DB");
-        EXPECT_EQ(line.output, 1);
+        EXPECT_EQ(line.category(), kVlanDbLine);
     }
 }
 
@@ -241,10 +238,7 @@ TEST_F(ProtocolRegistry, show_prints_enabled_protocols_and_masks) {
                           "BRI_PROT_CDP     \n"
                           "BRI_PROT_UNKOWN  BRI_PROT_TILL \n");
     for (const LogLine &line : log_lines()) {
-        EXPECT_EQ(line.level, 7);
-        EXPECT_EQ(line.module, "BRIDGE");
-        EXPECT_EQ(line.tag, "DEBUG");
-        EXPECT_EQ(line.output, 2);
+        EXPECT_EQ(line.category(), kShownLine);
     }
 }
 

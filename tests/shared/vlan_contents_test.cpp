@@ -140,7 +140,7 @@ TEST_F(VlanContents, changes_stay_inside_their_entry) {
         scatter_all(round);
         for (unsigned number = 0; number < kVidEnd; number += 7) {
             const auto vid = static_cast<uint16_t>(number);
-            std::vector<uint8_t> expected(data(), data() + kVlanDataSize);
+            ByteVec expected(data(), data() + kVlanDataSize);
             vl_set_svi(vid, number);
             vl_set_vlan_mode(vid, number % 5);
             vl_increase_vlan_ref(vid);

@@ -17,7 +17,7 @@ class VlanChange : public VlanDb {
         const auto *text = reinterpret_cast<const char *>(entry(vid)) + 28;
         return {text, strnlen(text, 36)};
     }
-    static std::vector<uint8_t> entry_bytes(unsigned vid) { return {entry(vid), entry(vid) + 80}; }
+    static ByteVec entry_bytes(unsigned vid) { return {entry(vid), entry(vid) + 80}; }
 };
 
 TEST_F(VlanChange, initialised_entry_holds_exactly_what_begins_a_life) {
@@ -37,7 +37,7 @@ TEST_F(VlanChange, initialised_entry_holds_exactly_what_begins_a_life) {
     const auto created = value_at<uint32_t>(entry(100), 24);
     put_at<uint32_t>(expected, 24, created);
     std::memcpy(expected + 28, "VLAN0100", 8);
-    EXPECT_EQ(entry_bytes(100), std::vector<uint8_t>(expected, expected + 80));
+    EXPECT_EQ(entry_bytes(100), ByteVec(expected, expected + 80));
     EXPECT_GE(created, static_cast<uint32_t>(before.uptime) * 100U);
     EXPECT_LE(created, static_cast<uint32_t>(after.uptime) * 100U);
     EXPECT_EQ(created % 100, 0U);
@@ -47,8 +47,8 @@ TEST_F(VlanChange, initialised_entry_holds_exactly_what_begins_a_life) {
 TEST_F(VlanChange, initialising_touches_no_neighbour) {
     std::memset(entry(99), 0xEE, 80 * 3);
     vl_initial_vlan_entry(100, 1);
-    EXPECT_EQ(entry_bytes(99), std::vector<uint8_t>(80, 0xEE));
-    EXPECT_EQ(entry_bytes(101), std::vector<uint8_t>(80, 0xEE));
+    EXPECT_EQ(entry_bytes(99), ByteVec(80, 0xEE));
+    EXPECT_EQ(entry_bytes(101), ByteVec(80, 0xEE));
 }
 
 TEST_F(VlanChange, name_and_mode_follow_the_mode_asked_for) {
@@ -96,12 +96,12 @@ TEST_F(VlanChange, live_entry_that_is_initialised_again_is_counted_again) {
 }
 
 TEST_F(VlanChange, ids_outside_the_limits_are_not_initialised) {
-    const std::vector<uint8_t> before(data(), data() + kStatAt);
+    const ByteVec before(data(), data() + kStatAt);
     for (const uint16_t vid : {uint16_t{0}, uint16_t{4095}, uint16_t{65535}})
         vl_initial_vlan_entry(vid, 1);
     vl_set_vlan_range(10, 20);
     vl_initial_vlan_entry(21, 1);
-    EXPECT_EQ(std::vector<uint8_t>(data(), data() + kStatAt), before);
+    EXPECT_EQ(ByteVec(data(), data() + kStatAt), before);
     EXPECT_EQ(number(), 0);
 }
 
@@ -110,11 +110,11 @@ TEST_F(VlanChange, clearing_keeps_the_version_only) {
     put_at<uint16_t>(entry(100), 4, 0x0102);
     put_at<int32_t>(stat(), 8, 5);
     vl_clear_vlan_entry(100);
-    std::vector<uint8_t> expected(80, 0);
+    ByteVec expected(80, 0);
     put_at<uint16_t>(expected.data(), 4, 0x0102);
     EXPECT_EQ(entry_bytes(100), expected);
-    EXPECT_EQ(entry_bytes(99), std::vector<uint8_t>(80, 0xEE));
-    EXPECT_EQ(entry_bytes(101), std::vector<uint8_t>(80, 0xEE));
+    EXPECT_EQ(entry_bytes(99), ByteVec(80, 0xEE));
+    EXPECT_EQ(entry_bytes(101), ByteVec(80, 0xEE));
     EXPECT_EQ(number(), 4);
     EXPECT_EQ(deletions(), 1);
 }
@@ -123,7 +123,7 @@ TEST_F(VlanChange, clearing_an_empty_entry_changes_nothing) {
     std::memset(entry(100), 0xEE, 80);
     put_at<uint16_t>(entry(100), 6, 0);
     put_at<int32_t>(stat(), 8, 5);
-    const std::vector<uint8_t> before = entry_bytes(100);
+    const ByteVec before = entry_bytes(100);
     vl_clear_vlan_entry(100);
     EXPECT_EQ(entry_bytes(100), before);
     EXPECT_EQ(number(), 5);
@@ -151,10 +151,10 @@ TEST_F(VlanChange, every_other_change_of_mode_keeps_the_name) {
 }
 
 TEST_F(VlanChange, mode_of_an_empty_or_invalid_vlan_is_not_stored) {
-    const std::vector<uint8_t> before(data(), data() + kVlanDataSize);
+    const ByteVec before(data(), data() + kVlanDataSize);
     for (const uint16_t vid : {uint16_t{0}, uint16_t{7}, uint16_t{4095}, uint16_t{65535}})
         vl_set_vlan_mode(vid, 1);
-    EXPECT_EQ(std::vector<uint8_t>(data(), data() + kVlanDataSize), before);
+    EXPECT_EQ(ByteVec(data(), data() + kVlanDataSize), before);
 }
 
 TEST_F(VlanChange, batch_changes_the_live_vlans_of_the_set) {
@@ -168,8 +168,8 @@ TEST_F(VlanChange, batch_changes_the_live_vlans_of_the_set) {
     EXPECT_EQ(name(4094), "VLAN4094");
     EXPECT_EQ(vl_exist(1, 1), 1);
     EXPECT_EQ(vl_exist(2, 2), 1);
-    EXPECT_EQ(entry_bytes(3), std::vector<uint8_t>(80, 0));
-    EXPECT_EQ(entry_bytes(0), std::vector<uint8_t>(80, 0));
+    EXPECT_EQ(entry_bytes(3), ByteVec(80, 0));
+    EXPECT_EQ(entry_bytes(0), ByteVec(80, 0));
     vl_set_vlan_mode_batch(nullptr, BRI_VLAN_STATIC);
 }
 

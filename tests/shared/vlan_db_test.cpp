@@ -46,10 +46,7 @@ TEST_F(UnmappedVlanDb, set_up_logs_where_the_table_lies) {
     std::snprintf(expected, sizeof expected, "VLANDB initial SUCC: SHM head %p.\n",
                   static_cast<void *>(g_vl_mng.entries));
     const LogLine line = log_line(expected);
-    EXPECT_EQ(line.level, 7);
-    EXPECT_EQ(line.module, "BRIDGE");
-    EXPECT_EQ(line.tag, "VLAN-DB");
-    EXPECT_EQ(line.output, 1);
+    EXPECT_EQ(line.category(), kVlanDbLine);
 }
 
 TEST_F(UnmappedVlanDb, set_up_is_silent_while_its_flag_is_off) {
@@ -291,10 +288,7 @@ TEST_F(UnmappedVlanDb, head_without_a_segment_says_so) {
     debug_on({BRI_DBG_VLAN});
     EXPECT_EQ(vldb_get_shm_head(&word, &word, &word, name), 0);
     const LogLine line = log_line("VLANDB-SHM is not ready.\n");
-    EXPECT_EQ(line.level, 7);
-    EXPECT_EQ(line.module, "BRIDGE");
-    EXPECT_EQ(line.tag, "VLAN-DB");
-    EXPECT_EQ(line.output, 1);
+    EXPECT_EQ(line.category(), kVlanDbLine);
     EXPECT_EQ(word, 7U);
     EXPECT_STREQ(name, "old");
 }
@@ -323,10 +317,7 @@ TEST_F(VlanDb, status_shows_segment_and_statistics) {
                               "max-svi-num:\t1000\ncur-svi-num:\t-2\ntotal-del-times:\t17\n"
                               "--------------------END---------------------\n");
     for (const LogLine &line : log_lines()) {
-        EXPECT_EQ(line.level, 7);
-        EXPECT_EQ(line.module, "BRIDGE");
-        EXPECT_EQ(line.tag, "DEBUG");
-        EXPECT_EQ(line.output, 2);
+        EXPECT_EQ(line.category(), kShownLine);
     }
 }
 

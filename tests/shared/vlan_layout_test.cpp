@@ -86,7 +86,7 @@ TEST_F(VlanLayout, each_change_writes_its_own_bytes_only) {
         const char *what;
         void (*change)();
         size_t offset;
-        std::vector<uint8_t> bytes;
+        ByteVec bytes;
     } rows[] = {
         {"vswpt number", [] { vl_set_vswpt_num(10, 0x77); }, 801, {0x77}},
         {"operator's mark", [] { vl_set_created_by_cli(10); }, 802, {1}},
@@ -108,7 +108,7 @@ TEST_F(VlanLayout, each_change_writes_its_own_bytes_only) {
         {"mask 13", [] { bridge_proto_set_prejudge(13, 0xA1B2C3D4); }, 328192, bytes_of(uint32_t{0xA1B2C3D4})},
     };
     for (const auto &row : rows) {
-        std::vector<uint8_t> expected(data(), data() + kVlanDataSize);
+        ByteVec expected(data(), data() + kVlanDataSize);
         std::copy(row.bytes.begin(), row.bytes.end(), expected.begin() + static_cast<ptrdiff_t>(row.offset));
         ASSERT_EQ(vl_exist(10, 0), 1) << row.what;
         row.change();
@@ -118,7 +118,7 @@ TEST_F(VlanLayout, each_change_writes_its_own_bytes_only) {
 }
 
 TEST_F(VlanLayout, svi_and_deletion_write_their_own_words_only) {
-    std::vector<uint8_t> expected(data(), data() + kVlanDataSize);
+    ByteVec expected(data(), data() + kVlanDataSize);
     vl_set_svi(10, 0x01020304);
     put_at<uint32_t>(expected.data(), 816, 0x01020304);
     put_at<int32_t>(expected.data(), 327616, 1);

@@ -22,10 +22,7 @@ class VlanMembers : public VlanDb {
         ASSERT_EQ(log_lines().size(), 1U) << log_text();
         const LogLine &line = log_lines().front();
         EXPECT_EQ(line.text, text);
-        EXPECT_EQ(line.level, 7);
-        EXPECT_EQ(line.module, "BRIDGE");
-        EXPECT_EQ(line.tag, "VLAN-DB");
-        EXPECT_EQ(line.output, 1);
+        EXPECT_EQ(line.category(), kVlanDbLine);
         clear_log();
     }
 };
@@ -131,10 +128,10 @@ TEST_F(VlanMembers, interface_indexes_outside_the_words_change_nothing) {
     for (const int fill : {0x00, 0xFF}) { // where a bit that is set shows, and one that is cleared
         std::memset(entry(9), fill, 3 * 80);
         put_at<uint16_t>(entry(10), 6, 10);
-        const std::vector<uint8_t> before(data(), data() + kVlanDataSize);
+        const ByteVec before(data(), data() + kVlanDataSize);
         for (const int32_t ifx : kOutside)
             (fill == 0 ? vl_add_static_member : vl_del_static_member)(ifx, 10);
-        EXPECT_EQ(std::vector<uint8_t>(data(), data() + kVlanDataSize), before);
+        EXPECT_EQ(ByteVec(data(), data() + kVlanDataSize), before);
     }
 }
 
@@ -169,7 +166,7 @@ TEST_F(VlanMembers, changes_are_silent_while_the_flag_is_off) {
 
 TEST_F(VlanMembers, dynamic_members_and_address_ranges_are_not_kept) {
     put_members(~uint64_t{0});
-    const std::vector<uint8_t> before(data(), data() + kVlanDataSize);
+    const ByteVec before(data(), data() + kVlanDataSize);
     uint32_t low = 7;
     uint32_t high = 8;
     vl_add_dynamic_member(5, 10);
@@ -182,7 +179,7 @@ TEST_F(VlanMembers, dynamic_members_and_address_ranges_are_not_kept) {
     EXPECT_EQ(vl_svlan_search_ip(10, 1), 0);
     EXPECT_EQ(low, 7U);
     EXPECT_EQ(high, 8U);
-    EXPECT_EQ(std::vector<uint8_t>(data(), data() + kVlanDataSize), before);
+    EXPECT_EQ(ByteVec(data(), data() + kVlanDataSize), before);
 }
 
 // Four processes flip bits of the same two words, and nobody touches the rest.

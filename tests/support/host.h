@@ -14,7 +14,7 @@ namespace test {
 
 struct HostEvent {
     uint32_t type;
-    std::vector<uint8_t> payload;
+    ByteVec payload;
     uint16_t len;
     bool aligned; // the payload lay at a multiple of 4
 
@@ -78,24 +78,14 @@ class Host : public Env {
     }
 
     // Hands a message to one entry from an exact copy on the heap, one byte off every alignment.
-    template <class Entry> static void deliver(Entry &&entry, uint32_t type, const std::vector<uint8_t> &payload = {}) {
-        std::vector<uint8_t> copy;
+    template <class Entry> static void deliver(Entry &&entry, uint32_t type, const ByteVec &payload = {}) {
+        ByteVec copy;
         copy.reserve(1 + sizeof(bri_msg_hdr) + payload.size());
         copy.resize(1 + sizeof(bri_msg_hdr));
         put_at(copy.data(), 1, type);
         put_at(copy.data(), 5, static_cast<uint32_t>(payload.size()));
         copy.insert(copy.end(), payload.begin(), payload.end());
         entry(reinterpret_cast<bri_msg_hdr *>(copy.data() + 1));
-    }
-
-    // A line that was written exactly once, with these fields.
-    static void expect_line(const std::string &text, const std::string &module, const std::string &tag) {
-        EXPECT_EQ(times_logged(text), 1) << text << "in\n" << log_text();
-        const LogLine line = log_line(text);
-        EXPECT_EQ(line.level, 7) << text;
-        EXPECT_EQ(line.module, module) << text;
-        EXPECT_EQ(line.tag, tag) << text;
-        EXPECT_EQ(line.output, 1) << text;
     }
 
   private:

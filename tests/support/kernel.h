@@ -3,6 +3,7 @@
 // answers are queued before the call that sent the request returns.
 #pragma once
 
+#include "tests/support/bytes.h"
 #include "tests/support/faults.h"
 
 #include <cstdint>
@@ -15,7 +16,7 @@
 
 namespace test {
 
-using Packet = std::vector<uint8_t>;
+using Packet = ByteVec;
 
 // A request as it left the library.
 struct KernelRequest {

@@ -40,7 +40,7 @@ LogLine log_line(const std::string &text) {
     for (const LogLine &line : log_lines())
         if (line.text == text)
             return line;
-    return LogLine{-1, "", "", -1, "", ""};
+    return LogLine{{-1, "", "", -1}, "", ""};
 }
 
 std::string log_text() {
@@ -48,6 +48,11 @@ std::string log_text() {
     for (const LogLine &line : log_lines())
         all += line.text;
     return all;
+}
+
+std::ostream &operator<<(std::ostream &out, const LogCategory &category) {
+    return out << "level " << category.level << ", \"" << category.module << "\", \"" << category.tag << "\", output "
+               << category.output;
 }
 
 } // namespace test
@@ -62,7 +67,7 @@ void printk_syslog_ext(int level, const char *module, const char *tag, int outpu
     va_end(arguments);
     {
         const std::lock_guard lock(test::guard);
-        test::log_lines().push_back({level, module, tag, output, format, text});
+        test::log_lines().push_back({{level, module, tag, output}, format, text});
         test::tell_effect(text);
     }
     errno = error;

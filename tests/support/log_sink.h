@@ -1,16 +1,35 @@
 // Double of the syslog library: keeps every line.
 #pragma once
 
+#include <ostream>
 #include <string>
 #include <vector>
 
 namespace test {
 
-struct LogLine {
+// What the readers of the system log sort lines by.
+struct LogCategory {
     int level;
     std::string module;
     std::string tag;
-    int output;
+    int output; // 1: an ordinary line, 2: one that somebody asked to see
+    bool operator==(const LogCategory &) const = default;
+};
+std::ostream &operator<<(std::ostream &out, const LogCategory &category);
+
+inline const LogCategory kClientLine{7, "BRIDGE", "LIB_DEBUG", 1};
+inline const LogCategory kSemLine{7, "BRIDGE", "SEM", 1};
+inline const LogCategory kShmLine{7, "BRIDGE", "SHM", 1};
+inline const LogCategory kPortDbLine{7, "BRIDGE", "PORT-DB", 1};
+inline const LogCategory kVlanDbLine{7, "BRIDGE", "VLAN-DB", 1};
+inline const LogCategory kVlanLine{7, "VLIB", "DEBUG", 1};
+inline const LogCategory kMacLine{7, "MAC", "CLIENT_DEBUG", 1};
+inline const LogCategory kShownHead{7, "\nBRIDGE", "DEBUG", 2};
+inline const LogCategory kShownLine{7, "BRIDGE", "DEBUG", 2};
+inline const LogCategory kMvlanNotice{5, "MVLAN", "QUERY", 1};
+
+struct LogLine : LogCategory {
+    [[nodiscard]] const LogCategory &category() const { return *this; }
     std::string format;
     std::string text; // the format with its values
 };

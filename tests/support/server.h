@@ -2,6 +2,8 @@
 // Everything here runs under faults::Pause, so that armed failures and hooks hit the library alone.
 #pragma once
 
+#include "tests/support/bytes.h"
+
 #include <cstdint>
 #include <initializer_list>
 #include <optional>
@@ -9,8 +11,6 @@
 #include <vector>
 
 namespace test {
-
-using ByteVec = std::vector<uint8_t>;
 
 struct Message {
     uint32_t type = 0;

@@ -64,4 +64,9 @@ int open_descriptors() {
     return count - 3; // ".", ".." and the directory itself
 }
 
+void expect_line(const std::string &text, const LogCategory &category, int times) {
+    EXPECT_EQ(times_logged(text), times) << text << "in\n" << log_text();
+    EXPECT_EQ(log_line(text).category(), category) << text;
+}
+
 } // namespace test

@@ -1,6 +1,7 @@
 // What every test stands on: an own VSDID and TMPDIR, the doubles, and nothing left behind.
 #pragma once
 
+#include "tests/support/bytes.h"
 #include "tests/support/faults.h"
 #include "tests/support/log_sink.h"
 #include "tests/support/loop.h"
@@ -40,22 +41,8 @@ inline void debug_on(std::initializer_list<int> flags) {
         g_bri_clnt_dbg[flag] = 1;
 }
 
-// The bytes of a record, for comparing whole payloads.
-template <class T> std::vector<uint8_t> bytes_of(const T &record) {
-    std::vector<uint8_t> bytes(sizeof record);
-    std::memcpy(bytes.data(), &record, sizeof record);
-    return bytes;
-}
-
-// A value in host byte order at an offset of some bytes.
-template <class T> T value_at(const void *bytes, size_t offset) {
-    T value;
-    std::memcpy(&value, static_cast<const uint8_t *>(bytes) + offset, sizeof value);
-    return value;
-}
-template <class T> void put_at(void *bytes, size_t offset, T value) {
-    std::memcpy(static_cast<uint8_t *>(bytes) + offset, &value, sizeof value);
-}
+// Expects that a line with this text was written as often as said, the first of them in this category.
+void expect_line(const std::string &text, const LogCategory &category, int times = 1);
 
 // Open descriptors of this process.
 int open_descriptors();

@@ -13,7 +13,7 @@ using namespace test;
 
 struct Event {
     uint32_t type;
-    std::vector<uint8_t> payload;
+    ByteVec payload;
 
     bool operator==(const Event &) const = default;
 };
@@ -22,7 +22,7 @@ std::vector<Event> seen; // by both recording handlers
 
 int note(uint32_t type, void *data, uint16_t len) {
     const auto *bytes = static_cast<const uint8_t *>(data);
-    seen.push_back({type, std::vector<uint8_t>(bytes, bytes + len)});
+    seen.push_back({type, ByteVec(bytes, bytes + len)});
     return 0;
 }
 

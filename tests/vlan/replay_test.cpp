@@ -31,31 +31,17 @@ class Replay : public MappedVlanTest {
     }
 };
 
-// A record being spelt out.
-struct Bytes {
-    std::vector<uint8_t> bytes;
-    explicit Bytes(size_t size) : bytes(size) {}
-    template <class T> Bytes &put(size_t offset, T value) {
-        put_at(bytes.data(), offset, value);
-        return *this;
-    }
-    Bytes &text(size_t offset, const char *value) {
-        std::memcpy(bytes.data() + offset, value, std::strlen(value));
-        return *this;
-    }
-};
-
 TEST_F(Replay, of_empty_tables_is_one_empty_set) {
     run();
     ASSERT_EQ(events().size(), 1U);
-    expect_event(events()[0], 389, Bytes(8708).put<uint32_t>(8704, 1).bytes);
+    expect_event(events()[0], 389, Bytes(8708).put<uint32_t>(8704, 1));
 }
 
 TEST_F(VlanTest, replay_of_unmapped_tables_is_one_empty_set) {
     watch_all();
     vl_clnt_notify_origin_data();
     ASSERT_EQ(events().size(), 1U);
-    expect_event(events()[0], 389, Bytes(8708).put<uint32_t>(8704, 1).bytes);
+    expect_event(events()[0], 389, Bytes(8708).put<uint32_t>(8704, 1));
 }
 
 TEST_F(Replay, set_lists_every_vlan_without_versions) {
@@ -67,7 +53,7 @@ TEST_F(Replay, set_lists_every_vlan_without_versions) {
     EXPECT_EQ(events()[0].type, 389U);
     Bytes expected(8708);
     expected.put<uint32_t>(0, 0x80000002).put<uint32_t>(4, 1).put<uint32_t>(508, 1U << 30).put<uint32_t>(8704, 1);
-    EXPECT_EQ(of_type(389)[0].payload, expected.bytes);
+    EXPECT_EQ(of_type(389)[0].payload, expected);
 }
 
 TEST_F(Replay, never_reports_vlan_0_or_4095) {
@@ -91,14 +77,14 @@ TEST_F(Replay, dynamic_vlan_tells_its_mode) {
     add_vlan(300, BRI_VLAN_DYNAMIC);
     run();
     EXPECT_EQ(types(), (std::vector<uint32_t>{389, 393}));
-    EXPECT_EQ(events()[1].payload, Bytes(56).put<uint16_t>(0, 300).put<uint32_t>(40, 2).put<uint32_t>(44, 2).bytes);
+    EXPECT_EQ(events()[1].payload, Bytes(56).put<uint16_t>(0, 300).put<uint32_t>(40, 2).put<uint32_t>(44, 2));
 }
 
 TEST_F(Replay, renamed_vlan_tells_its_name) {
     std::strcpy(add_vlan(300).name, "guests");
     run();
     EXPECT_EQ(types(), (std::vector<uint32_t>{389, 392}));
-    EXPECT_EQ(events()[1].payload, Bytes(56).put<uint16_t>(0, 300).text(4, "guests").bytes);
+    EXPECT_EQ(events()[1].payload, Bytes(56).put<uint16_t>(0, 300).text(4, "guests"));
 }
 
 TEST_F(Replay, name_is_measured_by_the_mode) {
@@ -108,8 +94,8 @@ TEST_F(Replay, name_is_measured_by_the_mode) {
     std::strcpy(add_vlan(303, BRI_VLAN_DYNAMIC).name, "XVLAN0303");
     run();
     EXPECT_EQ(types(), (std::vector<uint32_t>{389, 392, 393, 392, 393, 392}));
-    EXPECT_EQ(of_type(392)[0].payload, Bytes(56).put<uint16_t>(0, 300).text(4, "DVLAN0300").bytes);
-    EXPECT_EQ(of_type(392)[1].payload, Bytes(56).put<uint16_t>(0, 301).text(4, "VLAN0301").bytes);
+    EXPECT_EQ(of_type(392)[0].payload, Bytes(56).put<uint16_t>(0, 300).text(4, "DVLAN0300"));
+    EXPECT_EQ(of_type(392)[1].payload, Bytes(56).put<uint16_t>(0, 301).text(4, "VLAN0301"));
 }
 
 TEST_F(Replay, every_default_name_counts_as_default) {
@@ -135,14 +121,14 @@ TEST_F(Replay, name_without_a_terminator_is_told_with_35_characters) {
     vle &entry = add_vlan(300);
     std::memset(entry.name, 'n', sizeof entry.name);
     run();
-    EXPECT_EQ(of_type(392)[0].payload, Bytes(56).put<uint16_t>(0, 300).text(4, std::string(35, 'n').c_str()).bytes);
+    EXPECT_EQ(of_type(392)[0].payload, Bytes(56).put<uint16_t>(0, 300).text(4, std::string(35, 'n').c_str()));
 }
 
 TEST_F(Replay, svi_is_told) {
     ASSERT_EQ(vl_set_svi((add_vlan(300), 300), 0x01020304), 0);
     run();
     EXPECT_EQ(types(), (std::vector<uint32_t>{389, 411}));
-    EXPECT_EQ(events()[1].payload, Bytes(16).put<uint32_t>(0, 0x01020304).put<uint16_t>(8, 300).bytes);
+    EXPECT_EQ(events()[1].payload, Bytes(16).put<uint32_t>(0, 0x01020304).put<uint16_t>(8, 300));
 }
 
 TEST_F(Replay, vlan_steps_come_vlan_by_vlan) {
@@ -172,8 +158,7 @@ TEST_F(Replay, absent_and_routed_ports_are_left_out) {
 TEST_F(Replay, port_creation_record) {
     add_port(7, BRI_PORT_HYBRID, 1234);
     run();
-    EXPECT_EQ(of_type(398)[0].payload,
-              Bytes(28).put<uint32_t>(0, 7).put<uint32_t>(16, 7).put<uint16_t>(20, 1234).bytes);
+    EXPECT_EQ(of_type(398)[0].payload, Bytes(28).put<uint32_t>(0, 7).put<uint32_t>(16, 7).put<uint16_t>(20, 1234));
 }
 
 TEST_F(Replay, port_attribute_records) {
@@ -181,13 +166,13 @@ TEST_F(Replay, port_attribute_records) {
     for (unsigned index = 0; index < 128; ++index)
         port.allow_vlan.words[index] = index * 0x01010101U;
     run();
-    EXPECT_EQ(of_type(407)[0].payload, Bytes(8).put<uint32_t>(0, 9).put<uint32_t>(4, 6).bytes);
-    EXPECT_EQ(of_type(409)[0].payload, Bytes(8).put<uint32_t>(0, 9).put<uint16_t>(4, 77).bytes);
+    EXPECT_EQ(of_type(407)[0].payload, Bytes(8).put<uint32_t>(0, 9).put<uint32_t>(4, 6));
+    EXPECT_EQ(of_type(409)[0].payload, Bytes(8).put<uint32_t>(0, 9).put<uint16_t>(4, 77));
     Bytes allow(1036);
     allow.put<uint32_t>(0, 9);
     for (unsigned index = 0; index < 128; ++index)
         allow.put<uint32_t>(4 + 4 * index, index * 0x01010101U);
-    EXPECT_EQ(of_type(410)[0].payload, allow.bytes);
+    EXPECT_EQ(of_type(410)[0].payload, allow);
 }
 
 TEST_F(Replay, access_port_tells_its_native_vlan) {
@@ -196,7 +181,7 @@ TEST_F(Replay, access_port_tells_its_native_vlan) {
     run();
     EXPECT_TRUE(of_type(403).empty());
     EXPECT_EQ(of_type(402)[0].payload,
-              Bytes(24).put<uint32_t>(0, 9).put<uint16_t>(4, 10).put<uint32_t>(12, 3).put<uint32_t>(16, 1).bytes);
+              Bytes(24).put<uint32_t>(0, 9).put<uint16_t>(4, 10).put<uint32_t>(12, 3).put<uint32_t>(16, 1));
 }
 
 TEST_F(Replay, access_port_without_a_native_vlan_tells_it_as_0) {
@@ -204,7 +189,7 @@ TEST_F(Replay, access_port_without_a_native_vlan_tells_it_as_0) {
     run();
     ASSERT_EQ(of_type(402).size(), 1U);
     EXPECT_EQ(of_type(402)[0].payload,
-              Bytes(24).put<uint32_t>(0, 9).put<uint32_t>(12, 3).put<uint32_t>(16, BRI_PORT_ACCESS).bytes);
+              Bytes(24).put<uint32_t>(0, 9).put<uint32_t>(12, 3).put<uint32_t>(16, BRI_PORT_ACCESS));
 }
 
 // Mode by mode: which of a port's VLANs 10 (native), 33 (in its tag set), 64 are told as tagged.
@@ -229,7 +214,7 @@ TEST_F(Replay, member_set_record_in_every_mode) {
         expected.put<uint32_t>(516, row.native ? 1U << 10 : 0).put<uint32_t>(520, row.tagged ? 2 : 0);
         expected.put<uint32_t>(524, row.other ? 1 : 0);
         ASSERT_EQ(of_type(403).size(), 1U) << row.mode;
-        EXPECT_EQ(of_type(403)[0].payload, expected.bytes) << row.mode;
+        EXPECT_EQ(of_type(403)[0].payload, expected) << row.mode;
     }
 }
 
@@ -238,7 +223,7 @@ TEST_F(Replay, member_bits_of_an_empty_entry_do_not_count) {
     add_port(40, BRI_PORT_TRUNK);
     g_vl_mng.entries[10].vid = 0;
     run();
-    EXPECT_EQ(of_type(403)[0].payload, Bytes(1036).put<uint32_t>(0, 40).put<uint32_t>(1028, 1).bytes);
+    EXPECT_EQ(of_type(403)[0].payload, Bytes(1036).put<uint32_t>(0, 40).put<uint32_t>(1028, 1));
 }
 
 TEST_F(Replay, vlans_outside_the_database_range_are_left_out) {
@@ -260,9 +245,9 @@ TEST_F(Replay, block_whose_own_index_is_wrong_harms_nothing) {
     ASSERT_EQ(of_type(403).size(), 3U);
     // Port 41 is a member, but it is not there, so it has no tag rule.
     EXPECT_EQ(of_type(403)[0].payload,
-              Bytes(1036).put<uint32_t>(0, 41).put<uint32_t>(4, 1U << 10).put<uint32_t>(1028, 1).bytes);
-    EXPECT_EQ(of_type(403)[1].payload, Bytes(1036).put<uint32_t>(0, 64).put<uint32_t>(1028, 1).bytes);
-    EXPECT_EQ(of_type(403)[2].payload, Bytes(1036).put<uint32_t>(0, 0xFFFFFFFF).put<uint32_t>(1028, 1).bytes);
+              Bytes(1036).put<uint32_t>(0, 41).put<uint32_t>(4, 1U << 10).put<uint32_t>(1028, 1));
+    EXPECT_EQ(of_type(403)[1].payload, Bytes(1036).put<uint32_t>(0, 64).put<uint32_t>(1028, 1));
+    EXPECT_EQ(of_type(403)[2].payload, Bytes(1036).put<uint32_t>(0, 0xFFFFFFFF).put<uint32_t>(1028, 1));
 }
 
 TEST_F(Replay, block_whose_own_index_is_invalid_is_named_for_each_vlan) {

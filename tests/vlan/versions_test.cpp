@@ -286,7 +286,7 @@ TEST_F(Research, vlan_never_seen_gives_one_create) {
     EXPECT_EQ(g_vlan_private_version[100], 9);
     ASSERT_EQ(events().size(), 1U);
     EXPECT_EQ(events()[0].type, 387U);
-    std::vector<uint8_t> expected(56);
+    ByteVec expected(56);
     put_at<uint16_t>(expected.data(), 0, 100);
     std::memcpy(expected.data() + 4, "DVLAN0100", 9);
     put_at<uint32_t>(expected.data(), 44, 2);
@@ -304,7 +304,7 @@ TEST_F(Research, older_incarnation_gives_destroy_then_create) {
     ASSERT_EQ(events().size(), 2U);
     EXPECT_EQ(events()[0].type, 388U);
     EXPECT_EQ(events()[1].type, 387U);
-    std::vector<uint8_t> expected(56);
+    ByteVec expected(56);
     put_at<uint16_t>(expected.data(), 0, 100);
     std::memcpy(expected.data() + 4, "VLAN0100", 8);
     put_at<uint32_t>(expected.data(), 40, 1);
@@ -366,8 +366,8 @@ TEST_F(Research, name_without_a_terminator_is_cut_at_35_characters) {
     std::memset(entry.name, 'n', sizeof entry.name);
     vl_version_check_on_reserch(100);
     ASSERT_EQ(events().size(), 1U);
-    const std::vector<uint8_t> name(events()[0].payload.begin() + 4, events()[0].payload.begin() + 40);
-    std::vector<uint8_t> expected(36, 'n');
+    const ByteVec name(events()[0].payload.begin() + 4, events()[0].payload.begin() + 40);
+    ByteVec expected(36, 'n');
     expected[35] = 0;
     EXPECT_EQ(name, expected);
     EXPECT_EQ(value_at<uint32_t>(events()[0].payload.data(), 40), 0U);

@@ -92,7 +92,7 @@ TEST_F(VlanMessage, null_gives_minus_1) {
 TEST_F(VlanMessage, fresh_create_reaches_the_handlers_as_it_came) {
     RawMessage message = single(387, 100, 3);
     std::memset(message.payload() + 4, 0xC3, 52);
-    const std::vector<uint8_t> sent(message.payload(), message.payload() + 56);
+    const ByteVec sent(message.payload(), message.payload() + 56);
     EXPECT_EQ(message.deliver(), 0);
     ASSERT_EQ(events().size(), 1U);
     expect_event(events()[0], 387, sent);
@@ -147,7 +147,7 @@ TEST_F(VlanMessage, range_create_passes_on_only_fresh_bits) {
     message.with<uint32_t>(4, 0x300).with<uint16_t>(512 + 2 * 40, 9).with<uint16_t>(512 + 2 * 41, 1);
     EXPECT_EQ(message.deliver(), 0);
     ASSERT_EQ(events().size(), 1U);
-    std::vector<uint8_t> expected(8708);
+    ByteVec expected(8708);
     put_at<uint32_t>(expected.data(), 4, 0x200);
     put_at<uint16_t>(expected.data(), 512 + 2 * 40, 9);
     put_at<uint16_t>(expected.data(), 512 + 2 * 41, 1);
@@ -200,7 +200,7 @@ TEST_F(VlanMessage, range_payload_shorter_than_the_record_is_dropped_unread) {
 }
 
 TEST_F(VlanMessage, messages_at_every_address_are_handled) {
-    std::vector<uint8_t> buffer(8 + sizeof(bri_msg_hdr) + sizeof(vl_evt_vlanset_rec));
+    ByteVec buffer(8 + sizeof(bri_msg_hdr) + sizeof(vl_evt_vlanset_rec));
     for (size_t shift = 0; shift < 8; ++shift) {
         uint8_t *bytes = buffer.data() + shift;
         put_at<uint32_t>(bytes, 0, 389);
@@ -225,7 +225,7 @@ TEST_F(VlanMessage, every_other_type_reaches_the_handlers_unchanged) {
         const bool internal = type == 412 || type == 413 || type == 414;
         ASSERT_EQ(events().size(), internal ? 0U : 1U) << type;
         if (!internal) {
-            expect_event(events()[0], type, std::vector<uint8_t>(message.payload(), message.payload() + 5));
+            expect_event(events()[0], type, ByteVec(message.payload(), message.payload() + 5));
         }
     }
 }

@@ -89,7 +89,7 @@ class RawMessage {
     int deliver() { return vl_clnt_on_server_msg(header()); }
 
   private:
-    std::vector<uint8_t> bytes_;
+    ByteVec bytes_;
 };
 
 // `count` times a character; out of line, because inlined g++ 12 takes sums of such strings for overflows.
@@ -97,17 +97,14 @@ class RawMessage {
     return std::string(count, character);
 }
 
-inline void expect_event(const HostEvent &event, uint32_t type, const std::vector<uint8_t> &payload) {
+inline void expect_event(const HostEvent &event, uint32_t type, const ByteVec &payload) {
     EXPECT_EQ(event.type, type);
     EXPECT_EQ(event.payload, payload);
 }
 
 inline void expect_vlan_log(const std::string &text) {
     const LogLine line = log_line(text);
-    EXPECT_EQ(line.level, 7) << text;
-    EXPECT_EQ(line.module, "VLIB");
-    EXPECT_EQ(line.tag, "DEBUG");
-    EXPECT_EQ(line.output, 1);
+    EXPECT_EQ(line.category(), kVlanLine) << text;
 }
 
 } // namespace test

@@ -51,10 +51,7 @@ TEST_F(VlanGroupEvents, line_has_the_length_and_the_category_of_the_client) {
     GroupMessage message{{VG_EVENT_MEM_VLAN, 12}, {}};
     bridge_vlan_group_lib_dispose_msg(&message.header);
     const LogLine line = log_line("vg lib recv msg: event VG_EVENT_MEM_VLAN, msg len 12.\n");
-    EXPECT_EQ(line.level, 7);
-    EXPECT_EQ(line.module, "BRIDGE");
-    EXPECT_EQ(line.tag, "LIB_DEBUG");
-    EXPECT_EQ(line.output, 1);
+    EXPECT_EQ(line.category(), kClientLine);
 }
 
 TEST_F(VlanGroupEvents, no_line_while_the_flag_is_off) {
@@ -86,7 +83,7 @@ class VlanGroupHandlers : public Host {};
 
 // The unnamed 1032 and types of other submodules among them: nothing is checked.
 TEST_F(VlanGroupHandlers, get_type_payload_and_length_of_every_message) {
-    const std::vector<uint8_t> payload{1, 2, 3, 4, 5};
+    const ByteVec payload{1, 2, 3, 4, 5};
     for (const uint32_t type : {1025U, 1026U, 1027U, 1028U, 1029U, 1030U, 1031U, 1032U, 1033U, 1034U, 1151U}) {
         watch({type});
         events().clear();

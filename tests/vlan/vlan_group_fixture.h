@@ -17,10 +17,7 @@ class UnmappedVlanGroups : public Env {
                                 [](const LogLine &line) { return line.text.rfind("vlan-group", 0) == 0; }),
                   1);
         const LogLine line = log_line(text);
-        EXPECT_EQ(line.level, 7);
-        EXPECT_EQ(line.module, "BRIDGE");
-        EXPECT_EQ(line.tag, "LIB_DEBUG");
-        EXPECT_EQ(line.output, 1);
+        EXPECT_EQ(line.category(), kClientLine);
     }
 };
 

@@ -203,7 +203,7 @@ TEST_F(VlanGroups, id_0_is_never_a_group) {
 
 TEST_F(VlanGroups, ids_above_128_have_no_entry) {
     std::memset(bytes(0), 0xEE, kTableSize);
-    const std::vector<uint8_t> before(bytes(0), bytes(0) + kTableSize);
+    const ByteVec before(bytes(0), bytes(0) + kTableSize);
     for (unsigned number = 129; number <= 255; ++number) {
         const auto id = static_cast<uint8_t>(number);
         vlanset set{};
@@ -230,7 +230,7 @@ TEST_F(VlanGroups, ids_above_128_have_no_entry) {
         EXPECT_EQ(byte, 7);
         EXPECT_EQ(word, 7);
     }
-    EXPECT_EQ(std::vector<uint8_t>(bytes(0), bytes(0) + kTableSize), before);
+    EXPECT_EQ(ByteVec(bytes(0), bytes(0) + kTableSize), before);
 }
 
 // Offset, and how a caller reads and writes what stands there.

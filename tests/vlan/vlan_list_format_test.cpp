@@ -13,10 +13,7 @@ std::vector<std::string> shown(const vlanset &set, uint32_t width) {
     vl_clnt_show_vlanlist(&set, width);
     std::vector<std::string> lines;
     for (const LogLine &line : log_lines()) {
-        EXPECT_EQ(line.level, 7);
-        EXPECT_EQ(line.module, "BRIDGE");
-        EXPECT_EQ(line.tag, "DEBUG");
-        EXPECT_EQ(line.output, 2);
+        EXPECT_EQ(line.category(), kShownLine);
         EXPECT_EQ(line.format, "%-25s %s\n");
         EXPECT_EQ(line.text.substr(0, 26), repeat(' ', 26));
         EXPECT_EQ(line.text.back(), '\n');

@@ -11,7 +11,7 @@ class VlanRequest : public MappedVlanTest {
         MappedVlanTest::SetUp();
         connect_server();
     }
-    void expect_sent(uint32_t type, const std::vector<uint8_t> &payload) {
+    void expect_sent(uint32_t type, const ByteVec &payload) {
         const std::vector<Message> messages = sent();
         ASSERT_EQ(messages.size(), 1U) << "type " << type;
         EXPECT_EQ(messages[0].type, type);
@@ -26,8 +26,8 @@ class VlanRequest : public MappedVlanTest {
         return set;
     }
     // `size` zero bytes with the set at an offset.
-    static std::vector<uint8_t> with_set(size_t size, size_t offset, const vlanset &set) {
-        std::vector<uint8_t> bytes(size);
+    static ByteVec with_set(size_t size, size_t offset, const vlanset &set) {
+        ByteVec bytes(size);
         std::memcpy(bytes.data() + offset, &set, sizeof set);
         return bytes;
     }
@@ -35,7 +35,7 @@ class VlanRequest : public MappedVlanTest {
 
 TEST_F(VlanRequest, create_sends_the_id_alone) {
     EXPECT_EQ(vl_clnt_create_vlan_entry(0x123), 0);
-    std::vector<uint8_t> expected(56);
+    ByteVec expected(56);
     put_at<uint16_t>(expected.data(), 0, 0x123);
     expect_sent(387, expected);
 }
@@ -53,7 +53,7 @@ TEST_F(VlanRequest, create_outside_the_range_sends_nothing) {
 TEST_F(VlanRequest, delete_sends_the_id_alone) {
     add_vlan(300, BRI_VLAN_DYNAMIC);
     EXPECT_EQ(vl_clnt_delete_vlan_entry(300), 0);
-    std::vector<uint8_t> expected(56);
+    ByteVec expected(56);
     put_at<uint16_t>(expected.data(), 0, 300);
     expect_sent(388, expected);
 }
@@ -75,7 +75,7 @@ TEST_F(VlanRequest, delete_of_a_vlan_that_this_process_missed_tells_no_create) {
 
 TEST_F(VlanRequest, native_vlan_is_sent_unchecked) {
     vl_clnt_set_native_vlan(0x01020304, 0xFFFE);
-    std::vector<uint8_t> expected(8);
+    ByteVec expected(8);
     put_at<uint32_t>(expected.data(), 0, 0x01020304);
     put_at<uint16_t>(expected.data(), 4, 0xFFFE);
     expect_sent(409, expected);
@@ -84,7 +84,7 @@ TEST_F(VlanRequest, native_vlan_is_sent_unchecked) {
 TEST_F(VlanRequest, dynamic_member_is_sent_for_a_trunk_port) {
     add_port(7, BRI_PORT_TRUNK);
     add_vlan(300);
-    std::vector<uint8_t> expected(24);
+    ByteVec expected(24);
     put_at<uint32_t>(expected.data(), 0, 7);
     put_at<uint16_t>(expected.data(), 4, 300);
     EXPECT_EQ(vl_clnt_add_dyn_member(7, 300), 0);
@@ -154,7 +154,7 @@ constexpr SetRequest kSetRequests[] = {
 TEST_F(VlanRequest, set_of_a_port_is_sent_unchecked) {
     for (const SetRequest &request : kSetRequests) {
         const vlanset set = any_set();
-        std::vector<uint8_t> expected = with_set(516, 4, set);
+        ByteVec expected = with_set(516, 4, set);
         put_at<uint32_t>(expected.data(), 0, 0xFFFFFFFE);
         EXPECT_EQ(request.call(-2, &set), 0);
         expect_sent(request.type, expected);
@@ -177,12 +177,12 @@ TEST_F(VlanRequest, null_set_gives_minus_1_and_some_complain) {
 TEST_F(VlanRequest, shared_routines_send_as_any_type) {
     const vlanset set = any_set();
     EXPECT_EQ(vl_clnt_set_bri_dyn_member(500, 7, 4095), 0);
-    std::vector<uint8_t> single(24);
+    ByteVec single(24);
     put_at<uint32_t>(single.data(), 0, 7);
     put_at<uint16_t>(single.data(), 4, 4095);
     expect_sent(500, single);
     EXPECT_EQ(vl_clnt_set_bri_dyn_member_rang(501, 7, &set), 0);
-    std::vector<uint8_t> whole = with_set(516, 4, set);
+    ByteVec whole = with_set(516, 4, set);
     put_at<uint32_t>(whole.data(), 0, 7);
     expect_sent(501, whole);
     EXPECT_EQ(vl_clnt_set_bri_dyn_member_rang(501, 7, nullptr), -1);
@@ -190,13 +190,13 @@ TEST_F(VlanRequest, shared_routines_send_as_any_type) {
 }
 
 TEST_F(VlanRequest, vswpt_tables_are_passed_through) {
-    std::vector<uint8_t> first(512);
-    std::vector<uint8_t> second(512);
+    ByteVec first(512);
+    ByteVec second(512);
     for (size_t i = 0; i < 512; ++i) {
         first[i] = static_cast<uint8_t>(i * 7 + 1);
         second[i] = static_cast<uint8_t>(i * 5 + 2);
     }
-    std::vector<uint8_t> both = first;
+    ByteVec both = first;
     both.insert(both.end(), second.begin(), second.end());
     vl_clnt_notify_set_vswpt_num(first.data(), second.data());
     expect_sent(419, both);
@@ -238,7 +238,7 @@ TEST_F(VlanRequest, rollback_of_an_id_without_a_bit_or_of_null_sends_nothing) {
 TEST_F(VlanRequest, single_reply_is_the_result) {
     for (const uint32_t result : {0U, 1U, 0xDEADBEEFU}) {
         bridge_client_vlan_reply(&result);
-        std::vector<uint8_t> expected(4);
+        ByteVec expected(4);
         put_at(expected.data(), 0, result);
         expect_sent(396, expected);
     }
@@ -250,7 +250,7 @@ TEST_F(VlanRequest, set_reply_is_sent_as_the_caller_filled_it) {
     expect_sent(397, with_set(516, 0, reply.failed));
     reply.failure = 0x01020304;
     bridge_client_vlanset_reply(&reply);
-    std::vector<uint8_t> expected = with_set(516, 0, reply.failed);
+    ByteVec expected = with_set(516, 0, reply.failed);
     put_at<uint32_t>(expected.data(), 512, 0x01020304);
     expect_sent(397, expected);
 }

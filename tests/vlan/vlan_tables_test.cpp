@@ -45,10 +45,7 @@ TEST_F(VlanTable, row_to_the_column) {
     EXPECT_EQ(rows(),
               "  10 VLAN0010         1 STATIC    4099    2      ON    1, 2, 3                               \n");
     const LogLine row = log_lines().back();
-    EXPECT_EQ(row.level, 7);
-    EXPECT_EQ(row.module, "BRIDGE");
-    EXPECT_EQ(row.tag, "DEBUG");
-    EXPECT_EQ(row.output, 2);
+    EXPECT_EQ(row.category(), kShownLine);
     EXPECT_EQ(row.format, "%4d %-10s %7d %-9s %-7d %-6d %-5s %-38s\n");
 }
 
@@ -194,10 +191,7 @@ const std::string PortTable::kHead = "Interface  Mode      Pvid VLAN lists\n"
 TEST_F(PortTable, of_no_port_is_its_head) {
     EXPECT_EQ(print(), kHead);
     for (const LogLine &line : log_lines()) {
-        EXPECT_EQ(line.level, 7);
-        EXPECT_EQ(line.module, "BRIDGE");
-        EXPECT_EQ(line.tag, "DEBUG");
-        EXPECT_EQ(line.output, 2);
+        EXPECT_EQ(line.category(), kShownLine);
     }
 }
 
@@ -206,10 +200,7 @@ TEST_F(PortTable, port_row_and_its_allowed_vlans) {
     EXPECT_EQ(print(), kHead + "7          TRUNK     10  \n" + repeat(' ', 26) + "1-3,4094\n");
     EXPECT_EQ(log_lines()[2].format, "%-10d %-9s %-4d\n");
     for (const LogLine &line : log_lines()) {
-        EXPECT_EQ(line.level, 7);
-        EXPECT_EQ(line.module, "BRIDGE");
-        EXPECT_EQ(line.tag, "DEBUG");
-        EXPECT_EQ(line.output, 2);
+        EXPECT_EQ(line.category(), kShownLine);
     }
 }
 
