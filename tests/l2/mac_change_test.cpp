@@ -31,19 +31,28 @@ void PrintTo(const Expected &row, std::ostream *out) {
 constexpr const char *kBadArgs = "(unit), invalid mac addr, bcast_id or ifx.\n";
 
 const Expected kCalls[] = {
-    {"add_static", without_type<bridge_maddr_add_static>, kEntryOnPort, 1, 2, 0, 261, "add static addr", kBadArgs},
-    {"add_secu", without_type<bridge_maddr_add_secu>, kEntryOnPort, 1, 6, 0, 261, "add secu addr", kBadArgs},
-    {"add_trust", without_type<bridge_maddr_add_trust>, kEntryOnPort, 1, 8, 0, 261, "add trust addr", kBadArgs},
-    {"add_other", without_type<bridge_maddr_add_other>, kEntryOnPort, 1, 7, 0, 261, "add other addr", kBadArgs},
-    {"del_static", without_type<bridge_maddr_del_static>, kAnything, 2, 2, 0, 261, "del static addr", ""},
-    {"del_dyn", without_type<bridge_maddr_del_dyn>, kAnything, 2, 1, 0, 261, "del dyn addr", ""},
-    {"force_del_dyn", without_type<bridge_maddr_force_del_dyn>, kAnything, 2, 1, 1, 261, "force del dyn addr", ""},
-    {"del_secu", without_type<bridge_maddr_del_secu>, kEntryWithIfx, 2, 6, 0, 261, "del secu addr", kBadArgs},
-    {"del_trust", without_type<bridge_maddr_del_trust>, kEntryWithIfx, 2, 8, 0, 261, "del trust addr", kBadArgs},
-    {"del_other", without_type<bridge_maddr_del_other>, kEntryWithIfx, 2, 7, 0, 261, "del other addr", kBadArgs},
-    {"rollback", bridge_maddr_rollback, kRollback, 2, 0, 0, 272, "rollback static addr",
+    {"add_static", without_type<bridge_maddr_add_static>, kEntryOnPort, 1, 2, 0, MAC_EVENT_NOTIFY_ADDR,
+     "add static addr", kBadArgs},
+    {"add_secu", without_type<bridge_maddr_add_secu>, kEntryOnPort, 1, 6, 0, MAC_EVENT_NOTIFY_ADDR, "add secu addr",
+     kBadArgs},
+    {"add_trust", without_type<bridge_maddr_add_trust>, kEntryOnPort, 1, 8, 0, MAC_EVENT_NOTIFY_ADDR, "add trust addr",
+     kBadArgs},
+    {"add_other", without_type<bridge_maddr_add_other>, kEntryOnPort, 1, 7, 0, MAC_EVENT_NOTIFY_ADDR, "add other addr",
+     kBadArgs},
+    {"del_static", without_type<bridge_maddr_del_static>, kAnything, 2, 2, 0, MAC_EVENT_NOTIFY_ADDR, "del static addr",
+     ""},
+    {"del_dyn", without_type<bridge_maddr_del_dyn>, kAnything, 2, 1, 0, MAC_EVENT_NOTIFY_ADDR, "del dyn addr", ""},
+    {"force_del_dyn", without_type<bridge_maddr_force_del_dyn>, kAnything, 2, 1, 1, MAC_EVENT_NOTIFY_ADDR,
+     "force del dyn addr", ""},
+    {"del_secu", without_type<bridge_maddr_del_secu>, kEntryWithIfx, 2, 6, 0, MAC_EVENT_NOTIFY_ADDR, "del secu addr",
+     kBadArgs},
+    {"del_trust", without_type<bridge_maddr_del_trust>, kEntryWithIfx, 2, 8, 0, MAC_EVENT_NOTIFY_ADDR, "del trust addr",
+     kBadArgs},
+    {"del_other", without_type<bridge_maddr_del_other>, kEntryWithIfx, 2, 7, 0, MAC_EVENT_NOTIFY_ADDR, "del other addr",
+     kBadArgs},
+    {"rollback", bridge_maddr_rollback, kRollback, 2, 0, 0, MAC_EVENT_ROLLBACK_ADDR, "rollback static addr",
      "Client[unit], invalid mac in bridge_maddr_rollback.\n"},
-    {"bypass", bridge_maddr_bypass, kBypass, 1, 1, 0, 273, "bypass dynamic addr",
+    {"bypass", bridge_maddr_bypass, kBypass, 1, 1, 0, MAC_EVENT_BYPASS_ADDR, "bypass dynamic addr",
      "Client[unit], invalid param in bridge_maddr_bypass.\n"},
 };
 
@@ -172,25 +181,25 @@ TEST_F(MacChange, named_payloads) {
         EXPECT_EQ(messages[0].payload, ByteVec(bytes));
     };
     EXPECT_EQ(bridge_maddr_add_static(kMac.data(), 10, 7), 0);
-    expect_sent(261, 1, 0, 0x0F, 10, 7, 2);
+    expect_sent(MAC_EVENT_NOTIFY_ADDR, 1, 0, 0x0F, 10, 7, 2);
     EXPECT_EQ(bridge_maddr_del_dyn(nullptr, 0, 0), 0); // every dynamic address
-    expect_sent(261, 2, 0, 0x04, 0, 0, 1, false);
+    expect_sent(MAC_EVENT_NOTIFY_ADDR, 2, 0, 0x04, 0, 0, 1, false);
     EXPECT_EQ(bridge_maddr_force_del_dyn(nullptr, 0, 0), 0);
-    expect_sent(261, 2, 1, 0x04, 0, 0, 1, false);
+    expect_sent(MAC_EVENT_NOTIFY_ADDR, 2, 1, 0x04, 0, 0, 1, false);
     EXPECT_EQ(bridge_maddr_del_static(kMac.data(), 10, 0), 0);
-    expect_sent(261, 2, 0, 0x0D, 10, 0, 2);
+    expect_sent(MAC_EVENT_NOTIFY_ADDR, 2, 0, 0x0D, 10, 0, 2);
     EXPECT_EQ(bridge_maddr_del_static(kMac.data(), 10, 7), 0);
-    expect_sent(261, 2, 0, 0x0F, 10, 7, 2);
+    expect_sent(MAC_EVENT_NOTIFY_ADDR, 2, 0, 0x0F, 10, 7, 2);
     EXPECT_EQ(bridge_maddr_del_static(nullptr, 0, 7), 0);
-    expect_sent(261, 2, 0, 0x06, 0, 7, 2, false);
+    expect_sent(MAC_EVENT_NOTIFY_ADDR, 2, 0, 0x06, 0, 7, 2, false);
     EXPECT_EQ(bridge_maddr_del_secu(kMac.data(), 10, 8), 0); // the port need not exist
-    expect_sent(261, 2, 0, 0x0F, 10, 8, 6);
+    expect_sent(MAC_EVENT_NOTIFY_ADDR, 2, 0, 0x0F, 10, 8, 6);
     EXPECT_EQ(bridge_maddr_rollback(3, kMac.data(), 10, 0), 0);
-    expect_sent(272, 2, 0, 0x09, 10, 0, 0);
+    expect_sent(MAC_EVENT_ROLLBACK_ADDR, 2, 0, 0x09, 10, 0, 0);
     EXPECT_EQ(bridge_maddr_rollback(2, kMac.data(), 10, 7), 0);
-    expect_sent(272, 2, 0, 0x0B, 10, 7, 0);
+    expect_sent(MAC_EVENT_ROLLBACK_ADDR, 2, 0, 0x0B, 10, 7, 0);
     EXPECT_EQ(bridge_maddr_bypass(1, kMac.data(), 10, 7), 0);
-    expect_sent(273, 1, 0, 0x0F, 10, 7, 1);
+    expect_sent(MAC_EVENT_BYPASS_ADDR, 1, 0, 0x0F, 10, 7, 1);
 }
 
 TEST_F(MacChange, a_failed_send_gives_what_the_send_gave_after_the_line) {

@@ -59,7 +59,7 @@ TEST_F(MacLookup, first_on_mac_and_ifx_send_the_callers_entry_as_it_stands) {
         key.reserved2[11] = 7;
         const ByteVec before = bytes_of(key);
         EXPECT_EQ(row.call(&key), 0);
-        expect_query(286, Bytes(68).put(0, before));
+        expect_query(MAC_EVENT_CLIENT_FIND_FIRST, Bytes(68).put(0, before));
         EXPECT_EQ(bytes_of(key), result());
     }
     EXPECT_TRUE(log_lines().empty());
@@ -90,7 +90,7 @@ TEST_F(MacLookup, next_on_mac_keys_by_the_address_alone) {
     const bri_mac_entry current = entry(0x0F, 9);
     bri_mac_entry out{};
     EXPECT_EQ(bridge_maddr_find_next_on_mac(&current, &out), 0);
-    expect_query(287, Bytes(100).put(3, uint8_t{1}).put(4, kMac).put(32, bytes_of(current)));
+    expect_query(MAC_EVENT_CLIENT_FIND_NEXT, Bytes(100).put(3, uint8_t{1}).put(4, kMac).put(32, bytes_of(current)));
     EXPECT_EQ(bytes_of(out), result());
 }
 
@@ -99,7 +99,8 @@ TEST_F(MacLookup, next_on_ifx_keys_by_the_port_alone) {
     const bri_mac_entry current = entry(0x0F, 0x01020304);
     bri_mac_entry out{};
     EXPECT_EQ(bridge_maddr_find_next_on_ifx(&current, &out), 0);
-    expect_query(287, Bytes(100).put(3, uint8_t{2}).put(12, uint32_t{0x01020304}).put(32, bytes_of(current)));
+    expect_query(MAC_EVENT_CLIENT_FIND_NEXT,
+                 Bytes(100).put(3, uint8_t{2}).put(12, uint32_t{0x01020304}).put(32, bytes_of(current)));
     EXPECT_EQ(bytes_of(out), result());
 }
 
@@ -108,14 +109,14 @@ TEST_F(MacLookup, next_may_overwrite_the_entry_it_continues_after) {
     bri_mac_entry walk = entry(1);
     const ByteVec before = bytes_of(walk);
     EXPECT_EQ(bridge_maddr_find_next_on_mac(&walk, &walk), 0);
-    expect_query(287, Bytes(100).put(3, uint8_t{1}).put(4, kMac).put(32, before));
+    expect_query(MAC_EVENT_CLIENT_FIND_NEXT, Bytes(100).put(3, uint8_t{1}).put(4, kMac).put(32, before));
     EXPECT_EQ(bytes_of(walk), result());
 }
 
 TEST_F(MacLookup, static_on_ifx_only_answers_whether) {
     kernel_finds(1);
     EXPECT_EQ(bridge_maddr_find_static_on_ifx(63), 0);
-    expect_query(286, Bytes(68).put(3, uint8_t{6}).put(12, uint32_t{63}).put(16, uint32_t{2}));
+    expect_query(MAC_EVENT_CLIENT_FIND_FIRST, Bytes(68).put(3, uint8_t{6}).put(12, uint32_t{63}).put(16, uint32_t{2}));
     kernel_finds(0);
     EXPECT_EQ(bridge_maddr_find_static_on_ifx(63), -1);
 }
@@ -124,7 +125,7 @@ TEST_F(MacLookup, single_keys_by_address_and_domain) {
     kernel_finds(1);
     bri_mac_entry out{};
     EXPECT_EQ(bridge_maddr_find_single(kMac.data(), 0x1000A, &out), 0);
-    expect_query(286, Bytes(68).put(3, uint8_t{9}).put(4, kMac).put(10, uint16_t{10}));
+    expect_query(MAC_EVENT_CLIENT_FIND_FIRST, Bytes(68).put(3, uint8_t{9}).put(4, kMac).put(10, uint16_t{10}));
     EXPECT_EQ(bytes_of(out), result());
 }
 

@@ -60,11 +60,11 @@ TEST_F(MacRequest, vlanmap_delete_on_all_ports_and_on_one) {
         expected.put(8 + 4 * word, map.words[word]);
     EXPECT_EQ(bridge_maddr_del_dyn_on_vlanmap(&map, 0, 1), 0);
     expect_only_mac_line("(unit), del dyn addr on vlanmap, ifx(0), force_flush(true).\n");
-    expect_sent(267, expected);
+    expect_sent(MAC_EVENT_DEL_DYN_ON_VLANMAP, expected);
     clear_log();
     EXPECT_EQ(bridge_maddr_del_dyn_on_vlanmap(&map, 3, 0), 0);
     expect_only_mac_line("(unit), del dyn addr on vlanmap, ifx(3), force_flush(false).\n");
-    expect_sent(268, expected.put(0, uint8_t{0}).put(4, uint32_t{3}));
+    expect_sent(MAC_EVENT_DEL_DYN_ON_INTF_VLANMAP, expected.put(0, uint8_t{0}).put(4, uint32_t{3}));
 }
 
 TEST_F(MacRequest, any_force_is_sent_as_1) {
@@ -97,7 +97,7 @@ TEST_F(MacRequest, learning_is_the_low_8_bits) {
         EXPECT_EQ(bridge_maddr_set_intf_learn(7, row.learn), 0);
         expect_only_mac_line(std::string("(unit), send BRIDGE_SET_INTF_MAC_LEARN msg success, ifx(7), oper(") +
                              row.oper + ").\n");
-        expect_sent(269, Bytes(8).put(0, uint32_t{7}).put(4, row.disable));
+        expect_sent(MAC_EVENT_INTF_LEARN, Bytes(8).put(0, uint32_t{7}).put(4, row.disable));
     }
 }
 
@@ -115,13 +115,13 @@ TEST_F(MacRequest, learning_of_an_absent_port_is_refused) {
 TEST_F(MacRequest, ageing_range) {
     EXPECT_EQ(bridge_maddr_set_dyn_life_range(10, 0xFFFFFFFF, 3), 0);
     expect_only_mac_line("(unit), send MAC_EVENT_SET_AGETIME_RANGE msg success, min(10), max(4294967295), step(3).\n");
-    expect_sent(264, Bytes(12).put(0, uint32_t{10}).put(4, 0xFFFFFFFFU).put(8, uint32_t{3}));
+    expect_sent(MAC_EVENT_SET_AGETIME_RANGE, Bytes(12).put(0, uint32_t{10}).put(4, 0xFFFFFFFFU).put(8, uint32_t{3}));
 }
 
 TEST_F(MacRequest, available_addresses_without_the_total_in_the_line) {
     EXPECT_EQ(bridge_maddr_set_available_mac(1, 2, 3), 0);
     expect_only_mac_line("(unit), send MAC_EVENT_SET_AVAILABLE_MAC msg success, static(1), filter(2), total.\n");
-    expect_sent(271, Bytes(12).put(0, uint32_t{1}).put(4, uint32_t{2}).put(8, uint32_t{3}));
+    expect_sent(MAC_EVENT_SET_AVAILABLE_MAC, Bytes(12).put(0, uint32_t{1}).put(4, uint32_t{2}).put(8, uint32_t{3}));
 }
 
 // --- checks and root-bridge mode: the line comes first, whatever the send does
@@ -129,7 +129,7 @@ TEST_F(MacRequest, available_addresses_without_the_total_in_the_line) {
 TEST_F(MacRequest, table_checks_pass_their_word_through) {
     EXPECT_EQ(bridge_maddr_nondyn_check_begin(0xFFFFFFFF), 0);
     expect_only_mac_line("(unit), send MAC_EVENT_NONDYN_CHECK_BEGIN, type(-1).\n");
-    expect_sent(277, Bytes(4).put(0, 0xFFFFFFFFU));
+    expect_sent(MAC_EVENT_NONDYN_CHECK_BEGIN, Bytes(4).put(0, 0xFFFFFFFFU));
     clear_log();
     EXPECT_EQ(bridge_maddr_nondyn_check_end(258), 0);
     expect_only_mac_line("(unit), send MAC_EVENT_NONDYN_CHECK_END, type(258).\n");
@@ -142,7 +142,7 @@ TEST_F(MacRequest, root_bridge_mode_passes_its_byte_through) {
         EXPECT_EQ(bridge_maddr_set_root_bridge_mode(enable), 0);
         expect_only_mac_line(std::string("(unit), send MAC_EVENT_SET_ROOT_BRIDGE_MODE, enable(") +
                              (enable != 0 ? "true" : "false") + ").\n");
-        expect_sent(291, {enable});
+        expect_sent(MAC_EVENT_SET_ROOT_BRIDGE_MODE, {enable});
     }
 }
 
@@ -209,9 +209,9 @@ TEST_F(MacKernelRequest, check_begin_and_end_carry_no_data) {
     expect_only_mac_line("(unit), send MAC_EVENT_DYN_CHECK_END to kernel success.\n");
     const std::vector<KernelRequest> requests = kernel.data_requests();
     ASSERT_EQ(requests.size(), 2U);
-    EXPECT_EQ(requests[0].type(), 275);
+    EXPECT_EQ(requests[0].type(), MAC_EVENT_DYN_CHECK_BEGIN);
     EXPECT_EQ(requests[0].data_length(), 0U);
-    EXPECT_EQ(requests[1].type(), 276);
+    EXPECT_EQ(requests[1].type(), MAC_EVENT_DYN_CHECK_END);
     EXPECT_EQ(requests[1].data_length(), 0U);
     EXPECT_TRUE(sent().empty());
 }
@@ -226,7 +226,7 @@ TEST_F(MacKernelRequest, notify_sends_the_records_as_they_stand) {
         expect_only_mac_line("(unit), send nlmsg to kernel success : msg_num(" + std::to_string(count) + "), msg_len(" +
                              std::to_string(count * 40) + ").\n");
         const KernelRequest &request = kernel.requests.back();
-        EXPECT_EQ(request.type(), 274);
+        EXPECT_EQ(request.type(), MAC_EVENT_SS_NOTIFY_ADDR);
         ASSERT_EQ(request.data_length(), count * 40);
         if (count != 0) {
             EXPECT_EQ(std::memcmp(request.data().data(), records.data(), count * size_t{40}), 0);

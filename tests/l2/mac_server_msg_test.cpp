@@ -41,8 +41,18 @@ class MacServerMsg : public L2Host {
 };
 
 TEST_F(MacServerMsg, every_type_is_passed_on_unpacked_kept_or_ignored) {
-    const std::vector<uint32_t> whole{257, 258, 263, 265, 266, 267, 268, 269, 270, 272, 273};
-    const std::vector<uint32_t> unpacked{261, 262};
+    const std::vector<uint32_t> whole{MAC_EVENT_SYNC_DATA_BEGIN,
+                                      MAC_EVENT_SYNC_DATA_END,
+                                      MAC_EVENT_SET_AGETIME,
+                                      MAC_EVENT_DYN_FLUSH,
+                                      MAC_EVENT_DYN_MOVE,
+                                      MAC_EVENT_DEL_DYN_ON_VLANMAP,
+                                      MAC_EVENT_DEL_DYN_ON_INTF_VLANMAP,
+                                      MAC_EVENT_INTF_LEARN,
+                                      MAC_EVENT_GLOBAL_LEARN,
+                                      MAC_EVENT_ROLLBACK_ADDR,
+                                      MAC_EVENT_BYPASS_ADDR};
+    const std::vector<uint32_t> unpacked{MAC_EVENT_NOTIFY_ADDR, MAC_EVENT_NOTIFY_NONDYN};
     const ByteVec payload = record(1, 2) + record(2, 1);
     const auto is_one_of = [](const std::vector<uint32_t> &types, uint32_t type) {
         return std::find(types.begin(), types.end(), type) != types.end();
@@ -59,7 +69,8 @@ TEST_F(MacServerMsg, every_type_is_passed_on_unpacked_kept_or_ignored) {
         } else {
             EXPECT_TRUE(events().empty()) << type;
         }
-        EXPECT_EQ(mac_client_get_available_total() == 1024, type != 271) << type; // kept from that one alone
+        EXPECT_EQ(mac_client_get_available_total() == 1024, type != MAC_EVENT_SET_AVAILABLE_MAC)
+            << type; // kept from that one alone
         mac_client_set_available_total(1024);
     }
 }
@@ -70,13 +81,13 @@ TEST_F(MacServerMsg, no_message_is_ignored) {
 }
 
 TEST_F(MacServerMsg, passes_an_empty_payload_on) {
-    receive(265);
+    receive(MAC_EVENT_DYN_FLUSH);
     ASSERT_EQ(events().size(), 1U);
     EXPECT_EQ(events()[0].len, 0);
 }
 
 TEST_F(MacServerMsg, unpacks_nothing_from_an_empty_notification) {
-    receive(261);
+    receive(MAC_EVENT_NOTIFY_ADDR);
     EXPECT_TRUE(events().empty());
     EXPECT_TRUE(log_lines().empty());
 }
@@ -84,7 +95,7 @@ TEST_F(MacServerMsg, unpacks_nothing_from_an_empty_notification) {
 TEST_F(MacServerMsg, a_record_is_logged_before_it_is_handed_on) {
     std::string at_handler;
     during = [&](uint32_t) { at_handler = log_text(); };
-    receive(261, record(1, 2));
+    receive(MAC_EVENT_NOTIFY_ADDR, record(1, 2));
     EXPECT_EQ(at_handler, "(unit), notify addr : oper(ADD), field(15), type(STATIC), mac(00d0.f812.34ab), "
                           "bcast_id(10), ifx(7)\n");
     expect_mac_line(at_handler);
@@ -96,12 +107,12 @@ TEST_F(MacServerMsg, names_operations_and_types) {
                            "COPY",    "SECU",    "OTHER",  "TRUST",  "UNKOWEN"};
     for (uint32_t type = 0; type < 10; ++type) {
         clear_log();
-        receive(262, record(2, type, 0xFFFFFFFF, 0xFFFF));
+        receive(MAC_EVENT_NOTIFY_NONDYN, record(2, type, 0xFFFFFFFF, 0xFFFF));
         expect_only_mac_line(std::string("(unit), notify addr : oper(DEL), field(15), type(") + types[type] +
                              "), mac(00d0.f812.34ab), bcast_id(65535), ifx(-1)\n");
     }
     clear_log();
-    receive(262, record(1, 0xFFFFFFFF));
+    receive(MAC_EVENT_NOTIFY_NONDYN, record(1, 0xFFFFFFFF));
     EXPECT_NE(log_text().find("type(UNKOWEN)"), std::string::npos);
 }
 
@@ -109,8 +120,8 @@ TEST_F(MacServerMsg, any_other_operation_stops_the_whole_message) {
     for (const uint32_t oper : {0U, 3U, 0x01000000U, 0x02000000U, 0xFFFFFFFFU}) {
         events().clear();
         clear_log();
-        receive(261, record(1, 2) + record(oper, 2) + record(1, 2));
-        EXPECT_EQ(events(), one_by_one(261, {record(1, 2)})) << oper;
+        receive(MAC_EVENT_NOTIFY_ADDR, record(1, 2) + record(oper, 2) + record(1, 2));
+        EXPECT_EQ(events(), one_by_one(MAC_EVENT_NOTIFY_ADDR, {record(1, 2)})) << oper;
         EXPECT_EQ(times_logged("(unit), notify addr : drop null msg\n"), 1) << oper;
         EXPECT_EQ(log_lines().size(), 2U) << oper;
     }
@@ -123,25 +134,25 @@ TEST_F(MacServerMsg, a_shorter_piece_at_the_end_is_completed_with_zeros) {
         events().clear();
         ByteVec payload = record(1, 2) + record(2, 1);
         payload.resize(40 + piece);
-        receive(261, payload);
+        receive(MAC_EVENT_NOTIFY_ADDR, payload);
         ByteVec completed(payload.begin() + 40, payload.end());
         completed.resize(40);
         const uint32_t oper = value_at<uint32_t>(completed.data(), 4);
         const std::vector<ByteVec> first{record(1, 2)};
         const std::vector<ByteVec> both{record(1, 2), completed};
-        EXPECT_EQ(events(), one_by_one(261, oper == 2 ? both : first)) << piece;
+        EXPECT_EQ(events(), one_by_one(MAC_EVENT_NOTIFY_ADDR, oper == 2 ? both : first)) << piece;
     }
 }
 
 TEST_F(MacServerMsg, a_piece_alone_is_a_record) {
-    receive(261, {0, 0, 0, 0, 0, 0, 0});
+    receive(MAC_EVENT_NOTIFY_ADDR, {0, 0, 0, 0, 0, 0, 0});
     EXPECT_TRUE(events().empty());
     expect_only_mac_line("(unit), notify addr : drop null msg\n");
     ByteVec piece = record(1, 2);
     piece.resize(8);
-    receive(261, piece);
+    receive(MAC_EVENT_NOTIFY_ADDR, piece);
     piece.resize(40);
-    EXPECT_EQ(events(), one_by_one(261, {piece}));
+    EXPECT_EQ(events(), one_by_one(MAC_EVENT_NOTIFY_ADDR, {piece}));
 }
 
 TEST_F(MacServerMsg, the_client_ss_sees_reduced_types) {
@@ -151,13 +162,13 @@ TEST_F(MacServerMsg, the_client_ss_sees_reduced_types) {
         events().clear();
         clear_log();
         const ByteVec sent_record = record(1, type);
-        receive(261, sent_record);
+        receive(MAC_EVENT_NOTIFY_ADDR, sent_record);
         if (type == 4) {
             EXPECT_TRUE(events().empty());
             EXPECT_TRUE(log_lines().empty());
             continue;
         }
-        EXPECT_EQ(events(), one_by_one(261, {with_type(sent_record, seen_as[type])})) << type;
+        EXPECT_EQ(events(), one_by_one(MAC_EVENT_NOTIFY_ADDR, {with_type(sent_record, seen_as[type])})) << type;
         EXPECT_NE(log_text().find(std::string("type(") +
                                   (seen_as[type] == 1   ? "DYNAMIC"
                                    : seen_as[type] == 2 ? "STATIC"
@@ -211,13 +222,13 @@ TEST_F(MacServerMsg, the_message_of_another_client_stays_as_it_came) {
 
 TEST_F(MacServerMsg, a_skipped_record_does_not_end_the_walk) {
     start_as("SS");
-    receive(261, record(1, 4) + record(1, 6) + record(1, 1));
-    EXPECT_EQ(events(), one_by_one(261, {record(1, 2), record(1, 1)}));
+    receive(MAC_EVENT_NOTIFY_ADDR, record(1, 4) + record(1, 6) + record(1, 1));
+    EXPECT_EQ(events(), one_by_one(MAC_EVENT_NOTIFY_ADDR, {record(1, 2), record(1, 1)}));
 }
 
 TEST_F(MacServerMsg, a_bad_operation_ends_the_walk_of_ss_too) {
     start_as("SS");
-    receive(261, record(0, 4) + record(1, 1));
+    receive(MAC_EVENT_NOTIFY_ADDR, record(0, 4) + record(1, 1));
     EXPECT_TRUE(events().empty());
 }
 
@@ -225,18 +236,18 @@ TEST_F(MacServerMsg, only_the_exact_name_ss_reduces) {
     for (const char *name : {"unit", "S", "SSS", "ss", "SS ", ""}) {
         start_as(name);
         events().clear();
-        receive(261, record(1, 4) + record(1, 6) + record(1, 1));
-        EXPECT_EQ(events(), one_by_one(261, {record(1, 4), record(1, 6), record(1, 1)})) << name;
+        receive(MAC_EVENT_NOTIFY_ADDR, record(1, 4) + record(1, 6) + record(1, 1));
+        EXPECT_EQ(events(), one_by_one(MAC_EVENT_NOTIFY_ADDR, {record(1, 4), record(1, 6), record(1, 1)})) << name;
     }
 }
 
 TEST_F(MacServerMsg, the_filter_selects_the_lines_of_records) {
     g_bglib_mac_filter.ifx = 8;
-    receive(261, record(1, 2, 7) + record(1, 2, 8) + record(0, 2, 7));
+    receive(MAC_EVENT_NOTIFY_ADDR, record(1, 2, 7) + record(1, 2, 8) + record(0, 2, 7));
     EXPECT_EQ(log_lines().size(), 1U);
     EXPECT_NE(log_text().find("ifx(8)"), std::string::npos);
     clear_log();
-    receive(261, record(0, 2, 8));
+    receive(MAC_EVENT_NOTIFY_ADDR, record(0, 2, 8));
     expect_only_mac_line("(unit), notify addr : drop null msg\n");
     EXPECT_EQ(events().size(), 2U); // what is not logged is handed on all the same
 }
@@ -244,24 +255,23 @@ TEST_F(MacServerMsg, the_filter_selects_the_lines_of_records) {
 TEST_F(MacServerMsg, a_handler_may_change_its_record) {
     static int calls;
     calls = 0;
-    event_set set{};
-    set.words[261 / 32] |= 1U << (261 % 32);
+    const event_set set = set_of_types({MAC_EVENT_NOTIFY_ADDR});
     const bri_event_handler spoil = [](uint32_t, void *data, uint16_t len) {
         std::memset(data, 0, len);
         ++calls;
         return 0;
     };
     ASSERT_EQ(bridge_client_reg_event(&set, spoil), 0);
-    receive(261, record(1, 2) + record(1, 3));
+    receive(MAC_EVENT_NOTIFY_ADDR, record(1, 2) + record(1, 3));
     EXPECT_EQ(calls, 2);
-    EXPECT_EQ(events(), one_by_one(261, {record(1, 2), record(1, 3)}));
+    EXPECT_EQ(events(), one_by_one(MAC_EVENT_NOTIFY_ADDR, {record(1, 2), record(1, 3)}));
 }
 
 // --- the available total
 
 TEST_F(MacServerMsg, the_server_announces_the_total) {
     EXPECT_EQ(mac_client_get_available_total(), 1024U);
-    receive(271, Bytes(12).put(0, uint32_t{10}).put(4, uint32_t{20}).put(8, uint32_t{30}));
+    receive(MAC_EVENT_SET_AVAILABLE_MAC, Bytes(12).put(0, uint32_t{10}).put(4, uint32_t{20}).put(8, uint32_t{30}));
     EXPECT_EQ(mac_client_get_available_total(), 30U);
     expect_only_mac_line("(unit), set_available_total(30).\n");
     EXPECT_TRUE(events().empty());
@@ -290,8 +300,8 @@ TEST_F(MacServerMsg, set_stores_and_logs) {
 
 TEST_F(MacServerMsg, without_the_flag_nothing_is_written) {
     g_bri_clnt_dbg[BRI_DBG_MAC] = 0;
-    receive(261, record(1, 2) + record(0, 2));
-    receive(271, ByteVec(12, 1));
+    receive(MAC_EVENT_NOTIFY_ADDR, record(1, 2) + record(0, 2));
+    receive(MAC_EVENT_SET_AVAILABLE_MAC, ByteVec(12, 1));
     EXPECT_TRUE(log_lines().empty());
     EXPECT_EQ(events().size(), 1U);
 }
@@ -299,7 +309,7 @@ TEST_F(MacServerMsg, without_the_flag_nothing_is_written) {
 // --- statistics
 
 TEST_F(MacServerMsg, statistics_are_eleven_lines_of_zeros_whatever_was_notified) {
-    receive(261, record(1, 2) + record(1, 1));
+    receive(MAC_EVENT_NOTIFY_ADDR, record(1, 2) + record(1, 1));
     clear_log();
     g_bri_clnt_dbg[BRI_DBG_MAC] = 0; // the print is not gated
     mac_client_show_statistic();

@@ -34,7 +34,8 @@ class MacVlan : public L2Host {
 
 TEST_F(MacVlan, add) {
     mvlan_clnt_add_dyn_entry(kMac.data(), 0x0102);
-    expect_sent(515, Bytes(28).put(12, kMac).put(18, kExact).put(24, uint16_t{0x0102}).put(27, uint8_t{2}));
+    expect_sent(MVLAN_EVENT_NOTIFY_ENTRY,
+                Bytes(28).put(12, kMac).put(18, kExact).put(24, uint16_t{0x0102}).put(27, uint8_t{2}));
     expect_client_line("add mac 00d0.f812.34ab mask ffff.ffff.ffff vlan 258 to bridge.\n");
     expect_client_line(kSuccess);
 }
@@ -42,14 +43,15 @@ TEST_F(MacVlan, add) {
 TEST_F(MacVlan, add_of_a_host_that_802_1x_let_in) {
     mvlan_clnt_add_dyn_entry_dot1x(kMac.data(), 4094, 0xFFFFFFFE);
     expect_sent(
-        515, Bytes(28).put(0, 0xFFFFFFFEU).put(12, kMac).put(18, kExact).put(24, uint16_t{4094}).put(27, uint8_t{2}));
+        MVLAN_EVENT_NOTIFY_ENTRY,
+        Bytes(28).put(0, 0xFFFFFFFEU).put(12, kMac).put(18, kExact).put(24, uint16_t{4094}).put(27, uint8_t{2}));
     expect_client_line("add mac 00d0.f812.34ab mask ffff.ffff.ffff vlan 4094 ifx 4294967294 to bridge.\n");
     expect_client_line(kSuccess);
 }
 
 TEST_F(MacVlan, delete_carries_no_vlan) {
     mvlan_clnt_del_dyn_entry(kMac.data());
-    expect_sent(515,
+    expect_sent(MVLAN_EVENT_NOTIFY_ENTRY,
                 Bytes(28).put(4, uint8_t{2}).put(8, uint32_t{1}).put(12, kMac).put(18, kExact).put(27, uint8_t{2}));
     expect_client_line("del mac vlan dynamic entry with mac 00d0.f812.34ab.\n");
     expect_client_line(kSuccess);
@@ -92,7 +94,7 @@ TEST_F(MacVlan, an_error_result_is_sent_as_it_stands) {
     entry.type = 0xFFFFFFFF;
     entry.vlan = 4000;
     mvlan_clnt_send_error_result(&entry);
-    expect_sent(517, bytes_of(entry));
+    expect_sent(MVLAN_EVENT_ERROR, bytes_of(entry));
     expect_client_line("send_error_result: type -1 mac 898a.8b8c.8d8e mask 8f90.9192.9394 vlan 4000 priority 151, "
                        "flag 152");
     expect_client_line("mac vlan lib send msg: type MVLAN_EVENT_ERROR, msg_len 24 success.\n");
@@ -114,7 +116,7 @@ TEST_F(MacVlan, query_gives_the_vlan_of_the_answer) {
     EXPECT_EQ(vlan, 0x0A0B);
     const std::vector<KernelRequest> requests = kernel.data_requests();
     ASSERT_EQ(requests.size(), 1U);
-    EXPECT_EQ(requests[0].type(), 515);
+    EXPECT_EQ(requests[0].type(), MVLAN_EVENT_NOTIFY_ENTRY);
     EXPECT_EQ(requests[0].data(), ByteVec(Bytes(28).put(8, uint32_t{2}).put(12, kMac).put(27, uint8_t{2})));
     expect_client_line("get mac vlan dynamic entry with mac 00d0.f812.34ab.\n");
     expect_client_line("get mac vlan dynamic entry with mac 00d0.f812.34ab fail.\n"); // also when it did not
@@ -211,7 +213,7 @@ TEST_F(MacVlan, without_the_flag_nothing_is_written) {
     EXPECT_EQ(mvlan_clnt_get_dyn_entry(kMac.data(), &vlan), 0);
     mvlan_clnt_send_error_result(&entry);
     mvlan_clnt_send_error_result(nullptr);
-    deliver(bridge_mvlan_lib_dispose_msg, 515, {});
+    deliver(bridge_mvlan_lib_dispose_msg, MVLAN_EVENT_NOTIFY_ENTRY, {});
     EXPECT_EQ(sent().size(), 4U);
     EXPECT_TRUE(log_lines().empty());
 }

@@ -68,7 +68,7 @@ TEST_F(TopologyOrigin, running_protocols_come_one_by_one) {
     ASSERT_EQ(events().size(), 3U); // 0 is never told
     const uint32_t told[] = {1, 9, 13};
     for (size_t n = 0; n < 3; ++n) {
-        EXPECT_EQ(events()[n].type, 645U);
+        EXPECT_EQ(events()[n].type, L2TOP_EVENT_PROTO_CONFIG);
         EXPECT_EQ(events()[n].payload, ByteVec(Bytes(8).put(0, told[n]).put(4, uint8_t{1})));
     }
 }
@@ -87,7 +87,8 @@ TEST_F(TopologyOrigin, comes_in_its_order) {
     plug_with_states(7);
     plug_with_states(2);
     l2top_clnt_notify_origin_data();
-    EXPECT_EQ(types(), (std::vector<uint32_t>{645, 643, 644}));
+    EXPECT_EQ(types(),
+              (std::vector<uint32_t>{L2TOP_EVENT_PROTO_CONFIG, L2TOP_EVENT_INSTANCE_CONFIG, L2TOP_EVENT_PORT_STATUS}));
     const auto *bytes = reinterpret_cast<const uint8_t *>(table());
     EXPECT_EQ(events()[1].payload, ByteVec(bytes, bytes + 8192));
     const ByteVec expected = Bytes(44).put(0, uint16_t{2}).put(4, record(2, 3)).put(24, record(7, 3));
@@ -103,7 +104,7 @@ TEST_F(TopologyOrigin, tells_the_instances_of_existing_vlans_only) {
     make_vlan(61, 0xFFFF);
     plug_with_states(5);
     l2top_clnt_notify_origin_data();
-    const std::vector<HostEvent> batches = of_type(644);
+    const std::vector<HostEvent> batches = of_type(L2TOP_EVENT_PORT_STATUS);
     ASSERT_EQ(batches.size(), 1U);
     EXPECT_EQ(batches[0].payload, ByteVec(Bytes(44).put(0, uint16_t{2}).put(4, record(5, 0)).put(24, record(5, 64))));
 }
@@ -114,7 +115,7 @@ TEST_F(TopologyOrigin, full_batches_come_whole_and_the_rest_as_long_as_it_is) {
     plug_with_states(3);
     plug_with_states(63);
     l2top_clnt_notify_origin_data();
-    const std::vector<HostEvent> batches = of_type(644);
+    const std::vector<HostEvent> batches = of_type(L2TOP_EVENT_PORT_STATUS);
     ASSERT_EQ(batches.size(), 3U);
     EXPECT_EQ(batches[0].payload.size(), 1284U);
     EXPECT_EQ(batches[1].payload.size(), 1284U);
@@ -135,13 +136,13 @@ TEST_F(TopologyOrigin, a_number_that_fills_batches_leaves_nothing_to_flush) {
         make_vlan(static_cast<uint16_t>(100 + instance), instance);
     plug_with_states(3);
     l2top_clnt_notify_origin_data();
-    EXPECT_EQ(of_type(644).size(), 1U);
+    EXPECT_EQ(of_type(L2TOP_EVENT_PORT_STATUS).size(), 1U);
     EXPECT_TRUE(logged("Client[unit] flush port status failed, no msg left.\n"));
 }
 
 TEST_F(TopologyOrigin, without_ports_or_vlans_tells_the_table_only) {
     l2top_clnt_notify_origin_data();
-    EXPECT_EQ(types(), std::vector<uint32_t>{643});
+    EXPECT_EQ(types(), std::vector<uint32_t>{L2TOP_EVENT_INSTANCE_CONFIG});
     expect_line("Client[unit] flush port status failed, no msg left.\n", kVlanLine);
 }
 
@@ -150,11 +151,11 @@ TEST_F(TopologyOrigin, without_memory_stops_behind_the_table) {
     plug_with_states(7);
     faults::fail("calloc", 1, ENOMEM);
     l2top_clnt_notify_origin_data();
-    EXPECT_EQ(types(), std::vector<uint32_t>{643});
+    EXPECT_EQ(types(), std::vector<uint32_t>{L2TOP_EVENT_INSTANCE_CONFIG});
     expect_line("Client[unit] notify port-status failed:no memory.\n", kVlanLine);
     events().clear();
     l2top_clnt_notify_origin_data();
-    EXPECT_EQ(types(), (std::vector<uint32_t>{643, 644}));
+    EXPECT_EQ(types(), (std::vector<uint32_t>{L2TOP_EVENT_INSTANCE_CONFIG, L2TOP_EVENT_PORT_STATUS}));
 }
 
 TEST_F(TopologyOrigin, without_the_flag_nothing_is_written) {
@@ -190,7 +191,7 @@ TEST_F(TopologyOrigin, a_handler_may_use_the_steps_in_the_middle_of_a_run) {
     plug_with_states(4);
     int depth = 0;
     during = [&](uint32_t type) {
-        if (type != 644 || depth != 0)
+        if (type != L2TOP_EVENT_PORT_STATUS || depth != 0)
             return;
         ++depth;
         l2top_port_status own{};
@@ -205,7 +206,7 @@ TEST_F(TopologyOrigin, a_handler_may_use_the_steps_in_the_middle_of_a_run) {
     during = nullptr;
     unsigned own = 0;
     std::vector<ByteVec> others;
-    for (const HostEvent &batch : of_type(644))
+    for (const HostEvent &batch : of_type(L2TOP_EVENT_PORT_STATUS))
         for (unsigned n = 0; n < value_at<uint16_t>(batch.payload.data(), 0); ++n) {
             const auto at = batch.payload.begin() + 4 + 20 * static_cast<std::ptrdiff_t>(n);
             if (value_at<uint32_t>(&*at, 0) == 99)
@@ -225,15 +226,14 @@ TEST_F(TopologyOrigin, a_handler_may_spoil_the_batch_it_was_given) {
     for (uint16_t instance = 0; instance <= 64; ++instance)
         make_vlan(static_cast<uint16_t>(100 + instance), instance);
     plug_with_states(3);
-    event_set set{};
-    set.words[644 / 32] |= 1U << (644 % 32);
+    const event_set set = set_of_types({L2TOP_EVENT_PORT_STATUS});
     const bri_event_handler spoil = [](uint32_t, void *data, uint16_t len) {
         std::memset(data, 0xFF, len);
         return 0;
     };
     ASSERT_EQ(bridge_client_reg_event(&set, spoil), 0);
     l2top_clnt_notify_origin_data();
-    const std::vector<HostEvent> batches = of_type(644);
+    const std::vector<HostEvent> batches = of_type(L2TOP_EVENT_PORT_STATUS);
     ASSERT_EQ(batches.size(), 2U);
     EXPECT_EQ(batches[1].payload, ByteVec(Bytes(24).put(0, uint16_t{1}).put(4, record(3, 64))));
 }
@@ -244,7 +244,7 @@ class TopologyOriginUnmapped : public Host {};
 
 TEST_F(TopologyOriginUnmapped, tells_nothing_and_says_why) {
     debug_on({BRI_DBG_VLAN, BRI_DBG_MSG});
-    watch({643, 644, 645});
+    watch({L2TOP_EVENT_INSTANCE_CONFIG, L2TOP_EVENT_PORT_STATUS, L2TOP_EVENT_PROTO_CONFIG});
     l2top_clnt_init("unit");
     clear_log();
     l2top_clnt_notify_origin_data();

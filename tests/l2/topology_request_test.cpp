@@ -47,7 +47,7 @@ TEST_F(TopologyRequest, a_batch_is_sent_as_long_as_its_count) {
         EXPECT_EQ(bridge_set_port_fwd_status(&status), 0);
         const ByteVec bytes = bytes_of(status);
         const ByteVec used(bytes.begin(), bytes.begin() + 4 + 20 * static_cast<std::ptrdiff_t>(count));
-        EXPECT_EQ(sent(), (std::vector<Message>{{644, used}})) << count;
+        EXPECT_EQ(sent(), (std::vector<Message>{{L2TOP_EVENT_PORT_STATUS, used}})) << count;
         EXPECT_EQ(log_text(), "Client[unit] set port status, port-number is " + std::to_string(count) + ", msg_len " +
                                   std::to_string(4 + 20 * count) + ".\n");
         expect_vlan_line(log_text());
@@ -69,7 +69,7 @@ TEST_F(TopologyRequest, an_empty_batch_is_not_expanded) {
     l2top_port_status_batch status{};
     status.records[0].instance = 0x3FF;
     EXPECT_EQ(bridge_set_port_fwd_status(&status), 0);
-    EXPECT_EQ(sent(), (std::vector<Message>{{644, {0, 0, 0, 0}}}));
+    EXPECT_EQ(sent(), (std::vector<Message>{{L2TOP_EVENT_PORT_STATUS, {0, 0, 0, 0}}}));
 }
 
 TEST_F(TopologyRequest, a_missing_batch_and_too_many_records_are_refused) {
@@ -107,7 +107,7 @@ TEST_F(TopologyRequest, the_first_record_decides_for_all) {
     EXPECT_EQ(bridge_set_port_fwd_status(&status), 0);
     std::vector<ByteVec> records;
     for (const Message &message : sent()) {
-        EXPECT_EQ(message.type, 644U);
+        EXPECT_EQ(message.type, L2TOP_EVENT_PORT_STATUS);
         EXPECT_EQ(message.payload.size(), 1284U);
         for (const auto &bytes : records_of(message))
             records.push_back(bytes);
@@ -192,7 +192,7 @@ TEST_F(TopologyRequest, an_instance_request_becomes_one_record_for_each_bit) {
             .put(12 + 20 * n, request.state)
             .put(16 + 20 * n, request.param)
             .put(20 + 20 * n, request.flag);
-    EXPECT_EQ(sent(), (std::vector<Message>{{644, expected}}));
+    EXPECT_EQ(sent(), (std::vector<Message>{{L2TOP_EVENT_PORT_STATUS, expected}}));
     EXPECT_EQ(log_text(), "Client[unit] set port status, port-number is 4, msg_len 84.\n");
 }
 
@@ -243,7 +243,7 @@ TEST_F(TopologyRequest, the_instance_table_is_sent_whole) {
         table[vid] = static_cast<uint16_t>(vid * 17);
     EXPECT_EQ(bridge_set_instance_configtable(table.data()), 0);
     const auto *bytes = reinterpret_cast<const uint8_t *>(table.data());
-    EXPECT_EQ(sent(), (std::vector<Message>{{643, {bytes, bytes + 8192}}}));
+    EXPECT_EQ(sent(), (std::vector<Message>{{L2TOP_EVENT_INSTANCE_CONFIG, {bytes, bytes + 8192}}}));
     disconnect();
     EXPECT_EQ(bridge_set_instance_configtable(table.data()), -1);
     EXPECT_TRUE(log_lines().empty());
@@ -260,7 +260,7 @@ class TopologyProtocol : public TopologyRequest {
         debug_on({BRI_DBG_MSG});
     }
     void expect_config(uint32_t proto, uint8_t enable) {
-        EXPECT_EQ(sent(), (std::vector<Message>{{645, Bytes(8).put(0, proto).put(4, enable)}}));
+        EXPECT_EQ(sent(), (std::vector<Message>{{L2TOP_EVENT_PROTO_CONFIG, Bytes(8).put(0, proto).put(4, enable)}}));
     }
     static constexpr const char *kSent = "[unit] send conf-bri-proto msg success.\n";
     static constexpr const char *kNotSent = "[unit] send conf-bri-proto msg failed.\n";

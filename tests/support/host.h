@@ -52,12 +52,7 @@ class Host : public Env {
         static std::vector<HostEvent> all;
         return all;
     }
-    static void watch(std::initializer_list<unsigned> types) {
-        event_set set{};
-        for (const unsigned type : types)
-            set.words[type / 32] |= 1U << (type % 32);
-        watch(set);
-    }
+    static void watch(std::initializer_list<unsigned> types) { watch(set_of_types(types)); }
     static void watch(const event_set &set) { ASSERT_EQ(bridge_client_reg_event(&set, record), 0); }
     // What the handler does beside recording.
     static inline std::function<void(uint32_t type)> during;

@@ -11,6 +11,7 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <initializer_list>
 #include <string>
 #include <vector>
 
@@ -34,6 +35,13 @@ class Env : public ::testing::Test {
     std::string tmpdir_;
     int vsd_;
 };
+
+inline event_set set_of_types(std::initializer_list<unsigned> types) {
+    event_set set{};
+    for (const unsigned type : types)
+        set.words[type / 32] |= 1U << type % 32;
+    return set;
+}
 
 // Switches debug flags on for a test.
 inline void debug_on(std::initializer_list<int> flags) {

@@ -45,10 +45,10 @@ inline void research(uint16_t vid, const vle &entry) {
     put(record, 44, entry.mode);
     if (known != 0) {
         put(record, 40, uint32_t{1});
-        call(388, record, sizeof record);
+        call(VLAN_EVENT_DESTROY_INDEX, record, sizeof record);
     }
     put(record, 40, uint32_t{0});
-    call(387, record, sizeof record);
+    call(VLAN_EVENT_CREATE_INDEX, record, sizeof record);
 }
 
 inline vle *look_up(uint16_t vid) {
@@ -65,7 +65,7 @@ inline void replay_vlan_set() {
         if (look_up(static_cast<uint16_t>(vid)) != nullptr)
             set_bit(record, vid);
     put(record, 8704, uint32_t{1});
-    call(389, record, sizeof record);
+    call(VLAN_EVENT_CREATE_RANGE, record, sizeof record);
 }
 
 inline void replay_vlan(uint16_t vid) {
@@ -77,7 +77,7 @@ inline void replay_vlan(uint16_t vid) {
         put(record, 0, vid);
         put(record, 40, uint32_t{2});
         put(record, 44, entry->mode);
-        call(393, record, sizeof record);
+        call(VLAN_EVENT_MODIFY_VLAN_MODE, record, sizeof record);
     }
     entry = look_up(vid);
     if (entry == nullptr)
@@ -90,13 +90,13 @@ inline void replay_vlan(uint16_t vid) {
         uint8_t record[56] = {};
         put(record, 0, vid);
         put_name(record, *entry);
-        call(392, record, sizeof record);
+        call(VLAN_EVENT_RENAME, record, sizeof record);
     }
     if (vl_get_svi_ifx(vid) != 0) {
         uint8_t record[16] = {};
         put(record, 0, vl_get_svi_ifx(vid));
         put(record, 8, vid);
-        call(411, record, sizeof record);
+        call(VLAN_EVENT_SVI_CREATE_DESTROY, record, sizeof record);
     }
 }
 
@@ -105,26 +105,26 @@ inline void replay_port(const spcb &port) {
     put(record, 0, port.ifx);
     put(record, 16, port.mode);
     put(record, 20, port.default_vid);
-    call(398, record, sizeof record);
+    call(VLAN_EVENT_CREATE_INTF, record, sizeof record);
 }
 
 inline void replay_port_attributes(const spcb &port) {
     uint8_t mode[8] = {};
     put(mode, 0, port.ifx);
     put(mode, 4, port.mode);
-    call(407, mode, sizeof mode);
+    call(VLAN_EVENT_MODIFY_INTF_MODE, mode, sizeof mode);
     if (port.ifx == 0)
         return;
     uint8_t pvid[8] = {};
     put(pvid, 0, port.ifx);
     put(pvid, 4, port.default_vid);
-    call(409, pvid, sizeof pvid);
+    call(VLAN_EVENT_MODIFY_INTF_PVID, pvid, sizeof pvid);
     if (port.ifx == 0)
         return;
     uint8_t allow[1036] = {};
     put(allow, 0, port.ifx);
     std::memcpy(allow + 4, &port.allow_vlan, 512);
-    call(410, allow, sizeof allow);
+    call(VLAN_EVENT_MODIFY_INTF_ALLOWVL, allow, sizeof allow);
 }
 
 inline int tag_rule(int32_t ifx, uint16_t vid) {
@@ -150,7 +150,7 @@ inline void replay_memberships(const spcb &port) {
         put(record, 4, port.default_vid);
         put(record, 12, uint32_t{3});
         put(record, 16, uint32_t{1});
-        call(402, record, sizeof record);
+        call(VLAN_EVENT_ADD_INTF, record, sizeof record);
         return;
     }
     const auto ifx = static_cast<int32_t>(port.ifx);
@@ -176,9 +176,9 @@ inline void replay_memberships(const spcb &port) {
     put(fixed, 1028, uint32_t{1});
     put(dynamic, 0, port.ifx);
     put(dynamic, 1028, uint32_t{2});
-    call(403, fixed, sizeof fixed);
+    call(VLAN_EVENT_RANGE_ADD_INTF, fixed, sizeof fixed);
     if (any_dynamic)
-        call(403, dynamic, sizeof dynamic);
+        call(VLAN_EVENT_RANGE_ADD_INTF, dynamic, sizeof dynamic);
 }
 
 inline void walk_ports(void (*step)(const spcb &port)) {

@@ -122,7 +122,11 @@ int late_handler(uint32_t type, void *data, uint16_t len) {
 
 event_set any_types(Random &random) {
     event_set set{};
-    for (const unsigned type : {387U, 388U, 389U, 392U, 393U, 398U, 402U, 403U, 407U, 409U, 410U, 411U})
+    for (const unsigned type :
+         {VLAN_EVENT_CREATE_INDEX, VLAN_EVENT_DESTROY_INDEX, VLAN_EVENT_CREATE_RANGE, VLAN_EVENT_RENAME,
+          VLAN_EVENT_MODIFY_VLAN_MODE, VLAN_EVENT_CREATE_INTF, VLAN_EVENT_ADD_INTF, VLAN_EVENT_RANGE_ADD_INTF,
+          VLAN_EVENT_MODIFY_INTF_MODE, VLAN_EVENT_MODIFY_INTF_PVID, VLAN_EVENT_MODIFY_INTF_ALLOWVL,
+          VLAN_EVENT_SVI_CREATE_DESTROY})
         if (chance(random, 50))
             set.words[type / 32] |= 1U << type % 32;
     return set;
@@ -189,7 +193,9 @@ void act_on_client(Random &random) {
 int acting_handler(uint32_t type, void *data, uint16_t) {
     if (!chance(acting, 20))
         return 0;
-    const bool about_port = type == 398 || type == 402 || type == 403 || type == 407 || type == 409 || type == 410;
+    const bool about_port = type == VLAN_EVENT_CREATE_INTF || type == VLAN_EVENT_ADD_INTF ||
+                            type == VLAN_EVENT_RANGE_ADD_INTF || type == VLAN_EVENT_MODIFY_INTF_MODE ||
+                            type == VLAN_EVENT_MODIFY_INTF_PVID || type == VLAN_EVENT_MODIFY_INTF_ALLOWVL;
     const auto near = value_at<uint32_t>(data, 0);
     switch (below(acting, 4)) {
     case 0:
@@ -199,7 +205,8 @@ int acting_handler(uint32_t type, void *data, uint16_t) {
         act_on_port(acting, about_port && near >= 1 && near <= 63 ? static_cast<int32_t>(near) : any_ifx(acting));
         break;
     case 2:
-        act_on_vlan(acting, about_port ? any_vid(acting) : value_at<uint16_t>(data, type == 411 ? 8 : 0));
+        act_on_vlan(acting, about_port ? any_vid(acting)
+                                       : value_at<uint16_t>(data, type == VLAN_EVENT_SVI_CREATE_DESTROY ? 8 : 0));
         break;
     default:
         act_on_client(acting);
@@ -227,12 +234,20 @@ class Differential : public MappedVlanTest {
 
     static std::vector<Event> run(const Shape &shape, void (*replay)()) {
         acting.seed(shape.seed);
-        listen({387, 388, 389, 392, 393, 398, 402, 403, 407, 409, 410, 411}, note);
+        listen({VLAN_EVENT_CREATE_INDEX, VLAN_EVENT_DESTROY_INDEX, VLAN_EVENT_CREATE_RANGE, VLAN_EVENT_RENAME,
+                VLAN_EVENT_MODIFY_VLAN_MODE, VLAN_EVENT_CREATE_INTF, VLAN_EVENT_ADD_INTF, VLAN_EVENT_RANGE_ADD_INTF,
+                VLAN_EVENT_MODIFY_INTF_MODE, VLAN_EVENT_MODIFY_INTF_PVID, VLAN_EVENT_MODIFY_INTF_ALLOWVL,
+                VLAN_EVENT_SVI_CREATE_DESTROY},
+               note);
         event_set all{};
         std::memset(&all, 0xFF, sizeof all);
         bridge_client_unreg_event(&all, late_handler);
         if (shape.handlers_act)
-            listen({387, 388, 389, 392, 393, 398, 402, 403, 407, 409, 410, 411}, acting_handler);
+            listen({VLAN_EVENT_CREATE_INDEX, VLAN_EVENT_DESTROY_INDEX, VLAN_EVENT_CREATE_RANGE, VLAN_EVENT_RENAME,
+                    VLAN_EVENT_MODIFY_VLAN_MODE, VLAN_EVENT_CREATE_INTF, VLAN_EVENT_ADD_INTF, VLAN_EVENT_RANGE_ADD_INTF,
+                    VLAN_EVENT_MODIFY_INTF_MODE, VLAN_EVENT_MODIFY_INTF_PVID, VLAN_EVENT_MODIFY_INTF_ALLOWVL,
+                    VLAN_EVENT_SVI_CREATE_DESTROY},
+                   acting_handler);
         seen.clear();
         replay();
         return std::move(seen);

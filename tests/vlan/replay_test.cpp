@@ -34,14 +34,14 @@ class Replay : public MappedVlanTest {
 TEST_F(Replay, of_empty_tables_is_one_empty_set) {
     run();
     ASSERT_EQ(events().size(), 1U);
-    expect_event(events()[0], 389, Bytes(8708).put<uint32_t>(8704, 1));
+    expect_event(events()[0], VLAN_EVENT_CREATE_RANGE, Bytes(8708).put<uint32_t>(8704, 1));
 }
 
 TEST_F(VlanTest, replay_of_unmapped_tables_is_one_empty_set) {
     watch_all();
     vl_clnt_notify_origin_data();
     ASSERT_EQ(events().size(), 1U);
-    expect_event(events()[0], 389, Bytes(8708).put<uint32_t>(8704, 1));
+    expect_event(events()[0], VLAN_EVENT_CREATE_RANGE, Bytes(8708).put<uint32_t>(8704, 1));
 }
 
 TEST_F(Replay, set_lists_every_vlan_without_versions) {
@@ -50,10 +50,10 @@ TEST_F(Replay, set_lists_every_vlan_without_versions) {
         g_vlan_private_version[vid] = 5;
     }
     run();
-    EXPECT_EQ(events()[0].type, 389U);
+    EXPECT_EQ(events()[0].type, VLAN_EVENT_CREATE_RANGE);
     Bytes expected(8708);
     expected.put<uint32_t>(0, 0x80000002).put<uint32_t>(4, 1).put<uint32_t>(508, 1U << 30).put<uint32_t>(8704, 1);
-    EXPECT_EQ(of_type(389)[0].payload, expected);
+    EXPECT_EQ(of_type(VLAN_EVENT_CREATE_RANGE)[0].payload, expected);
 }
 
 TEST_F(Replay, never_reports_vlan_0_or_4095) {
@@ -63,7 +63,7 @@ TEST_F(Replay, never_reports_vlan_0_or_4095) {
     run();
     const vlanset only = set_of({4094});
     EXPECT_EQ(std::memcmp(events()[0].payload.data(), &only, sizeof only), 0);
-    for (const HostEvent &event : of_type(392))
+    for (const HostEvent &event : of_type(VLAN_EVENT_RENAME))
         EXPECT_NE(value_at<uint16_t>(event.payload.data(), 0), 0);
 }
 
@@ -76,14 +76,14 @@ TEST_F(Replay, static_vlan_with_its_default_name_is_told_by_the_set_alone) {
 TEST_F(Replay, dynamic_vlan_tells_its_mode) {
     add_vlan(300, BRI_VLAN_DYNAMIC);
     run();
-    EXPECT_EQ(types(), (std::vector<uint32_t>{389, 393}));
+    EXPECT_EQ(types(), (std::vector<uint32_t>{VLAN_EVENT_CREATE_RANGE, VLAN_EVENT_MODIFY_VLAN_MODE}));
     EXPECT_EQ(events()[1].payload, Bytes(56).put<uint16_t>(0, 300).put<uint32_t>(40, 2).put<uint32_t>(44, 2));
 }
 
 TEST_F(Replay, renamed_vlan_tells_its_name) {
     std::strcpy(add_vlan(300).name, "guests");
     run();
-    EXPECT_EQ(types(), (std::vector<uint32_t>{389, 392}));
+    EXPECT_EQ(types(), (std::vector<uint32_t>{VLAN_EVENT_CREATE_RANGE, VLAN_EVENT_RENAME}));
     EXPECT_EQ(events()[1].payload, Bytes(56).put<uint16_t>(0, 300).text(4, "guests"));
 }
 
@@ -93,17 +93,18 @@ TEST_F(Replay, name_is_measured_by_the_mode) {
     add_vlan(302, BRI_VLAN_SUPER);
     std::strcpy(add_vlan(303, BRI_VLAN_DYNAMIC).name, "XVLAN0303");
     run();
-    EXPECT_EQ(types(), (std::vector<uint32_t>{389, 392, 393, 392, 393, 392}));
-    EXPECT_EQ(of_type(392)[0].payload, Bytes(56).put<uint16_t>(0, 300).text(4, "DVLAN0300"));
-    EXPECT_EQ(of_type(392)[1].payload, Bytes(56).put<uint16_t>(0, 301).text(4, "VLAN0301"));
+    EXPECT_EQ(types(), (std::vector<uint32_t>{VLAN_EVENT_CREATE_RANGE, VLAN_EVENT_RENAME, VLAN_EVENT_MODIFY_VLAN_MODE,
+                                              VLAN_EVENT_RENAME, VLAN_EVENT_MODIFY_VLAN_MODE, VLAN_EVENT_RENAME}));
+    EXPECT_EQ(of_type(VLAN_EVENT_RENAME)[0].payload, Bytes(56).put<uint16_t>(0, 300).text(4, "DVLAN0300"));
+    EXPECT_EQ(of_type(VLAN_EVENT_RENAME)[1].payload, Bytes(56).put<uint16_t>(0, 301).text(4, "VLAN0301"));
 }
 
 TEST_F(Replay, every_default_name_counts_as_default) {
     for (unsigned vid = 1; vid <= 4094; ++vid)
         add_vlan(static_cast<uint16_t>(vid), vid % 2 == 0 ? BRI_VLAN_DYNAMIC : BRI_VLAN_STATIC);
     run();
-    EXPECT_TRUE(of_type(392).empty());
-    EXPECT_EQ(of_type(393).size(), 2047U);
+    EXPECT_TRUE(of_type(VLAN_EVENT_RENAME).empty());
+    EXPECT_EQ(of_type(VLAN_EVENT_MODIFY_VLAN_MODE).size(), 2047U);
 }
 
 TEST_F(Replay, names_close_to_the_default_one_are_told) {
@@ -112,22 +113,23 @@ TEST_F(Replay, names_close_to_the_default_one_are_told) {
     for (const char *name : names)
         std::strcpy(add_vlan(vid++).name, name);
     run();
-    ASSERT_EQ(of_type(392).size(), std::size(names));
+    ASSERT_EQ(of_type(VLAN_EVENT_RENAME).size(), std::size(names));
     for (size_t i = 0; i < std::size(names); ++i)
-        EXPECT_STREQ(reinterpret_cast<char *>(of_type(392)[i].payload.data()) + 4, names[i]);
+        EXPECT_STREQ(reinterpret_cast<char *>(of_type(VLAN_EVENT_RENAME)[i].payload.data()) + 4, names[i]);
 }
 
 TEST_F(Replay, name_without_a_terminator_is_told_with_35_characters) {
     vle &entry = add_vlan(300);
     std::memset(entry.name, 'n', sizeof entry.name);
     run();
-    EXPECT_EQ(of_type(392)[0].payload, Bytes(56).put<uint16_t>(0, 300).text(4, std::string(35, 'n').c_str()));
+    EXPECT_EQ(of_type(VLAN_EVENT_RENAME)[0].payload,
+              Bytes(56).put<uint16_t>(0, 300).text(4, std::string(35, 'n').c_str()));
 }
 
 TEST_F(Replay, svi_is_told) {
     ASSERT_EQ(vl_set_svi((add_vlan(300), 300), 0x01020304), 0);
     run();
-    EXPECT_EQ(types(), (std::vector<uint32_t>{389, 411}));
+    EXPECT_EQ(types(), (std::vector<uint32_t>{VLAN_EVENT_CREATE_RANGE, VLAN_EVENT_SVI_CREATE_DESTROY}));
     EXPECT_EQ(events()[1].payload, Bytes(16).put<uint32_t>(0, 0x01020304).put<uint16_t>(8, 300));
 }
 
@@ -137,14 +139,20 @@ TEST_F(Replay, vlan_steps_come_vlan_by_vlan) {
         vl_set_svi(vid, vid + 1000U);
     }
     run();
-    EXPECT_EQ(types(), (std::vector<uint32_t>{389, 393, 392, 411, 393, 392, 411}));
+    EXPECT_EQ(types(), (std::vector<uint32_t>{VLAN_EVENT_CREATE_RANGE, VLAN_EVENT_MODIFY_VLAN_MODE, VLAN_EVENT_RENAME,
+                                              VLAN_EVENT_SVI_CREATE_DESTROY, VLAN_EVENT_MODIFY_VLAN_MODE,
+                                              VLAN_EVENT_RENAME, VLAN_EVENT_SVI_CREATE_DESTROY}));
 }
 
 TEST_F(Replay, port_steps_come_in_three_rounds) {
     add_port(1, BRI_PORT_ACCESS);
     add_port(63, BRI_PORT_TRUNK);
     run();
-    EXPECT_EQ(types(), (std::vector<uint32_t>{389, 398, 398, 407, 409, 410, 407, 409, 410, 402, 403}));
+    EXPECT_EQ(types(), (std::vector<uint32_t>{VLAN_EVENT_CREATE_RANGE, VLAN_EVENT_CREATE_INTF, VLAN_EVENT_CREATE_INTF,
+                                              VLAN_EVENT_MODIFY_INTF_MODE, VLAN_EVENT_MODIFY_INTF_PVID,
+                                              VLAN_EVENT_MODIFY_INTF_ALLOWVL, VLAN_EVENT_MODIFY_INTF_MODE,
+                                              VLAN_EVENT_MODIFY_INTF_PVID, VLAN_EVENT_MODIFY_INTF_ALLOWVL,
+                                              VLAN_EVENT_ADD_INTF, VLAN_EVENT_RANGE_ADD_INTF}));
     for (size_t i = 1; i < events().size(); ++i)
         EXPECT_EQ(value_at<uint32_t>(events()[i].payload.data(), 0), i == 1 || (i >= 3 && i <= 5) || i == 9 ? 1U : 63U);
 }
@@ -158,7 +166,8 @@ TEST_F(Replay, absent_and_routed_ports_are_left_out) {
 TEST_F(Replay, port_creation_record) {
     add_port(7, BRI_PORT_HYBRID, 1234);
     run();
-    EXPECT_EQ(of_type(398)[0].payload, Bytes(28).put<uint32_t>(0, 7).put<uint32_t>(16, 7).put<uint16_t>(20, 1234));
+    EXPECT_EQ(of_type(VLAN_EVENT_CREATE_INTF)[0].payload,
+              Bytes(28).put<uint32_t>(0, 7).put<uint32_t>(16, 7).put<uint16_t>(20, 1234));
 }
 
 TEST_F(Replay, port_attribute_records) {
@@ -166,29 +175,29 @@ TEST_F(Replay, port_attribute_records) {
     for (unsigned index = 0; index < 128; ++index)
         port.allow_vlan.words[index] = index * 0x01010101U;
     run();
-    EXPECT_EQ(of_type(407)[0].payload, Bytes(8).put<uint32_t>(0, 9).put<uint32_t>(4, 6));
-    EXPECT_EQ(of_type(409)[0].payload, Bytes(8).put<uint32_t>(0, 9).put<uint16_t>(4, 77));
+    EXPECT_EQ(of_type(VLAN_EVENT_MODIFY_INTF_MODE)[0].payload, Bytes(8).put<uint32_t>(0, 9).put<uint32_t>(4, 6));
+    EXPECT_EQ(of_type(VLAN_EVENT_MODIFY_INTF_PVID)[0].payload, Bytes(8).put<uint32_t>(0, 9).put<uint16_t>(4, 77));
     Bytes allow(1036);
     allow.put<uint32_t>(0, 9);
     for (unsigned index = 0; index < 128; ++index)
         allow.put<uint32_t>(4 + 4 * index, index * 0x01010101U);
-    EXPECT_EQ(of_type(410)[0].payload, allow);
+    EXPECT_EQ(of_type(VLAN_EVENT_MODIFY_INTF_ALLOWVL)[0].payload, allow);
 }
 
 TEST_F(Replay, access_port_tells_its_native_vlan) {
     add_vlan(10, BRI_VLAN_STATIC, {9});
     add_port(9, BRI_PORT_ACCESS, 10);
     run();
-    EXPECT_TRUE(of_type(403).empty());
-    EXPECT_EQ(of_type(402)[0].payload,
+    EXPECT_TRUE(of_type(VLAN_EVENT_RANGE_ADD_INTF).empty());
+    EXPECT_EQ(of_type(VLAN_EVENT_ADD_INTF)[0].payload,
               Bytes(24).put<uint32_t>(0, 9).put<uint16_t>(4, 10).put<uint32_t>(12, 3).put<uint32_t>(16, 1));
 }
 
 TEST_F(Replay, access_port_without_a_native_vlan_tells_it_as_0) {
     add_port(9, BRI_PORT_ACCESS, 0);
     run();
-    ASSERT_EQ(of_type(402).size(), 1U);
-    EXPECT_EQ(of_type(402)[0].payload,
+    ASSERT_EQ(of_type(VLAN_EVENT_ADD_INTF).size(), 1U);
+    EXPECT_EQ(of_type(VLAN_EVENT_ADD_INTF)[0].payload,
               Bytes(24).put<uint32_t>(0, 9).put<uint32_t>(12, 3).put<uint32_t>(16, BRI_PORT_ACCESS));
 }
 
@@ -213,8 +222,8 @@ TEST_F(Replay, member_set_record_in_every_mode) {
         expected.put<uint32_t>(4, 1U << 10).put<uint32_t>(8, 2).put<uint32_t>(12, 1);
         expected.put<uint32_t>(516, row.native ? 1U << 10 : 0).put<uint32_t>(520, row.tagged ? 2 : 0);
         expected.put<uint32_t>(524, row.other ? 1 : 0);
-        ASSERT_EQ(of_type(403).size(), 1U) << row.mode;
-        EXPECT_EQ(of_type(403)[0].payload, expected) << row.mode;
+        ASSERT_EQ(of_type(VLAN_EVENT_RANGE_ADD_INTF).size(), 1U) << row.mode;
+        EXPECT_EQ(of_type(VLAN_EVENT_RANGE_ADD_INTF)[0].payload, expected) << row.mode;
     }
 }
 
@@ -223,7 +232,7 @@ TEST_F(Replay, member_bits_of_an_empty_entry_do_not_count) {
     add_port(40, BRI_PORT_TRUNK);
     g_vl_mng.entries[10].vid = 0;
     run();
-    EXPECT_EQ(of_type(403)[0].payload, Bytes(1036).put<uint32_t>(0, 40).put<uint32_t>(1028, 1));
+    EXPECT_EQ(of_type(VLAN_EVENT_RANGE_ADD_INTF)[0].payload, Bytes(1036).put<uint32_t>(0, 40).put<uint32_t>(1028, 1));
 }
 
 TEST_F(Replay, vlans_outside_the_database_range_are_left_out) {
@@ -233,7 +242,7 @@ TEST_F(Replay, vlans_outside_the_database_range_are_left_out) {
     vl_set_vlan_range(10, 20);
     run();
     EXPECT_EQ(value_at<uint32_t>(events()[0].payload.data(), 0), 1U << 10 | 1U << 20);
-    EXPECT_EQ(value_at<uint32_t>(of_type(403)[0].payload.data(), 4), 1U << 10 | 1U << 20);
+    EXPECT_EQ(value_at<uint32_t>(of_type(VLAN_EVENT_RANGE_ADD_INTF)[0].payload.data(), 4), 1U << 10 | 1U << 20);
 }
 
 TEST_F(Replay, block_whose_own_index_is_wrong_harms_nothing) {
@@ -242,12 +251,13 @@ TEST_F(Replay, block_whose_own_index_is_wrong_harms_nothing) {
     add_port(42, BRI_PORT_TRUNK).ifx = 64;
     add_port(43, BRI_PORT_TRUNK).ifx = 0xFFFFFFFF;
     run();
-    ASSERT_EQ(of_type(403).size(), 3U);
+    ASSERT_EQ(of_type(VLAN_EVENT_RANGE_ADD_INTF).size(), 3U);
     // Port 41 is a member, but it is not there, so it has no tag rule.
-    EXPECT_EQ(of_type(403)[0].payload,
+    EXPECT_EQ(of_type(VLAN_EVENT_RANGE_ADD_INTF)[0].payload,
               Bytes(1036).put<uint32_t>(0, 41).put<uint32_t>(4, 1U << 10).put<uint32_t>(1028, 1));
-    EXPECT_EQ(of_type(403)[1].payload, Bytes(1036).put<uint32_t>(0, 64).put<uint32_t>(1028, 1));
-    EXPECT_EQ(of_type(403)[2].payload, Bytes(1036).put<uint32_t>(0, 0xFFFFFFFF).put<uint32_t>(1028, 1));
+    EXPECT_EQ(of_type(VLAN_EVENT_RANGE_ADD_INTF)[1].payload, Bytes(1036).put<uint32_t>(0, 64).put<uint32_t>(1028, 1));
+    EXPECT_EQ(of_type(VLAN_EVENT_RANGE_ADD_INTF)[2].payload,
+              Bytes(1036).put<uint32_t>(0, 0xFFFFFFFF).put<uint32_t>(1028, 1));
 }
 
 TEST_F(Replay, block_whose_own_index_is_invalid_is_named_for_each_vlan) {
@@ -276,7 +286,8 @@ TEST_F(Replay, missed_vlans_are_told_before_the_set) {
     add_vlan(6, BRI_VLAN_STATIC, {}, true).version = 4;
     g_vlan_private_version[6] = 2;
     run();
-    EXPECT_EQ(types(), (std::vector<uint32_t>{387, 388, 387, 389}));
+    EXPECT_EQ(types(), (std::vector<uint32_t>{VLAN_EVENT_CREATE_INDEX, VLAN_EVENT_DESTROY_INDEX,
+                                              VLAN_EVENT_CREATE_INDEX, VLAN_EVENT_CREATE_RANGE}));
     EXPECT_EQ(run().size(), 1U); // known now
 }
 
@@ -336,25 +347,26 @@ int remove_vlan_300(uint32_t, void *, uint16_t) {
 
 TEST_F(Replay, vlan_removed_by_the_set_handler_is_skipped) {
     std::strcpy(add_vlan(300, BRI_VLAN_DYNAMIC).name, "x");
-    listen({389}, remove_vlan_300);
+    listen({VLAN_EVENT_CREATE_RANGE}, remove_vlan_300);
     run();
-    EXPECT_EQ(types(), (std::vector<uint32_t>{389}));
+    EXPECT_EQ(types(), (std::vector<uint32_t>{VLAN_EVENT_CREATE_RANGE}));
 }
 
 TEST_F(Replay, vlan_removed_by_the_mode_handler_is_skipped_from_there) {
     std::strcpy(add_vlan(300, BRI_VLAN_DYNAMIC).name, "x");
     vl_set_svi(300, 9);
-    listen({393}, remove_vlan_300);
+    listen({VLAN_EVENT_MODIFY_VLAN_MODE}, remove_vlan_300);
     run();
-    EXPECT_EQ(types(), (std::vector<uint32_t>{389, 393}));
+    EXPECT_EQ(types(), (std::vector<uint32_t>{VLAN_EVENT_CREATE_RANGE, VLAN_EVENT_MODIFY_VLAN_MODE}));
 }
 
 TEST_F(Replay, vlan_removed_by_the_name_handler_tells_no_svi) {
     std::strcpy(add_vlan(300, BRI_VLAN_DYNAMIC).name, "x");
     vl_set_svi(300, 9);
-    listen({392}, remove_vlan_300);
+    listen({VLAN_EVENT_RENAME}, remove_vlan_300);
     run();
-    EXPECT_EQ(types(), (std::vector<uint32_t>{389, 393, 392}));
+    EXPECT_EQ(types(),
+              (std::vector<uint32_t>{VLAN_EVENT_CREATE_RANGE, VLAN_EVENT_MODIFY_VLAN_MODE, VLAN_EVENT_RENAME}));
 }
 
 int make_again(uint32_t, void *, uint16_t) {
@@ -365,9 +377,10 @@ int make_again(uint32_t, void *, uint16_t) {
 
 TEST_F(Replay, vlan_made_again_by_the_mode_handler_is_researched_by_the_second_look_up) {
     add_vlan(300, BRI_VLAN_DYNAMIC);
-    listen({393}, make_again);
+    listen({VLAN_EVENT_MODIFY_VLAN_MODE}, make_again);
     run();
-    EXPECT_EQ(types(), (std::vector<uint32_t>{389, 393, 388, 387}));
+    EXPECT_EQ(types(), (std::vector<uint32_t>{VLAN_EVENT_CREATE_RANGE, VLAN_EVENT_MODIFY_VLAN_MODE,
+                                              VLAN_EVENT_DESTROY_INDEX, VLAN_EVENT_CREATE_INDEX}));
 }
 
 int rename_vlan_300(uint32_t, void *, uint16_t) {
@@ -379,9 +392,10 @@ int rename_vlan_300(uint32_t, void *, uint16_t) {
 
 TEST_F(Replay, name_and_svi_set_by_the_mode_handler_are_told) {
     add_vlan(300, BRI_VLAN_DYNAMIC);
-    listen({393}, rename_vlan_300);
+    listen({VLAN_EVENT_MODIFY_VLAN_MODE}, rename_vlan_300);
     run();
-    EXPECT_EQ(types(), (std::vector<uint32_t>{389, 393, 392, 411}));
+    EXPECT_EQ(types(), (std::vector<uint32_t>{VLAN_EVENT_CREATE_RANGE, VLAN_EVENT_MODIFY_VLAN_MODE, VLAN_EVENT_RENAME,
+                                              VLAN_EVENT_SVI_CREATE_DESTROY}));
     EXPECT_STREQ(reinterpret_cast<char *>(events()[2].payload.data()) + 4, "late");
     EXPECT_EQ(value_at<uint32_t>(events()[3].payload.data(), 0), 4321U);
 }
@@ -396,8 +410,15 @@ TEST_F(Replay, port_removed_by_a_handler_is_skipped_from_there) {
         unsigned type;
         std::vector<uint32_t> seen;
     };
-    for (const Row &row : {Row{398, {389, 398}}, Row{407, {389, 398, 407}}, Row{409, {389, 398, 407, 409}},
-                           Row{410, {389, 398, 407, 409, 410}}}) {
+    for (const Row &row : {Row{VLAN_EVENT_CREATE_INTF, {VLAN_EVENT_CREATE_RANGE, VLAN_EVENT_CREATE_INTF}},
+                           Row{VLAN_EVENT_MODIFY_INTF_MODE,
+                               {VLAN_EVENT_CREATE_RANGE, VLAN_EVENT_CREATE_INTF, VLAN_EVENT_MODIFY_INTF_MODE}},
+                           Row{VLAN_EVENT_MODIFY_INTF_PVID,
+                               {VLAN_EVENT_CREATE_RANGE, VLAN_EVENT_CREATE_INTF, VLAN_EVENT_MODIFY_INTF_MODE,
+                                VLAN_EVENT_MODIFY_INTF_PVID}},
+                           Row{VLAN_EVENT_MODIFY_INTF_ALLOWVL,
+                               {VLAN_EVENT_CREATE_RANGE, VLAN_EVENT_CREATE_INTF, VLAN_EVENT_MODIFY_INTF_MODE,
+                                VLAN_EVENT_MODIFY_INTF_PVID, VLAN_EVENT_MODIFY_INTF_ALLOWVL}}}) {
         add_port(40, BRI_PORT_TRUNK);
         listen({row.type}, remove_port_40);
         run();
@@ -417,12 +438,14 @@ int change_port_40(uint32_t, void *, uint16_t) {
 
 TEST_F(Replay, port_changed_by_a_handler_shows_in_the_records_behind) {
     add_port(40, BRI_PORT_TRUNK, 10);
-    listen({407}, change_port_40);
+    listen({VLAN_EVENT_MODIFY_INTF_MODE}, change_port_40);
     run();
-    EXPECT_EQ(types(), (std::vector<uint32_t>{389, 398, 407, 409, 410, 402}));
-    EXPECT_EQ(value_at<uint32_t>(of_type(407)[0].payload.data(), 4), 2U);
-    EXPECT_EQ(value_at<uint16_t>(of_type(409)[0].payload.data(), 4), 11);
-    EXPECT_EQ(value_at<uint32_t>(of_type(410)[0].payload.data(), 4), 1U << 12);
+    EXPECT_EQ(types(), (std::vector<uint32_t>{VLAN_EVENT_CREATE_RANGE, VLAN_EVENT_CREATE_INTF,
+                                              VLAN_EVENT_MODIFY_INTF_MODE, VLAN_EVENT_MODIFY_INTF_PVID,
+                                              VLAN_EVENT_MODIFY_INTF_ALLOWVL, VLAN_EVENT_ADD_INTF}));
+    EXPECT_EQ(value_at<uint32_t>(of_type(VLAN_EVENT_MODIFY_INTF_MODE)[0].payload.data(), 4), 2U);
+    EXPECT_EQ(value_at<uint16_t>(of_type(VLAN_EVENT_MODIFY_INTF_PVID)[0].payload.data(), 4), 11);
+    EXPECT_EQ(value_at<uint32_t>(of_type(VLAN_EVENT_MODIFY_INTF_ALLOWVL)[0].payload.data(), 4), 1U << 12);
 }
 
 int join_vlan_10(uint32_t, void *data, uint16_t) {
@@ -435,10 +458,10 @@ TEST_F(Replay, membership_made_while_one_port_is_told_shows_at_the_next) {
     add_vlan(10);
     add_port(40, BRI_PORT_TRUNK);
     add_port(41, BRI_PORT_TRUNK);
-    listen({403}, join_vlan_10);
+    listen({VLAN_EVENT_RANGE_ADD_INTF}, join_vlan_10);
     run();
-    EXPECT_EQ(value_at<uint32_t>(of_type(403)[0].payload.data(), 4), 0U);
-    EXPECT_EQ(value_at<uint32_t>(of_type(403)[1].payload.data(), 4), 1U << 10);
+    EXPECT_EQ(value_at<uint32_t>(of_type(VLAN_EVENT_RANGE_ADD_INTF)[0].payload.data(), 4), 0U);
+    EXPECT_EQ(value_at<uint32_t>(of_type(VLAN_EVENT_RANGE_ADD_INTF)[1].payload.data(), 4), 1U << 10);
 }
 
 // Walk over the ports ------------------------------------------------------------------------------------------------

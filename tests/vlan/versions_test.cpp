@@ -258,7 +258,7 @@ class Research : public MappedVlanTest {
   protected:
     void SetUp() override {
         MappedVlanTest::SetUp();
-        watch({387, 388});
+        watch({VLAN_EVENT_CREATE_INDEX, VLAN_EVENT_DESTROY_INDEX});
     }
 };
 
@@ -285,7 +285,7 @@ TEST_F(Research, vlan_never_seen_gives_one_create) {
     vl_version_check_on_reserch(100);
     EXPECT_EQ(g_vlan_private_version[100], 9);
     ASSERT_EQ(events().size(), 1U);
-    EXPECT_EQ(events()[0].type, 387U);
+    EXPECT_EQ(events()[0].type, VLAN_EVENT_CREATE_INDEX);
     ByteVec expected(56);
     put_at<uint16_t>(expected.data(), 0, 100);
     std::memcpy(expected.data() + 4, "DVLAN0100", 9);
@@ -302,8 +302,8 @@ TEST_F(Research, older_incarnation_gives_destroy_then_create) {
     g_vlan_private_version[100] = 4;
     vl_version_check_on_reserch(100);
     ASSERT_EQ(events().size(), 2U);
-    EXPECT_EQ(events()[0].type, 388U);
-    EXPECT_EQ(events()[1].type, 387U);
+    EXPECT_EQ(events()[0].type, VLAN_EVENT_DESTROY_INDEX);
+    EXPECT_EQ(events()[1].type, VLAN_EVENT_CREATE_INDEX);
     ByteVec expected(56);
     put_at<uint16_t>(expected.data(), 0, 100);
     std::memcpy(expected.data() + 4, "VLAN0100", 8);
@@ -374,13 +374,13 @@ TEST_F(Research, name_without_a_terminator_is_cut_at_35_characters) {
 }
 
 int change_entry_on_destroy(uint32_t type, void *, uint16_t) {
-    if (type == 388)
+    if (type == VLAN_EVENT_DESTROY_INDEX)
         std::strcpy(vl_get_vlan_entry(100)->name, "other");
     return 0;
 }
 
 TEST_F(Research, both_events_carry_the_entry_as_it_was_found) {
-    listen({388}, change_entry_on_destroy);
+    listen({VLAN_EVENT_DESTROY_INDEX}, change_entry_on_destroy);
     add_vlan(100, BRI_VLAN_STATIC, {}, true).version = 9;
     g_vlan_private_version[100] = 4;
     vl_version_check_on_reserch(100);
@@ -394,7 +394,7 @@ int search_again(uint32_t, void *, uint16_t) {
 }
 
 TEST_F(Research, handler_that_searches_the_same_vlan_gets_no_second_event) {
-    listen({387}, search_again);
+    listen({VLAN_EVENT_CREATE_INDEX}, search_again);
     add_vlan(100, BRI_VLAN_STATIC, {}, true);
     vl_version_check_on_reserch(100);
     EXPECT_EQ(events().size(), 1U);
@@ -424,7 +424,7 @@ int remove_vlan(uint32_t, void *, uint16_t) {
 }
 
 TEST_F(Research, entry_stays_readable_when_a_handler_removes_it) {
-    listen({387}, remove_vlan);
+    listen({VLAN_EVENT_CREATE_INDEX}, remove_vlan);
     add_vlan(100, BRI_VLAN_STATIC, {}, true);
     vle *found = nullptr;
     vl_clnt_get_vle_from_vid(100, &found);

@@ -90,39 +90,39 @@ TEST_F(VlanMessage, null_gives_minus_1) {
 }
 
 TEST_F(VlanMessage, fresh_create_reaches_the_handlers_as_it_came) {
-    RawMessage message = single(387, 100, 3);
+    RawMessage message = single(VLAN_EVENT_CREATE_INDEX, 100, 3);
     std::memset(message.payload() + 4, 0xC3, 52);
     const ByteVec sent(message.payload(), message.payload() + 56);
     EXPECT_EQ(message.deliver(), 0);
     ASSERT_EQ(events().size(), 1U);
-    expect_event(events()[0], 387, sent);
+    expect_event(events()[0], VLAN_EVENT_CREATE_INDEX, sent);
     EXPECT_EQ(g_vlan_private_version[100], 3);
 }
 
 TEST_F(VlanMessage, late_create_gives_0_and_reaches_nobody) {
     g_vlan_private_version[100] = 3;
     debug_on({BRI_DBG_VLAN});
-    EXPECT_EQ(single(387, 100, 3).deliver(), 0);
+    EXPECT_EQ(single(VLAN_EVENT_CREATE_INDEX, 100, 3).deliver(), 0);
     EXPECT_TRUE(events().empty());
     EXPECT_EQ(log_text(), "VLAN-Create msg is LATE, Drop.\n");
 }
 
 TEST_F(VlanMessage, destroy_of_the_known_version_reaches_the_handlers) {
     g_vlan_private_version[100] = 3;
-    EXPECT_EQ(single(388, 100, 3).deliver(), 0);
+    EXPECT_EQ(single(VLAN_EVENT_DESTROY_INDEX, 100, 3).deliver(), 0);
     ASSERT_EQ(events().size(), 1U);
-    EXPECT_EQ(events()[0].type, 388U);
+    EXPECT_EQ(events()[0].type, VLAN_EVENT_DESTROY_INDEX);
     EXPECT_EQ(g_vlan_private_version[100], 3);
 }
 
 TEST_F(VlanMessage, late_destroy_reaches_nobody) {
     g_vlan_private_version[100] = 3;
-    EXPECT_EQ(single(388, 100, 2).deliver(), 0);
+    EXPECT_EQ(single(VLAN_EVENT_DESTROY_INDEX, 100, 2).deliver(), 0);
     EXPECT_TRUE(events().empty());
 }
 
 TEST_F(VlanMessage, single_event_needs_the_4_bytes_that_are_checked) {
-    for (const uint32_t type : {387U, 388U}) {
+    for (const uint32_t type : {VLAN_EVENT_CREATE_INDEX, VLAN_EVENT_DESTROY_INDEX}) {
         events().clear();
         clear_log();
         g_bri_clnt_dbg[BRI_DBG_VLAN] = 0;
@@ -143,7 +143,7 @@ TEST_F(VlanMessage, single_event_needs_the_4_bytes_that_are_checked) {
 
 TEST_F(VlanMessage, range_create_passes_on_only_fresh_bits) {
     g_vlan_private_version[40] = 9;
-    RawMessage message(389, sizeof(vl_evt_vlanset_rec));
+    RawMessage message(VLAN_EVENT_CREATE_RANGE, sizeof(vl_evt_vlanset_rec));
     message.with<uint32_t>(4, 0x300).with<uint16_t>(512 + 2 * 40, 9).with<uint16_t>(512 + 2 * 41, 1);
     EXPECT_EQ(message.deliver(), 0);
     ASSERT_EQ(events().size(), 1U);
@@ -151,11 +151,11 @@ TEST_F(VlanMessage, range_create_passes_on_only_fresh_bits) {
     put_at<uint32_t>(expected.data(), 4, 0x200);
     put_at<uint16_t>(expected.data(), 512 + 2 * 40, 9);
     put_at<uint16_t>(expected.data(), 512 + 2 * 41, 1);
-    expect_event(events()[0], 389, expected);
+    expect_event(events()[0], VLAN_EVENT_CREATE_RANGE, expected);
 }
 
 TEST_F(VlanMessage, range_create_with_every_vlan_late_reaches_nobody) {
-    RawMessage message(389, sizeof(vl_evt_vlanset_rec));
+    RawMessage message(VLAN_EVENT_CREATE_RANGE, sizeof(vl_evt_vlanset_rec));
     message.with<uint32_t>(4, 0x300);
     EXPECT_EQ(message.deliver(), 0);
     EXPECT_TRUE(events().empty());
@@ -163,16 +163,16 @@ TEST_F(VlanMessage, range_create_with_every_vlan_late_reaches_nobody) {
 
 TEST_F(VlanMessage, range_destroy_passes_on_only_current_bits) {
     g_vlan_private_version[40] = 9;
-    RawMessage message(390, sizeof(vl_evt_vlanset_rec));
+    RawMessage message(VLAN_EVENT_DESTROY_RANGE, sizeof(vl_evt_vlanset_rec));
     message.with<uint32_t>(4, 0x300).with<uint16_t>(512 + 2 * 40, 8);
     EXPECT_EQ(message.deliver(), 0);
     ASSERT_EQ(events().size(), 1U);
-    EXPECT_EQ(events()[0].type, 390U);
+    EXPECT_EQ(events()[0].type, VLAN_EVENT_DESTROY_RANGE);
     EXPECT_EQ(value_at<uint32_t>(events()[0].payload.data(), 4), 0x200U);
 }
 
 TEST_F(VlanMessage, range_payload_longer_than_the_record_is_passed_on_whole) {
-    RawMessage message(390, sizeof(vl_evt_vlanset_rec) + 3);
+    RawMessage message(VLAN_EVENT_DESTROY_RANGE, sizeof(vl_evt_vlanset_rec) + 3);
     message.with<uint32_t>(4, 0x300).with<uint8_t>(8710, 0x77);
     EXPECT_EQ(message.deliver(), 0);
     ASSERT_EQ(events().size(), 1U);
@@ -182,7 +182,7 @@ TEST_F(VlanMessage, range_payload_longer_than_the_record_is_passed_on_whole) {
 
 TEST_F(VlanMessage, range_payload_shorter_than_the_record_is_dropped_unread) {
     debug_on({BRI_DBG_VLAN});
-    for (const uint32_t type : {389U, 390U})
+    for (const uint32_t type : {VLAN_EVENT_CREATE_RANGE, VLAN_EVENT_DESTROY_RANGE})
         for (const size_t len : {size_t{0}, size_t{512}, size_t{8704}, size_t{8707}}) {
             clear_log();
             RawMessage message(type, len);
@@ -203,7 +203,7 @@ TEST_F(VlanMessage, messages_at_every_address_are_handled) {
     ByteVec buffer(8 + sizeof(bri_msg_hdr) + sizeof(vl_evt_vlanset_rec));
     for (size_t shift = 0; shift < 8; ++shift) {
         uint8_t *bytes = buffer.data() + shift;
-        put_at<uint32_t>(bytes, 0, 389);
+        put_at<uint32_t>(bytes, 0, VLAN_EVENT_CREATE_RANGE);
         put_at<uint32_t>(bytes, 4, sizeof(vl_evt_vlanset_rec));
         put_at<uint32_t>(bytes, 8 + 4, 2);
         put_at<uint16_t>(bytes, 8 + 512 + 2 * 33, static_cast<uint16_t>(shift + 1));
@@ -222,7 +222,8 @@ TEST_F(VlanMessage, every_other_type_reaches_the_handlers_unchanged) {
         RawMessage message(type, 5);
         message.with<uint32_t>(1, type);
         EXPECT_EQ(message.deliver(), 0);
-        const bool internal = type == 412 || type == 413 || type == 414;
+        const bool internal = type == VLAN_EVENT_SVI_MODIFY_UP_NUM || type == VLAN_EVENT_SET_ADD_DYN_INTF ||
+                              type == VLAN_EVENT_SET_DEL_DYN_INTF;
         ASSERT_EQ(events().size(), internal ? 0U : 1U) << type;
         if (!internal) {
             expect_event(events()[0], type, ByteVec(message.payload(), message.payload() + 5));
@@ -232,7 +233,7 @@ TEST_F(VlanMessage, every_other_type_reaches_the_handlers_unchanged) {
 
 TEST_F(VlanMessage, notified_event_is_logged) {
     debug_on({BRI_DBG_VLAN});
-    RawMessage(400, 0).deliver();
+    RawMessage(VLAN_EVENT_DEFAULT_INTF, 0).deliver();
     EXPECT_EQ(log_text(), "Ready to notify event, type(VLAN_EVENT_DEFAULT_INTF), event(400).\n");
     expect_vlan_log("Ready to notify event, type(VLAN_EVENT_DEFAULT_INTF), event(400).\n");
     EXPECT_EQ(events().size(), 1U);
@@ -254,14 +255,15 @@ TEST_F(VlanMessage, internal_types_are_logged_and_never_passed_on) {
         uint32_t type;
         const char *text;
     };
-    for (const Row &row : {Row{412, "Ready to notify event, type(VLAN_EVENT_SVI_MODIFY_UP_NUM), event(412).\n"
-                                    "The event(412) needn't notify.\n"},
-                           Row{413, "Ready to notify event, type(VLAN_EVENT_SET_ADD_DYN_INTF), event(413).\n"
-                                    "The event(413) needn't notify.\n"},
-                           Row{414, "Ready to notify event, type(VLAN_EVENT_SET_DEL_DYN_INTF), event(414).\n"
-                                    "The event(414) needn't notify.\n"},
-                           Row{2177, "Ready to notify event, type(BRIDGE_UNKNOWN_TYPE), event(2177).\n"
-                                     "The event(2177) needn't notify.\n"}}) {
+    for (const Row &row :
+         {Row{VLAN_EVENT_SVI_MODIFY_UP_NUM, "Ready to notify event, type(VLAN_EVENT_SVI_MODIFY_UP_NUM), event(412).\n"
+                                            "The event(412) needn't notify.\n"},
+          Row{VLAN_EVENT_SET_ADD_DYN_INTF, "Ready to notify event, type(VLAN_EVENT_SET_ADD_DYN_INTF), event(413).\n"
+                                           "The event(413) needn't notify.\n"},
+          Row{VLAN_EVENT_SET_DEL_DYN_INTF, "Ready to notify event, type(VLAN_EVENT_SET_DEL_DYN_INTF), event(414).\n"
+                                           "The event(414) needn't notify.\n"},
+          Row{DEBUG_EVENT_VLAN, "Ready to notify event, type(BRIDGE_UNKNOWN_TYPE), event(2177).\n"
+                                "The event(2177) needn't notify.\n"}}) {
         clear_log();
         EXPECT_EQ(RawMessage(row.type, 8).deliver(), 0);
         EXPECT_EQ(log_text(), row.text);
@@ -272,15 +274,15 @@ TEST_F(VlanMessage, internal_types_are_logged_and_never_passed_on) {
 }
 
 TEST_F(VlanMessage, nothing_is_logged_with_the_flag_off) {
-    RawMessage(400, 0).deliver();
-    RawMessage(412, 0).deliver();
-    RawMessage(387, 1).deliver();
-    single(387, 100, 0).deliver();
+    RawMessage(VLAN_EVENT_DEFAULT_INTF, 0).deliver();
+    RawMessage(VLAN_EVENT_SVI_MODIFY_UP_NUM, 0).deliver();
+    RawMessage(VLAN_EVENT_CREATE_INDEX, 1).deliver();
+    single(VLAN_EVENT_CREATE_INDEX, 100, 0).deliver();
     EXPECT_TRUE(log_lines().empty());
 }
 
 TEST_F(MappedVlanTest, versions_are_kept_also_for_an_event_that_nobody_wants) {
-    EXPECT_EQ(RawMessage(387, 4).with<uint16_t>(0, 100).with<uint16_t>(2, 3).deliver(), 0);
+    EXPECT_EQ(RawMessage(VLAN_EVENT_CREATE_INDEX, 4).with<uint16_t>(0, 100).with<uint16_t>(2, 3).deliver(), 0);
     EXPECT_EQ(g_vlan_private_version[100], 3);
 }
 

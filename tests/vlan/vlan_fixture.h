@@ -7,13 +7,6 @@
 
 namespace test {
 
-inline event_set set_of_types(std::initializer_list<unsigned> types) {
-    event_set set{};
-    for (const unsigned type : types)
-        set.words[type / 32] |= 1U << type % 32;
-    return set;
-}
-
 inline vlanset set_of(std::initializer_list<unsigned> vids) {
     vlanset set{};
     for (const unsigned vid : vids)
@@ -41,7 +34,7 @@ class VlanTest : public Host {
     static void watch_all() {
         for (unsigned type = 385; type <= 511; ++type)
             watch({type});
-        watch({2177});
+        watch({DEBUG_EVENT_VLAN});
     }
 
     // A port as the server writes it.

@@ -20,7 +20,7 @@ TEST_F(VlanQuery, exist_asks_for_the_vlan_and_its_mode) {
 }
 
 TEST_F(VlanQuery, exist_tells_a_missed_create_first) {
-    watch({387});
+    watch({VLAN_EVENT_CREATE_INDEX});
     add_vlan(10, BRI_VLAN_STATIC, {}, true);
     EXPECT_EQ(vl_clnt_exist(10, 0), 1);
     EXPECT_EQ(events().size(), 1U);
@@ -34,7 +34,7 @@ int remove_10(uint32_t, void *, uint16_t) {
 }
 
 TEST_F(VlanQuery, exist_and_mode_answer_from_the_table_behind_the_research) {
-    listen({387}, remove_10);
+    listen({VLAN_EVENT_CREATE_INDEX}, remove_10);
     add_vlan(10, BRI_VLAN_STATIC, {}, true);
     EXPECT_EQ(vl_clnt_exist(10, 0), 0);
     add_vlan(10, BRI_VLAN_STATIC, {}, true);
@@ -53,7 +53,7 @@ TEST_F(VlanQuery, vlan_mode_or_minus_1) {
 }
 
 TEST_F(VlanQuery, vlan_mode_tells_a_missed_create_first_also_without_an_out_pointer) {
-    watch({387});
+    watch({VLAN_EVENT_CREATE_INDEX});
     add_vlan(10, BRI_VLAN_STATIC, {}, true);
     add_vlan(11, BRI_VLAN_STATIC, {}, true);
     uint32_t mode = 0;
@@ -64,7 +64,7 @@ TEST_F(VlanQuery, vlan_mode_tells_a_missed_create_first_also_without_an_out_poin
 
 // The other questions answer from the database alone.
 TEST_F(VlanQuery, no_other_question_researches) {
-    watch({387});
+    watch({VLAN_EVENT_CREATE_INDEX});
     add_vlan(10, BRI_VLAN_STATIC, {3}, true);
     add_port(3, BRI_PORT_TRUNK);
     uint32_t value = 0;

@@ -37,7 +37,7 @@ TEST_F(VlanRequest, create_sends_the_id_alone) {
     EXPECT_EQ(vl_clnt_create_vlan_entry(0x123), 0);
     ByteVec expected(56);
     put_at<uint16_t>(expected.data(), 0, 0x123);
-    expect_sent(387, expected);
+    expect_sent(VLAN_EVENT_CREATE_INDEX, expected);
 }
 
 TEST_F(VlanRequest, create_outside_the_range_sends_nothing) {
@@ -55,7 +55,7 @@ TEST_F(VlanRequest, delete_sends_the_id_alone) {
     EXPECT_EQ(vl_clnt_delete_vlan_entry(300), 0);
     ByteVec expected(56);
     put_at<uint16_t>(expected.data(), 0, 300);
-    expect_sent(388, expected);
+    expect_sent(VLAN_EVENT_DESTROY_INDEX, expected);
 }
 
 TEST_F(VlanRequest, delete_of_a_missing_vlan_sends_nothing) {
@@ -65,7 +65,7 @@ TEST_F(VlanRequest, delete_of_a_missing_vlan_sends_nothing) {
 }
 
 TEST_F(VlanRequest, delete_of_a_vlan_that_this_process_missed_tells_no_create) {
-    watch({387});
+    watch({VLAN_EVENT_CREATE_INDEX});
     add_vlan(300, BRI_VLAN_STATIC, {}, true);
     sent(); // the registration
     EXPECT_EQ(vl_clnt_delete_vlan_entry(300), 0);
@@ -78,7 +78,7 @@ TEST_F(VlanRequest, native_vlan_is_sent_unchecked) {
     ByteVec expected(8);
     put_at<uint32_t>(expected.data(), 0, 0x01020304);
     put_at<uint16_t>(expected.data(), 4, 0xFFFE);
-    expect_sent(409, expected);
+    expect_sent(VLAN_EVENT_MODIFY_INTF_PVID, expected);
 }
 
 TEST_F(VlanRequest, dynamic_member_is_sent_for_a_trunk_port) {
@@ -88,9 +88,9 @@ TEST_F(VlanRequest, dynamic_member_is_sent_for_a_trunk_port) {
     put_at<uint32_t>(expected.data(), 0, 7);
     put_at<uint16_t>(expected.data(), 4, 300);
     EXPECT_EQ(vl_clnt_add_dyn_member(7, 300), 0);
-    expect_sent(413, expected);
+    expect_sent(VLAN_EVENT_SET_ADD_DYN_INTF, expected);
     EXPECT_EQ(vl_clnt_del_dyn_member(7, 300), 0);
-    expect_sent(414, expected);
+    expect_sent(VLAN_EVENT_SET_DEL_DYN_INTF, expected);
 }
 
 TEST_F(VlanRequest, dynamic_member_needs_a_valid_id_and_a_present_port) {
@@ -131,7 +131,7 @@ TEST_F(VlanRequest, dynamic_member_is_not_deleted_from_a_missing_vlan) {
 }
 
 TEST_F(VlanRequest, dynamic_member_deletion_tells_a_missed_create_first) {
-    watch({387});
+    watch({VLAN_EVENT_CREATE_INDEX});
     add_port(7, BRI_PORT_TRUNK);
     add_vlan(300, BRI_VLAN_STATIC, {}, true);
     EXPECT_EQ(vl_clnt_add_dyn_member(7, 300), 0);
@@ -146,9 +146,11 @@ struct SetRequest {
     bool complains;
 };
 constexpr SetRequest kSetRequests[] = {
-    {vl_clnt_dyn_member_add_rang, 415, false},      {vl_clnt_dyn_member_del_rang, 416, false},
-    {vl_clnt_swport_add_allow_vlanset, 417, true},  {vl_clnt_swport_rmv_allow_vlanset, 418, true},
-    {vl_clnt_swport_rmv_sub_if_vlanset, 421, true},
+    {vl_clnt_dyn_member_add_rang, VLAN_EVENT_DYN_MEM_ADD_RANG, false},
+    {vl_clnt_dyn_member_del_rang, VLAN_EVENT_DYN_MEM_DEL_RANG, false},
+    {vl_clnt_swport_add_allow_vlanset, VLAN_EVENT_SP_ADD_ALLOW_VLAN, true},
+    {vl_clnt_swport_rmv_allow_vlanset, VLAN_EVENT_SP_RMV_ALLOW_VLAN, true},
+    {vl_clnt_swport_rmv_sub_if_vlanset, VLAN_EVENT_SP_RMV_SUB_IF_VLAN, true},
 };
 
 TEST_F(VlanRequest, set_of_a_port_is_sent_unchecked) {
@@ -199,9 +201,9 @@ TEST_F(VlanRequest, vswpt_tables_are_passed_through) {
     ByteVec both = first;
     both.insert(both.end(), second.begin(), second.end());
     vl_clnt_notify_set_vswpt_num(first.data(), second.data());
-    expect_sent(419, both);
+    expect_sent(VLAN_EVENT_SET_VSWPT_NUM, both);
     EXPECT_EQ(vl_clnt_set_trill_vswpt_num(first.data(), second.data()), 0);
-    expect_sent(419, both);
+    expect_sent(VLAN_EVENT_SET_VSWPT_NUM, both);
 }
 
 TEST_F(VlanRequest, missing_vswpt_table_sends_nothing) {
@@ -216,16 +218,16 @@ TEST_F(VlanRequest, missing_vswpt_table_sends_nothing) {
 TEST_F(VlanRequest, rollback_of_a_set_carries_the_bitmap_alone) {
     const vlanset set = any_set();
     bridge_client_vlanset_rollback(&set);
-    expect_sent(390, with_set(8708, 0, set));
+    expect_sent(VLAN_EVENT_DESTROY_RANGE, with_set(8708, 0, set));
 }
 
 TEST_F(VlanRequest, rollback_of_one_vlan_is_a_set_of_one) {
     bridge_client_vlan_rollback(100);
-    expect_sent(390, with_set(8708, 0, set_of({100})));
+    expect_sent(VLAN_EVENT_DESTROY_RANGE, with_set(8708, 0, set_of({100})));
     bridge_client_vlan_rollback(0);
-    expect_sent(390, with_set(8708, 0, set_of({0})));
+    expect_sent(VLAN_EVENT_DESTROY_RANGE, with_set(8708, 0, set_of({0})));
     bridge_client_vlan_rollback(4095);
-    expect_sent(390, with_set(8708, 0, set_of({4095})));
+    expect_sent(VLAN_EVENT_DESTROY_RANGE, with_set(8708, 0, set_of({4095})));
 }
 
 TEST_F(VlanRequest, rollback_of_an_id_without_a_bit_or_of_null_sends_nothing) {
@@ -240,19 +242,19 @@ TEST_F(VlanRequest, single_reply_is_the_result) {
         bridge_client_vlan_reply(&result);
         ByteVec expected(4);
         put_at(expected.data(), 0, result);
-        expect_sent(396, expected);
+        expect_sent(VLAN_EVENT_CREATE_PREJ, expected);
     }
 }
 
 TEST_F(VlanRequest, set_reply_is_sent_as_the_caller_filled_it) {
     vl_vlanset_reply reply{any_set(), 0};
     bridge_client_vlanset_reply(&reply);
-    expect_sent(397, with_set(516, 0, reply.failed));
+    expect_sent(VLAN_EVENT_CREATE_RANGE_PREJ, with_set(516, 0, reply.failed));
     reply.failure = 0x01020304;
     bridge_client_vlanset_reply(&reply);
     ByteVec expected = with_set(516, 0, reply.failed);
     put_at<uint32_t>(expected.data(), 512, 0x01020304);
-    expect_sent(397, expected);
+    expect_sent(VLAN_EVENT_CREATE_RANGE_PREJ, expected);
 }
 
 TEST_F(VlanRequest, null_reply_sends_and_logs_nothing) {
@@ -272,7 +274,8 @@ TEST_F(VlanRequest, replies_leave_at_once_ahead_of_waiting_requests) {
     std::vector<uint32_t> types;
     for (const Message &message : sent())
         types.push_back(message.type);
-    EXPECT_EQ(types, (std::vector<uint32_t>{396, 397, 409}));
+    EXPECT_EQ(types, (std::vector<uint32_t>{VLAN_EVENT_CREATE_PREJ, VLAN_EVENT_CREATE_RANGE_PREJ,
+                                            VLAN_EVENT_MODIFY_INTF_PVID}));
 }
 
 // What each call writes to the log when it sends.
@@ -321,7 +324,7 @@ TEST_F(VlanRequest, announcement_and_result_are_logged) {
     expect_log("Client(unit) remove sub-interface vlan set from port 7.\n", "VLAN_EVENT_SP_RMV_SUB_IF_VLAN");
     vl_clnt_notify_set_vswpt_num(table, table);
     expect_log("Client(unit) set vswpt numbers.\n", "VLAN_EVENT_SET_VSWPT_NUM");
-    vl_clnt_set_bri_dyn_member(413, 7, 300);
+    vl_clnt_set_bri_dyn_member(VLAN_EVENT_SET_ADD_DYN_INTF, 7, 300);
     expect_log("", "VLAN_EVENT_SET_ADD_DYN_INTF");
 }
 
@@ -412,7 +415,7 @@ TEST_F(MappedVlanTest, request_without_a_connection_fails_and_is_logged) {
     for (const SetRequest &request : kSetRequests)
         EXPECT_EQ(request.call(7, &set), -1) << request.type;
     EXPECT_EQ(vl_clnt_set_trill_vswpt_num(table, table), 0);
-    EXPECT_EQ(vl_clnt_set_bri_dyn_member(413, 7, 300), -1);
+    EXPECT_EQ(vl_clnt_set_bri_dyn_member(VLAN_EVENT_SET_ADD_DYN_INTF, 7, 300), -1);
 }
 
 TEST_F(MappedVlanTest, reply_and_rollback_without_a_connection_fail_and_are_logged) {

@@ -131,7 +131,7 @@ TEST_F(VlanTable, all_ports_take_sixteen_lines) {
 }
 
 TEST_F(VlanTable, researches_each_vlan) {
-    watch({387});
+    watch({VLAN_EVENT_CREATE_INDEX});
     add_vlan(10, BRI_VLAN_STATIC, {}, true);
     EXPECT_EQ(rows().substr(16, 7), "      1");
     EXPECT_EQ(events().size(), 1U);
@@ -143,7 +143,7 @@ int remove_it(uint32_t, void *, uint16_t) {
 }
 
 TEST_F(VlanTable, vlan_that_a_handler_removed_has_no_row) {
-    listen({387}, remove_it);
+    listen({VLAN_EVENT_CREATE_INDEX}, remove_it);
     add_vlan(10, BRI_VLAN_STATIC, {}, true);
     EXPECT_EQ(rows(), "");
 }
