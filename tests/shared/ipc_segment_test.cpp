@@ -20,7 +20,7 @@ std::string with_errno(const std::string &text, int error) {
 }
 
 // The line is there, with the level, module, tag and output of segment lines.
-void expect_line(const std::string &text) {
+void expect_shm_line(const std::string &text) {
     const test::LogLine line = test::log_line(text);
     EXPECT_EQ(line.category(), test::kShmLine) << text << "among:\n" << test::log_text();
 }
@@ -105,7 +105,7 @@ TEST_F(IpcSegment, create_logs_what_it_does) {
     EXPECT_EQ(test::log_lines()[2].text,
               text_of("Create shm SUCC:[name:TABLE, key:%x, shmid:%d, size:100].", static_cast<uint32_t>(key_), id()));
     for (const test::LogLine &line : std::vector(test::log_lines()))
-        expect_line(line.text);
+        expect_shm_line(line.text);
 }
 
 TEST_F(IpcSegment, a_second_create_keeps_the_data_and_rewrites_the_header) {
@@ -126,7 +126,7 @@ TEST_F(IpcSegment, a_second_create_keeps_the_data_and_rewrites_the_header) {
 TEST_F(IpcSegment, create_of_more_than_the_segment_has_fails) {
     create("TABLE", 100);
     EXPECT_EQ(create("TABLE", 101), nullptr);
-    expect_line(with_errno("Get shm failed", EINVAL));
+    expect_shm_line(with_errno("Get shm failed", EINVAL));
     EXPECT_EQ(test::value_at<uint32_t>(peer(), 72), 100U);
 }
 
@@ -135,7 +135,7 @@ TEST_F(IpcSegment, sizes_that_the_header_cannot_tell_are_refused) {
     EXPECT_EQ(create("TABLE", UINT32_MAX - kHeader + 1), nullptr);
     EXPECT_EQ(calls("shmget"), 0);
     EXPECT_EQ(test::times_logged(with_errno("Get shm failed", EINVAL)), 2);
-    expect_line(with_errno("Get shm failed", EINVAL));
+    expect_shm_line(with_errno("Get shm failed", EINVAL));
     fail("shmget", 1, ENOSPC); // the largest that it can tell is asked of the system
     EXPECT_EQ(create("TABLE", UINT32_MAX - kHeader), nullptr);
     EXPECT_EQ(calls("shmget"), 1);
@@ -161,7 +161,7 @@ TEST_F(IpcSegment, the_first_segment_of_a_machine_is_made_and_attached) {
 TEST_F(IpcSegment, a_null_name_is_refused) {
     EXPECT_EQ(create(nullptr), nullptr);
     ASSERT_EQ(test::log_lines().size(), 1U);
-    expect_line("Create shm, invalid param.\n");
+    expect_shm_line("Create shm, invalid param.\n");
     EXPECT_EQ(calls("shmget"), 0);
 }
 
@@ -176,7 +176,7 @@ TEST_F(IpcSegment, a_long_name_is_cut_to_63_characters) {
 TEST_F(IpcSegment, create_fails_when_no_segment_can_be_made) {
     fail("shmget", 1, ENOSPC);
     EXPECT_EQ(create(), nullptr);
-    expect_line(with_errno("Get shm failed", ENOSPC));
+    expect_shm_line(with_errno("Get shm failed", ENOSPC));
     EXPECT_EQ(calls("shmat"), 0);
 }
 
@@ -187,7 +187,7 @@ TEST_F(IpcSegment, a_failed_attach_of_the_memory_fails_all_three) {
         test::clear_log();
         fail("shmat", 1, EMFILE);
         EXPECT_EQ(keep(open(key_)), nullptr);
-        expect_line(with_errno("Create shm failed", EMFILE));
+        expect_shm_line(with_errno("Create shm failed", EMFILE));
     }
 }
 
@@ -195,13 +195,13 @@ TEST_F(IpcSegment, a_segment_that_tells_no_status_is_not_attached) {
     create();
     fail("shmctl", 1, EACCES);
     EXPECT_EQ(attach(), nullptr);
-    expect_line(with_errno("Create shm failed", EACCES));
+    expect_shm_line(with_errno("Create shm failed", EACCES));
 }
 
 TEST_F(IpcSegment, without_memory_for_the_handle_create_fails_and_the_segment_stays_attached) {
     fail("malloc", 1, ENOMEM);
     EXPECT_EQ(create(), nullptr);
-    expect_line(with_errno("Get shm, malloc failed", ENOMEM));
+    expect_shm_line(with_errno("Get shm, malloc failed", ENOMEM));
     EXPECT_EQ(status().shm_nattch, 1U);
 }
 
@@ -209,10 +209,10 @@ TEST_F(IpcSegment, without_memory_for_the_handle_both_attach_calls_fail) {
     create();
     fail("malloc", 1, ENOMEM);
     EXPECT_EQ(attach(), nullptr);
-    expect_line(with_errno("Attach shm, malloc failed", ENOMEM));
+    expect_shm_line(with_errno("Attach shm, malloc failed", ENOMEM));
     fail("malloc", 1, ENOMEM);
     EXPECT_EQ(attach_rdonly(), nullptr);
-    expect_line(with_errno("Attach[RL] shm, malloc failed", ENOMEM));
+    expect_shm_line(with_errno("Attach[RL] shm, malloc failed", ENOMEM));
 }
 
 TEST_F(IpcSegment, attach_finds_the_segment_and_notes_its_id) {
@@ -226,8 +226,8 @@ TEST_F(IpcSegment, attach_finds_the_segment_and_notes_its_id) {
     *static_cast<uint8_t *>(handle->data) = 5;
     EXPECT_EQ(peer()[kHeader], 5);
     ASSERT_EQ(test::log_lines().size(), 2U);
-    expect_line(text_of("Get shm-id %d.\n", id()));
-    expect_line(text_of("Attach shm SUCC:[name:TABLE, key:%d, size:100].", key_));
+    expect_shm_line(text_of("Get shm-id %d.\n", id()));
+    expect_shm_line(text_of("Attach shm SUCC:[name:TABLE, key:%d, size:100].", key_));
 }
 
 TEST_F(IpcSegment, attach_rdonly_leaves_the_header_alone) {
@@ -238,8 +238,8 @@ TEST_F(IpcSegment, attach_rdonly_leaves_the_header_alone) {
     ASSERT_NE(handle, nullptr);
     EXPECT_EQ(test::value_at<uint32_t>(peer(), 4), 77U);
     ASSERT_EQ(test::log_lines().size(), 2U);
-    expect_line(text_of("Get shm-id %d.\n", id()));
-    expect_line(text_of("Attach[RL] shm SUCC:[name:TABLE, key:%d, size:100].", key_));
+    expect_shm_line(text_of("Get shm-id %d.\n", id()));
+    expect_shm_line(text_of("Attach[RL] shm SUCC:[name:TABLE, key:%d, size:100].", key_));
 }
 
 TEST_F(IpcSegment, attach_rdonly_maps_for_reading_only) {
@@ -281,7 +281,7 @@ TEST_F(IpcSegment, dettach_unmaps_and_keeps_the_segment) {
     EXPECT_EQ(test::faults::live_blocks(), blocks);
     EXPECT_EQ(status().shm_nattch, 0U);
     ASSERT_EQ(test::log_lines().size(), 1U);
-    expect_line(text_of("Dettached shm SUCC:[name:TABLE, key:%d].", key_));
+    expect_shm_line(text_of("Dettached shm SUCC:[name:TABLE, key:%d].", key_));
 }
 
 TEST_F(IpcSegment, dettach_without_a_mapping_frees_the_handle_silently) {
@@ -303,7 +303,7 @@ TEST_F(IpcSegment, destroy_unmaps_and_removes_the_segment) {
     shmid_ds status{};
     EXPECT_EQ(shmctl(destroyed, IPC_STAT, &status), -1); // gone at once, so no mapping was left
     ASSERT_EQ(test::log_lines().size(), 1U);
-    expect_line(text_of("Destroy shm SUCC:[name:TABLE, key:%d].", key_));
+    expect_shm_line(text_of("Destroy shm SUCC:[name:TABLE, key:%d].", key_));
 }
 
 TEST_F(IpcSegment, destroy_of_nothing_does_nothing) {
@@ -345,8 +345,8 @@ TEST_F(IpcSegment, a_name_without_an_end_is_printed_with_its_bound) {
     bridge_shm_dettach(handle);
     EXPECT_TRUE(test::logged("shm-name:   " + name + "\n"));
     EXPECT_TRUE(test::logged("shm-size:   1313754702\n"));
-    expect_line(text_of("Attach shm SUCC:[name:%s, key:%d, size:1313754702].", name.c_str(), key_));
-    expect_line(text_of("Dettached shm SUCC:[name:%s, key:%d].", name.c_str(), key_));
+    expect_shm_line(text_of("Attach shm SUCC:[name:%s, key:%d, size:1313754702].", name.c_str(), key_));
+    expect_shm_line(text_of("Dettached shm SUCC:[name:%s, key:%d].", name.c_str(), key_));
 }
 
 TEST_F(IpcSegment, nothing_is_logged_while_the_flag_is_off) {
