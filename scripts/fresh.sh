@@ -11,7 +11,7 @@ cd "$(dirname "${BASH_SOURCE[0]}")/.."
 . scripts/setup.sh
 
 suite=bookworm
-cache=${XDG_CACHE_HOME:-${HOME:?}/.cache}/bridge_client/$suite-$(uname -m)
+cache=${XDG_CACHE_HOME:-${HOME:-/root}/.cache}/bridge_client/$suite-$(uname -m)
 base=$cache/base.tar
 root=build/fresh/root
 tree='/root/bridge client' # a blank on purpose
@@ -68,15 +68,15 @@ make_base() {
 
 # Puts the bare root, the packages of earlier runs and the tree in place.
 make_root() {
-    rm -rf --one-file-system $root
-    mkdir -p $root "$cache/archives"
-    tar -xpf "$base" --numeric-owner -C $root
-    cp /etc/resolv.conf /etc/hosts $root/etc/
-    find "$cache/archives" -name '*.deb' -exec cp --reflink=auto -t $root/var/cache/apt/archives {} +
-    git clone -q --no-hardlinks . "$root$tree"
+    rm -rf --one-file-system $root &&
+        mkdir -p $root "$cache/archives" &&
+        tar -xpf "$base" --numeric-owner -C $root &&
+        cp /etc/resolv.conf /etc/hosts $root/etc/ &&
+        find "$cache/archives" -name '*.deb' -exec cp --reflink=auto -t $root/var/cache/apt/archives {} + &&
+        git clone -q --no-hardlinks . "$root$tree"
 }
 
-# Everything that apt has fetched in the root, whether or not the run ended well.
+# Everything that apt has fetched in the root, whether or not the run ended well. Without it the next run fetches more.
 keep_packages() {
     find $root/var/cache/apt/archives -maxdepth 1 -name '*.deb' -exec cp -u --reflink=auto -t "$cache/archives" {} +
 }
@@ -137,5 +137,5 @@ space=$!
 trap 'kill -KILL $space 2>/dev/null; wait $space 2>/dev/null; exit 143' INT TERM HUP
 status=0
 wait $space || status=$?
-keep_packages
+keep_packages || true
 exit $status
