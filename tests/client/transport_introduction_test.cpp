@@ -100,7 +100,7 @@ TEST_F(Introduction, is_the_first_that_the_server_sees_of_every_connection) {
     std::vector<std::thread> senders;
     for (int thread = 0; thread < 3; ++thread)
         senders.emplace_back([&] {
-            while (!over)
+            for (; !over; std::this_thread::sleep_for(std::chrono::microseconds(50)))
                 accepted += send_ontime(kForeign, {1}) == 0;
         });
     uint32_t seen = 0;

@@ -48,6 +48,8 @@ class FlushTimer : public testing::Test {
     // The server: notes when each batch of one message comes, then stops the loop.
     void serve() {
         const int peer = accept(listener_, nullptr, nullptr);
+        const timeval limit{3, 0}; // a message that does not come fails the test
+        setsockopt(peer, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
         uint8_t bytes[600];
         EXPECT_EQ(recv(peer, bytes, 560, MSG_WAITALL), 560); // the registration
         for (size_t number = 0; number < kMessages; ++number) {
