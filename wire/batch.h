@@ -26,17 +26,17 @@ struct Batch {
     // As its sender meant it.
     [[nodiscard]] bool sound() const;
 };
-[[nodiscard]] Batch split(Bytes batch, Order order = Order::kNative);
+[[nodiscard]] Batch split(Bytes bytes, Order order = Order::kNative);
 
 // A header and the messages behind it; `announced` is not looked at.
 [[nodiscard]] Buffer join(const std::vector<Message> &messages, Order order = Order::kNative);
 
 // One line a message, and one for each thing that is wrong with the batch.
-[[nodiscard]] std::vector<std::string> batch_text(Bytes batch, Direction direction, Order order = Order::kNative);
+[[nodiscard]] std::vector<std::string> batch_text(Bytes bytes, Direction direction, Order order = Order::kNative);
 
 // Turns every number that is there whole; bytes that no field names stay.
 void swap(const Payload &payload, std::span<uint8_t> bytes);
 // The same for a batch, its headers included. `order` is the order it has before.
-void swap_batch(std::span<uint8_t> batch, Direction direction, Order order);
+void swap_batch(std::span<uint8_t> bytes, Direction direction, Order order);
 
 } // namespace wire

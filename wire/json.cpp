@@ -32,7 +32,7 @@ Json value_json(const Field &field, Bytes bytes, Order order) {
         return set_json(field, bytes, order);
     std::string text = value_text(field, bytes, order);
     const bool number = field.is_number() && field.kind != Kind::kFlags && field.count() == 1 &&
-                        text.find_first_not_of("-0123456789") == text.npos;
+                        text.find_first_not_of("-0123456789") == std::string::npos;
     return number ? Json(std::stoll(text)) : Json(std::move(text));
 }
 

@@ -67,6 +67,7 @@ struct Record {
 
 // The description of a struct: of a public header or of own.h.
 template <class T> [[nodiscard]] const Record &record_of();
+// NOLINTNEXTLINE(cppcoreguidelines-macro-usage): the table of records.def
 #define RECORD(type, ...) template <> const Record &record_of<type>();
 #include "wire/records.def"
 #undef RECORD
