@@ -90,6 +90,8 @@ void Books::server_line(const std::string &line) {
     }
     if (starts_with(line, "  "))
         return listed(line);
+    if (starts_with(line, "event ") && line.find(": to ") == std::string::npos)
+        return; // what goes out, of whatever cause; the books follow the causes
     if (starts_with(line, "event ") || starts_with(line, "debug ") || starts_with(line, "drop: "))
         return told_line(line[0], line);
     if (starts_with(line, "error: no such client: "))
@@ -110,7 +112,7 @@ void Books::server_line(const std::string &line) {
         ++starts_;
     else if (std::sscanf(line.c_str(), "kernel: up, %*u sockets, %u listen", &kernel_listeners_) == 1)
         return;
-    else if (!starts_with(line, "stall: ") && !starts_with(line, "resume: "))
+    else if (!line.ends_with(": done") && !starts_with(line, "stall: ") && !starts_with(line, "resume: "))
         fault("the server says: " + line);
 }
 
@@ -156,6 +158,8 @@ void Books::register_link(Link &link, const std::string &name) {
 
 void Books::request_line(const std::shared_ptr<Link> &link, const std::string &rest) {
     const uint32_t type = type_of(rest.substr(5));
+    if (type == BRIDGE_EVENT_REG_MSG)
+        return; // entered when the server has registered the client
     ++link->received;
     if (type == SOAK_FLOOD) {
         ++totals.flood;

@@ -14,12 +14,16 @@ class BooksTest : public testing::Test {
     void connect(unsigned id, unsigned host) {
         const std::string client = "client " + std::to_string(id);
         books_.server_line(client + ": connected");
+        books_.server_line(client + ": sent BRIDGE_EVENT_REG_MSG(129), 544 bytes");
+        books_.server_line("event BRIDGE_EVENT_BKUP_DATA_END(132) to " + client + " (h0), 0 bytes");
         books_.server_line(client + " (h" + std::to_string(host) + "): registered, pid 9, 6 event types, fresh");
     }
     // The server sends an event of 8 bytes to everybody.
     void send(uint32_t number, unsigned clients = 1) {
         books_.event_told(407, number, 8, -1);
-        books_.server_line("event VLAN_EVENT_MODIFY_INTF_MODE(407): to " + std::to_string(clients) + " clients");
+        const std::string to = " to " + std::to_string(clients) + " clients";
+        books_.server_line("event VLAN_EVENT_MODIFY_INTF_MODE(407)" + to + ", 8 bytes");
+        books_.server_line("event VLAN_EVENT_MODIFY_INTF_MODE(407):" + to);
     }
     void request(unsigned id, unsigned host) {
         books_.server_line("client " + std::to_string(id) + " (h" + std::to_string(host) + "): sent 406, 8 bytes");
