@@ -51,7 +51,8 @@ Bridge::Bridge(Loop &loop, const std::string &tmpdir, Trace &trace, bool slave)
       kernel_(loop, tmpdir, trace, [this](uint32_t type, Bytes data) { take_kernel_news(type, data); }),
       addresses_([this](uint32_t type, Bytes data) { return kernel_.ask(type, data); },
                  [this](uint32_t type, Bytes payload) { announcer_.announce(type, payload); }),
-      vlans_(loop, server_, announcer_), slave_(slave) {
+      vlans_(loop, server_, announcer_),
+      topology_([this](uint32_t type, Bytes payload) { announcer_.announce(type, payload); }), slave_(slave) {
     vlans_.on_removed = [this](const vlanset &vlans) { addresses_.vlans_deleted(vlans); };
     vlans_.ports().on_removed = [this](uint32_t ifx) { addresses_.port_deleted(ifx); };
     vlans_.ports().on_left = [this](uint32_t ifx, const vlanset &vlans) { addresses_.port_left(ifx, vlans); };
@@ -159,6 +160,7 @@ void Bridge::answer_origin_request(Connection &client, Bytes payload) {
     };
     send(sync->begin, {});
     addresses_.replay(number, send);
+    Topology::replay(number, send);
     send(sync->end, {});
 }
 

@@ -5,6 +5,7 @@
 #include "sandbox/announcer.h"
 #include "sandbox/kernel_link.h"
 #include "sandbox/server.h"
+#include "sandbox/topology.h"
 #include "sandbox/vlans.h"
 
 #include <cstdint>
@@ -20,6 +21,7 @@ class Bridge : private ConnectionOwner {
     Addresses &addresses() { return addresses_; }
     KernelLink &kernel() { return kernel_; }
     Vlans &vlans() { return vlans_; }
+    Topology &topology() { return topology_; }
     Announcer &announcer() { return announcer_; }
     Trace &trace() { return trace_; }
 
@@ -47,6 +49,7 @@ class Bridge : private ConnectionOwner {
     KernelLink kernel_;
     Addresses addresses_;
     Vlans vlans_;
+    Topology topology_;
     bool slave_;
 };
 

@@ -20,13 +20,6 @@ bits::SharedSet dynamic_vlans(spcb &port) {
     return bits::SharedSet(reinterpret_cast<uint32_t *>(port.server3));
 }
 
-spcb &existing(uint32_t ifx) {
-    spcb *port = ifx < BRI_PORT_SLOTS ? swport_get_spcb(static_cast<int32_t>(ifx)) : nullptr;
-    if (port == nullptr)
-        throw std::invalid_argument("no port " + std::to_string(ifx));
-    return *port;
-}
-
 void check_vid(uint16_t vid) {
     if (vl_check_vlanid_valid(vid) == 0)
         throw std::invalid_argument("no VLAN id: " + std::to_string(vid));
@@ -52,7 +45,7 @@ bool takes_no_others(const spcb &port) {
 }
 
 spcb &open_to_others(uint32_t ifx) {
-    spcb &port = existing(ifx);
+    spcb &port = port_at(ifx);
     if (takes_no_others(port))
         throw std::invalid_argument("port " + std::to_string(ifx) + " is an access or a routed port");
     return port;
@@ -64,12 +57,6 @@ vl_evt_intf_rec record_of(const spcb &port) {
     record.mode = word::load(port.mode);
     record.pvid = word::load(port.default_vid);
     return record;
-}
-
-template <class Fn> void for_each_port(Fn &&fn) {
-    for (uint32_t ifx = 1; ifx < BRI_PORT_SLOTS; ++ifx)
-        if (swport_get_spcb(static_cast<int32_t>(ifx)) != nullptr)
-            fn(ifx);
 }
 
 vlanset memberships(uint32_t ifx) {
@@ -108,7 +95,7 @@ void Ports::add(uint32_t ifx, uint32_t mode, uint16_t pvid) {
 }
 
 void Ports::remove(uint32_t ifx) {
-    spcb &port = existing(ifx);
+    spcb &port = port_at(ifx);
     take_out(ifx, memberships(ifx));
     const vl_evt_intf_rec record = record_of(port);
     word::store(port.ifx, uint32_t{0});
@@ -119,7 +106,7 @@ void Ports::remove(uint32_t ifx) {
 }
 
 void Ports::set_mode(uint32_t ifx, uint32_t mode) {
-    spcb &port = existing(ifx);
+    spcb &port = port_at(ifx);
     const bool was_routed = word::load(port.mode) == BRI_PORT_ROUTE;
     word::store(port.mode, mode);
     if (takes_no_others(port))
@@ -134,7 +121,7 @@ void Ports::set_mode(uint32_t ifx, uint32_t mode) {
 }
 
 void Ports::set_pvid(uint32_t ifx, uint16_t pvid) {
-    spcb &port = existing(ifx);
+    spcb &port = port_at(ifx);
     check_vid(pvid);
     vlanset concerned = only(pvid);
     put(concerned, word::load(port.default_vid));
@@ -146,7 +133,7 @@ void Ports::set_pvid(uint32_t ifx, uint16_t pvid) {
 }
 
 void Ports::set_allowed(uint32_t ifx, const vlanset &vlans) {
-    spcb &port = existing(ifx);
+    spcb &port = port_at(ifx);
     const vlanset concerned =
         those_of(all_vlans(), [&](uint16_t vid) { return holds(vlans, vid) != holds(port.allow_vlan, vid); });
     for_each_vlan(concerned, [&](uint16_t vid) {
@@ -161,13 +148,13 @@ void Ports::set_allowed(uint32_t ifx, const vlanset &vlans) {
 }
 
 void Ports::allow(uint32_t ifx, const vlanset &vlans) {
-    vlanset wanted = existing(ifx).allow_vlan;
+    vlanset wanted = port_at(ifx).allow_vlan;
     bits::merge(wanted.words, vlans.words, bits::kSetWords);
     set_allowed(ifx, wanted);
 }
 
 void Ports::disallow(uint32_t ifx, const vlanset &vlans) {
-    vlanset wanted = existing(ifx).allow_vlan;
+    vlanset wanted = port_at(ifx).allow_vlan;
     bits::remove(wanted.words, vlans.words, bits::kSetWords);
     set_allowed(ifx, wanted);
 }
@@ -201,7 +188,7 @@ void Ports::remove_members(uint32_t ifx, const vlanset &vlans) {
 }
 
 void Ports::take_out(uint32_t ifx, const vlanset &vlans) {
-    spcb &port = existing(ifx);
+    spcb &port = port_at(ifx);
     const auto index = static_cast<int32_t>(ifx);
     const vlanset removed = those_of(vlans, [&](uint16_t vid) { return vl_is_vlan_member(vid, index) != 0; });
     for_each_vlan(removed, [&](uint16_t vid) {
@@ -217,12 +204,12 @@ void Ports::vlans_created(const vlanset &vlans) {
 
 void Ports::vlans_leaving(const vlanset &vlans) {
     for_each_port(
-        [&](uint32_t ifx) { for_each_vlan(vlans, [&](uint16_t vid) { dynamic_vlans(existing(ifx)).clear(vid); }); });
+        [&](uint32_t ifx) { for_each_vlan(vlans, [&](uint16_t vid) { dynamic_vlans(port_at(ifx)).clear(vid); }); });
 }
 
 // Brings the member bits of those VLANs in line with what the port carries.
 void Ports::refresh(uint32_t ifx, const vlanset &concerned, uint32_t kind) {
-    spcb &port = existing(ifx);
+    spcb &port = port_at(ifx);
     const auto index = static_cast<int32_t>(ifx);
     vlanset added{};
     vlanset removed{};
@@ -240,7 +227,7 @@ void Ports::refresh(uint32_t ifx, const vlanset &concerned, uint32_t kind) {
 // Access ports have a record for one VLAN, all others the one for a set.
 void Ports::announce_members(uint32_t ifx, const vlanset &vlans, bool added, uint32_t kind) const {
     const auto rule = [&](uint16_t vid) { return swport_get_vlan_tag_rule(static_cast<int32_t>(ifx), vid); };
-    const uint32_t mode = word::load(existing(ifx).mode);
+    const uint32_t mode = word::load(port_at(ifx).mode);
     if (!added && count(vlans) != 0)
         on_left(ifx, vlans);
     if (mode == BRI_PORT_ACCESS && count(vlans) == 1) {
@@ -261,7 +248,7 @@ void Ports::announce_members(uint32_t ifx, const vlanset &vlans, bool added, uin
 }
 
 void Ports::announce_port(uint32_t ifx) const {
-    const spcb &port = existing(ifx);
+    const spcb &port = port_at(ifx);
     announce_(VLAN_EVENT_CREATE_INTF, bytes_of(record_of(port)));
     const vl_evt_intf_mode_rec mode{ifx, word::load(port.mode)};
     announce_(VLAN_EVENT_MODIFY_INTF_MODE, bytes_of(mode));
@@ -273,7 +260,7 @@ void Ports::announce_port(uint32_t ifx) const {
 void Ports::announce_allowed(uint32_t ifx) const {
     vl_evt_intf_allow_rec record{};
     record.ifx = ifx;
-    record.allow = existing(ifx).allow_vlan;
+    record.allow = port_at(ifx).allow_vlan;
     announce_(VLAN_EVENT_MODIFY_INTF_ALLOWVL, bytes_of(record));
 }
 
@@ -282,7 +269,7 @@ Answer Ports::show() {
     answer.begin("ports");
     unsigned number = 0;
     for_each_port([&](uint32_t ifx) {
-        const spcb &port = existing(ifx);
+        const spcb &port = port_at(ifx);
         answer.row("ports", "  port {ifx} {mode} native {pvid} allows {allow} member of {member}",
                    {{"ifx", ifx},
                     {"mode", swport_vlan_mode_name(word::load(port.mode))},
@@ -292,6 +279,16 @@ Answer Ports::show() {
         ++number;
     });
     return answer.say("ports: {count}", {{"count", number}});
+}
+
+bool there_is_port(uint32_t ifx) {
+    return ifx < BRI_PORT_SLOTS && swport_get_spcb(static_cast<int32_t>(ifx)) != nullptr;
+}
+
+spcb &port_at(uint32_t ifx) {
+    if (!there_is_port(ifx))
+        throw std::invalid_argument("no port " + std::to_string(ifx));
+    return *swport_get_raw_spcb(static_cast<int32_t>(ifx));
 }
 
 uint32_t parse_port_mode(const std::string &text) {

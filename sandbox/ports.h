@@ -62,6 +62,15 @@ class Ports {
     Announce announce_;
 };
 
+// A port's block; throws std::invalid_argument when it is not there.
+bool there_is_port(uint32_t ifx);
+spcb &port_at(uint32_t ifx);
+template <class Fn> void for_each_port(Fn &&fn) {
+    for (uint32_t ifx = 1; ifx < BRI_PORT_SLOTS; ++ifx)
+        if (there_is_port(ifx))
+            fn(ifx);
+}
+
 // "trunk" as BRI_PORT_TRUNK; throws std::invalid_argument.
 uint32_t parse_port_mode(const std::string &text);
 

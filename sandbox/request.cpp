@@ -3,7 +3,7 @@
 namespace sandbox {
 
 const Request *find_request(uint32_t type) {
-    static const Requests families[] = {vlan_requests(), mac_requests()};
+    static const Requests families[] = {vlan_requests(), mac_requests(), topology_requests()};
     for (const Requests family : families)
         for (const Request &row : family)
             if (row.type == type)

@@ -29,6 +29,7 @@ template <class Record> Record load(Bytes payload) {
 // The families' tables.
 Requests vlan_requests();
 Requests mac_requests();
+Requests topology_requests();
 
 // Null for a request that no family knows.
 const Request *find_request(uint32_t type);

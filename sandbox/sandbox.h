@@ -42,12 +42,13 @@ struct Sandbox {
 };
 
 // The families of commands; each is a table in the file that its name tells.
-Family core_commands();   // core_commands.cpp
-Family client_commands(); // client_commands.cpp
-Family wait_commands();   // wait_commands.cpp
-Family port_commands();   // vlan_commands.cpp
-Family vlan_commands();   // the same
-Family mac_commands();    // mac_commands.cpp
+Family core_commands();     // core_commands.cpp
+Family client_commands();   // client_commands.cpp
+Family wait_commands();     // wait_commands.cpp
+Family port_commands();     // vlan_commands.cpp
+Family vlan_commands();     // the same
+Family mac_commands();      // mac_commands.cpp
+Family topology_commands(); // topology_commands.cpp
 std::span<const Family> all_commands();
 
 // What a client shows of itself.

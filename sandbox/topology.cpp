@@ -1,0 +1,232 @@
+#include "sandbox/topology.h"
+
+#include "base/shared_word.h"
+#include "sandbox/parse.h"
+#include "sandbox/ports.h"
+#include "wire/json.h"
+#include "wire/text.h"
+
+#include <bridge/events.h>
+#include <bridge/vlan_db.h>
+
+#include <array>
+#include <set>
+#include <stdexcept>
+#include <vector>
+
+namespace sandbox {
+
+namespace word = bri::word;
+
+namespace {
+
+constexpr uint32_t kProtocolsKnown = std::size(bri_proto_registry{}.prejudge);
+
+// A batch of states on its way out, sent whenever it is full.
+class StateBatches {
+  public:
+    explicit StateBatches(const Announce &send) : send_(send) {}
+
+    void add(const l2top_port_status &record) {
+        batch_.records[batch_.count++] = record;
+        if (batch_.count == BRI_L2TOP_BATCH_MAX)
+            flush();
+    }
+    void flush() {
+        if (batch_.count != 0)
+            send_(L2TOP_EVENT_PORT_STATUS, {bytes_of(batch_).data, offsetof(l2top_port_status_batch, records) +
+                                                                       batch_.count * sizeof(l2top_port_status)});
+        batch_ = {};
+    }
+
+  private:
+    const Announce &send_;
+    l2top_port_status_batch batch_{};
+};
+
+std::string refusal_of(const l2top_port_status &record) {
+    if (record.instance >= BRI_STP_INSTANCES && record.instance != BRI_L2TOP_INSTANCE_ALL)
+        return "no instance " + std::to_string(record.instance);
+    if (record.state > UINT16_MAX)
+        return "no state " + std::to_string(record.state);
+    return there_is_port(record.ifx) ? "" : "no port " + std::to_string(record.ifx);
+}
+
+// One record for each instance that it stands for.
+template <class Fn> void for_each_instance(l2top_port_status record, Fn &&fn) {
+    const bool all = record.instance == BRI_L2TOP_INSTANCE_ALL;
+    const uint16_t first = all ? 0 : record.instance;
+    const uint16_t last = all ? BRI_STP_INSTANCES - 1 : record.instance;
+    for (uint16_t instance = first; instance <= last; ++instance) {
+        record.instance = instance;
+        fn(record);
+    }
+}
+
+void check_protocol(uint32_t protocol) {
+    if (protocol >= kProtocolsKnown)
+        throw std::invalid_argument("no protocol " + std::to_string(protocol));
+}
+
+std::string protocol_name(uint32_t protocol) {
+    const wire::Json json = wire::json_of(l2top_proto_config{protocol, 1, {}})["protocol"];
+    return json.is_string() ? json.get<std::string>() : json.dump();
+}
+
+std::string protocols_text(uint32_t mask) {
+    return wire::json_of(bri_proto_registry{mask, {}})["state"].get<std::string>();
+}
+
+void announce_config(const Announce &announce, uint32_t protocol, bool on) {
+    announce(L2TOP_EVENT_PROTO_CONFIG, bytes_of(l2top_proto_config{protocol, on ? uint8_t{1} : uint8_t{0}, {}}));
+}
+
+// What stands in the table, whole.
+std::array<uint16_t, 4096> instances_now() {
+    std::array<uint16_t, 4096> copy{};
+    const uint16_t *table = swport_get_stp_instance_table();
+    for (size_t vid = 0; table != nullptr && vid < copy.size(); ++vid)
+        copy[vid] = word::load(table[vid]);
+    return copy;
+}
+
+Bytes table_bytes(const std::array<uint16_t, 4096> &table) {
+    return bytes_of(table);
+}
+
+vlanset vlans_in(uint16_t instance) {
+    return those_of(all_vlans(), [&](uint16_t vid) { return swport_get_stp_instance(vid) == instance; });
+}
+
+// Those that a VLAN that exists is in.
+std::set<uint16_t> instances_in_use() {
+    std::set<uint16_t> found;
+    for_each_vlan(those_of(all_vlans(), [](uint16_t vid) { return vl_exist(vid, 0) != 0; }), [&](uint16_t vid) {
+        if (const uint16_t instance = swport_get_stp_instance(vid); instance < BRI_STP_INSTANCES)
+            found.insert(instance);
+    });
+    return found;
+}
+
+} // namespace
+
+void Topology::set_states(std::span<const l2top_port_status> records) {
+    std::string refusal;
+    std::vector<l2top_port_status> done;
+    for (const l2top_port_status &record : records) {
+        const std::string reason = refusal_of(record);
+        if (!reason.empty())
+            refusal = refusal.empty() ? reason : refusal;
+        else
+            for_each_instance(record, [&](const l2top_port_status &one) {
+                word::store(port_at(one.ifx).fwd_state[one.instance], static_cast<uint16_t>(one.state));
+                done.push_back(one);
+            });
+    }
+    StateBatches batches(announce_);
+    for (const l2top_port_status &record : done)
+        batches.add(record);
+    batches.flush();
+    if (!refusal.empty())
+        throw std::invalid_argument(refusal);
+}
+
+void Topology::set_instances(std::span<const uint16_t> instances) {
+    for_each_vlan(all_vlans(), [&](uint16_t vid) {
+        if (instances[vid] >= BRI_STP_INSTANCES)
+            throw std::invalid_argument("no instance " + std::to_string(instances[vid]) + " for VLAN " +
+                                        std::to_string(vid));
+    });
+    swport_set_instance_table(instances.data());
+    announce_(L2TOP_EVENT_INSTANCE_CONFIG, table_bytes(instances_now()));
+}
+
+void Topology::move_vlans(uint16_t instance, const vlanset &vlans) {
+    auto table = instances_now();
+    for_each_vlan(vlans, [&](uint16_t vid) { table[vid] = instance; });
+    set_instances(table);
+}
+
+void Topology::start(uint32_t protocol) {
+    check_protocol(protocol);
+    uint32_t conflict = 0;
+    if (bridge_proto_state_set(protocol, &conflict) == 0)
+        throw std::invalid_argument(protocol_name(conflict) + " is in the way");
+    announce_config(announce_, protocol, true);
+}
+
+void Topology::stop(uint32_t protocol) {
+    check_protocol(protocol);
+    bridge_proto_state_unset(protocol);
+    announce_config(announce_, protocol, false);
+}
+
+// Nobody is told: who starts a protocol looks into the registry.
+void Topology::set_conflicts(uint32_t protocol, uint32_t mask) {
+    check_protocol(protocol);
+    bridge_proto_set_prejudge(protocol, mask);
+}
+
+void Topology::replay(uint32_t submodule, const Announce &send) {
+    if (submodule != BRI_SUBMOD_L2TOP)
+        return;
+    for (uint32_t protocol = 0; protocol < kProtocolsKnown; ++protocol)
+        if (bridge_proto_state_get(protocol) != 0)
+            announce_config(send, protocol, true);
+    send(L2TOP_EVENT_INSTANCE_CONFIG, table_bytes(instances_now()));
+    StateBatches batches(send);
+    const std::set<uint16_t> instances = instances_in_use();
+    for_each_port([&](uint32_t ifx) {
+        for (const uint16_t instance : instances)
+            batches.add({ifx, instance, {}, word::load(port_at(ifx).fwd_state[instance]), 0, 0, {}});
+    });
+    batches.flush();
+}
+
+// Also the states that somebody has set in instances that no VLAN is in.
+Answer Topology::show() {
+    Answer answer;
+    answer.begin("instances").begin("states");
+    for (uint16_t instance = 0; instance < BRI_STP_INSTANCES; ++instance) {
+        const vlanset vlans = vlans_in(instance);
+        if (instance == 0 || count(vlans) != 0)
+            answer.row("instances", "  instance {instance} vlans {vlans}",
+                       {{"instance", instance}, {"vlans", vlans_text(vlans)}});
+    }
+    const std::set<uint16_t> used = instances_in_use();
+    for_each_port([&](uint32_t ifx) {
+        for (uint16_t instance = 0; instance < BRI_STP_INSTANCES; ++instance) {
+            const uint16_t state = word::load(port_at(ifx).fwd_state[instance]);
+            if (state != 0 || used.count(instance) != 0)
+                answer.row("states", "  port {ifx} instance {instance} state {state}",
+                           {{"ifx", ifx}, {"instance", instance}, {"state", state}});
+        }
+    });
+    return answer;
+}
+
+Answer Topology::show_protocols() {
+    Answer answer;
+    answer.begin("conflicts");
+    answer.say("protocols: {state}", {{"state", protocols_text(bridge_proto_get_state_all())}});
+    for (uint32_t protocol = 0; protocol < kProtocolsKnown; ++protocol)
+        if (const uint32_t mask = word::load(g_vl_mng.proto_state->prejudge[protocol]); mask != 0)
+            answer.row("conflicts", "  {protocol} not beside {prejudge}",
+                       {{"protocol", protocol_name(protocol)}, {"prejudge", protocols_text(mask)}});
+    return answer;
+}
+
+uint32_t parse_protocol(const std::string &text) {
+    return wire::parse_text_as<l2top_proto_config>("protocol=" + text).protocol;
+}
+
+uint32_t parse_protocols(const std::string &text) {
+    return wire::parse_text_as<bri_proto_registry>("state=" + text).state;
+}
+
+uint16_t parse_instance(const std::string &text) {
+    return text == "all" ? uint16_t{BRI_L2TOP_INSTANCE_ALL}
+                         : static_cast<uint16_t>(parse_number(text, BRI_STP_INSTANCES - 1));
+}
+
+} // namespace sandbox
