@@ -114,6 +114,7 @@ if [ "${1:-}" = --inside ]; then
     exit $status
 fi
 
+{ # read whole before it runs: the file may be changed meanwhile
 command=${*:-$(awk '/^```$/ { if (inside) exit; inside = 1; next } inside' README.md)}
 mkdir -p build/fresh
 rm -f $log
@@ -139,3 +140,4 @@ status=0
 wait $space || status=$?
 keep_packages || true
 exit $status
+}
