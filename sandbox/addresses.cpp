@@ -1,5 +1,6 @@
 #include "sandbox/addresses.h"
 
+#include "sandbox/ports.h"
 #include "sandbox/vlan_sets.h"
 
 #include <bridge/events.h>
@@ -58,6 +59,15 @@ std::string misplaced(uint16_t vid, uint32_t ifx) {
     if (vid != 0 && ifx != 0 && vl_is_vlan_member(vid, index) == 0)
         return "port " + std::to_string(ifx) + " is not a member of VLAN " + std::to_string(vid);
     return "";
+}
+
+std::string Addresses::refusal(const bri_mac_entry &frame) const {
+    if (frame.ifx == 0 || frame.bcast_id == 0)
+        return frame.ifx == 0 ? "no port 0" : "no VLAN 0";
+    std::string reason = misplaced_(frame.bcast_id, frame.ifx);
+    if (reason.empty() && link_is_down(frame.ifx))
+        reason = "port " + std::to_string(frame.ifx) + " is down";
+    return reason;
 }
 
 KernelResult Addresses::ask(uint32_t type, Bytes data) {

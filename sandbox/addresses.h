@@ -35,11 +35,7 @@ class Addresses {
     // Deletes the learned addresses of those VLANs, on one port or, for 0, on all.
     uint32_t flush(const vlanset &vlans, uint32_t ifx);
     // Why no frame with that VLAN and port can come in; empty when one can.
-    [[nodiscard]] std::string refusal(const bri_mac_entry &frame) const {
-        if (frame.ifx == 0 || frame.bcast_id == 0)
-            return frame.ifx == 0 ? "no port 0" : "no VLAN 0";
-        return misplaced_(frame.bcast_id, frame.ifx);
-    }
+    [[nodiscard]] std::string refusal(const bri_mac_entry &frame) const;
     // Frames came in: address, VLAN and port of each.
     FramesSeen see(const std::vector<bri_mac_entry> &frames);
 

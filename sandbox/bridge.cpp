@@ -55,6 +55,7 @@ Bridge::Bridge(Loop &loop, const std::string &tmpdir, Trace &trace, bool slave)
       topology_([this](uint32_t type, Bytes payload) { announcer_.announce(type, payload); }), slave_(slave) {
     vlans_.on_removed = [this](const vlanset &vlans) { addresses_.vlans_deleted(vlans); };
     vlans_.ports().on_removed = [this](uint32_t ifx) { addresses_.port_deleted(ifx); };
+    vlans_.ports().on_down = [this](uint32_t ifx) { addresses_.port_down(ifx); };
     vlans_.ports().on_left = [this](uint32_t ifx, const vlanset &vlans) { addresses_.port_left(ifx, vlans); };
     server_.on_dropped = [this] { vlans_.prejudge().look_for_lost(); };
 }

@@ -1,6 +1,7 @@
 #include "sandbox/ports.h"
 
 #include "base/shared_word.h"
+#include "wire/own.h"
 
 #include <cstddef>
 #include <cstring>
@@ -13,6 +14,15 @@ namespace word = bri::word;
 namespace bits = bri::bits;
 
 namespace {
+
+// What the server keeps in the first part of a port's block that is its own; 0 in a new port.
+struct OwnWords {
+    uint32_t link_down;
+};
+static_assert(sizeof(OwnWords) <= sizeof(spcb::server1) && offsetof(spcb, server1) % alignof(OwnWords) == 0);
+OwnWords &own(spcb &port) {
+    return *reinterpret_cast<OwnWords *>(port.server1);
+}
 
 // The dynamic memberships of a port, in the server's own part of its block.
 static_assert(sizeof(spcb::server3) == sizeof(vlanset) && offsetof(spcb, server3) % alignof(vlanset) == 0);
@@ -179,7 +189,7 @@ void Ports::add_members(uint32_t ifx, const vlanset &vlans) {
     const vlanset added =
         those_of(vlans, [&](uint16_t vid) { return vl_exist(vid, 0) != 0 && vl_is_vlan_member(vid, index) == 0; });
     for_each_vlan(added, [&](uint16_t vid) { vl_add_static_member(index, vid); });
-    announce_members(ifx, added, true, BRI_MEMBERSHIP_STATIC);
+    announce_change(ifx, {}, added, BRI_MEMBERSHIP_STATIC);
 }
 
 void Ports::remove_members(uint32_t ifx, const vlanset &vlans) {
@@ -195,7 +205,7 @@ void Ports::take_out(uint32_t ifx, const vlanset &vlans) {
         vl_del_static_member(index, vid);
         dynamic_vlans(port).clear(vid);
     });
-    announce_members(ifx, removed, false, BRI_MEMBERSHIP_STATIC);
+    announce_change(ifx, removed, {}, BRI_MEMBERSHIP_STATIC);
 }
 
 void Ports::vlans_created(const vlanset &vlans) {
@@ -220,8 +230,51 @@ void Ports::refresh(uint32_t ifx, const vlanset &concerned, uint32_t kind) {
         put(wanted ? added : removed, vid);
         wanted ? vl_add_static_member(index, vid) : vl_del_static_member(index, vid);
     });
+    announce_change(ifx, removed, added, kind);
+}
+
+void Ports::announce_change(uint32_t ifx, const vlanset &removed, const vlanset &added, uint32_t kind) const {
+    vlanset concerned = removed;
+    bits::merge(concerned.words, added.words, bits::kSetWords);
+    const vlanset counted = count_up(concerned);
     announce_members(ifx, removed, false, kind);
     announce_members(ifx, added, true, kind);
+    announce_up(counted);
+}
+
+vlanset Ports::count_up(const vlanset &vlans) {
+    return those_of(vlans, [](uint16_t vid) {
+        vle *entry = vl_get_vlan_entry(vid);
+        if (entry == nullptr)
+            return false;
+        uint32_t number = 0;
+        for_each_port([&](uint32_t ifx) {
+            if (vl_is_vlan_member(vid, static_cast<int32_t>(ifx)) != 0 && !link_is_down(ifx))
+                ++number;
+        });
+        const bool another = word::load(entry->up_mem) != number;
+        word::store(entry->up_mem, number);
+        return another;
+    });
+}
+
+void Ports::announce_up(const vlanset &counted) const {
+    for_each_vlan(counted, [&](uint16_t vid) {
+        if (const uint32_t svi = vl_get_svi_ifx(vid); svi != 0)
+            announce_(VLAN_EVENT_SVI_MODIFY_UP_NUM, bytes_of(wire::svi_up_num{svi, vid, 0, vl_get_vlan_up_mem(vid)}));
+    });
+}
+
+void Ports::set_link(uint32_t ifx, bool up) {
+    spcb &port = port_at(ifx);
+    if (link_is_down(ifx) != up)
+        return;
+    word::store(own(port).link_down, up ? uint32_t{0} : uint32_t{1});
+    const vlanset counted = count_up(memberships(ifx));
+    if (!up)
+        on_down(ifx);
+    announce_(VLAN_EVENT_INTF_STATE, bytes_of(wire::intf_state{ifx, up ? uint32_t{1} : uint32_t{0}}));
+    announce_up(counted);
 }
 
 // Access ports have a record for one VLAN, all others the one for a set.
@@ -270,12 +323,16 @@ Answer Ports::show() {
     unsigned number = 0;
     for_each_port([&](uint32_t ifx) {
         const spcb &port = port_at(ifx);
-        answer.row("ports", "  port {ifx} {mode} native {pvid} allows {allow} member of {member}",
+        const bool down = link_is_down(ifx);
+        answer.row("ports",
+                   "  port {ifx} {mode} native {pvid} allows {allow} member of {member}" +
+                       std::string(down ? " {link}" : ""),
                    {{"ifx", ifx},
                     {"mode", swport_vlan_mode_name(word::load(port.mode))},
                     {"pvid", word::load(port.default_vid)},
                     {"allow", vlans_text(port.allow_vlan)},
-                    {"member", vlans_text(memberships(ifx))}});
+                    {"member", vlans_text(memberships(ifx))},
+                    {"link", down ? "down" : "up"}});
         ++number;
     });
     return answer.say("ports: {count}", {{"count", number}});
@@ -283,6 +340,10 @@ Answer Ports::show() {
 
 bool there_is_port(uint32_t ifx) {
     return ifx < BRI_PORT_SLOTS && swport_get_spcb(static_cast<int32_t>(ifx)) != nullptr;
+}
+
+bool link_is_down(uint32_t ifx) {
+    return there_is_port(ifx) && word::load(own(port_at(ifx)).link_down) != 0;
 }
 
 spcb &port_at(uint32_t ifx) {

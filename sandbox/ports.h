@@ -29,6 +29,8 @@ class Ports {
     // A port is out of VLANs, or has gone: told before anybody else is.
     std::function<void(uint32_t ifx, const vlanset &vlans)> on_left = [](uint32_t, const vlanset &) {};
     std::function<void(uint32_t ifx)> on_removed = [](uint32_t) {};
+    // A link has failed: told when the tables have it, before anybody else is.
+    std::function<void(uint32_t ifx)> on_down = [](uint32_t) {};
 
     void add(uint32_t ifx, uint32_t mode, uint16_t pvid);
     void remove(uint32_t ifx);
@@ -37,6 +39,10 @@ class Ports {
     void set_allowed(uint32_t ifx, const vlanset &vlans);
     void allow(uint32_t ifx, const vlanset &vlans);
     void disallow(uint32_t ifx, const vlanset &vlans);
+
+    // The link of a new port is up. Each VLAN's number of members that are up follows, and clients are told that of a
+    // VLAN with a routed interface. Nobody is told anything when the link is so already.
+    void set_link(uint32_t ifx, bool up);
 
     // Memberships that clients ask for; VLANs that do not exist are passed over. These four also throw
     // std::invalid_argument for an access or a routed port.
@@ -50,12 +56,17 @@ class Ports {
     void vlans_created(const vlanset &vlans);
     void vlans_leaving(const vlanset &vlans);
 
+    // Counts the members of these VLANs that are up, and gives the VLANs whose number is another one than before.
+    static vlanset count_up(const vlanset &vlans);
+
     static Answer show();
 
   private:
     void take_out(uint32_t ifx, const vlanset &vlans);
     void refresh(uint32_t ifx, const vlanset &concerned, uint32_t kind = BRI_MEMBERSHIP_STATIC);
+    void announce_change(uint32_t ifx, const vlanset &removed, const vlanset &added, uint32_t kind) const;
     void announce_members(uint32_t ifx, const vlanset &vlans, bool added, uint32_t kind) const;
+    void announce_up(const vlanset &counted) const;
     void announce_port(uint32_t ifx) const;
     void announce_allowed(uint32_t ifx) const;
 
@@ -64,6 +75,7 @@ class Ports {
 
 // A port's block; throws std::invalid_argument when it is not there.
 bool there_is_port(uint32_t ifx);
+bool link_is_down(uint32_t ifx); // of a port that is there
 spcb &port_at(uint32_t ifx);
 template <class Fn> void for_each_port(Fn &&fn) {
     for (uint32_t ifx = 1; ifx < BRI_PORT_SLOTS; ++ifx)

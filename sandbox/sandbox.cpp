@@ -20,8 +20,8 @@ void Sandbox::open() {
 }
 
 std::span<const Family> all_commands() {
-    static const Family families[] = {core_commands(), client_commands(), wait_commands(),    port_commands(),
-                                      vlan_commands(), mac_commands(),    topology_commands()};
+    static const Family families[] = {core_commands(), client_commands(), wait_commands(), port_commands(),
+                                      link_commands(), vlan_commands(),   mac_commands(),  topology_commands()};
     return families;
 }
 

@@ -46,6 +46,7 @@ Family core_commands();     // core_commands.cpp
 Family client_commands();   // client_commands.cpp
 Family wait_commands();     // wait_commands.cpp
 Family port_commands();     // vlan_commands.cpp
+Family link_commands();     // link_commands.cpp
 Family vlan_commands();     // the same
 Family mac_commands();      // mac_commands.cpp
 Family topology_commands(); // topology_commands.cpp

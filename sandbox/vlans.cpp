@@ -128,6 +128,7 @@ void Vlans::set_svi(uint16_t vid, uint32_t ifx) {
     const uint32_t old = existing(vid).svi_ifx;
     if (vl_set_svi(vid, ifx) != 0)
         throw std::invalid_argument("VLAN " + std::to_string(vid) + " has the SVI " + std::to_string(old));
+    Ports::count_up(only(vid)); // gone with the interface
     announce_svi(vid);
 }
 
@@ -166,16 +167,23 @@ Answer Vlans::show() {
         if (vl_get_vlan_copy(vid, &entry) == 0)
             return;
         Fields members = Fields::array();
-        bri::bits::for_each(entry.members, 1, BRI_PORT_SLOTS - 1, [&](unsigned ifx) { members.push_back(ifx); });
+        Fields down = Fields::array();
+        bri::bits::for_each(entry.members, 1, BRI_PORT_SLOTS - 1, [&](unsigned ifx) {
+            members.push_back(ifx);
+            if (link_is_down(ifx))
+                down.push_back(ifx);
+        });
         answer.row("vlans",
                    "  vlan {vid} {name} {mode} version {version} svi {svi} ports " +
-                       std::string(members.empty() ? "none" : "{members}"),
+                       std::string(members.empty() ? "none" : "{members}") + (down.empty() ? "" : " down {down}"),
                    {{"vid", vid},
                     {"name", name_of(vid)},
                     {"mode", mode_name(entry.mode)},
                     {"version", entry.version},
                     {"svi", entry.svi_ifx},
-                    {"members", members}});
+                    {"members", members},
+                    {"down", down},
+                    {"up_mem", entry.up_mem}});
     });
     return answer.say("vlans: {count}", {{"count", vl_get_vlan_number()}});
 }

@@ -128,7 +128,7 @@ std::vector<Event> table() { // NOLINT(readability-function-size)
         EVENT_AND_LOCAL(VLAN_EVENT_MODIFY_INTF_PVID, one_of<vl_evt_intf_pvid_rec>(), one_of<vl_evt_intf_pvid_rec>()),
         EVENT_AND_LOCAL(VLAN_EVENT_MODIFY_INTF_ALLOWVL, one_of<vl_evt_intf_allow_rec>(), no),
         EVENT_AND_LOCAL(VLAN_EVENT_SVI_CREATE_DESTROY, one_of<vl_evt_svi_rec>(), no),
-        EVENT(VLAN_EVENT_SVI_MODIFY_UP_NUM, opaque, no),
+        EVENT(VLAN_EVENT_SVI_MODIFY_UP_NUM, assumed<svi_up_num>(), no),
         EVENT(VLAN_EVENT_SET_ADD_DYN_INTF, assumed<vl_dyn_member_req>(), one_of<vl_dyn_member_req>()),
         EVENT(VLAN_EVENT_SET_DEL_DYN_INTF, assumed<vl_dyn_member_req>(), one_of<vl_dyn_member_req>()),
         EVENT(VLAN_EVENT_DYN_MEM_ADD_RANG, assumed<vl_port_vlanset_req>(), one_of<vl_port_vlanset_req>()),

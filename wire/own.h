@@ -84,6 +84,13 @@ struct intf_state {
     uint32_t ifx;   // 0: port
     uint32_t state; // 4: 1 up, 0 down
 };
+// VLAN_EVENT_SVI_MODIFY_UP_NUM.
+struct svi_up_num {
+    uint32_t svi_ifx;  // 0: the VLAN's routed interface
+    uint16_t vid;      // 4: VLAN
+    uint16_t reserved; // 6: zero
+    uint32_t up_num;   // 8: member ports that are up
+};
 // RESEARCH_EVENT_SWPORT_PREJUDGE as a question: may the port change to this mode?
 struct swport_prejudge_request {
     uint32_t ifx;  // 0: port
