@@ -1,4 +1,5 @@
 // The socket to the server, the connect job's steps, the registration on the wire, and the way back after a loss.
+#include "base/list.h"
 #include "tests/client/transport_fixture.h"
 #include "tests/support/effects.h"
 
@@ -298,6 +299,18 @@ TEST_F(ConnectReset, cancels_the_read_job_before_it_closes_the_socket) {
     on_effect = nullptr;
     EXPECT_EQ(order, (std::vector<std::string>{"cancel bri-read", "close"}));
     faults::clear();
+}
+
+TEST_F(ConnectReset, cancels_the_job_of_a_context_on_its_own_loop) {
+    start();
+    bri_clnt_ctx other{};
+    bri::list::init(other.cache);
+    other.master = loop().other_master();
+    ASSERT_GT(bridge_client_socket_create(&other), 0);
+    qv_thread_add_read_withname(other.master, bri::client::read_job, &other, other.sock, "bri-read");
+    EXPECT_GT(bridge_client_socket_create(&other), 0); // the earlier socket goes first
+    EXPECT_EQ(loop().count("bri-read"), 0);
+    faults::real_close(other.sock);
 }
 
 TEST_F(ConnectReset, cancels_no_job_without_a_loop) {

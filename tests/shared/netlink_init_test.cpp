@@ -117,6 +117,22 @@ TEST_F(NetlinkInit, for_another_client_takes_the_read_job_over) {
     EXPECT_EQ(kernel.sockets.size(), 1U);
 }
 
+// Its job moves to its loop, and stays there.
+TEST_F(NetlinkInit, for_a_client_of_another_loop_moves_the_read_job_there) {
+    up();
+    bri_clnt_ctx other{};
+    other.master = loop().other_master();
+    ASSERT_EQ(bridge_lib_nlclient_init(&other), 1);
+    ASSERT_EQ(read_jobs(), 1);
+    EXPECT_EQ(loop().find("bri-ef-read")->master, loop().other_master());
+    kernel.deliver(fd(), netlink_message(kernel.family, 3, netlink_attr(0, {1})));
+    EXPECT_EQ(loop().run("bri-ef-read"), 0);
+    ASSERT_EQ(read_jobs(), 1);
+    EXPECT_EQ(loop().find("bri-ef-read")->master, loop().other_master());
+    bridge_lib_nlclient_deinit(&other);
+    EXPECT_EQ(read_jobs(), 0);
+}
+
 TEST_F(NetlinkInit, every_refused_step_of_the_socket_fails_without_losing_a_descriptor) {
     for (const char *call : {"socket", "bind"}) {
         clear_log();

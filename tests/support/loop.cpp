@@ -18,6 +18,10 @@ qv_thread_master *Loop::master() {
     return reinterpret_cast<qv_thread_master *>(this);
 }
 
+qv_thread_master *Loop::other_master() {
+    return reinterpret_cast<qv_thread_master *>(&next_id_);
+}
+
 int Loop::count(const std::string &name) const {
     return static_cast<int>(
         std::count_if(pending.begin(), pending.end(), [&](const Job &job) { return job.name == name; }));

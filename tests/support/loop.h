@@ -26,6 +26,8 @@ class Loop {
 
     // A handle to give to the library; the double does not look at it.
     qv_thread_master *master();
+    // That of another loop.
+    qv_thread_master *other_master();
 
     std::vector<Job> pending;
     int refuse = 0;      // how many of the next adds are refused
