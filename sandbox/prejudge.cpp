@@ -1,15 +1,13 @@
 #include "sandbox/prejudge.h"
 
-#include <bridge/vlan_client.h>
-
 namespace sandbox {
 
 Prejudge::Prejudge(Loop &loop, Server &server, Announcer &announcer)
     : server_(server), announcer_(announcer), limit_(loop, [this] { time_out(); }),
       next_(loop, [this] { begin_next(); }), lost_(loop, [this] { forget_lost(); }) {}
 
-void Prejudge::ask(Vlans vlans, Settled settled) {
-    questions_.push_back({std::move(vlans), std::move(settled)});
+void Prejudge::ask(Word word, Settled settled) {
+    questions_.push_back({std::move(word), std::move(settled)});
     if (!asking_ && questions_.size() == 1)
         begin_next();
 }
@@ -17,34 +15,29 @@ void Prejudge::ask(Vlans vlans, Settled settled) {
 void Prejudge::begin_next() {
     if (asking_ || questions_.empty())
         return;
-    vlans_ = questions_.front().vlans();
+    const std::optional<Message> question = questions_.front().word();
     waiting_.clear();
     asking_ = true;
-    if (count(vlans_) != 0)
-        send_question();
+    if (question)
+        send_question(*question);
     if (waiting_.empty())
         settle("");
     else
         limit_.start(patience_);
 }
 
-void Prejudge::send_question() {
-    const bool one = count(vlans_) == 1;
-    type_ = one ? VLAN_EVENT_CREATE_PREJ : VLAN_EVENT_CREATE_RANGE_PREJ;
-    vl_evt_vlan_rec record{};
-    record.vid = lowest(vlans_);
-    const Bytes question = one ? bytes_of(record) : bytes_of(vlans_);
-    const std::vector<Message> messages = {{type_, {question.data, question.data + question.size}}};
+void Prejudge::send_question(const Message &question) {
+    type_ = question.type;
     server_.for_each(Target(), [&](Connection &client) {
         if (!gets(client, type_))
             return;
-        announcer_.tell(client, messages);
+        announcer_.tell(client, {question});
         if (client.open())
             waiting_.insert(client.id());
     });
 }
 
-void Prejudge::answer(const Connection &client, uint32_t type, bool accepted) {
+void Prejudge::answer(const Connection &client, uint32_t type, const std::string &objection) {
     const auto late = overdue_.find({client.id(), type});
     if (late != overdue_.end()) {
         if (--late->second == 0)
@@ -53,8 +46,8 @@ void Prejudge::answer(const Connection &client, uint32_t type, bool accepted) {
     }
     if (!asking_ || type != type_ || waiting_.erase(client.id()) == 0)
         return;
-    if (!accepted)
-        settle(client.text() + " refused");
+    if (!objection.empty())
+        settle(client.text() + " " + objection);
     else if (waiting_.empty())
         settle("");
 }
@@ -81,7 +74,7 @@ void Prejudge::settle(const std::string &refusal) {
     const Question question = std::move(questions_.front());
     questions_.pop_front();
     asking_ = false;
-    question.settled(vlans_, refusal);
+    question.settled(refusal);
     if (!questions_.empty())
         next_.start(Milliseconds(0));
 }

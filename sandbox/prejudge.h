@@ -1,15 +1,15 @@
-// The question to the clients whether VLANs may be created.
+// The question to the clients whether something may be done: VLANs be created, a port change its mode.
 #pragma once
 
 #include "sandbox/announcer.h"
 #include "sandbox/loop.h"
 #include "sandbox/server.h"
-#include "sandbox/vlan_sets.h"
 
 #include <cstdint>
 #include <deque>
 #include <functional>
 #include <map>
+#include <optional>
 #include <set>
 #include <string>
 
@@ -21,14 +21,15 @@ class Prejudge {
   public:
     Prejudge(Loop &loop, Server &server, Announcer &announcer);
 
-    // `vlans` gives the set when its turn has come; an empty one is settled without a question. `settled` is told that
-    // set and why it was refused, nothing when it was accepted.
-    using Vlans = std::function<vlanset()>;
-    using Settled = std::function<void(const vlanset &vlans, const std::string &refusal)>;
-    void ask(Vlans vlans, Settled settled);
+    // `word` gives the question when its turn has come; none is settled at once. `settled` is told why it was refused,
+    // nothing when it was accepted.
+    using Word = std::function<std::optional<Message>()>;
+    using Settled = std::function<void(const std::string &refusal)>;
+    void ask(Word word, Settled settled);
 
-    // An answer: the type of the question, and its result word.
-    void answer(const Connection &client, uint32_t type, bool accepted);
+    // An answer: the type of the question, and what the client did instead of accepting, "refused"; empty when it
+    // accepted.
+    void answer(const Connection &client, uint32_t type, const std::string &objection);
     // Some client is gone. Safe in the middle of an announcement: what follows from it happens later.
     void look_for_lost() { lost_.start(Milliseconds(0)); }
 
@@ -38,12 +39,12 @@ class Prejudge {
 
   private:
     struct Question {
-        Vlans vlans;
+        Word word;
         Settled settled;
     };
 
     void begin_next();
-    void send_question();
+    void send_question(const Message &question);
     void settle(const std::string &refusal);
     void time_out();
     void forget_lost();
@@ -53,7 +54,6 @@ class Prejudge {
     std::deque<Question> questions_; // the first one is out when asking_
     bool asking_ = false;
     uint32_t type_ = 0;
-    vlanset vlans_{};
     std::set<unsigned> waiting_;                                // ids of the clients that have not answered yet
     std::map<std::pair<unsigned, uint32_t>, unsigned> overdue_; // answers by client and type that come too late
     Milliseconds patience_{3000};

@@ -1,6 +1,9 @@
 // The commands about ports and VLANs.
 #include "sandbox/parse.h"
 #include "sandbox/sandbox.h"
+#include "wire/own.h"
+
+#include <bridge/events.h>
 
 #include <memory>
 #include <stdexcept>
@@ -8,6 +11,10 @@
 namespace sandbox {
 
 namespace {
+
+// For the clients' answers: the questions before it have their own bounds.
+constexpr Microseconds kLongEnough = std::chrono::hours(1);
+constexpr const char *kInVain = "waited in vain for the clients' answers";
 
 template <void (Ports::*Change)(uint32_t ifx, const vlanset &vlans)>
 Outcome change_port(Sandbox &sandbox, const Call &call) {
@@ -23,11 +30,6 @@ Outcome add_port(Sandbox &sandbox, const Call &call) {
 
 Outcome delete_port(Sandbox &sandbox, const Call &call) {
     sandbox.bridge.vlans().ports().remove(parse_ifx(call.words[0]));
-    return Answer();
-}
-
-Outcome set_port_mode(Sandbox &sandbox, const Call &call) {
-    sandbox.bridge.vlans().ports().set_mode(parse_ifx(call.words[0]), parse_port_mode(call.words[1]));
     return Answer();
 }
 
@@ -64,11 +66,51 @@ Outcome create_vlans(Sandbox &sandbox, const Call &call) {
                                       *creation = {true, vlans_text(vlans), refusal};
                                       sandbox.trace.note("vlan create " + creation->vlans + " settled");
                                   });
-    constexpr Microseconds long_enough = std::chrono::hours(1); // the questions before it have their own bounds
     return Wait{[creation] { return creation->settled ? std::optional(answer_of(*creation)) : std::nullopt; },
-                long_enough,
-                "waited in vain for the clients' answers",
+                kLongEnough,
+                kInVain,
                 {}};
+}
+
+// What became of a question about a port.
+struct Decision {
+    bool settled = false;
+    std::string refusal;
+};
+
+// Every client that decides on port modes is asked first, when told to.
+Outcome set_port_mode(Sandbox &sandbox, const Call &call) {
+    const uint32_t ifx = parse_ifx(call.words[0]);
+    const uint32_t mode = parse_port_mode(call.words[1]);
+    Ports &ports = sandbox.bridge.vlans().ports();
+    if (call.words.size() < 3) {
+        ports.set_mode(ifx, mode);
+        return Answer();
+    }
+    if (call.words[2] != "ask")
+        throw std::invalid_argument("port mode IFX MODE [ask]");
+    port_at(ifx);
+    const std::string line = call.command + " " + call.rest();
+    const auto decision = std::make_shared<Decision>();
+    sandbox.bridge.vlans().prejudge().ask(
+        [ifx, mode] {
+            const Bytes bytes = bytes_of(wire::swport_prejudge_request{ifx, mode});
+            return Message{RESEARCH_EVENT_SWPORT_PREJUDGE, {bytes.data, bytes.data + bytes.size}};
+        },
+        [&sandbox, &ports, ifx, mode, line, decision](std::string refusal) {
+            if (refusal.empty() && !there_is_port(ifx))
+                refusal = "no port " + std::to_string(ifx);
+            if (refusal.empty())
+                ports.set_mode(ifx, mode);
+            *decision = {true, refusal};
+            sandbox.trace.note(line + " settled");
+        });
+    const auto done = [decision, line]() -> std::optional<Answer> {
+        if (!decision->refusal.empty())
+            throw std::runtime_error(line + ": " + decision->refusal);
+        return decision->settled ? std::optional(Answer().say("{command}: done", {{"command", line}})) : std::nullopt;
+    };
+    return Wait{done, kLongEnough, kInVain, {}};
 }
 
 Outcome delete_vlans(Sandbox &sandbox, const Call &call) {
@@ -106,7 +148,7 @@ constexpr Command kPortCommands[] = {
     {"port add", "IFX MODE PVID",
      "a new port, 1 to 63; MODE is access, trunk, hybrid, uplink, tunnel, host, promis, route", add_port},
     {"port del", "IFX", "take a port away", delete_port},
-    {"port mode", "IFX MODE", "another mode", set_port_mode},
+    {"port mode", "IFX MODE [ask]", "another mode; with ask, when no client objects", set_port_mode},
     {"port pvid", "IFX VID", "another native VLAN", set_pvid},
     {"port allow", "IFX LIST", "the VLANs that may pass it", change_port<&Ports::set_allowed>},
     {"port join", "IFX LIST", "make it a member of VLANs, whatever it carries", change_port<&Ports::add_members>},

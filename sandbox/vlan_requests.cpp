@@ -3,6 +3,7 @@
 #include "sandbox/request.h"
 
 #include <bridge/events.h>
+#include <bridge/services.h>
 
 #include <stdexcept>
 
@@ -59,12 +60,22 @@ void set_native(Bridge &bridge, const Connection &, Bytes payload) {
     const auto request = load<vl_evt_intf_pvid_rec>(payload);
     bridge.vlans().ports().set_pvid(request.ifx, request.pvid);
 }
+const char *objection(bool refused) {
+    return refused ? "refused" : "";
+}
 void answer_one(Bridge &bridge, const Connection &client, Bytes payload) {
-    bridge.vlans().prejudge().answer(client, VLAN_EVENT_CREATE_PREJ, load<uint32_t>(payload) == 0);
+    bridge.vlans().prejudge().answer(client, VLAN_EVENT_CREATE_PREJ, objection(load<uint32_t>(payload) != 0));
 }
 void answer_set(Bridge &bridge, const Connection &client, Bytes payload) {
     bridge.vlans().prejudge().answer(client, VLAN_EVENT_CREATE_RANGE_PREJ,
-                                     load<vl_vlanset_reply>(payload).failure == 0);
+                                     objection(load<vl_vlanset_reply>(payload).failure != 0));
+}
+void answer_port(Bridge &bridge, const Connection &client, Bytes payload) {
+    bridge.vlans().prejudge().answer(client, RESEARCH_EVENT_SWPORT_PREJUDGE,
+                                     objection(load<bri_swport_prejudge_reply>(payload).is_allow == 0));
+}
+void fail_to_answer(Bridge &bridge, const Connection &client, Bytes) {
+    bridge.vlans().prejudge().answer(client, RESEARCH_EVENT_SWPORT_PREJUDGE, "could not decide");
 }
 
 constexpr Request kRequests[] = {
@@ -73,6 +84,8 @@ constexpr Request kRequests[] = {
     {VLAN_EVENT_DESTROY_RANGE, sizeof(vl_evt_vlanset_rec), sizeof(vl_evt_vlanset_rec), roll_back},
     {VLAN_EVENT_CREATE_PREJ, sizeof(uint32_t), sizeof(uint32_t), answer_one},
     {VLAN_EVENT_CREATE_RANGE_PREJ, sizeof(vl_vlanset_reply), sizeof(vl_vlanset_reply), answer_set},
+    {RESEARCH_EVENT_SWPORT_PREJUDGE, sizeof(bri_swport_prejudge_reply), sizeof(bri_swport_prejudge_reply), answer_port},
+    {RESEARCH_EVENT_FAILED, 0, BRI_PAYLOAD_MAX, fail_to_answer},
     {VLAN_EVENT_MODIFY_INTF_PVID, sizeof(vl_evt_intf_pvid_rec), sizeof(vl_evt_intf_pvid_rec), set_native},
     {VLAN_EVENT_SET_ADD_DYN_INTF, sizeof(vl_dyn_member_req), sizeof(vl_dyn_member_req),
      change_one<&Ports::add_dynamic>},

@@ -3,6 +3,8 @@
 #include "base/shared_word.h"
 
 #include <cstring>
+#include <memory>
+#include <optional>
 #include <stdexcept>
 #include <utility>
 
@@ -41,6 +43,18 @@ std::string name_of(uint16_t vid) {
     return {entry.name, strnlen(entry.name, sizeof entry.name - 1)};
 }
 
+// May they be created? One VLAN has a record, several are a set.
+std::optional<Message> question_about(const vlanset &vlans) {
+    if (count(vlans) == 0)
+        return std::nullopt;
+    const bool one = count(vlans) == 1;
+    vl_evt_vlan_rec record{};
+    record.vid = lowest(vlans);
+    const Bytes bytes = one ? bytes_of(record) : bytes_of(vlans);
+    return Message{one ? uint32_t{VLAN_EVENT_CREATE_PREJ} : uint32_t{VLAN_EVENT_CREATE_RANGE_PREJ},
+                   {bytes.data, bytes.data + bytes.size}};
+}
+
 } // namespace
 
 Vlans::Vlans(Loop &loop, Server &server, Announcer &announcer)
@@ -57,12 +71,15 @@ void Vlans::open() {
 }
 
 void Vlans::create(const vlanset &vlans, uint32_t mode, bool by_operator, Settled settled) {
-    const auto missing = [vlans] { return those_of(vlans, [](uint16_t vid) { return !exists(vid); }); };
-    prejudge_.ask(missing, [this, mode, by_operator, settled = std::move(settled)](const vlanset &asked,
-                                                                                   const std::string &refusal) {
+    const auto missing = std::make_shared<vlanset>();
+    const auto word = [missing, vlans] {
+        *missing = those_of(vlans, [](uint16_t vid) { return !exists(vid); });
+        return question_about(*missing);
+    };
+    prejudge_.ask(word, [this, mode, by_operator, missing, settled = std::move(settled)](const std::string &refusal) {
         if (refusal.empty())
-            create_now(asked, mode, by_operator);
-        settled(asked, refusal);
+            create_now(*missing, mode, by_operator);
+        settled(*missing, refusal);
     });
 }
 

@@ -24,7 +24,7 @@ class Vlans {
 
     // Creates those of the set that do not exist, when no client objects, and tells which these were and why they were
     // refused, nothing when they were not.
-    using Settled = Prejudge::Settled;
+    using Settled = std::function<void(const vlanset &vlans, const std::string &refusal)>;
     void create(const vlanset &vlans, uint32_t mode, bool by_operator, Settled settled);
     // The rest pass VLANs over that do not exist, except the ones for a single VLAN, which throw.
     vlanset remove(const vlanset &vlans); // those that there were
