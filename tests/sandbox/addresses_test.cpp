@@ -25,7 +25,7 @@ std::string place(uint16_t vid, uint32_t ifx) {
     return ifx == 4 && vid == 11 ? "not a member" : "";
 }
 
-bri_mac_entry entry(uint8_t last, uint16_t vid, uint32_t ifx, uint32_t type) {
+bri_mac_entry address_entry(uint8_t last, uint16_t vid, uint32_t ifx, uint32_t type) {
     bri_mac_entry result{};
     result.field = BRI_MAC_FIELD_MAC | BRI_MAC_FIELD_TYPE | BRI_MAC_FIELD_BCAST_ID;
     result.field |= ifx != 0 ? BRI_MAC_FIELD_IFX : 0;
@@ -37,7 +37,7 @@ bri_mac_entry entry(uint8_t last, uint16_t vid, uint32_t ifx, uint32_t type) {
 }
 
 bri_mac_msg add(uint8_t last, uint16_t vid, uint32_t ifx, uint32_t type = BRI_MAC_TYPE_STATIC) {
-    return {0, BRI_MAC_ADD, entry(last, vid, ifx, type)};
+    return {0, BRI_MAC_ADD, address_entry(last, vid, ifx, type)};
 }
 
 struct AddressesTest : testing::Test {
@@ -179,8 +179,8 @@ struct TrafficTest : AddressesTest {
 TEST_F(TrafficTest, host_that_sends_stays_and_one_that_stops_ages) {
     using std::chrono::seconds;
     addresses.set_age(20);
-    EXPECT_EQ(traffic.start(entry(1, 10, 3, 0), seconds(1)), Seen::kLearned);
-    EXPECT_EQ(traffic.send(entry(2, 10, 3, 0)), Seen::kLearned);
+    EXPECT_EQ(traffic.start(address_entry(1, 10, 3, 0), seconds(1)), Seen::kLearned);
+    EXPECT_EQ(traffic.send(address_entry(2, 10, 3, 0)), Seen::kLearned);
     run_for(seconds(100));
     const auto expire = [this] {
         tables.change([](MacTable &macs, Microseconds time, MacNews &news) { macs.expire(time, news); });
@@ -195,11 +195,11 @@ TEST_F(TrafficTest, host_that_sends_stays_and_one_that_stops_ages) {
 }
 
 TEST_F(TrafficTest, frame_comes_in_where_a_port_lets_it) {
-    EXPECT_EQ(reason_of([&] { traffic.send(entry(1, 10, 0, 0)); }), "no port 0");
-    EXPECT_EQ(reason_of([&] { traffic.start(entry(1, 11, 4, 0), Microseconds(1000)); }), "not a member");
+    EXPECT_EQ(reason_of([&] { traffic.send(address_entry(1, 10, 0, 0)); }), "no port 0");
+    EXPECT_EQ(reason_of([&] { traffic.start(address_entry(1, 11, 4, 0), Microseconds(1000)); }), "not a member");
     EXPECT_EQ(traffic.stop_all(), 0U);
-    EXPECT_EQ(traffic.start(entry(1, 10, 3, 0), Microseconds(1000)), Seen::kLearned);
-    EXPECT_EQ(traffic.start(entry(1, 10, 4, 0), Microseconds(1000)), Seen::kMoved); // the same host
+    EXPECT_EQ(traffic.start(address_entry(1, 10, 3, 0), Microseconds(1000)), Seen::kLearned);
+    EXPECT_EQ(traffic.start(address_entry(1, 10, 4, 0), Microseconds(1000)), Seen::kMoved); // the same host
     EXPECT_EQ(traffic.stop_all(), 1U);
 }
 
