@@ -1,10 +1,12 @@
-// The one road of everything that goes to clients: who wants it, their queues, the trace.
+// The one road of everything that goes to clients: rules, who wants it, their queues, the trace.
 #pragma once
 
+#include "sandbox/rules.h"
 #include "sandbox/server.h"
 #include "sandbox/trace.h"
 
 #include <cstdint>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -20,7 +22,8 @@ struct Message {
 
 class Announcer {
   public:
-    Announcer(Server &server, Trace &trace) : server_(server), trace_(trace) {}
+    Announcer(Loop &loop, Server &server, Trace &trace, Rules &rules)
+        : server_(server), trace_(trace), rules_(rules), later_(loop) {}
 
     // Sends an event to the clients that registered it; how many of them. Client-management and debug messages are for
     // the client library itself and go to every registered client.
@@ -31,8 +34,18 @@ class Announcer {
     unsigned send_raw(Bytes bytes, const Target &target);
 
   private:
+    Verdict decide(const Connection &client, const Message &message);
+    // Does with a message what the rules have decided; true when it is to go now.
+    bool pass(const Connection &client, const Message &message, const Verdict &verdict);
+    void send(Connection &client, const Batch &batch);
+    void deliver(unsigned client, const Message &message);
+    void record(const Message &message, std::vector<Client> clients, const std::string &result);
+
     Server &server_;
     Trace &trace_;
+    Rules &rules_;
+    Later later_;
+    std::map<unsigned, std::vector<Message>> held_; // by client: they go behind the next one
 };
 
 // Whether the client is told of events of that type at all.

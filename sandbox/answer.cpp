@@ -72,6 +72,12 @@ Answer &Answer::say(std::string_view pattern, const Fields &fields) {
     return *this;
 }
 
+Answer &Answer::line(std::string text, const Fields &fields) {
+    lines_.push_back(std::move(text));
+    json_.update(fields);
+    return *this;
+}
+
 Answer &Answer::begin(const char *list) {
     if (!json_.contains(list))
         json_[list] = Fields::array();

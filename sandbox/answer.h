@@ -16,6 +16,8 @@ class Answer {
   public:
     // One line: the pattern with each {name} replaced by that field. The fields become members of the JSON object.
     Answer &say(std::string_view pattern, const Fields &fields = Fields::object());
+    // One line as it stands, which the fields tell in another way.
+    Answer &line(std::string text, const Fields &fields);
     // One line of a list; the fields become one more element of the JSON object's array of that name. An empty list is
     // there as well once it has been begun.
     Answer &begin(const char *list);

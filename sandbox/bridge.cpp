@@ -46,8 +46,9 @@ void note(Trace &trace, const Connection &client, const std::string &text) {
 
 } // namespace
 
-Bridge::Bridge(Loop &loop, const std::string &tmpdir, Trace &trace, bool slave)
-    : trace_(trace), server_(loop, tmpdir, trace, *this), announcer_(server_, trace),
+Bridge::Bridge(Loop &loop, const std::string &tmpdir, Trace &trace, Rules &rules, bool slave)
+    : trace_(trace), rules_(rules), later_(loop), server_(loop, tmpdir, trace, *this),
+      announcer_(loop, server_, trace, rules),
       kernel_(loop, tmpdir, trace, [this](uint32_t type, Bytes data) { take_kernel_news(type, data); }),
       addresses_([this](uint32_t type, Bytes data) { return kernel_.ask(type, data); },
                  [this](uint32_t type, Bytes payload) { announcer_.announce(type, payload); }),
@@ -90,41 +91,79 @@ void Bridge::on_lost(Connection &client, const std::string &why) {
 }
 
 void Bridge::on_message(Connection &client, uint32_t type, Bytes payload) {
+    const Verdict verdict = rules_.empty() ? Verdict() : rules_.decide(Kind::kRequest, type, payload, *client.party());
     Record record;
     record.kind = Kind::kRequest;
     record.clients = {client.party()};
     record.type = type;
     record.payload = payload_of(payload);
+    record.result = verdict.text();
     trace_.add(std::move(record));
+    if (verdict.fault != Fault::kNone && !pass(client, {type, {payload.data, payload.data + payload.size}}, verdict))
+        return;
+    carry_out(client, type, payload);
+    const auto held = held_.find(client.id());
+    if (held == held_.end())
+        return;
+    const std::vector<Message> requests = std::move(held->second);
+    held_.erase(held);
+    for (const Message &request : requests)
+        carry_out(client, request.type, request.bytes());
+}
+
+bool Bridge::pass(const Connection &client, const Message &request, const Verdict &verdict) {
+    const unsigned id = client.id();
+    if (verdict.fault == Fault::kRefuse)
+        refuse(client, request.type, request.bytes(), verdict.text());
+    else if (verdict.fault == Fault::kReorder)
+        held_[id].push_back(request);
+    else if (verdict.fault == Fault::kDelay || verdict.fault == Fault::kDuplicate)
+        later_.after(verdict.delay, [this, id, request] { carry_out_later(id, request); });
+    return verdict.fault == Fault::kDuplicate;
+}
+
+// The client may have gone meanwhile.
+void Bridge::carry_out_later(unsigned id, const Message &request) {
+    server_.for_each(Target("@" + std::to_string(id)), [&](Connection &client) {
+        if (client.id() == id)
+            carry_out(client, request.type, request.bytes());
+    });
+}
+
+void Bridge::carry_out(Connection &client, uint32_t type, Bytes payload) {
     if (type == BRIDGE_EVENT_REG_MSG)
         register_client(client, payload);
     else if (type == BRIDGE_EVENT_ORI_DATA_REQUEST)
         answer_origin_request(client, payload);
     else
-        carry_out(client, type, payload);
+        apply(client, type, payload);
 }
 
-void Bridge::carry_out(Connection &client, uint32_t type, Bytes payload) {
+void Bridge::apply(Connection &client, uint32_t type, Bytes payload) {
     const Request *row = find_request(type);
     if (row != nullptr && (payload.size < row->least || payload.size > row->most))
-        return refuse(client, type, std::to_string(payload.size) + " bytes");
+        return refuse(client, type, payload, std::to_string(payload.size) + " bytes");
     try {
         if (row != nullptr)
             row->take(*this, client, payload);
     } catch (const std::invalid_argument &error) {
-        return refuse(client, type, error.what());
+        return refuse(client, type, payload, error.what());
     }
     if (row != nullptr ? row->echoed : echoed(type))
         announcer_.announce(type, payload);
 }
 
-void Bridge::refuse(const Connection &client, uint32_t type, const std::string &why) {
+void Bridge::refuse(const Connection &client, uint32_t type, Bytes payload, const std::string &why) {
     Record record;
     record.kind = Kind::kRefusal;
     record.clients = {client.party()};
     record.type = type;
+    record.payload = payload_of(payload);
     record.result = why;
     trace_.add(std::move(record));
+    const Request *row = find_request(type);
+    if (row != nullptr && row->refused != nullptr)
+        row->refused(*this, client, payload);
 }
 
 void Bridge::register_client(Connection &client, Bytes payload) {

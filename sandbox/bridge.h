@@ -9,13 +9,15 @@
 #include "sandbox/vlans.h"
 
 #include <cstdint>
+#include <map>
 #include <string>
+#include <vector>
 
 namespace sandbox {
 
 class Bridge : private ConnectionOwner {
   public:
-    Bridge(Loop &loop, const std::string &tmpdir, Trace &trace, bool slave);
+    Bridge(Loop &loop, const std::string &tmpdir, Trace &trace, Rules &rules, bool slave);
 
     Server &server() { return server_; }
     Addresses &addresses() { return addresses_; }
@@ -35,15 +37,23 @@ class Bridge : private ConnectionOwner {
   private:
     void on_message(Connection &client, uint32_t type, Bytes payload) override;
     void on_lost(Connection &client, const std::string &why) override;
+    void on_drained() override { trace_.changed(); }
 
     void take_kernel_news(uint32_t type, Bytes data);
+    // Does with a request what the rules have decided; true when it is to be carried out now.
+    bool pass(const Connection &client, const Message &request, const Verdict &verdict);
     void carry_out(Connection &client, uint32_t type, Bytes payload);
-    void refuse(const Connection &client, uint32_t type, const std::string &why);
+    void carry_out_later(unsigned client, const Message &request);
+    void apply(Connection &client, uint32_t type, Bytes payload);
+    void refuse(const Connection &client, uint32_t type, Bytes payload, const std::string &why);
     void register_client(Connection &client, Bytes payload);
     void synchronise(Connection &client);
     void answer_origin_request(Connection &client, Bytes payload);
 
     Trace &trace_;
+    Rules &rules_;
+    Later later_;
+    std::map<unsigned, std::vector<Message>> held_; // requests by client: they come behind the next one
     Server server_;
     Announcer announcer_;
     KernelLink kernel_;

@@ -2,6 +2,7 @@
 #include "sandbox/debug_commands.h"
 #include "sandbox/parse.h"
 #include "sandbox/sandbox.h"
+#include "sandbox/values.h"
 
 #include <stdexcept>
 
@@ -72,10 +73,6 @@ Outcome resume(Sandbox &sandbox, const Call &call) {
     return counted(call, sandbox.bridge.server().resume(Target(call.rest())));
 }
 
-Outcome drop(Sandbox &sandbox, const Call &call) {
-    return counted(call, sandbox.bridge.server().drop(Target(call.rest())));
-}
-
 Outcome restart(Sandbox &sandbox, const Call &call) {
     const Microseconds pause = call.words.empty() ? Microseconds(0) : parse_seconds(call.words[0]);
     const unsigned count = sandbox.bridge.server().drop(Target());
@@ -88,7 +85,7 @@ Outcome clients(Sandbox &sandbox, const Call &) {
     answer.begin("clients");
     const unsigned count = sandbox.bridge.server().for_each(Target(), [&](const Connection &client) {
         answer.row("clients",
-                   "  {id} {name} pid {pid} events {events} messages {messages} sent {sent} queued {queued} {state}",
+                   "  {id} {name} pid {pid} events {events} messages {messages} sent {sent} queued {queue} {state}",
                    client_fields(client));
     });
     return answer.say("clients: {count}", {{"count", count}});
@@ -110,10 +107,26 @@ constexpr Command kCommands[] = {
     {"raw", "[@CLIENT] HEX...", "write bytes to the connections as they stand", raw},
     {"stall", "[@CLIENT]", "stop reading and writing, like a server that hangs", stall},
     {"resume", "[@CLIENT]", "end a stall", resume},
-    {"drop", "[@CLIENT]", "close connections", drop},
     {"restart", "[SECONDS]", "close everything and listen again, after a while", restart},
     {"clients", "", "list the connections", clients},
     {"debug", "CLIENT WHAT WORD...", "switch a client's debugging, delay its events, make it print itself", debug},
+};
+
+// The newest one of that number or name.
+Fields client_value(Sandbox &sandbox, const Words &keys) {
+    Fields found = nullptr;
+    sandbox.bridge.server().for_each(Target(keys[0]), [&](const Connection &client) { found = client_fields(client); });
+    return found;
+}
+
+Fields clients_value(Sandbox &sandbox, const Words &) {
+    return {{"count", sandbox.bridge.server().for_each(Target(), [](const Connection &) {})},
+            {"registered", sandbox.bridge.server().registered()}};
+}
+
+constexpr Value kValues[] = {
+    {"client", "CLIENT", client_value},
+    {"clients", "", clients_value},
 };
 
 } // namespace
@@ -131,13 +144,17 @@ Fields client_fields(const Connection &client) {
             {"events", known.count()},
             {"messages", client.received()},
             {"sent", client.sent()},
-            {"queued", client.queued()},
+            {"queue", client.queued()},
             {"registered", known.complete()},
             {"state", state}};
 }
 
 Family client_commands() {
     return kCommands;
+}
+
+Values client_values() {
+    return kValues;
 }
 
 } // namespace sandbox

@@ -21,6 +21,7 @@ using Words = std::vector<std::string>;
 
 // What one stream of commands remembers.
 struct Session {
+    uint64_t begin = 0;                      // records up to that number are not looked at
     std::map<std::string, uint64_t> matched; // by condition: the number of the record that its last wait has used up
 };
 
@@ -30,8 +31,9 @@ struct Wait {
     // throws std::exception when it cannot come any more.
     std::function<std::optional<Answer>()> done;
     Microseconds limit;
-    std::string timed_out; // the error when the limit passes; empty when passing it is what was asked for
-    Answer passed;         // the answer then
+    // The error when the limit passes; empty when passing it is what was asked for.
+    std::function<std::string()> timed_out;
+    Answer passed; // the answer then
 };
 
 // A handler's answer, now or later.

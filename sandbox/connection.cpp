@@ -21,7 +21,8 @@ Connection::Connection(Loop &loop, evutil_socket_t descriptor, unsigned id, Conn
         static_cast<Connection *>(self)->lose((what & BEV_EVENT_EOF) != 0 ? "closed by the client"
                                                                           : evutil_socket_error_to_string(error));
     };
-    bufferevent_setcb(channel_.get(), on_read, nullptr, on_end, this);
+    const auto on_drained = [](bufferevent *, void *self) { static_cast<Connection *>(self)->owner_.on_drained(); };
+    bufferevent_setcb(channel_.get(), on_read, on_drained, on_end, this);
     bufferevent_enable(channel_.get(), EV_READ | EV_WRITE);
 }
 

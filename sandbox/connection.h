@@ -19,6 +19,7 @@ class ConnectionOwner {
   public:
     virtual void on_message(Connection &client, uint32_t type, Bytes payload) = 0;
     virtual void on_lost(Connection &client, const std::string &why) = 0;
+    virtual void on_drained() = 0; // what was queued has been written
 
   protected:
     ~ConnectionOwner() = default;

@@ -1,5 +1,7 @@
 #include "sandbox/console.h"
 
+#include "sandbox/output.h"
+
 #include <cerrno>
 #include <stdexcept>
 #include <sys/stat.h>
@@ -25,7 +27,7 @@ CommandStream::CommandStream(Sandbox &sandbox, StreamOwner owner)
                  timed_out_ = true;
                  step();
              }),
-      changes_(sandbox.trace.subscribe([this](const Record &) { wake(); })) {}
+      changes_(sandbox.trace.changed.subscribe([this] { wake(); })) {}
 
 void CommandStream::add_line(std::string line) {
     script_.add(std::move(line));
@@ -63,8 +65,8 @@ void CommandStream::look_at_wait() {
     const Wait ended = std::move(*wait_);
     wait_.reset();
     limit_.cancel();
-    if (!answer && !ended.timed_out.empty())
-        throw std::runtime_error(ended.timed_out);
+    if (!answer && ended.timed_out)
+        throw std::runtime_error(ended.timed_out());
     owner_.answered(answer ? *answer : ended.passed);
 }
 
@@ -98,8 +100,10 @@ StandardInput::StandardInput(Loop &loop, CommandStream &stream) : stream_(stream
     }
     const auto on_readable = [](evutil_socket_t, short, void *argument) {
         auto &self = *static_cast<StandardInput *>(argument);
-        if (!self.read_some())
-            self.readable_.reset();
+        if (self.read_some())
+            return;
+        self.readable_.reset();
+        say("end of standard input; the server goes on until it is ended by a signal or \"bridge-sandbox ctl quit\"");
     };
     readable_.reset(event_new(loop.base(), STDIN_FILENO, EV_READ | EV_PERSIST, on_readable, this));
     event_add(readable_.get(), nullptr);

@@ -22,6 +22,10 @@ class CommandStream {
     CommandStream(Sandbox &sandbox, StreamOwner owner);
 
     void add_line(std::string line);
+    // One command that is answered or fails once, also when it is none.
+    void add_command(const std::string &line) { add_line(split(line).empty() ? "print" : line); }
+    // What has happened so far does not count for its waits.
+    void begin_now() { session_.begin = sandbox_.trace.last(); }
     void add_script(const std::string &path);
     // Something has changed that a command may be waiting for. Runs nothing before the loop comes round again, so that
     // no command runs inside the handling of a message.
@@ -49,8 +53,6 @@ class CommandStream {
 class StandardInput {
   public:
     StandardInput(Loop &loop, CommandStream &stream);
-
-    std::function<void()> on_end = [] {};
 
   private:
     bool read_some(); // false at the end

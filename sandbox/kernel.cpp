@@ -67,7 +67,7 @@ Kernel::Kernel(Loop &loop, const std::string &tmpdir, Announce tell)
 
 Kernel::~Kernel() {
     if (listener_ != nullptr)
-        unlink(path_.c_str());
+        remove_socket(path_);
 }
 
 void Kernel::listen() {

@@ -1,7 +1,6 @@
-#include "sandbox/kernel_main.h"
-
 #include "sandbox/kernel_link.h"
 #include "sandbox/output.h"
+#include "sandbox/programs.h"
 
 #include <CLI/CLI.hpp>
 
@@ -13,15 +12,15 @@
 namespace sandbox {
 
 int kernel_main(int argc, char **argv) {
-    const char *directory = std::getenv("TMPDIR");
-    std::string tmpdir = directory != nullptr ? directory : "";
-    double time_scale = 1;
+    std::string tmpdir = environment("TMPDIR");
+    double time_scale = environment_time_scale();
     CLI::App app("The kernel's bridge module of a workstation, in a process of its own: it keeps its addresses when "
                  "the server ends. Start it before the server.");
     app.add_option("--tmpdir", tmpdir, "Where clients look for it; TMPDIR by default")->type_name("DIR");
     app.add_option("--time-scale", time_scale, "How many times as fast as the wall's clock its time runs")
         ->check(CLI::Range(0.001, 100000.0));
-    CLI11_PARSE(app, argc, argv);
+    if (const std::optional<int> status = parse_command_line(app, argc, argv))
+        return *status;
     if (tmpdir.empty())
         throw std::runtime_error("TMPDIR is not set");
     Loop loop(time_scale);

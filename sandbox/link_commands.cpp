@@ -62,7 +62,8 @@ Outcome flap(Sandbox &sandbox, const Call &call) {
             return std::nullopt;
         return Answer().say("{command}: done", {{"command", line}});
     };
-    return Wait{done, 2 * times * pause + std::chrono::hours(1), "the link has not finished", {}};
+    return Wait{
+        done, 2 * times * pause + std::chrono::hours(1), [] { return std::string("the link has not finished"); }, {}};
 }
 
 constexpr Command kLinkCommands[] = {

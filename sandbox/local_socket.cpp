@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <fcntl.h>
 #include <stdexcept>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -18,10 +19,26 @@ constexpr size_t kClientPathBuffer = 64;
     throw std::runtime_error(what + ": " + std::strerror(errno));
 }
 
+sockaddr_un address_of(const std::string &path) {
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    path.copy(address.sun_path, sizeof address.sun_path - 1);
+    return address;
+}
+
+// The mode of a file of that kind, whatever the umask is; another user's stays as it is. No link is followed.
+void set_mode(const std::string &path, mode_t kind, mode_t mode) {
+    const bri::Fd file(open(path.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
+    struct stat status {};
+    if (file.ok() && fstat(file.get(), &status) == 0 && (status.st_mode & S_IFMT) == kind)
+        static_cast<void>(chmod(("/proc/self/fd/" + std::to_string(file.get())).c_str(), mode));
+}
+
 void make_directory(const std::string &directory) {
+    constexpr mode_t like_tmp = 01777;
     if (mkdir(directory.c_str(), 0777) != 0 && errno != EEXIST)
         fail("cannot make " + directory);
-    chmod(directory.c_str(), 0777); // whatever the umask is; another user's directory stays as it is
+    set_mode(directory, S_IFDIR, like_tmp);
 }
 
 bool process_listens(const sockaddr *address, socklen_t length, int type) {
@@ -38,20 +55,36 @@ std::string socket_path(const std::string &tmpdir, const std::string &name) {
     return path;
 }
 
-int listen_at(const std::string &path, int type) {
+int listen_at(const std::string &path, int type, Access access) {
     make_directory(path.substr(0, path.rfind('/')));
-    sockaddr_un unix_address{};
-    unix_address.sun_family = AF_UNIX;
-    path.copy(unix_address.sun_path, sizeof unix_address.sun_path - 1);
+    const sockaddr_un unix_address = address_of(path);
     const auto *address = reinterpret_cast<const sockaddr *>(&unix_address);
     if (process_listens(address, sizeof unix_address, type))
         throw std::runtime_error("a server is already listening at " + path);
-    unlink(path.c_str());
+    remove_socket(path);
     bri::Fd fd(socket(AF_UNIX, type | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
-    if (!fd.ok() || bind(fd.get(), address, sizeof unix_address) != 0 || listen(fd.get(), SOMAXCONN) != 0)
+    const mode_t before = umask(access == Access::kOwner ? 0177 : 0);
+    const bool bound = fd.ok() && bind(fd.get(), address, sizeof unix_address) == 0;
+    const int error = errno;
+    umask(before);
+    errno = error;
+    if (!bound || listen(fd.get(), SOMAXCONN) != 0)
         fail("cannot listen at " + path);
-    chmod(path.c_str(), 0777);
     return fd.release();
+}
+
+int connect_to(const std::string &path) {
+    const sockaddr_un address = address_of(path);
+    bri::Fd fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    if (!fd.ok() || connect(fd.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0)
+        fail("no server at " + path);
+    return fd.release();
+}
+
+void remove_socket(const std::string &path) {
+    struct stat status {};
+    if (lstat(path.c_str(), &status) == 0 && S_ISSOCK(status.st_mode))
+        unlink(path.c_str());
 }
 
 } // namespace sandbox

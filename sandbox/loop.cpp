@@ -10,7 +10,7 @@ namespace {
 constexpr long long kMicroseconds = 1000000;
 
 void on_timer(evutil_socket_t, short, void *fire) {
-    (*static_cast<std::function<void()> *>(fire))();
+    (*static_cast<std::function<void()> *>(fire))(); // may destroy its own timer as the last thing it does
 }
 
 } // namespace
@@ -40,6 +40,16 @@ void Timer::start(Microseconds after) {
 
 void Timer::cancel() {
     event_del(event_.get());
+}
+
+void Later::after(Microseconds time, std::function<void()> act) {
+    const auto place = timers_.emplace(timers_.end(), loop_, [] {});
+    place->set([this, place, act = std::move(act)] {
+        std::list<Timer> ended; // lives until the timer's own function is through
+        ended.splice(ended.end(), timers_, place);
+        act();
+    });
+    place->start(time);
 }
 
 } // namespace sandbox

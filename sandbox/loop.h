@@ -7,6 +7,7 @@
 
 #include <chrono>
 #include <functional>
+#include <list>
 #include <memory>
 
 namespace sandbox {
@@ -50,6 +51,7 @@ class Timer {
     Timer(const Timer &) = delete;
     Timer &operator=(const Timer &) = delete;
 
+    void set(std::function<void()> fire) { fire_ = std::move(fire); }
     void start(Microseconds after);
     void cancel();
 
@@ -57,6 +59,17 @@ class Timer {
     Loop &loop_;
     std::function<void()> fire_;
     Event event_;
+};
+
+// Things to do later, each once.
+class Later {
+  public:
+    explicit Later(Loop &loop) : loop_(loop) {}
+    void after(Microseconds time, std::function<void()> act);
+
+  private:
+    Loop &loop_;
+    std::list<Timer> timers_;
 };
 
 } // namespace sandbox

@@ -1,8 +1,5 @@
-// bridge-sandbox: a bridge server for workstations.
-#include "sandbox/console.h"
-#include "sandbox/console_lines.h"
-#include "sandbox/kernel_main.h"
-#include "sandbox/output.h"
+// bridge-sandbox: a switch on a workstation.
+#include "sandbox/programs.h"
 
 #include <CLI/CLI.hpp>
 
@@ -10,90 +7,66 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <stdexcept>
-#include <string>
-#include <vector>
+#include <exception>
+
+namespace sandbox {
 
 namespace {
 
-using namespace sandbox;
-
-class Program {
-  public:
-    Program(const Options &options, const std::vector<std::string> &scripts)
-        : sandbox_(options), console_(sandbox_.trace, false) {
-        for (const int number : {SIGINT, SIGTERM})
-            end_on(number);
-        for (const std::string &path : scripts)
-            add_stream([this, path](const std::string &error) {
-                say("error in %s: %s", path.c_str(), error.c_str());
-                exit_code_ = EXIT_FAILURE;
-                sandbox_.end();
-                return false;
-            }).add_script(path);
-    }
-
-    int run() {
-        sandbox_.open();
-        say("listening at %s", sandbox_.bridge.server().path().c_str());
-        const StandardInput input(sandbox_.loop, add_stream([](const std::string &error) {
-                                      say("error: %s", error.c_str());
-                                      return true;
-                                  }));
-        sandbox_.loop.run();
-        return exit_code_;
-    }
-
-  private:
-    CommandStream &add_stream(std::function<bool(const std::string &)> failed) {
-        const auto answered = [](const Answer &answer) {
-            for (const std::string &line : answer.lines())
-                say("%s", line.c_str());
-        };
-        return streams_.emplace_back(sandbox_, StreamOwner{answered, std::move(failed)});
-    }
-    void end_on(int number) {
-        const auto end = [](evutil_socket_t, short, void *loop) { static_cast<Loop *>(loop)->end(); };
-        signals_.emplace_back(evsignal_new(sandbox_.loop.base(), number, end, &sandbox_.loop));
-        event_add(signals_.back().get(), nullptr);
-    }
-
-    Sandbox sandbox_;
-    ConsoleLines console_;
-    std::list<CommandStream> streams_;
-    std::list<Event> signals_;
-    int exit_code_ = EXIT_SUCCESS;
+constexpr struct {
+    const char *name;
+    int (*main)(int argc, char **argv);
+} kPrograms[] = {
+    {"ctl", control},
+    {"kernel", kernel_main},
+    {"run", run},
 };
+
+int start(int argc, char **argv) {
+    for (const auto &program : kPrograms)
+        if (argc > 1 && std::strcmp(argv[1], program.name) == 0)
+            return program.main(argc - 1, argv + 1);
+    return serve(argc, argv);
+}
+
+} // namespace
+
+std::string program_names() {
+    std::string names;
+    for (const auto &program : kPrograms)
+        names += (names.empty() ? "" : ", ") + std::string(program.name);
+    return names;
+}
+
+std::optional<int> parse_command_line(CLI::App &app, int argc, char **argv) {
+    try {
+        app.parse(argc, argv);
+        return std::nullopt;
+    } catch (const CLI::Success &help) {
+        return app.exit(help);
+    } catch (const CLI::ParseError &error) {
+        std::fprintf(stderr, "bridge-sandbox: %s\n", error.what());
+        return kBadUsage;
+    }
+}
 
 std::string environment(const char *name) {
     const char *value = std::getenv(name);
     return value != nullptr ? value : "";
 }
 
-} // namespace
+double environment_time_scale() {
+    const double scale = std::strtod(environment("QV_THREAD_TIME_SCALE").c_str(), nullptr);
+    return scale >= 1 && scale <= 1000 ? scale : 1;
+}
+
+} // namespace sandbox
 
 // NOLINTNEXTLINE(bugprone-exception-escape): out of memory before there is anything to say it with
 int main(int argc, char **argv) {
     std::signal(SIGPIPE, SIG_IGN);
     try {
-        if (argc > 1 && std::strcmp(argv[1], "kernel") == 0)
-            return kernel_main(argc - 1, argv + 1);
-        Options options;
-        std::vector<std::string> scripts;
-        options.tmpdir = environment("TMPDIR");
-        std::string role = "master";
-        CLI::App app("A bridge server for workstations: host daemons connect to it as they do on the switch. It takes "
-                     "commands on standard input (try help) and from scripts.");
-        app.add_option("--tmpdir", options.tmpdir, "Where clients look for the server; TMPDIR by default")
-            ->type_name("DIR");
-        app.add_option("--script", scripts, "Commands to run first; a failing one ends the server with status 1")
-            ->type_name("FILE");
-        app.add_option("--role", role, "The clients' role: master or slave")->check(CLI::IsMember({"master", "slave"}));
-        CLI11_PARSE(app, argc, argv);
-        options.slave = role == "slave";
-        if (options.tmpdir.empty())
-            throw std::runtime_error("TMPDIR is not set");
-        return Program(options, scripts).run();
+        return sandbox::start(argc, argv);
     } catch (const std::exception &error) {
         std::fprintf(stderr, "bridge-sandbox: %s\n", error.what());
         return EXIT_FAILURE;

@@ -1,6 +1,7 @@
 #include "sandbox/parse.h"
 
-#include <bridge/events.h>
+#include "wire/event.h"
+
 #include <bridge/port_db.h>
 #include <bridge/vlan_db.h>
 
@@ -10,40 +11,9 @@
 #include <cmath>
 #include <cstdlib>
 #include <iterator>
-#include <map>
 #include <stdexcept>
 
 namespace sandbox {
-
-namespace {
-
-constexpr uint32_t kEventTypes = 4096;
-
-// Names that one type alone has; what a whole group shares is its fallback text.
-std::map<std::string, uint32_t> unique_names() {
-    std::map<std::string, uint32_t> types;
-    std::map<std::string, unsigned> uses;
-    for (uint32_t type = 0; type < kEventTypes; ++type) {
-        const std::string name = bri_msg_type_name(type);
-        types[name] = type;
-        ++uses[name];
-    }
-    std::erase_if(types, [&](const auto &entry) { return uses[entry.first] != 1; });
-    return types;
-}
-
-const std::map<std::string, uint32_t> &names() {
-    static const std::map<std::string, uint32_t> all = unique_names();
-    return all;
-}
-
-} // namespace
-
-std::string event_text(uint32_t type) {
-    const std::string name = bri_msg_type_name(type);
-    const std::string number = std::to_string(type);
-    return names().count(name) != 0 ? name + "(" + number + ")" : number;
-}
 
 uint32_t parse_number(const std::string &text, uint32_t most) {
     char *end = nullptr;
@@ -82,13 +52,13 @@ Microseconds parse_seconds(const std::string &text) {
     return Microseconds(std::llround(seconds * 1e6));
 }
 
+std::string event_text(uint32_t type) {
+    const std::string number = std::to_string(type);
+    return wire::find_event(type) != nullptr ? wire::event_name(type) + "(" + number + ")" : number;
+}
+
 uint32_t parse_event(const std::string &text) {
-    const auto found = names().find(text);
-    if (found != names().end())
-        return found->second;
-    if (text.empty() || std::isdigit(static_cast<unsigned char>(text[0])) == 0)
-        throw std::invalid_argument("no such event: " + text);
-    return parse_number(text);
+    return wire::parse_event(text);
 }
 
 } // namespace sandbox

@@ -18,6 +18,8 @@ struct Request {
     // Does it. Throws std::invalid_argument with the reason when the switch refuses.
     void (*take)(Bridge &bridge, const Connection &client, Bytes payload);
     bool echoed = false; // also comes back, as it stands, as the event of its number
+    // What the switch answers when it refuses, by itself or by a rule; null for silence.
+    void (*refused)(Bridge &bridge, const Connection &client, Bytes payload) = nullptr;
 };
 
 using Requests = std::span<const Request>;

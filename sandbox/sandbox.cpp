@@ -14,14 +14,14 @@ bool asks_for_help(const Words &line) {
 } // namespace
 
 void Sandbox::open() {
-    bridge.server().listen();
     bridge.kernel().open();
-    Vlans::open(); // not before this is the only server
+    Vlans::open();
 }
 
 std::span<const Family> all_commands() {
-    static const Family families[] = {core_commands(), client_commands(), wait_commands(), port_commands(),
-                                      link_commands(), vlan_commands(),   mac_commands(),  topology_commands()};
+    static const Family families[] = {core_commands(), client_commands(),   wait_commands(),
+                                      port_commands(), link_commands(),     vlan_commands(),
+                                      mac_commands(),  topology_commands(), rule_commands()};
     return families;
 }
 

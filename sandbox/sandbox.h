@@ -7,7 +7,7 @@
 #include "sandbox/trace.h"
 #include "sandbox/traffic.h"
 
-#include <functional>
+#include <map>
 #include <random>
 #include <string>
 
@@ -23,9 +23,9 @@ struct Options {
 struct Sandbox {
     explicit Sandbox(const Options &options)
         : loop(options.time_scale), trace(loop), random(options.seed),
-          bridge(loop, options.tmpdir, trace, options.slave), traffic(loop, bridge.addresses()) {}
+          bridge(loop, options.tmpdir, trace, rules, options.slave), traffic(loop, bridge.addresses()) {}
 
-    // Takes the place of a server that has died, and maps the tables. Throws std::runtime_error.
+    // The kernel and the tables; not before the server listens, and so is the only one. Throws std::runtime_error.
     void open();
     // No more commands are run, and the loop ends.
     void end() {
@@ -34,9 +34,11 @@ struct Sandbox {
     }
 
     bool ending = false;
+    std::map<std::string, uint64_t> marks; // names for places in the trace
     Loop loop;
     Trace trace;
     std::mt19937_64 random; // all randomness comes from here
+    Rules rules;
     Bridge bridge;
     Traffic traffic;
 };
@@ -45,6 +47,7 @@ struct Sandbox {
 Family core_commands();     // core_commands.cpp
 Family client_commands();   // client_commands.cpp
 Family wait_commands();     // wait_commands.cpp
+Family rule_commands();     // rule_commands.cpp
 Family port_commands();     // vlan_commands.cpp
 Family link_commands();     // link_commands.cpp
 Family vlan_commands();     // the same

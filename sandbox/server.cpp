@@ -23,7 +23,7 @@ Server::Server(Loop &loop, const std::string &tmpdir, Trace &trace, ConnectionOw
 
 Server::~Server() {
     if (listener_ != nullptr)
-        unlink(path_.c_str());
+        remove_socket(path_);
 }
 
 void Server::listen() {
@@ -37,7 +37,7 @@ void Server::listen() {
 void Server::restart(Microseconds pause) {
     drop(Target());
     listener_.reset();
-    unlink(path_.c_str());
+    remove_socket(path_);
     listen_again_.start(pause);
 }
 

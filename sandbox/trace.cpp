@@ -1,6 +1,8 @@
 #include "sandbox/trace.h"
 
 #include "sandbox/parse.h"
+#include "wire/json.h"
+#include "wire/text.h"
 
 #include <utility>
 
@@ -24,6 +26,17 @@ std::string receivers_of(const Record &record) {
 }
 
 constexpr const char *kKinds[] = {"note", "request", "refusal", "event"}; // by Kind
+
+// Cut for people, who find the rest in a trace file.
+std::string fields_text(const Record &record) {
+    constexpr size_t longest = 200;
+    if (size_of(record) == 0)
+        return "";
+    std::string text = wire::text_of(wire::payload_of(record.type, direction_of(record.kind)), *record.payload);
+    if (text.size() > longest)
+        text.replace(longest, std::string::npos, " ...");
+    return ": " + text;
+}
 
 } // namespace
 
@@ -50,13 +63,8 @@ void Trace::add(Record record) {
         history_bytes_ -= size_of(history_.front());
         history_.pop_front();
     }
-    ++depth_;
-    const Record &known = history_.back(); // stays where it is, also when a reader adds more
-    for (const auto &reader : readers_)
-        if (*reader)
-            (*reader)(known);
-    if (--depth_ == 0)
-        readers_.remove_if([](const auto &reader) { return !*reader; });
+    records(history_.back()); // stays where it is, also when a reader adds more
+    changed();
 }
 
 void Trace::note(std::string text, std::vector<Client> clients) {
@@ -66,22 +74,20 @@ void Trace::note(std::string text, std::vector<Client> clients) {
     add(std::move(record));
 }
 
-Trace::Subscription Trace::subscribe(Reader reader) {
-    const auto held = std::make_shared<Reader>(std::move(reader));
-    readers_.push_back(held);
-    return {nullptr, [held](void *) { *held = nullptr; }};
+wire::Direction direction_of(Kind kind) {
+    return kind == Kind::kEvent ? wire::Direction::kToClient : wire::Direction::kToServer;
 }
 
 std::string record_text(const Record &record) {
-    const std::string bytes = ", " + std::to_string(size_of(record)) + " bytes";
+    const std::string message = event_text(record.type) + ", " + std::to_string(size_of(record)) + " bytes";
     const std::string result = record.result.empty() ? "" : ", " + record.result;
     switch (record.kind) {
     case Kind::kRequest:
-        return escaped(sender_of(record) + ": sent " + event_text(record.type) + bytes + result);
+        return escaped(sender_of(record) + ": sent " + message + result + fields_text(record));
     case Kind::kRefusal:
         return escaped(sender_of(record) + ": " + event_text(record.type) + " ignored" + result);
     case Kind::kEvent:
-        return escaped("event " + event_text(record.type) + " to " + receivers_of(record) + bytes + result);
+        return escaped("event " + message + ", to " + receivers_of(record) + result + fields_text(record));
     case Kind::kNote:
         break;
     }
@@ -89,21 +95,22 @@ std::string record_text(const Record &record) {
 }
 
 Fields record_json(const Record &record) {
-    Fields json = {{"number", record.number},
-                   {"time", static_cast<double>(record.time.count()) / 1e6},
-                   {"kind", kKinds[static_cast<size_t>(record.kind)]}};
     Fields clients = Fields::array();
     for (const Client &client : record.clients)
         clients.push_back(client->name.empty() ? std::to_string(client->id) : client->name);
-    json["clients"] = clients;
+    Fields json = {{"number", record.number},
+                   {"time", static_cast<double>(record.time.count()) / 1e6},
+                   {"kind", kKinds[static_cast<size_t>(record.kind)]},
+                   {"clients", clients}};
     if (record.kind == Kind::kNote) {
         json["note"] = record.note;
         return json;
     }
-    json["type"] = record.type;
-    json["event"] = event_text(record.type);
-    json["payload"] = record.payload != nullptr ? to_hex({record.payload->data(), record.payload->size()}) : "";
-    json["result"] = record.result;
+    json["type"] = wire::event_name(record.type);
+    if (size_of(record) != 0)
+        json["fields"] = wire::json_of(wire::payload_of(record.type, direction_of(record.kind)), *record.payload);
+    if (!record.result.empty())
+        json["result"] = record.result;
     return json;
 }
 

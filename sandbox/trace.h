@@ -5,6 +5,7 @@
 #include "sandbox/answer.h"
 #include "sandbox/batch.h"
 #include "sandbox/loop.h"
+#include "wire/event.h"
 
 #include <cstdint>
 #include <deque>
@@ -47,6 +48,31 @@ struct Record {
     Microseconds time{};
 };
 
+// Calls everybody who has subscribed, also when some of them go or come meanwhile.
+template <class... Arguments> class Signal {
+  public:
+    using Reader = std::function<void(Arguments...)>;
+
+    // Until what it gives is gone.
+    [[nodiscard]] std::shared_ptr<void> subscribe(Reader reader) {
+        const auto held = std::make_shared<Reader>(std::move(reader));
+        readers_.push_back(held);
+        return {nullptr, [held](void *) { *held = nullptr; }};
+    }
+    void operator()(Arguments... arguments) {
+        ++depth_;
+        for (const auto &reader : readers_)
+            if (*reader)
+                (*reader)(arguments...);
+        if (--depth_ == 0)
+            readers_.remove_if([](const auto &reader) { return !*reader; });
+    }
+
+  private:
+    std::list<std::shared_ptr<Reader>> readers_; // empty ones are gone and wait for their removal
+    unsigned depth_ = 0;                         // of calls inside of calls
+};
+
 class Trace {
   public:
     explicit Trace(const Loop &loop) : loop_(loop) {}
@@ -54,11 +80,11 @@ class Trace {
     void add(Record record);
     void note(std::string text, std::vector<Client> clients = {});
 
-    // Calls the reader for every record from now on, until the subscription is gone. Readers run inside of what they
-    // read about: they take note and act later.
-    using Reader = std::function<void(const Record &)>;
+    // Every record. Readers run inside of what they read about: they take note and act later.
     using Subscription = std::shared_ptr<void>;
-    [[nodiscard]] Subscription subscribe(Reader reader);
+    Signal<const Record &> records;
+    // After every record, and by whoever changes something that others may wait for and leaves no record.
+    Signal<> changed;
 
     // The last ones, oldest first: 4096 records or 4 MiB of payload, whichever is less.
     [[nodiscard]] const std::deque<Record> &history() const { return history_; }
@@ -67,12 +93,13 @@ class Trace {
 
   private:
     const Loop &loop_;
-    std::list<std::shared_ptr<Reader>> readers_; // empty ones are gone and wait for their removal
-    unsigned depth_ = 0;                         // of add inside of add
     std::deque<Record> history_;
     size_t history_bytes_ = 0;
     uint64_t last_ = 0;
 };
+
+// The way that messages of a kind take.
+wire::Direction direction_of(Kind kind);
 
 // A record as a line for people, and as JSON.
 std::string record_text(const Record &record);

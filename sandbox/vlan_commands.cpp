@@ -1,6 +1,7 @@
 // The commands about ports and VLANs.
 #include "sandbox/parse.h"
 #include "sandbox/sandbox.h"
+#include "sandbox/values.h"
 #include "wire/own.h"
 
 #include <bridge/events.h>
@@ -14,7 +15,9 @@ namespace {
 
 // For the clients' answers: the questions before it have their own bounds.
 constexpr Microseconds kLongEnough = std::chrono::hours(1);
-constexpr const char *kInVain = "waited in vain for the clients' answers";
+std::string no_answer() {
+    return "waited in vain for the clients' answers";
+}
 
 template <void (Ports::*Change)(uint32_t ifx, const vlanset &vlans)>
 Outcome change_port(Sandbox &sandbox, const Call &call) {
@@ -68,7 +71,7 @@ Outcome create_vlans(Sandbox &sandbox, const Call &call) {
                                   });
     return Wait{[creation] { return creation->settled ? std::optional(answer_of(*creation)) : std::nullopt; },
                 kLongEnough,
-                kInVain,
+                no_answer,
                 {}};
 }
 
@@ -110,7 +113,7 @@ Outcome set_port_mode(Sandbox &sandbox, const Call &call) {
             throw std::runtime_error(line + ": " + decision->refusal);
         return decision->settled ? std::optional(Answer().say("{command}: done", {{"command", line}})) : std::nullopt;
     };
-    return Wait{done, kLongEnough, kInVain, {}};
+    return Wait{done, kLongEnough, no_answer, {}};
 }
 
 Outcome delete_vlans(Sandbox &sandbox, const Call &call) {
@@ -166,6 +169,27 @@ constexpr Command kVlanCommands[] = {
     {"vlan show", "", "the VLANs", show_vlans},
 };
 
+// The element of a show command's list whose field is the key.
+Fields element(const Answer &answer, const char *list, const char *field, uint32_t key) {
+    for (const Fields &object : answer.json()[list])
+        if (object[field] == key)
+            return object;
+    return nullptr;
+}
+
+Fields port_value(Sandbox &, const Words &keys) {
+    return element(Ports::show(), "ports", "ifx", parse_ifx(keys[0]));
+}
+
+Fields vlan_value(Sandbox &, const Words &keys) {
+    return element(Vlans::show(), "vlans", "vid", parse_vid(keys[0]));
+}
+
+constexpr Value kValues[] = {
+    {"port", "IFX", port_value},
+    {"vlan", "VID", vlan_value},
+};
+
 } // namespace
 
 Family port_commands() {
@@ -174,6 +198,10 @@ Family port_commands() {
 
 Family vlan_commands() {
     return kVlanCommands;
+}
+
+Values vlan_values() {
+    return kValues;
 }
 
 } // namespace sandbox

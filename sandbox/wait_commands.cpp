@@ -1,61 +1,202 @@
-// The commands that wait.
+// The commands that wait: for messages in the trace, for values of the switch, for time.
 #include "sandbox/parse.h"
+#include "sandbox/pattern.h"
 #include "sandbox/sandbox.h"
+#include "sandbox/values.h"
 
+#include <algorithm>
 #include <memory>
 #include <stdexcept>
+#include <variant>
 
 namespace sandbox {
 
 namespace {
 
-constexpr Microseconds kPatience{10000000}; // unless a command says otherwise
+constexpr Microseconds kPatience{10000000}; // of the wall's clock, unless a command says otherwise
 
-std::optional<Answer> not_yet() {
-    return std::nullopt;
+constexpr struct {
+    const char *word;
+    Kind kind;
+} kKinds[] = {{"event", Kind::kEvent}, {"request", Kind::kRequest}, {"refusal", Kind::kRefusal}};
+
+// One thing that may happen, or be so.
+class Condition {
+  public:
+    Condition(const Words &words, size_t &next) : text_(read(words, next)) {}
+
+    [[nodiscard]] const std::string &text() const { return text_; }
+    [[nodiscard]] const MessagePattern *message() const { return std::get_if<MessagePattern>(&*what_); }
+    [[nodiscard]] const ValueCondition &value() const { return std::get<ValueCondition>(*what_); }
+
+    // The first record behind `after` that meets it, for which that becomes its number; a value is met or not.
+    std::optional<Answer> met(Sandbox &sandbox, uint64_t &after) const {
+        if (message() == nullptr)
+            return value().holds(sandbox) ? std::optional(Answer().say("{condition}", {{"condition", text_}}))
+                                          : std::nullopt;
+        const std::deque<Record> &history = sandbox.trace.history();
+        const auto behind = std::partition_point(history.begin(), history.end(),
+                                                 [&](const Record &record) { return record.number <= after; });
+        const auto found =
+            std::find_if(behind, history.end(), [&](const Record &record) { return message()->matches(record); });
+        after = found == history.end() ? std::max(after, sandbox.trace.last()) : found->number;
+        return found == history.end() ? std::nullopt
+                                      : std::optional(Answer().line(record_text(*found), record_json(*found)));
+    }
+
+  private:
+    std::string read(const Words &words, size_t &next) {
+        const size_t begin = next;
+        const std::string word = next < words.size() ? words[next] : "";
+        const auto *const kind =
+            std::find_if(std::begin(kKinds), std::end(kKinds), [&](const auto &row) { return word == row.word; });
+        if (kind != std::end(kKinds))
+            what_.emplace(MessagePattern(kind->kind, words, ++next));
+        else if (ValueCondition::begins(word))
+            what_.emplace(ValueCondition(words, next));
+        else
+            throw std::invalid_argument("no such condition: " + word + " (try help wait)");
+        std::string text;
+        for (size_t i = begin; i < next; ++i)
+            text += (i == begin ? "" : " ") + words[i];
+        return text;
+    }
+
+    std::optional<std::variant<MessagePattern, ValueCondition>> what_;
+    std::string text_; // behind what_, which reading it makes
+};
+
+// The words behind the conditions: "since MARK", "within T".
+struct Bounds {
+    uint64_t since;
+    Microseconds limit;
+};
+
+Bounds take_bounds(const Sandbox &sandbox, const Call &call, size_t next) {
+    Bounds bounds{call.session.begin, Microseconds(std::llround(kPatience.count() * sandbox.loop.scale()))};
+    for (; next + 1 < call.words.size(); next += 2) {
+        const std::string &word = call.words[next];
+        const std::string &operand = call.words[next + 1];
+        if (word == "within") {
+            bounds.limit = parse_seconds(operand);
+        } else if (word == "since") {
+            const auto mark = sandbox.marks.find(operand);
+            if (mark == sandbox.marks.end())
+                throw std::invalid_argument("no such mark: " + operand);
+            bounds.since = mark->second;
+        } else
+            break;
+    }
+    if (next != call.words.size())
+        throw std::invalid_argument("not understood: " + call.rest(next));
+    return bounds;
 }
 
-Microseconds limit_of(const Call &call, size_t index) {
-    return call.words.size() > index ? parse_seconds(call.words[index]) : kPatience;
+std::string in_vain(Sandbox &sandbox, const Condition &condition) {
+    return "waited in vain for " + condition.text() +
+           (condition.message() == nullptr ? ": " + condition.value().now(sandbox) : "");
+}
+
+// Each record is used up by the wait that it ends: the next wait for the same takes the next one.
+Outcome wait_for(Sandbox &sandbox, const Call &call) {
+    size_t next = 0;
+    const auto condition = std::make_shared<Condition>(call.words, next);
+    const Bounds bounds = take_bounds(sandbox, call, next);
+    uint64_t &matched = call.session.matched[condition->text()];
+    auto after = std::make_shared<uint64_t>(std::max(matched, bounds.since));
+    const auto done = [&sandbox, condition, after, &matched] {
+        std::optional<Answer> answer = condition->met(sandbox, *after);
+        if (answer)
+            matched = *after;
+        return answer;
+    };
+    return Wait{done, bounds.limit, [&sandbox, condition] { return in_vain(sandbox, *condition); }, {}};
+}
+
+// From now on.
+Outcome never(Sandbox &sandbox, const Call &call) {
+    size_t next = 0;
+    const auto condition = std::make_shared<Condition>(call.words, next);
+    if (next + 2 != call.words.size() || call.words[next] != "for")
+        throw std::invalid_argument("never " + condition->text() + " for how long?");
+    auto after = std::make_shared<uint64_t>(sandbox.trace.last());
+    const auto done = [&sandbox, condition, after]() -> std::optional<Answer> {
+        if (const std::optional<Answer> answer = condition->met(sandbox, *after))
+            throw std::runtime_error("it happened: " + answer->lines()[0]);
+        return std::nullopt;
+    };
+    return Wait{done,
+                parse_seconds(call.words[next + 1]),
+                {},
+                Answer().say("never {condition}", {{"condition", condition->text()}})};
+}
+
+// The conditions of "A then B then C", and how far they have been met.
+struct Sequence {
+    std::vector<Condition> conditions;
+    size_t met = 0;
+    uint64_t after = 0;
+    Answer answer;
+};
+
+Outcome expect(Sandbox &sandbox, const Call &call) {
+    const auto sequence = std::make_shared<Sequence>();
+    size_t next = 0;
+    do
+        sequence->conditions.emplace_back(call.words, next);
+    while (next < call.words.size() && call.words[next] == "then" && ++next);
+    const Bounds bounds = take_bounds(sandbox, call, next);
+    uint64_t &matched = call.session.matched["expect"];
+    sequence->after = std::max(matched, bounds.since);
+    const auto done = [&sandbox, sequence, &matched]() -> std::optional<Answer> {
+        for (; sequence->met < sequence->conditions.size(); ++sequence->met) {
+            const std::optional<Answer> answer = sequence->conditions[sequence->met].met(sandbox, sequence->after);
+            if (!answer)
+                return std::nullopt;
+            sequence->answer.begin("expected").row("expected", answer->lines()[0], answer->json());
+        }
+        matched = sequence->after;
+        return sequence->answer;
+    };
+    return Wait{
+        done, bounds.limit, [&sandbox, sequence] { return in_vain(sandbox, sequence->conditions[sequence->met]); }, {}};
+}
+
+// What has happened so far does not count any more, or has that name for "since".
+Outcome mark(Sandbox &sandbox, const Call &call) {
+    if (call.words.empty())
+        call.session.begin = sandbox.trace.last();
+    else
+        sandbox.marks[call.words[0]] = sandbox.trace.last();
+    return Answer().say("mark: {number}", {{"number", sandbox.trace.last()}});
 }
 
 Outcome sleep(Sandbox &, const Call &call) {
-    return Wait{not_yet, parse_seconds(call.words[0]), "", Answer().say("slept")};
+    return Wait{[] { return std::optional<Answer>(); }, parse_seconds(call.words[0]), {}, Answer().say("slept")};
 }
 
+// The shorter ways to say two of the waits.
+Outcome wait_as(Sandbox &sandbox, const Call &call, Words condition) {
+    if (call.words.size() > 1)
+        condition.insert(condition.end(), {"within", call.words[1]});
+    return wait_for(sandbox, {call.command, condition, call.session});
+}
 Outcome wait_clients(Sandbox &sandbox, const Call &call) {
-    const uint32_t wanted = parse_number(call.words[0]);
-    const auto done = [&sandbox, wanted]() -> std::optional<Answer> {
-        if (sandbox.bridge.server().registered() != wanted)
-            return std::nullopt;
-        return Answer().say("registered clients: {clients}", {{"clients", wanted}});
-    };
-    return Wait{done, limit_of(call, 1), "waited in vain for " + call.words[0] + " registered clients", {}};
+    return wait_as(sandbox, call, {"clients", "registered", "is", call.words[0]});
 }
-
-// The first request of that type behind the one that the last such wait of the session has used up.
-std::optional<Answer> next_request(const Trace &trace, uint32_t type, uint64_t &matched) {
-    for (const Record &record : trace.history())
-        if (record.number > matched && record.kind == Kind::kRequest && record.type == type) {
-            matched = record.number;
-            return Answer().say("{record}", {{"record", record_text(record)}});
-        }
-    return std::nullopt;
-}
-
 Outcome wait_event(Sandbox &sandbox, const Call &call) {
-    const uint32_t type = parse_event(call.words[0]);
-    uint64_t &matched = call.session.matched["request " + std::to_string(type)];
-    return Wait{[&sandbox, type, &matched] { return next_request(sandbox.trace, type, matched); },
-                limit_of(call, 1),
-                "waited in vain for a message " + event_text(type),
-                {}};
+    return wait_as(sandbox, call, {"request", call.words[0]});
 }
 
 constexpr Command kCommands[] = {
+    {"wait", "CONDITION... [since MARK] [within SECONDS]", "until it happens or is so; 10 seconds at most by default",
+     wait_for},
+    {"never", "CONDITION... for SECONDS", "fails as soon as it happens or is so", never},
+    {"expect", "CONDITION... [then CONDITION...] [since MARK] [within SECONDS]", "what happens in this order", expect},
+    {"mark", "[NAME]", "waits look behind this place only, or \"since NAME\" does", mark},
     {"sleep", "SECONDS", "let time pass", sleep},
-    {"wait-event", "TYPE [SECONDS]", "wait for the next message of that type from a client", wait_event},
-    {"wait-clients", "N [SECONDS]", "wait until N clients are registered", wait_clients},
+    {"wait-event", "TYPE [SECONDS]", "wait request TYPE", wait_event},
+    {"wait-clients", "N [SECONDS]", "wait clients registered is N", wait_clients},
 };
 
 } // namespace

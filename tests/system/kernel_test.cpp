@@ -248,8 +248,8 @@ TEST_F(SandboxKernel, vlan_entry_with_the_longest_mask_wins) {
     wide.entry.mask[5] = 0;
     client.send({{MVLAN_EVENT_NOTIFY_ENTRY, test::bytes_of(wide)},
                  {MVLAN_EVENT_NOTIFY_ENTRY, test::bytes_of(host_vlan(0, 9, 30))}});
-    EXPECT_TRUE(sandbox.shows("sent 515, 28 bytes"));
-    EXPECT_TRUE(sandbox.shows("sent 515, 28 bytes"));
+    EXPECT_TRUE(sandbox.shows("sent MVLAN_EVENT_NOTIFY_ENTRY(515), 28 bytes"));
+    EXPECT_TRUE(sandbox.shows("sent MVLAN_EVENT_NOTIFY_ENTRY(515), 28 bytes"));
     const Channel channel(kernel_address());
     EXPECT_EQ(channel.ask_for(MVLAN_EVENT_NOTIFY_ENTRY, host_vlan(2, 9, 0)).entry.vlan, 30U);
     EXPECT_EQ(channel.ask_for(MVLAN_EVENT_NOTIFY_ENTRY, host_vlan(2, 8, 0)).entry.vlan, 20U);

@@ -1,0 +1,38 @@
+// The control socket: commands from other processes, one answer each.
+//
+// A request is a line: "text" or "json", a blank, the command. Its answer is a line "ok" or "error", a blank and a
+// number of bytes, and then as many bytes: the answer's lines, or its JSON object; of an error the reason as one line,
+// or as
+// {"error": ...}. A connection's commands run in order, and share what a stream of commands remembers.
+#pragma once
+
+#include "sandbox/console.h"
+
+#include <list>
+#include <memory>
+#include <string>
+
+namespace sandbox {
+
+class Control {
+  public:
+    // At TMPDIR/bridge/.control, for this user alone. Throws std::runtime_error.
+    Control(Sandbox &sandbox, const std::string &tmpdir);
+    ~Control();
+    Control(const Control &) = delete;
+    Control &operator=(const Control &) = delete;
+
+    void listen();
+
+  private:
+    class Peer;
+
+    void accept(evutil_socket_t descriptor);
+
+    Sandbox &sandbox_;
+    std::string path_;
+    Listener listener_;
+    std::list<std::unique_ptr<Peer>> peers_;
+};
+
+} // namespace sandbox
