@@ -17,6 +17,7 @@ struct qv_thread_master {
     bool running;
     bool stopped; // asked for, not yet obeyed by a run
     bool trace;
+    double time_scale;
 };
 
 struct qv_thread {
@@ -110,6 +111,15 @@ qv_thread *add(qv_thread_master *master, qv_thread_func func, void *arg, const T
     return thread;
 }
 
+// How long that takes by a clock that runs so many times as fast as the wall's.
+timeval scaled(long seconds, long microseconds, double scale) {
+    const double wall = (static_cast<double>(seconds) + static_cast<double>(microseconds) / kMicroseconds) / scale;
+    timeval time{};
+    time.tv_sec = static_cast<long>(wall);
+    time.tv_usec = static_cast<long>((wall - static_cast<double>(time.tv_sec)) * kMicroseconds);
+    return time;
+}
+
 qv_thread *add_timer(qv_thread_master *master, qv_thread_func func, void *arg, long seconds, long microseconds,
                      const char *name) {
     if (seconds < 0 || microseconds < 0 || microseconds >= kMicroseconds)
@@ -117,6 +127,8 @@ qv_thread *add_timer(qv_thread_master *master, qv_thread_func func, void *arg, l
     timeval after{};
     after.tv_sec = seconds < kLongestTimer ? seconds : kLongestTimer;
     after.tv_usec = microseconds;
+    if (master != nullptr && master->time_scale != 1)
+        after = scaled(after.tv_sec, after.tv_usec, master->time_scale);
     return add(master, func, arg, {"timer", -1, EV_TIMEOUT, &after}, name);
 }
 
@@ -136,6 +148,13 @@ event_base *make_base() {
 bool tracing() {
     const char *value = std::getenv("QV_THREAD_TRACE");
     return value != nullptr && value[0] == '1';
+}
+
+// A test's time may pass faster than the wall's.
+double time_scale() {
+    const char *value = std::getenv("QV_THREAD_TIME_SCALE");
+    const double scale = value != nullptr ? std::strtod(value, nullptr) : 1;
+    return scale >= 1 && scale <= 1000 ? scale : 1;
 }
 
 } // namespace
@@ -182,6 +201,7 @@ qv_thread_master *qv_thread_master_create(void) {
     master->base = base;
     list::init(master->jobs);
     master->trace = tracing();
+    master->time_scale = time_scale();
     return master;
 }
 

@@ -6,7 +6,8 @@
  * once the job ran or was cancelled. All calls are made from the loop's thread.
  *
  * The name is copied. With QV_THREAD_TRACE set to 1 in the environment when the loop is made, every job that is added,
- * run or cancelled is told on standard error with its name.
+ * run or cancelled is told on standard error with its name. With QV_THREAD_TIME_SCALE set to a number from 1 to 1000
+ * then, timers take that many times less than they say: a test of what takes a second need not take one.
  */
 #ifndef QV_THREAD_H
 #define QV_THREAD_H

@@ -394,4 +394,32 @@ TEST_F(TraceTest, trace_is_off_without_it) {
     EXPECT_EQ(stderr_of(story).find("qv-thread:"), std::string::npos);
 }
 
+// Milliseconds until a timer of 2 seconds has run.
+long two_seconds(const char *scale) {
+    setenv("QV_THREAD_TIME_SCALE", scale, 1);
+    qv_thread_master *loop = qv_thread_master_create();
+    unsetenv("QV_THREAD_TIME_SCALE");
+    const auto stop = [](void *master) {
+        qv_thread_master_stop(static_cast<qv_thread_master *>(master));
+        return 0;
+    };
+    const auto begin = Clock::now();
+    qv_thread_add_timer_withname(loop, stop, loop, 2, "two-seconds");
+    qv_thread_master_run(loop);
+    qv_thread_master_destroy(loop);
+    return std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - begin).count();
+}
+
+TEST(TimeScale, makes_timers_that_many_times_as_fast) {
+    const long fast = two_seconds("40");
+    EXPECT_GE(fast, 50);
+    EXPECT_LT(fast, 1900); // on a machine with other things to do
+}
+
+TEST(TimeScale, that_is_no_number_from_1_to_1000_is_not_obeyed) {
+    EXPECT_GE(two_seconds("0.5"), 2000);
+    EXPECT_LT(two_seconds("-1"), 3900);
+    EXPECT_GE(two_seconds("fast"), 2000);
+}
+
 } // namespace
