@@ -182,7 +182,7 @@ Outcome wait_as(Sandbox &sandbox, const Call &call, Words condition) {
     return wait_for(sandbox, {call.command, condition, call.session});
 }
 Outcome wait_clients(Sandbox &sandbox, const Call &call) {
-    return wait_as(sandbox, call, {"clients", "registered", "is", call.words[0]});
+    return wait_as(sandbox, call, {"clients", "registered", "is", std::to_string(parse_number(call.words[0]))});
 }
 Outcome wait_event(Sandbox &sandbox, const Call &call) {
     return wait_as(sandbox, call, {"request", call.words[0]});

@@ -251,7 +251,7 @@ TEST_F(Sandbox, bad_commands_are_told_and_nothing_else_happens) {
         {"event", "error: usage: event [@CLIENT] TYPE [HEX...]"},
         {"event @x", "error: which event?"},
         {"event NO_EVENT", "error: no such event: NO_EVENT"},
-        {"event 99999999999", "error: not a number up to 4294967295: 99999999999"},
+        {"event 99999999999", "error: no such event: 99999999999"},
         {"event 387 0", "error: not hexadecimal bytes: 0"},
         {"event 387 0g", "error: not hexadecimal bytes: 0g"},
         {"raw", "error: usage: raw [@CLIENT] HEX..."},
