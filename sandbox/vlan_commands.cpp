@@ -97,7 +97,7 @@ Outcome set_port_mode(Sandbox &sandbox, const Call &call) {
     const auto decision = std::make_shared<Decision>();
     sandbox.bridge.vlans().prejudge().ask(
         [ifx, mode] {
-            const Bytes bytes = bytes_of(wire::swport_prejudge_request{ifx, mode});
+            const Bytes bytes = sandbox::bytes_of(wire::swport_prejudge_request{ifx, mode});
             return Message{RESEARCH_EVENT_SWPORT_PREJUDGE, {bytes.data, bytes.data + bytes.size}};
         },
         [&sandbox, &ports, ifx, mode, line, decision](std::string refusal) {
