@@ -72,6 +72,21 @@ TEST_F(NetlinkRead, the_hook_may_change_the_channel) {
     EXPECT_EQ(loop().run_readable(), 0);
 }
 
+// The hook is host code as a handler is.
+TEST_F(NetlinkRead, a_hook_that_resets_the_connection_is_followed_by_one_reconnect) {
+    up();
+    ASSERT_EQ(bridge_client_thread_event(BRI_CLNT_EVT_READ), 0);
+    in_dispatch = [](uint8_t *) {
+        bridge_client_connect_reset();
+        bridge_client_connect_reset();
+        EXPECT_EQ(loop().count("bri-reconn"), 0);
+    };
+    kernel.deliver(fd(), netlink_message(kernel.family, 3, netlink_attr(0, {1})));
+    EXPECT_EQ(loop().run("bri-ef-read"), 0);
+    EXPECT_EQ(loop().count("bri-reconn"), 1);
+    EXPECT_EQ(read_jobs(), 1);
+}
+
 TEST_F(NetlinkRead, drops_a_message_and_waits_for_the_next) {
     up();
     kernel.deliver(fd(), netlink_message(kernel.family, 3, netlink_attr(0, Packet(100, 7))));
