@@ -4,6 +4,7 @@
 #include "tests/support/children.h"
 
 #include <bridge/protocol_registry.h>
+#include <bridge/vlan_group.h>
 
 #include <thread>
 
@@ -92,6 +93,31 @@ TEST_F(AnyThread, claims_port_functions_beside_others) {
     faults::fail("semop", 1, EINTR, 1 << 30); // the lock would keep them apart
     expect_flips_hold([](int bit, bool on) { swport_set_attr_exclude(kPort, 1U << bit, on ? 1 : 0, 0, nullptr); },
                       [] { return __atomic_load_n(&swport_get_spcb(kPort)->attr_exclude, __ATOMIC_RELAXED); });
+}
+
+// The count of a group is that of its bits, whoever changed them last.
+TEST_F(AnyThread, changes_members_of_a_group_beside_others) {
+    constexpr uint8_t kGroup = 9;
+    ASSERT_EQ(vlan_group_shm_init(), 1);
+    ASSERT_EQ(vlan_group_creat_entry(kGroup), 1);
+    uint32_t arrived = 0;
+    in_threads([&](uint32_t index) {
+        meet(arrived, kThreads);
+        for (int round = 0; round < scaled(160000); ++round) {
+            vlanset wanted{};
+            vlanset added{};
+            vlanset removed{};
+            uint8_t added_count = 0;
+            uint8_t removed_count = 0;
+            wanted.words[1 + index] = round % 2 == 0 ? 0xFFFF0000U : 0x000000FFU;
+            vlan_group_set_member_vlan(kGroup, &wanted, &added, &removed, &added_count, &removed_count);
+        }
+    });
+    const vlan_group_entry &left = *vlan_group_get_entry(kGroup);
+    unsigned members = 0;
+    for (const uint32_t word : left.members.words)
+        members += static_cast<unsigned>(__builtin_popcount(word));
+    EXPECT_EQ(left.member_count, members);
 }
 
 TEST_F(AnyThread, counts_users_of_a_vlan_beside_others) {
