@@ -17,6 +17,7 @@ constexpr struct {
     const char *name;
     int (*main)(int argc, char **argv);
 } kPrograms[] = {
+    {"clean", clean},
     {"ctl", control},
     {"kernel", kernel_main},
     {"run", run},

@@ -16,6 +16,7 @@ inline constexpr int kBadUsage = 64; // exit status
 int serve(int argc, char **argv);   // serve.cpp
 int control(int argc, char **argv); // ctl.cpp
 int run(int argc, char **argv);     // run.cpp
+int clean(int argc, char **argv);   // clean.cpp
 // The kernel's bridge module in a process of its own, for servers that come and go.
 int kernel_main(int argc, char **argv); // kernel_main.cpp
 
