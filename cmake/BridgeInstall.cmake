@@ -1,5 +1,5 @@
 # What `cmake --install` puts in place: the headers, the library, a pkg-config file and a CMake package; on a workstation
-# also the stand-ins for the switch's two libraries, the sandbox server and the tools.
+# also the stand-ins for the switch's two libraries, the sandbox server, the tools and the test kit.
 include(CMakePackageConfigHelpers)
 
 # A tree that stands on the test doubles, as the cross and fuzz builds do, has nothing to install.
@@ -9,6 +9,7 @@ endif()
 
 set(package_dir "${CMAKE_INSTALL_LIBDIR}/cmake/bridge_client")
 set(installed bridge_client bridge_client_static)
+set(python_dir "${CMAKE_INSTALL_DATADIR}/bridge_client/python")
 install(DIRECTORY include/bridge TYPE INCLUDE)
 if(BRIDGE_WORKSTATION)
   list(APPEND installed qv-thread qv_syslog)
@@ -17,7 +18,10 @@ if(BRIDGE_WORKSTATION)
   if(BRIDGE_TOOLS)
     list(APPEND programs bridge-inspect)
   endif()
-  install(TARGETS ${programs} ef_bridge_sim)
+  install(TARGETS ${programs} bridge_testkit EXPORT bridge_client)
+  install(TARGETS ef_bridge_sim)
+  install(DIRECTORY kit/include/bridge TYPE INCLUDE)
+  install(DIRECTORY kit/python/ DESTINATION "${python_dir}" FILES_MATCHING PATTERN "*.py")
   # Found side by side wherever they are installed; a switch has its own way to find libraries.
   set_target_properties(${installed} PROPERTIES INSTALL_RPATH "$ORIGIN")
   set_target_properties(${programs} PROPERTIES INSTALL_RPATH "$ORIGIN/../${CMAKE_INSTALL_LIBDIR}")
@@ -26,7 +30,7 @@ install(TARGETS ${installed} EXPORT bridge_client)
 install(EXPORT bridge_client NAMESPACE bridge:: DESTINATION "${package_dir}" FILE bridge_client-targets.cmake)
 
 configure_package_config_file(cmake/bridge_client-config.cmake.in bridge_client-config.cmake
-                              INSTALL_DESTINATION "${package_dir}")
+                              INSTALL_DESTINATION "${package_dir}" PATH_VARS python_dir)
 write_basic_package_version_file(bridge_client-config-version.cmake COMPATIBILITY SameMajorVersion)
 install(FILES "${CMAKE_CURRENT_BINARY_DIR}/bridge_client-config.cmake"
               "${CMAKE_CURRENT_BINARY_DIR}/bridge_client-config-version.cmake" DESTINATION "${package_dir}")

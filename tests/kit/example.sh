@@ -1,0 +1,28 @@
+#!/bin/sh
+# example.sh BUILD_DIR SOURCE_DIR CC CMAKE GENERATOR: installs into a directory of its own, builds the example project with a
+# copy of its sources against what is there, and runs its tests, which find nothing else.
+set -eu
+build_dir=$1
+source_dir=$2
+cc=$3
+cmake=$4
+generator=$5
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+
+"$cmake" --install "$build_dir" --prefix "$work/tree" >"$work/install.log"
+cp -r "$source_dir/kit/example" "$work/example"
+unset PYTHONPATH BRIDGE_SANDBOX BRIDGE_EXAMPLES BRIDGE_TEST_DAEMONS
+{
+    "$cmake" -G "$generator" -S "$work/example" -B "$work/build" -DCMAKE_PREFIX_PATH="$work/tree" \
+        -DCMAKE_C_COMPILER="$cc" -DCMAKE_C_FLAGS="-Wall -Wextra -Werror"
+    "$cmake" --build "$work/build"
+} >"$work/build.log" 2>&1 || {
+    cat "$work/build.log"
+    exit 1
+}
+TMPDIR=$work ctest --test-dir "$work/build" --output-on-failure --no-tests=error
+
+# Whoever has no CMake names the program by PATH and the modules by PYTHONPATH.
+PATH=$work/tree/bin:$PATH PYTHONPATH=$work/tree/share/bridge_client/python VLAN_KEEPER=$work/build/vlan_keeper \
+    TMPDIR=$work pytest-3 -q -p no:cacheprovider "$work/example"
