@@ -10,8 +10,8 @@ namespace sandbox {
 
 namespace {
 
-constexpr size_t kHistoryRecords = 4096;
-constexpr size_t kHistoryBytes = size_t{4} << 20;
+constexpr size_t kHistoryRecords = 2048;
+constexpr size_t kHistoryBytes = size_t{512} << 10;
 
 size_t size_of(const Record &record) {
     return record.payload != nullptr ? record.payload->size() : 0;

@@ -86,7 +86,7 @@ class Trace {
     // After every record, and by whoever changes something that others may wait for and leaves no record.
     Signal<> changed;
 
-    // The last ones, oldest first: 4096 records or 4 MiB of payload, whichever is less.
+    // The last ones, oldest first: 2048 records or 512 KiB of payload, whichever is less.
     [[nodiscard]] const std::deque<Record> &history() const { return history_; }
     // The number of the newest record; 0 before the first.
     [[nodiscard]] uint64_t last() const { return last_; }

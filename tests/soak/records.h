@@ -19,8 +19,9 @@ struct soak_event {
 /* Requests of the hosts that the server sends back to all of them as they stand. */
 enum { SOAK_REQUEST = VLAN_EVENT_MODIFY_TAG };
 
-/* Requests that leave at once, to fill a host's cache; the server only counts them. */
-enum { SOAK_FLOOD = L2TOP_EVENT_PORT_STATUS };
+/* Requests that leave at once, as all of their submodule do, to fill a host's cache. The server knows none with this
+ * number and only counts them. */
+enum { SOAK_FLOOD = L2TOP_EVENT_PROTO_CONFIG + 1 };
 
 struct soak_request {
     uint32_t host;
