@@ -24,5 +24,26 @@ unset PYTHONPATH BRIDGE_SANDBOX BRIDGE_EXAMPLES BRIDGE_TEST_DAEMONS
 TMPDIR=$work ctest --test-dir "$work/build" --output-on-failure --no-tests=error
 
 # Whoever has no CMake names the program by PATH and the modules by PYTHONPATH.
-PATH=$work/tree/bin:$PATH PYTHONPATH=$work/tree/share/bridge_client/python VLAN_KEEPER=$work/build/vlan_keeper \
-    TMPDIR=$work pytest-3 -q -p no:cacheprovider "$work/example"
+PATH=$work/tree/bin:$PATH
+PYTHONPATH=$work/tree/share/bridge_client/python
+export PATH PYTHONPATH PYTHONDONTWRITEBYTECODE=1 TMPDIR="$work"
+VLAN_KEEPER=$work/build/vlan_keeper pytest-3 -q -p no:cacheprovider "$work/example"
+
+# The lines of the kit's guide, as they stand there.
+guide=$source_dir/kit/README.md
+block() {
+    awk -v begin="\`\`\`$1" '$0 == begin { on = 1; next } /^```$/ { on = 0 } on' "$guide"
+}
+mkdir "$work/guide"
+cp "$work/example/conftest.py" "$work/guide"
+block python >"$work/guide/test_guide.py"
+{
+    printf '#include <bridge/testkit.h>\nint main(void) {\n'
+    block c
+    printf '}\n'
+} >"$work/guide.c"
+"$cc" -std=c11 -Wall -Wextra -Werror "$work/guide.c" -I "$work/tree/include" \
+    "$(find "$work/tree" -name libbridge_testkit.a)" -o "$work/guide_test"
+cd "$work"
+./guide_test
+pytest-3 -q -p no:cacheprovider guide
