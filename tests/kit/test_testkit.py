@@ -115,6 +115,35 @@ def test_end_leaves_nothing_behind():
     world.end()  # nothing more
 
 
+def clean(vsdid):
+    """bridge-sandbox clean: its status and what it says."""
+    run = subprocess.run(
+        [bridge_testkit.find_sandbox(), "clean"],
+        env=dict(os.environ, VSDID=vsdid),
+        stdout=subprocess.PIPE,
+        stderr=subprocess.STDOUT,
+        text=True,
+        check=False,
+    )
+    return run.returncode, run.stdout
+
+
+def test_clean_removes_the_tables_of_its_vsdid_once(bridge_world):
+    bridge_world.run("vlan create 10")
+    bridge_world.server.stop()
+    status, first = clean(str(bridge_world.vsdid))
+    assert status == 0
+    assert not first.startswith(f"VSDID {bridge_world.vsdid}: 0 objects")
+    assert clean(str(bridge_world.vsdid)) == (0, f"VSDID {bridge_world.vsdid}: 0 objects removed\n")
+
+
+@pytest.mark.parametrize("vsdid", ["abc", "1x", "-1"])
+def test_clean_refuses_a_vsdid_that_is_none(vsdid):
+    status, said = clean(vsdid)
+    assert status == 1
+    assert vsdid in said
+
+
 def test_failed_test_shows_its_world(tmp_path):
     (tmp_path / "conftest.py").write_text('pytest_plugins = ["pytest_bridge_testkit"]\n')
     (tmp_path / "test_it.py").write_text(
