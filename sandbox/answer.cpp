@@ -85,7 +85,11 @@ Answer &Answer::begin(const char *list) {
 }
 
 Answer &Answer::row(const char *list, std::string_view pattern, const Fields &fields) {
-    lines_.push_back(fill(pattern, fields));
+    return element(list, fill(pattern, fields), fields);
+}
+
+Answer &Answer::element(const char *list, std::string text, const Fields &fields) {
+    lines_.push_back(std::move(text));
     begin(list).json_[list].push_back(fields);
     return *this;
 }

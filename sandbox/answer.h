@@ -22,6 +22,8 @@ class Answer {
     // there as well once it has been begun.
     Answer &begin(const char *list);
     Answer &row(const char *list, std::string_view pattern, const Fields &fields);
+    // The same with the line as it stands.
+    Answer &element(const char *list, std::string text, const Fields &fields);
 
     [[nodiscard]] const std::vector<std::string> &lines() const { return lines_; }
     [[nodiscard]] std::string text() const; // the lines, each with its end

@@ -1,6 +1,7 @@
 // The commands about addresses, the frames they are learned from, and the kernel's bridge module.
 #include "sandbox/parse.h"
 #include "sandbox/sandbox.h"
+#include "sandbox/values.h"
 #include "sandbox/vlan_sets.h"
 
 #include <bridge/vlan_db.h>
@@ -128,7 +129,7 @@ std::string limit_text(uint32_t limit) {
     return limit == MacSettings::kNoLimit ? "any" : std::to_string(limit);
 }
 
-Outcome show_figures(Sandbox &sandbox, const Call &) {
+Answer figures_answer(Sandbox &sandbox) {
     const KernelFigures figures = addresses_of(sandbox).figures();
     Answer answer;
     for (uint32_t type = BRI_MAC_TYPE_DYNAMIC; type < std::size(kTypes); ++type)
@@ -149,6 +150,10 @@ Outcome show_figures(Sandbox &sandbox, const Call &) {
     if (!quiet.empty())
         answer.say("mac: learning off on port {quiet}", {{"quiet", quiet}});
     return answer;
+}
+
+Outcome show_figures(Sandbox &sandbox, const Call &) {
+    return figures_answer(sandbox);
 }
 
 Outcome set_age(Sandbox &sandbox, const Call &call) {
@@ -358,10 +363,28 @@ constexpr Command kMacCommands[] = {
      "the kernel's bridge module: up, down, error [ERRNO], long or silent; delay MS; or show it", set_kernel},
 };
 
+Fields address_value(Sandbox &sandbox, const Words &keys) {
+    const auto found = addresses_of(sandbox).find(record_of(BRI_MAC_ADD, keys).entry);
+    return found ? fields_of(*found) : Fields(nullptr);
+}
+
+Fields figures_value(Sandbox &sandbox, const Words &) {
+    return figures_answer(sandbox).json();
+}
+
+constexpr Value kValues[] = {
+    {"mac", "MAC VID", address_value},
+    {"addresses", "", figures_value},
+};
+
 } // namespace
 
 Family mac_commands() {
     return kMacCommands;
+}
+
+Values mac_values() {
+    return kValues;
 }
 
 } // namespace sandbox

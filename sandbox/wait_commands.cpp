@@ -153,7 +153,7 @@ Outcome expect(Sandbox &sandbox, const Call &call) {
             const std::optional<Answer> answer = sequence->conditions[sequence->met].met(sandbox, sequence->after);
             if (!answer)
                 return std::nullopt;
-            sequence->answer.begin("expected").row("expected", answer->lines()[0], answer->json());
+            sequence->answer.element("expected", answer->lines()[0], answer->json());
         }
         matched = sequence->after;
         return sequence->answer;
@@ -169,6 +169,41 @@ Outcome mark(Sandbox &sandbox, const Call &call) {
     else
         sandbox.marks[call.words[0]] = sandbox.trace.last();
     return Answer().say("mark: {number}", {{"number", sandbox.trace.last()}});
+}
+
+// The answer of a command that has been refused.
+Answer refusal(const std::string &reason) {
+    return Answer().say("fails: {reason}", {{"reason", reason}});
+}
+
+std::optional<Answer> must_fail(const std::function<std::optional<Answer>()> &done) {
+    std::optional<Answer> answer;
+    try {
+        answer = done();
+    } catch (const std::exception &error) {
+        return refusal(error.what());
+    }
+    if (answer)
+        throw std::runtime_error("it did not fail: " + answer->text());
+    return std::nullopt;
+}
+
+// A command that has to be refused, now or when it is settled.
+Outcome fails(Sandbox &sandbox, const Call &call) {
+    std::optional<Outcome> outcome;
+    const auto run = [&]() -> std::optional<Answer> {
+        outcome.emplace(run_command(sandbox, call.rest(), call.session));
+        return outcome->wait ? std::nullopt : std::optional(outcome->answer);
+    };
+    if (const std::optional<Answer> answer = must_fail(run))
+        return *answer;
+    Wait wait = std::move(*outcome->wait);
+    wait.done = [done = std::move(wait.done)] { return must_fail(done); };
+    // What a passing limit means is turned round, too.
+    const bool well = wait.timed_out == nullptr;
+    wait.timed_out = well ? [] { return std::string("it did not fail"); } : std::function<std::string()>();
+    wait.passed = refusal("in vain");
+    return wait;
 }
 
 Outcome sleep(Sandbox &, const Call &call) {
@@ -194,6 +229,7 @@ constexpr Command kCommands[] = {
     {"never", "CONDITION... for SECONDS", "fails as soon as it happens or is so", never},
     {"expect", "CONDITION... [then CONDITION...] [since MARK] [within SECONDS]", "what happens in this order", expect},
     {"mark", "[NAME]", "waits look behind this place only, or \"since NAME\" does", mark},
+    {"fails", "COMMAND...", "run it and fail unless it does", fails},
     {"sleep", "SECONDS", "let time pass", sleep},
     {"wait-event", "TYPE [SECONDS]", "wait request TYPE", wait_event},
     {"wait-clients", "N [SECONDS]", "wait clients registered is N", wait_clients},
