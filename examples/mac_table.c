@@ -3,7 +3,8 @@
  * among them.
  *
  * The table is read when the kernel channel has come up; the request waits until the server's data is complete, since
- * announcements do not reach a host before.
+ * announcements do not reach a host before. A channel that comes up later leads to a kernel whose table may be empty:
+ * the address is asked for again.
  */
 #include "host.h"
 
@@ -97,6 +98,8 @@ static int on_event(uint32_t type, void *data, uint16_t len) {
     switch (type) {
     case BRIDGE_EVENT_KERNEL_DATA_REQ: /* twice after a lost channel */
         soon(print_table, "table-print");
+        if (g_bridge_client->data_synced)
+            soon(add_address, "table-add");
         break;
     case BRIDGE_EVENT_BKUP_DATA_END:
         soon(add_address, "table-add");
