@@ -1,37 +1,32 @@
 #!/usr/bin/env bash
-# demo.sh BUILD_DIR: three host daemons and a bridge server that dies. Every step is checked in what the processes print;
-# the first one that does not happen in time ends the demo with status 1.
+# demo.sh BUILD_DIR: a tour of a switch on a workstation. The switch is driven with "bridge-sandbox ctl"; every step is
+# checked, in the server's records or in what a daemon prints, and the first one that does not happen in time ends the
+# tour with status 1.
 set -euo pipefail
 cd "$(dirname "$0")/.."
+# shellcheck source=scripts/world.sh
+. scripts/world.sh
 
 build=${1:?usage: scripts/demo.sh BUILD_DIR}
-patience=15 # seconds for one step
+patience=20 # seconds for what a daemon prints
 
 sandbox=$build/sandbox/bridge-sandbox
-port_watch=$build/examples/port_watch
-mac_table=$build/examples/mac_table
-kernel=$build/sandbox/libef_bridge_sim.so
-for file in "$sandbox" "$port_watch" "$mac_table" "$kernel"; do
+for file in "$sandbox" "$build/sandbox/libef_bridge_sim.so" "$build"/examples/{vlan_guard,vlan_follow,mac_table}; do
     [[ -e $file ]] || { echo "demo: $file is missing; build first" >&2; exit 1; }
 done
 
-# An own directory and an own virtual device, so that nothing meets another server or its shared tables.
-work=$(mktemp -d /tmp/bridge-demo.XXXXXX)
-export TMPDIR=$work VSDID=$$
+# The clocks of the server, the kernel and the daemons run ten times as fast as the wall's.
+make_world "$build"
+export QV_THREAD_TIME_SCALE=10
 declare -A pids=()
 
 clean_up() {
-    local status=$? name base key
+    local status=$? name
     for name in "${!pids[@]}"; do
         kill -KILL "${pids[$name]}" 2>/dev/null || true
         wait "${pids[$name]}" 2>/dev/null || true
     done
-    for base in 0x11110001 0x22220001 0x33330001 0x5A5B7C3D; do # the keys of the shared tables
-        key=$((base + VSDID))
-        ipcrm --shmem-key "$key" >/dev/null 2>&1 || true
-        ipcrm --semaphore-key "$key" >/dev/null 2>&1 || true
-    done
-    rm -rf "$work"
+    remove_world
     exit "$status"
 }
 trap clean_up EXIT
@@ -48,8 +43,27 @@ fail() {
     exit 1
 }
 
-step() { printf '\n%d. %s\n' "$((++number))" "$1"; }
+# What has happened since a step began counts for its waits, if a server was there.
+step() {
+    printf '\n%d. %s\n' "$((++number))" "$1"
+    "$sandbox" ctl mark step >/dev/null 2>&1 || true
+}
 number=0
+indent() { cut -c -150 | sed 's/^/       /'; }
+
+# ctl COMMAND: has the server run it, and shows both the command and what it answers.
+ctl() {
+    local answer
+    printf '     > %s\n' "$*"
+    answer=$("$sandbox" ctl "$@" 2>&1) || fail "ctl $*: $answer"
+    indent <<<"$answer"
+}
+refused() {
+    local answer
+    printf '     > %s\n' "$*"
+    ! answer=$("$sandbox" ctl "$@" 2>&1) || fail "ctl $* was not refused"
+    indent <<<"$answer"
+}
 
 # sees NAME TEXT [TIMES]: waits until the output of NAME holds the text, and shows its last such line.
 sees() {
@@ -58,31 +72,22 @@ sees() {
         ((SECONDS < end)) || fail "$1 did not print \"$text\""
         sleep 0.05
     done
-    printf '     %-9s| %s\n' "$1" "$(grep -F -- "$text" "$log" | tail -n 1)"
+    printf '       %s\n' "$(grep -F -- "$text" "$log" | tail -n 1)"
 }
-never_saw() { ! grep -qF -- "$2" "$work/$1.log" || fail "$1 printed \"$2\""; }
 
-# The server takes its commands from a pipe that this script holds open.
-start_server() {
-    [[ -p $work/commands ]] || mkfifo "$work/commands"
-    exec {commands}<>"$work/commands"
-    : >"$work/$1.log" # there before the process is, for sees
-    "$sandbox" <"$work/commands" >"$work/$1.log" 2>&1 &
-    pids[$1]=$!
-    sees "$1" "listening at $work/bridge/.server_socket"
-}
-tell() { echo "$1" >&"$commands"; }
-
-# start_host NAME PROGRAM [OPTION...]
-start_host() {
-    local name=$1 program=$2
-    shift 2
-    : >"$work/$name.log"
-    # By its name alone: a blank in LD_PRELOAD ends a file's name.
-    LD_LIBRARY_PATH=$(realpath "${kernel%/*}") LD_PRELOAD=${kernel##*/} "$program" -n "$name" "$@" >"$work/$name.log" 2>&1 </dev/null &
+# start NAME COMMAND...: its output goes to a log. A daemon finds the kernel's bridge module by the preloaded library.
+start() {
+    local name=$1
+    shift
+    : >"$work/$name.log" # there before the process is, for sees
+    "$@" >"$work/$name.log" 2>&1 </dev/null &
     pids[$name]=$!
 }
-
+start_daemon() {
+    local name=$1 program=$2
+    shift 2
+    start "$name" "${preload[@]}" "$build/examples/$program" -n "$name" "$@"
+}
 # ends NAME SIGNAL STATUS: sends the signal and checks how the process ended.
 ends() {
     local name=$1 pid=${pids[$1]} status=0
@@ -92,72 +97,81 @@ ends() {
     ((status == $3)) || fail "$name ended with status $status instead of $3"
 }
 
-echo "Three host daemons, linked against the shared library, and a bridge server for workstations."
+echo "A switch on a workstation: a bridge server, the kernel's bridge module, and daemons that link the library."
 
-step "The server starts and listens. It gets a port."
-start_server server1
-tell "port add 1 access 1"
+step "The kernel's bridge module starts, then the server. The switch has eight ports."
+start module "$sandbox" kernel
+sees module "listening at"
+start server1 "$sandbox" --script scripts/demo.switch
+sees server1 "listening at $work/bridge/.server_socket"
+ctl wait port 8 exists
+ctl port show
 
-step "Two hosts connect over the local socket and register their events."
-start_host ports "$port_watch" -p 0 -e 132 -e 407 -e 409
-start_host asker "$port_watch" -p 500 -e 132 -e 409
-sees server1 "(ports): registered, pid ${pids[ports]}, 4 event types, fresh"
-sees server1 "(asker): registered, pid ${pids[asker]}, 3 event types, fresh"
+step "Two daemons connect: one has a say in which VLANs are created, the other keeps port 3 in all of them."
+start_daemon guard vlan_guard -r 25
+start_daemon follow vlan_follow -i 3
+ctl expect event BRIDGE_EVEVT_SERVER_STAT role=master to guard 'then' event BRIDGE_EVENT_BKUP_DATA_END to guard since step
+ctl wait clients registered is 2
+ctl clients
 
-step "The server tells them their role and that its data is complete; their handlers are called."
-for host in ports asker; do
-    sees $host "$host: event BRIDGE_EVENT_BKUP_DATA_END(132), 0 bytes"
-    sees $host "$host: state: registered, master, data synchronised"
-done
+step "Somebody wants VLAN 25. The first daemon is asked and refuses, so there is none."
+refused vlan create 25
+ctl wait vlan 25 gone
 
-step "The server announces a port's mode. Only the host that registered this event gets it."
-tell "event VLAN_EVENT_MODIFY_INTF_MODE 00000003 00000002"
-sees server1 "event VLAN_EVENT_MODIFY_INTF_MODE(407): to 1 clients"
-sees ports "ports: event VLAN_EVENT_MODIFY_INTF_MODE(407), 8 bytes: 00 00 00 03 00 00 00 02"
+step "VLAN 10 it accepts. The second daemon is told and asks for its port to become a member."
+ctl vlan create 10
+ctl expect request VLAN_EVENT_CREATE_PREJ result=0 from guard 'then' event VLAN_EVENT_CREATE_INDEX vid=10 to follow \
+    'then' request VLAN_EVENT_SET_ADD_DYN_INTF vid=10 from follow since step
+ctl wait vlan 10 members has 3
+ctl vlan show
 
-step "A host sends requests on a timer. The server answers with the event of the same number, to both."
-sees asker "asker: request VLAN_EVENT_MODIFY_INTF_PVID(409), port 1, VLAN 2"
-sees server1 "(asker): sent VLAN_EVENT_MODIFY_INTF_PVID(409), 8 bytes" 2
-for host in asker ports; do # the first such event came from the port table, with the data
-    sees $host "$host: event VLAN_EVENT_MODIFY_INTF_PVID(409), 8 bytes" 3
-done
+step "A frame comes in on port 4: its address is learned. A third daemon starts and looks it up in the kernel."
+ctl traffic 02:00:00:00:00:05 10 4
+start_daemon table mac_table -m 02:00:00:00:00:01 -v 10 -i 5
+sees table "table:   entry 02:00:00:00:00:05, VLAN 10, port 4, dynamic"
+sees table "table: in the kernel's table: 02:00:00:00:00:01, VLAN 10, port 5, static"
 
-step "A third host walks the kernel's table of MAC addresses, has one added, is told so and finds it in the kernel."
-tell "mac add 02:00:00:00:00:05 1 1"
-start_host table "$mac_table" -m 02:00:00:00:00:01 -v 1 -i 1
-sees table "table:   entry 02:00:00:00:00:05, VLAN 1, port 1, dynamic" 2
-sees table "table: added 02:00:00:00:00:01, VLAN 1, port 1, static"
-sees table "table: in the kernel's table: 02:00:00:00:00:01, VLAN 1, port 1, static"
-ends table TERM 0
+step "No other frame comes from there: after a while the address has aged, and the daemon is told."
+ctl mac age 10
+ctl wait event MAC_EVENT_NOTIFY_ADDR oper=del mac=02:00:00:00:00:05 to table since step
+sees table "table: deleted 02:00:00:00:00:05, VLAN 10, port 4, dynamic"
+ctl mac show
 
-step "The server is killed (kill -9). The hosts notice and keep running."
+step "A link fails. What was learned there goes with it."
+ctl mac age 300
+ctl traffic 02:00:00:00:00:06 10 4
+ctl port down 4
+ctl wait port 4 link is down
+ctl wait vlan 10 up_mem is 2 # of the ports 3, 4 and 5
+ctl wait event MAC_EVENT_NOTIFY_ADDR oper=del mac=02:00:00:00:00:06 to table since step
+ctl port up 4
+
+step "The switch becomes the slave of another: the daemons follow, but do nothing. Then it takes over."
+ends guard TERM 0 # a slave is asked nothing
+ctl role slave
+ctl vlan create 20
+ctl never request VLAN_EVENT_SET_ADD_DYN_INTF from follow for 3
+ctl switchover
+ctl wait request VLAN_EVENT_SET_ADD_DYN_INTF vid=20 from follow since step
+ctl wait vlan 20 members has 3
+
+step "The server is killed (kill -9). The daemons keep running and connect to the next one by themselves."
 ends server1 KILL 137
-for host in ports asker; do
-    sees $host "$host: state: not connected, master, data synchronised"
-    kill -0 "${pids[$host]}" || fail "$host has ended"
-done
+start server2 "$sandbox"
+sees server2 "listening at $work/bridge/.server_socket"
+ctl wait client follow registered
+ctl wait clients registered is 2
 
-step "A new server starts. The hosts connect again by themselves and register again."
-start_server server2
-sees server2 "(ports): registered, pid ${pids[ports]}, 4 event types, fresh"
-sees server2 "(asker): registered, pid ${pids[asker]}, 3 event types, fresh"
-for host in ports asker; do
-    sees $host "$host: connected" 2
-    sees $host "$host: event BRIDGE_EVENT_BKUP_DATA_END(132), 0 bytes" 2
-done
-
-step "Events and requests flow again."
-tell "event VLAN_EVENT_MODIFY_INTF_MODE 00000004 00000001"
-sees ports "ports: event VLAN_EVENT_MODIFY_INTF_MODE(407), 8 bytes: 00 00 00 04 00 00 00 01"
-sees server2 "(asker): sent VLAN_EVENT_MODIFY_INTF_PVID(409), 8 bytes"
-never_saw asker "VLAN_EVENT_MODIFY_INTF_MODE"
+step "The tables have outlived it, and so has the kernel's module. Everything goes on."
+ctl mac find 02:00:00:00:00:01 10
+ctl wait vlan 20 members has 3
+ctl vlan create 30
+ctl wait request VLAN_EVENT_SET_ADD_DYN_INTF vid=30 from follow since step
 
 step "Everybody ends when asked to."
-for name in ports asker server2; do
+for name in follow table server2 module; do
     ends $name TERM 0
 done
-sees ports "ports: ended"
-sees asker "asker: ended"
 [[ ! -e $work/bridge/.server_socket ]] || fail "the server left its socket"
 
 printf '\nAll %d steps happened, in %d seconds.\n' "$number" "$SECONDS"
