@@ -4,17 +4,13 @@
 # make_world BUILD_DIR: an own directory and an own virtual device, so that nothing meets another server or its shared
 # tables; and what a daemon preloads, by its name alone, since a blank in LD_PRELOAD ends a file's name.
 make_world() {
+    cleaner=$(realpath "$1/sandbox/bridge-sandbox")
     work=$(mktemp -d /tmp/bridge-world.XXXXXX)
     export TMPDIR=$work VSDID=$$
     preload=(env "LD_LIBRARY_PATH=$(realpath "$1/sandbox")" LD_PRELOAD=libef_bridge_sim.so)
 }
 
 remove_world() {
-    local base key
-    for base in 0x11110001 0x22220001 0x33330001 0x5A5B7C3D; do # the keys of the shared tables
-        key=$((base + VSDID))
-        ipcrm --shmem-key "$key" >/dev/null 2>&1 || true
-        ipcrm --semaphore-key "$key" >/dev/null 2>&1 || true
-    done
+    "$cleaner" clean >/dev/null || true
     rm -rf "$work"
 }
