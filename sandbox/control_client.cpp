@@ -34,9 +34,9 @@ ControlClient::Reply ControlClient::run(const std::string &command, bool json) {
 void ControlClient::read_more() {
     char piece[65536];
     const ssize_t length = recv(fd_.get(), piece, sizeof piece, 0);
-    if (length == 0 || (length < 0 && errno != EINTR))
-        throw std::runtime_error("the server has gone");
-    input_.append(piece, length > 0 ? static_cast<size_t>(length) : 0);
+    if (length <= 0) // also when a signal ends this process
+        throw std::runtime_error(length < 0 && errno == EINTR ? "interrupted" : "the server has gone");
+    input_.append(piece, static_cast<size_t>(length));
 }
 
 } // namespace sandbox

@@ -97,7 +97,8 @@ Outcome set_port_mode(Sandbox &sandbox, const Call &call) {
     const auto decision = std::make_shared<Decision>();
     sandbox.bridge.vlans().prejudge().ask(
         [ifx, mode] {
-            const Bytes bytes = sandbox::bytes_of(wire::swport_prejudge_request{ifx, mode});
+            const wire::swport_prejudge_request question{ifx, mode};
+            const Bytes bytes = sandbox::bytes_of(question);
             return Message{RESEARCH_EVENT_SWPORT_PREJUDGE, {bytes.data, bytes.data + bytes.size}};
         },
         [&sandbox, &ports, ifx, mode, line, decision](std::string refusal) {

@@ -1,17 +1,22 @@
 /* libef_bridge_sim.so: preloaded into a host daemon, it connects the daemon's generic-netlink sockets to the kernel's
  * double in bridge-sandbox. A sequenced-packet socket keeps what matters of netlink: message boundaries, peeking,
- * time-outs and polling. Everything else goes to the system as it is.
+ * time-outs and polling. In a world of "bridge-sandbox run" the names of POSIX semaphores are the world's own, so that
+ * two worlds share none and what is left can be found. Everything else goes to the system as it is.
  */
 #include <dlfcn.h>
 #include <errno.h>
+#include <fcntl.h>
 #include <linux/genetlink.h>
 #include <linux/netlink.h>
+#include <semaphore.h>
+#include <stdarg.h>
 #include <stdbool.h>
 #include <stdint.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/un.h>
 #include <unistd.h>
 
@@ -94,4 +99,33 @@ SIM_API ssize_t recvfrom(int fd, void *buffer, size_t size, int flags, struct so
 
 SIM_API ssize_t recv(int fd, void *buffer, size_t size, int flags) {
     return recvfrom(fd, buffer, size, flags, NULL, NULL);
+}
+
+/* "/name" as "/WORLD.name"; as it is outside of a world, and when it would be too long. */
+static const char *semaphore_name(const char *name, char *buffer, size_t size) {
+    const char *world = getenv("BRIDGE_WORLD");
+    if (world == NULL || world[0] == '\0' || name == NULL)
+        return name;
+    const int length = snprintf(buffer, size, "/%s.%s", world, name[0] == '/' ? name + 1 : name);
+    return length > 0 && (size_t)length < size ? buffer : name;
+}
+
+SIM_API sem_t *sem_open(const char *name, int flags, ...) {
+    sem_t *(*system_sem_open)(const char *, int, ...) = (sem_t * (*)(const char *, int, ...)) next("sem_open");
+    char own[256];
+    name = semaphore_name(name, own, sizeof own);
+    if ((flags & O_CREAT) == 0)
+        return system_sem_open(name, flags);
+    va_list arguments;
+    va_start(arguments, flags);
+    const mode_t mode = va_arg(arguments, mode_t);
+    const unsigned value = va_arg(arguments, unsigned);
+    va_end(arguments);
+    return system_sem_open(name, flags, mode, value);
+}
+
+SIM_API int sem_unlink(const char *name) {
+    int (*system_sem_unlink)(const char *) = (int (*)(const char *))next("sem_unlink");
+    char own[256];
+    return system_sem_unlink(semaphore_name(name, own, sizeof own));
 }

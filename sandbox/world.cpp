@@ -1,0 +1,252 @@
+#include "sandbox/world.h"
+
+#include "sandbox/programs.h"
+#include "wire/segments.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <csignal>
+#include <cstdlib>
+#include <cstring>
+#include <deque>
+#include <fcntl.h>
+#include <filesystem>
+#include <fstream>
+#include <random>
+#include <spawn.h>
+#include <stdexcept>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
+
+namespace sandbox {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr std::chrono::seconds kPatience{20};
+constexpr const char *kPreload = "libef_bridge_sim.so";
+constexpr const char *kSemaphores = "/dev/shm";
+
+[[noreturn]] void fail(const std::string &what) {
+    throw std::runtime_error(what + ": " + std::strerror(errno));
+}
+
+std::string make_directory() {
+    char path[] = "/tmp/bri.XXXXXX"; // short: clients cut the path of a socket
+    if (mkdtemp(path) == nullptr)
+        fail("cannot make a directory in /tmp");
+    return path;
+}
+
+// One that no other world has: nothing of its number stands.
+int32_t unused_vsd() {
+    std::random_device random;
+    std::uniform_int_distribution<int32_t> numbers(1000, 99999999);
+    int32_t vsd = numbers(random);
+    while (!wire::system_objects(vsd).empty())
+        vsd = numbers(random);
+    return vsd;
+}
+
+// Where the kernel's stand-in is: beside this program, or in the library folder of the tree it is installed in.
+std::string preload_directory() {
+    const fs::path here = fs::read_symlink("/proc/self/exe").parent_path();
+    for (const fs::path &directory : {here, here / ".." / BRIDGE_LIBDIR})
+        if (fs::exists(directory / kPreload))
+            return directory;
+    throw std::runtime_error(std::string("cannot find ") + kPreload);
+}
+
+std::vector<char *> pointers(std::vector<std::string> &texts) {
+    std::vector<char *> result;
+    for (std::string &text : texts)
+        result.push_back(text.data());
+    result.push_back(nullptr);
+    return result;
+}
+
+// This process's, but for these entries.
+std::vector<std::string> environment_with(const std::vector<std::string> &entries) {
+    std::vector<std::string> all = entries;
+    for (char **entry = environ; *entry != nullptr; ++entry) {
+        const std::string name = std::string(*entry).substr(0, std::string(*entry).find('=') + 1);
+        if (std::none_of(entries.begin(), entries.end(),
+                         [&](const std::string &other) { return other.substr(0, name.size()) == name; }))
+            all.emplace_back(*entry);
+    }
+    return all;
+}
+
+// Everything below this process: also what a program of the world left behind, which became its child by that.
+void kill_children() {
+    for (;;) {
+        std::ifstream children("/proc/self/task/" + std::to_string(getpid()) + "/children");
+        pid_t child = 0;
+        if (!(children >> child))
+            return;
+        kill(child, SIGKILL);
+        waitpid(child, nullptr, 0);
+    }
+}
+
+// The preloaded library puts the world's directory in front of the names of POSIX semaphores.
+void remove_semaphores(const std::string &world) {
+    const std::string prefix = "sem." + fs::path(world).filename().string() + ".";
+    std::error_code ignored;
+    for (const fs::directory_entry &entry : fs::directory_iterator(kSemaphores, ignored))
+        if (entry.path().filename().string().substr(0, prefix.size()) == prefix)
+            fs::remove(entry.path(), ignored);
+}
+
+} // namespace
+
+World::World(double time_scale) : directory_(make_directory()), vsd_(unused_vsd()) {
+    prctl(PR_SET_CHILD_SUBREAPER, 1);
+    setenv("TMPDIR", directory_.c_str(), 1);
+    setenv("VSDID", std::to_string(vsd_).c_str(), 1);
+    setenv("QV_THREAD_TIME_SCALE", std::to_string(time_scale).c_str(), 1);
+}
+
+World::~World() {
+    control_.reset();
+    kill_children();
+    for (const wire::SystemObject &object : wire::system_objects(vsd_))
+        static_cast<void>(wire::remove(object));
+    remove_semaphores(directory_);
+    std::error_code ignored;
+    fs::remove_all(directory_, ignored);
+}
+
+pid_t World::start_own(const std::vector<std::string> &arguments, const std::string &output) const {
+    std::vector<std::string> words = {fs::read_symlink("/proc/self/exe")};
+    words.insert(words.end(), arguments.begin(), arguments.end());
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
+    posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, (directory_ + "/" + output).c_str(),
+                                     O_WRONLY | O_CREAT | O_APPEND, 0600);
+    posix_spawn_file_actions_adddup2(&actions, STDOUT_FILENO, STDERR_FILENO);
+    pid_t pid = -1;
+    errno = posix_spawn(&pid, words[0].c_str(), &actions, nullptr, pointers(words).data(), environ);
+    posix_spawn_file_actions_destroy(&actions);
+    if (errno != 0)
+        fail("cannot start " + words[0]);
+    return pid;
+}
+
+namespace {
+
+// Until it does or the process has ended.
+template <class Try> void wait_until(pid_t pid, const char *what, Try &&happens) {
+    const auto end = std::chrono::steady_clock::now() + kPatience;
+    while (!happens()) {
+        if (waitpid(pid, nullptr, WNOHANG) != 0 || std::chrono::steady_clock::now() > end)
+            throw std::runtime_error(std::string(what) + " does not start");
+        std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    }
+}
+
+} // namespace
+
+void World::start_kernel() {
+    kernel_ = start_own({"kernel"}, "kernel.log");
+    wait_until(kernel_, "the kernel's bridge module",
+               [this] { return fs::exists(directory_ + "/bridge/.kernel_socket"); });
+}
+
+void World::start_server() {
+    if (server_ > 0)
+        throw std::runtime_error("the server runs already");
+    server_ = start_own({"--time"}, "server.log");
+    wait_until(server_, "the server", [this] {
+        try {
+            control_.emplace(directory_);
+        } catch (const std::exception &) {
+            return false;
+        }
+        return true;
+    });
+}
+
+void World::kill_server() {
+    if (server_ <= 0)
+        throw std::runtime_error("no server runs");
+    control_.reset();
+    kill(server_, SIGKILL);
+    waitpid(server_, nullptr, 0);
+    server_ = -1;
+}
+
+pid_t World::start(const std::vector<std::string> &command) {
+    const std::string libraries = environment("LD_LIBRARY_PATH");
+    std::vector<std::string> words = command;
+    std::vector<std::string> entries =
+        environment_with({std::string("LD_PRELOAD=") + kPreload,
+                          "LD_LIBRARY_PATH=" + preload_directory() + (libraries.empty() ? "" : ":") + libraries,
+                          "BRIDGE_WORLD=" + fs::path(directory_).filename().string()});
+    pid_t pid = -1;
+    errno = posix_spawnp(&pid, words[0].c_str(), nullptr, nullptr, pointers(words).data(), pointers(entries).data());
+    if (errno != 0)
+        fail("cannot start " + words[0]);
+    return pid;
+}
+
+namespace {
+
+volatile std::sig_atomic_t told_to_end = 0; // the signal
+volatile pid_t waited_for = 0;              // gets it too
+
+} // namespace
+
+void end_on_signals() {
+    struct sigaction action {};
+    action.sa_handler = [](int number) {
+        told_to_end = number;
+        if (waited_for > 0)
+            kill(waited_for, number);
+    };
+    for (const int number : {SIGINT, SIGTERM, SIGHUP})
+        sigaction(number, &action, nullptr); // without SA_RESTART: what waits for a server is interrupted
+}
+
+bool is_told_to_end() {
+    return told_to_end != 0;
+}
+
+int World::wait(pid_t program) {
+    waited_for = program;
+    if (told_to_end != 0) // before there was anybody to hand it on to
+        kill(program, told_to_end);
+    int status = 0;
+    while (waitpid(program, &status, 0) != program)
+        if (errno != EINTR)
+            fail("cannot wait for the command");
+    waited_for = 0;
+    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+}
+
+ControlClient::Reply World::run(const std::string &command, bool json) {
+    if (!control_)
+        throw std::runtime_error("no server runs");
+    return control_->run(command, json);
+}
+
+std::string World::last_lines(size_t count) const {
+    std::ifstream file(directory_ + "/server.log");
+    std::deque<std::string> lines;
+    for (std::string line; std::getline(file, line);) {
+        lines.push_back(line);
+        if (lines.size() > count)
+            lines.pop_front();
+    }
+    std::string text;
+    for (const std::string &line : lines)
+        text += line + "\n";
+    return text;
+}
+
+} // namespace sandbox
