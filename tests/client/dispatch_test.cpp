@@ -19,40 +19,40 @@ class Dispatch : public test::Client {
 // ---------------------------------------------------------------------------------------------
 
 TEST_F(Dispatch, backup_begin_is_recorded_and_delivered) {
-    deliver(131);
+    deliver(BRIDGE_EVENT_BKUP_DATA_BEGIN);
     EXPECT_EQ(state().sync_state, 1U);
     expect_debug_line("[unit] receive data-sync BEGIN.");
-    EXPECT_EQ(events(), (std::vector<test::Event>{{1, 131, nullptr, 0, {}}}));
+    EXPECT_EQ(events(), (std::vector<test::Event>{{1, BRIDGE_EVENT_BKUP_DATA_BEGIN, nullptr, 0, {}}}));
 }
 
 TEST_F(Dispatch, backup_begin_again_holds_events_back_again) {
-    deliver(132);
-    deliver(131);
+    deliver(BRIDGE_EVENT_BKUP_DATA_END);
+    deliver(BRIDGE_EVENT_BKUP_DATA_BEGIN);
     EXPECT_EQ(state().sync_state, 1U);
     events().clear();
-    bridge_call_event_handlers(387, nullptr, 0);
+    bridge_call_event_handlers(VLAN_EVENT_CREATE_INDEX, nullptr, 0);
     EXPECT_TRUE(events().empty());
 }
 
 TEST_F(Dispatch, backup_end_is_recorded_and_delivered) {
     state().oridata_state = 2;
-    deliver(132);
+    deliver(BRIDGE_EVENT_BKUP_DATA_END);
     EXPECT_EQ(state().sync_state, 2U);
     expect_debug_line("[unit] receive data-sync END.");
-    EXPECT_EQ(events(), (std::vector<test::Event>{{1, 132, nullptr, 0, {}}}));
+    EXPECT_EQ(events(), (std::vector<test::Event>{{1, BRIDGE_EVENT_BKUP_DATA_END, nullptr, 0, {}}}));
     EXPECT_EQ(state().switchover_state, 0U);
 }
 
 TEST_F(Dispatch, backup_end_runs_the_origin_data_once) {
     connect();
-    deliver(132);
+    deliver(BRIDGE_EVENT_BKUP_DATA_END);
     EXPECT_EQ(state().oridata_state, 2U);
-    EXPECT_EQ(event_types().front(), 132U);
-    EXPECT_EQ(event_types().back(), 134U);
-    EXPECT_EQ(sent(), (std::vector<Message>{{135, word(2)}}));
+    EXPECT_EQ(event_types().front(), BRIDGE_EVENT_BKUP_DATA_END);
+    EXPECT_EQ(event_types().back(), BRIDGE_EVENT_SYNC_DATA_END);
+    EXPECT_EQ(sent(), (std::vector<Message>{{BRIDGE_EVENT_ORI_DATA_REQUEST, word(2)}}));
     events().clear();
-    deliver(132);
-    EXPECT_EQ(event_types(), (Types{132}));
+    deliver(BRIDGE_EVENT_BKUP_DATA_END);
+    EXPECT_EQ(event_types(), (Types{BRIDGE_EVENT_BKUP_DATA_END}));
     EXPECT_TRUE(sent().empty());
 }
 
@@ -60,7 +60,7 @@ TEST_F(Dispatch, backup_end_of_a_slave_is_only_recorded) {
     connect();
     state().slave = 1;
     state().switchover_state = 1;
-    deliver(132);
+    deliver(BRIDGE_EVENT_BKUP_DATA_END);
     EXPECT_EQ(state().sync_state, 2U);
     expect_debug_line("[unit] receive data-sync END.");
     expect_debug_line("[unit] Slave ignor data-sync END notification.");
@@ -71,13 +71,13 @@ TEST_F(Dispatch, backup_end_of_a_slave_is_only_recorded) {
 }
 
 TEST_F(Dispatch, server_stat_sets_the_role) {
-    deliver(136, {1, 0, 0, 0});
+    deliver(BRIDGE_EVEVT_SERVER_STAT, {1, 0, 0, 0});
     EXPECT_EQ(state().slave, 1);
     expect_debug_line("[unit] receive serv-stat: [SLAVE].\n");
-    deliver(136, {0xFF});
+    deliver(BRIDGE_EVEVT_SERVER_STAT, {0xFF});
     EXPECT_EQ(state().slave, 0xFF);
     EXPECT_EQ(test::times_logged("[unit] receive serv-stat: [SLAVE].\n"), 2);
-    deliver(136, {0, 1});
+    deliver(BRIDGE_EVEVT_SERVER_STAT, {0, 1});
     EXPECT_EQ(state().slave, 0);
     expect_debug_line("[unit] receive serv-stat: [MASTER].\n");
     EXPECT_TRUE(events().empty());
@@ -85,7 +85,7 @@ TEST_F(Dispatch, server_stat_sets_the_role) {
 
 TEST_F(Dispatch, server_stat_without_its_byte_is_dropped) {
     state().slave = 1;
-    deliver(136);
+    deliver(BRIDGE_EVEVT_SERVER_STAT);
     EXPECT_EQ(state().slave, 1);
     expect_debug_line("[unit] msg is too short: type[BRIDGE_EVEVT_SERVER_STAT, 136], len[0], discarded.\n");
 }
@@ -100,42 +100,43 @@ TEST_F(Dispatch, server_stat_called_directly_takes_the_payload) {
 
 TEST_F(Dispatch, a_slave_gets_no_event_until_a_switchover_begins) {
     backup_ended();
-    deliver(136, {1});
-    deliver(131);
-    deliver(134);
-    bridge_call_event_handlers(138, nullptr, 0);
+    deliver(BRIDGE_EVEVT_SERVER_STAT, {1});
+    deliver(BRIDGE_EVENT_BKUP_DATA_BEGIN);
+    deliver(BRIDGE_EVENT_SYNC_DATA_END);
+    bridge_call_event_handlers(BRIDGE_EVENT_SWITCHOVER_BEGIN, nullptr, 0);
     EXPECT_TRUE(events().empty());
-    deliver(138);
-    EXPECT_EQ(event_types(), (Types{138}));
+    deliver(BRIDGE_EVENT_SWITCHOVER_BEGIN);
+    EXPECT_EQ(event_types(), (Types{BRIDGE_EVENT_SWITCHOVER_BEGIN}));
 }
 
 TEST_F(Dispatch, switchover_begin_makes_this_process_master) {
     state().slave = 1;
-    deliver(138);
+    deliver(BRIDGE_EVENT_SWITCHOVER_BEGIN);
     EXPECT_EQ(state().slave, 0);
     EXPECT_EQ(state().switchover_state, 1U);
     expect_debug_line("[unit] receive switch-over BEGIN, change to master.\n");
-    EXPECT_EQ(events(), (std::vector<test::Event>{{1, 138, nullptr, 0, {}}})); // before the backup data, too
+    EXPECT_EQ(events(), (std::vector<test::Event>{
+                            {1, BRIDGE_EVENT_SWITCHOVER_BEGIN, nullptr, 0, {}}})); // before the backup data, too
 }
 
 TEST_F(Dispatch, switchover_end_after_the_backup_data_is_delivered_and_runs_the_origin_data) {
     connect();
     state().sync_state = 2;
     state().switchover_state = 1;
-    deliver(139);
+    deliver(BRIDGE_EVENT_SWITCHOVER_END);
     EXPECT_EQ(state().switchover_state, 2U);
     expect_debug_line("[unit] receive switch-over END.\n");
-    EXPECT_EQ(event_types().front(), 139U);
-    EXPECT_EQ(event_types().back(), 134U);
+    EXPECT_EQ(event_types().front(), BRIDGE_EVENT_SWITCHOVER_END);
+    EXPECT_EQ(event_types().back(), BRIDGE_EVENT_SYNC_DATA_END);
     EXPECT_EQ(state().oridata_state, 2U);
-    EXPECT_EQ(sent(), (std::vector<Message>{{135, word(2)}}));
+    EXPECT_EQ(sent(), (std::vector<Message>{{BRIDGE_EVENT_ORI_DATA_REQUEST, word(2)}}));
 }
 
 TEST_F(Dispatch, switchover_end_with_sent_origin_data_only_delivers) {
     state().sync_state = 2;
     state().oridata_state = 2;
-    deliver(139); // also without a begin
-    EXPECT_EQ(event_types(), (Types{139}));
+    deliver(BRIDGE_EVENT_SWITCHOVER_END); // also without a begin
+    EXPECT_EQ(event_types(), (Types{BRIDGE_EVENT_SWITCHOVER_END}));
     EXPECT_EQ(state().switchover_state, 2U);
 }
 
@@ -145,36 +146,38 @@ TEST_F(Dispatch, switchover_end_before_the_backup_data_is_completed_by_its_end) 
         state().sync_state = sync;
         state().oridata_state = 2;
         events().clear();
-        deliver(138);
-        deliver(139);
-        EXPECT_EQ(event_types(), (Types{138}));
+        deliver(BRIDGE_EVENT_SWITCHOVER_BEGIN);
+        deliver(BRIDGE_EVENT_SWITCHOVER_END);
+        EXPECT_EQ(event_types(), (Types{BRIDGE_EVENT_SWITCHOVER_BEGIN}));
         EXPECT_EQ(state().switchover_state, 1U);
-        deliver(132);
-        EXPECT_EQ(event_types(), (Types{138, 132, 139}));
+        deliver(BRIDGE_EVENT_BKUP_DATA_END);
+        EXPECT_EQ(event_types(),
+                  (Types{BRIDGE_EVENT_SWITCHOVER_BEGIN, BRIDGE_EVENT_BKUP_DATA_END, BRIDGE_EVENT_SWITCHOVER_END}));
         EXPECT_EQ(state().switchover_state, 2U);
-        deliver(132);
-        EXPECT_EQ(event_types(), (Types{138, 132, 139, 132}));
+        deliver(BRIDGE_EVENT_BKUP_DATA_END);
+        EXPECT_EQ(event_types(), (Types{BRIDGE_EVENT_SWITCHOVER_BEGIN, BRIDGE_EVENT_BKUP_DATA_END,
+                                        BRIDGE_EVENT_SWITCHOVER_END, BRIDGE_EVENT_BKUP_DATA_END}));
     }
     expect_debug_line("[unit] Switch-over END, but oridata is not ready.\n", 2);
 }
 
 TEST_F(Dispatch, backup_end_delivers_the_switchover_end_behind_the_origin_data) {
     state().switchover_state = 1;
-    deliver(132);
-    EXPECT_EQ(event_types().front(), 132U);
-    EXPECT_EQ(event_types().back(), 139U);
-    EXPECT_EQ(event_types()[event_types().size() - 2], 134U);
+    deliver(BRIDGE_EVENT_BKUP_DATA_END);
+    EXPECT_EQ(event_types().front(), BRIDGE_EVENT_BKUP_DATA_END);
+    EXPECT_EQ(event_types().back(), BRIDGE_EVENT_SWITCHOVER_END);
+    EXPECT_EQ(event_types()[event_types().size() - 2], BRIDGE_EVENT_SYNC_DATA_END);
 }
 
 TEST_F(Dispatch, switchover_end_of_a_slave_is_completed_without_handlers) {
     connect();
     state().slave = 1;
     state().sync_state = 2;
-    deliver(139);
+    deliver(BRIDGE_EVENT_SWITCHOVER_END);
     EXPECT_EQ(state().switchover_state, 2U);
     EXPECT_EQ(state().oridata_state, 2U);
     EXPECT_TRUE(events().empty());
-    EXPECT_EQ(sent(), (std::vector<Message>{{135, word(2)}}));
+    EXPECT_EQ(sent(), (std::vector<Message>{{BRIDGE_EVENT_ORI_DATA_REQUEST, word(2)}}));
 }
 
 TEST_F(Dispatch, sync_end_raises_every_submodules_begin_and_end) {
@@ -182,8 +185,10 @@ TEST_F(Dispatch, sync_end_raises_every_submodules_begin_and_end) {
     static uint8_t synced_meanwhile;
     synced_meanwhile = 0;
     during = [](int, uint32_t) { synced_meanwhile |= ctx().data_synced; };
-    deliver(134, {1, 2, 3});
-    EXPECT_EQ(event_types(), (Types{133, 385, 386, 257, 258, 641, 642, 134}));
+    deliver(BRIDGE_EVENT_SYNC_DATA_END, {1, 2, 3});
+    EXPECT_EQ(event_types(), (Types{BRIDGE_EVENT_SYNC_DATA_BEGIN, VLAN_EVENT_SYNC_DATA_BEGIN, VLAN_EVENT_SYNC_DATA_END,
+                                    MAC_EVENT_SYNC_DATA_BEGIN, MAC_EVENT_SYNC_DATA_END, L2TOP_EVENT_SYNC_DATA_BEGIN,
+                                    L2TOP_EVENT_SYNC_DATA_END, BRIDGE_EVENT_SYNC_DATA_END}));
     for (const test::Event &event : events()) {
         EXPECT_EQ(event.data, nullptr);
         EXPECT_EQ(event.len, 0);
@@ -193,8 +198,8 @@ TEST_F(Dispatch, sync_end_raises_every_submodules_begin_and_end) {
 }
 
 TEST_F(Dispatch, sync_end_before_the_backup_data_raises_client_management_alone) {
-    deliver(134);
-    EXPECT_EQ(event_types(), (Types{133, 134}));
+    deliver(BRIDGE_EVENT_SYNC_DATA_END);
+    EXPECT_EQ(event_types(), (Types{BRIDGE_EVENT_SYNC_DATA_BEGIN, BRIDGE_EVENT_SYNC_DATA_END}));
     EXPECT_EQ(ctx().data_synced, 1);
 }
 
@@ -206,7 +211,7 @@ void first_callback() {
 }
 void second_callback() {
     g_callbacks_run.push_back(2);
-    bridge_client_send_message(nullptr, 0, 387);
+    bridge_client_send_message(nullptr, 0, VLAN_EVENT_CREATE_INDEX);
 }
 
 TEST_F(Dispatch, oridata_request_runs_the_callbacks_in_order_and_ends_with_the_over_message) {
@@ -215,9 +220,11 @@ TEST_F(Dispatch, oridata_request_runs_the_callbacks_in_order_and_ends_with_the_o
     bridge_agent_set_oridata_callback(first_callback);
     bridge_agent_set_oridata_callback(second_callback);
     test::clear_log();
-    deliver(135, word(2));
+    deliver(BRIDGE_EVENT_ORI_DATA_REQUEST, word(2));
     EXPECT_EQ(g_callbacks_run, (std::vector<int>{2, 1, 2}));
-    EXPECT_EQ(sent(), (std::vector<Message>{{387, {}}, {387, {}}, {130, {}}}));
+    EXPECT_EQ(sent(),
+              (std::vector<Message>{
+                  {VLAN_EVENT_CREATE_INDEX, {}}, {VLAN_EVENT_CREATE_INDEX, {}}, {BRIDGE_EVENT_ORI_DATA_OVER, {}}}));
     expect_debug_line("[unit] send oridata ...\n");
     expect_debug_line("[unit] send oridata OVER.\n");
     EXPECT_EQ(test::log_lines().front().text, "[unit] send oridata ...\n");
@@ -228,7 +235,7 @@ TEST_F(Dispatch, oridata_request_runs_the_callbacks_in_order_and_ends_with_the_o
 TEST_F(Dispatch, oridata_request_tells_when_the_over_message_cannot_be_sent) {
     ctx().connected = 0;
     bridge_agent_set_oridata_callback(first_callback);
-    deliver(135);
+    deliver(BRIDGE_EVENT_ORI_DATA_REQUEST);
     EXPECT_EQ(g_callbacks_run, (std::vector<int>{1}));
     expect_debug_line("[unit] send data-finish-evt failed: send msg error.\n");
     EXPECT_FALSE(test::logged("[unit] send oridata OVER.\n"));
@@ -238,7 +245,10 @@ TEST_F(Dispatch, oridata_request_tells_when_the_over_message_cannot_be_sent) {
 
 TEST_F(Dispatch, other_management_messages_are_discarded) {
     backup_ended();
-    const std::set<uint32_t> handled{131, 132, 134, 135, 136, 138, 139};
+    const std::set<uint32_t> handled{BRIDGE_EVENT_BKUP_DATA_BEGIN, BRIDGE_EVENT_BKUP_DATA_END,
+                                     BRIDGE_EVENT_SYNC_DATA_END,   BRIDGE_EVENT_ORI_DATA_REQUEST,
+                                     BRIDGE_EVEVT_SERVER_STAT,     BRIDGE_EVENT_SWITCHOVER_BEGIN,
+                                     BRIDGE_EVENT_SWITCHOVER_END};
     int discarded = 0;
     for (uint32_t type = 128; type < 256; ++type) {
         if (handled.contains(type))
@@ -271,7 +281,7 @@ TEST_F(Dispatch, messages_of_submodules_without_an_entry_are_logged_and_dropped)
 }
 
 TEST_F(Dispatch, a_type_beyond_the_submodules_is_not_taken_for_its_low_bits) {
-    deliver(0x10000 + 138);
+    deliver(0x10000 + BRIDGE_EVENT_SWITCHOVER_BEGIN);
     expect_debug_line("[unit] error msg, module[513], type[65674].\n");
     deliver(0xFFFFFFFF);
     expect_debug_line("[unit] error msg, module[33554431], type[-1].\n");
@@ -288,7 +298,8 @@ TEST_F(Dispatch, a_null_message_does_nothing) {
 
 TEST_F(Dispatch, events_of_the_other_subsystems_reach_the_handlers_with_their_payload) {
     backup_ended();
-    for (const uint32_t type : {269U, 400U, 515U, 641U, 1025U}) {
+    for (const uint32_t type : {MAC_EVENT_INTF_LEARN, VLAN_EVENT_DEFAULT_INTF, MVLAN_EVENT_NOTIFY_ENTRY,
+                                L2TOP_EVENT_SYNC_DATA_BEGIN, VG_EVENT_POLICY_ENTRY}) {
         events().clear();
         deliver(type, {7, 8, 9});
         ASSERT_EQ(event_types(), (Types{type}));
@@ -321,7 +332,7 @@ int count_origin_macs(void *request, void *total) {
 TEST_F(Dispatch, a_prejudgement_reaches_its_callback_with_the_payload) {
     connect();
     bri_clnt_reg_swport_prejudge_callback(count_request);
-    test::ByteVec message = word(2309) + word(8) + word(0xABCD) + word(1);
+    test::ByteVec message = word(RESEARCH_EVENT_SWPORT_PREJUDGE) + word(8) + word(0xABCD) + word(1);
     test::clear_log();
     bridge_client_msg_dspch(reinterpret_cast<bri_msg_hdr *>(message.data()));
     EXPECT_EQ(g_request, message.data() + 8);
@@ -364,8 +375,8 @@ TEST_F(Dispatch, a_prejudgement_reaches_its_callback_at_any_alignment) {
 TEST_F(Dispatch, an_origin_mac_request_reaches_its_callback) {
     connect();
     bri_clnt_reg_ss_origin_mac_callback(count_origin_macs);
-    deliver(2311);
-    EXPECT_EQ(sent(), (std::vector<Message>{{2311, word(0x01020304)}}));
+    deliver(RESEARCH_EVENT_SS_ORIGIN_MAC);
+    EXPECT_EQ(sent(), (std::vector<Message>{{RESEARCH_EVENT_SS_ORIGIN_MAC, word(0x01020304)}}));
     expect_debug_line("A msg over.\n");
     expect_debug_line("\n", 2);
 }
@@ -383,13 +394,15 @@ TEST_F(Dispatch, other_research_messages_are_logged) {
 TEST_F(Dispatch, without_a_context_nothing_is_delivered_or_sent) {
     without_context();
     test::clear_log();
-    deliver(135);
+    deliver(BRIDGE_EVENT_ORI_DATA_REQUEST);
     expect_debug_line("Bridge client send data-finish-evt failed: client is not init.\n");
-    deliver(134);
+    deliver(BRIDGE_EVENT_SYNC_DATA_END);
     expect_debug_line("Call event-handler failed: client is not init.\n", 8);
-    for (const uint32_t type : {131U, 132U, 138U, 139U, 2309U, 2311U, 129U, 1153U})
+    for (const uint32_t type : {BRIDGE_EVENT_BKUP_DATA_BEGIN, BRIDGE_EVENT_BKUP_DATA_END, BRIDGE_EVENT_SWITCHOVER_BEGIN,
+                                BRIDGE_EVENT_SWITCHOVER_END, RESEARCH_EVENT_SWPORT_PREJUDGE,
+                                RESEARCH_EVENT_SS_ORIGIN_MAC, BRIDGE_EVENT_REG_MSG, BRI_EVT_CFG_PORTMAP})
         deliver(type, word(1));
-    deliver(136, {1});
+    deliver(BRIDGE_EVEVT_SERVER_STAT, {1});
     EXPECT_TRUE(events().empty());
     EXPECT_EQ(state().sync_state, 2U);
     EXPECT_EQ(state().slave, 1);
@@ -400,12 +413,16 @@ TEST_F(Dispatch, logs_nothing_while_message_debugging_is_off) {
     g_bri_clnt_dbg[BRI_DBG_MSG] = 0;
     test::clear_log();
     bri_clnt_reg_ss_origin_mac_callback(count_origin_macs);
-    for (const uint32_t type : {131U, 135U, 138U, 139U, 132U, 139U, 134U, 137U, 1153U, 2309U, 2310U, 2311U, 136U})
+    for (const uint32_t type :
+         Types{BRIDGE_EVENT_BKUP_DATA_BEGIN, BRIDGE_EVENT_ORI_DATA_REQUEST, BRIDGE_EVENT_SWITCHOVER_BEGIN,
+               BRIDGE_EVENT_SWITCHOVER_END, BRIDGE_EVENT_BKUP_DATA_END, BRIDGE_EVENT_SWITCHOVER_END,
+               BRIDGE_EVENT_SYNC_DATA_END, BRIDGE_EVENT_KERNEL_DATA_REQ, BRI_EVT_CFG_PORTMAP,
+               RESEARCH_EVENT_SWPORT_PREJUDGE, 2310, RESEARCH_EVENT_SS_ORIGIN_MAC, BRIDGE_EVEVT_SERVER_STAT})
         deliver(type);
-    deliver(136, {1});
-    deliver(132);
+    deliver(BRIDGE_EVEVT_SERVER_STAT, {1});
+    deliver(BRIDGE_EVENT_BKUP_DATA_END);
     without_context();
-    deliver(135);
+    deliver(BRIDGE_EVENT_ORI_DATA_REQUEST);
     EXPECT_TRUE(test::log_lines().empty());
 }
 

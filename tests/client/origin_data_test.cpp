@@ -7,14 +7,16 @@ using test::Message;
 using test::word;
 using Types = std::vector<uint32_t>;
 
-const Types kReplay{133, 385, 386, 641, 642, 134};
-const Types kVlanReplay{385, 386};
-const Types kL2Replay{641, 642};
+const Types kReplay{BRIDGE_EVENT_SYNC_DATA_BEGIN, VLAN_EVENT_SYNC_DATA_BEGIN, VLAN_EVENT_SYNC_DATA_END,
+                    L2TOP_EVENT_SYNC_DATA_BEGIN,  L2TOP_EVENT_SYNC_DATA_END,  BRIDGE_EVENT_SYNC_DATA_END};
+const Types kVlanReplay{VLAN_EVENT_SYNC_DATA_BEGIN, VLAN_EVENT_SYNC_DATA_END};
+const Types kL2Replay{L2TOP_EVENT_SYNC_DATA_BEGIN, L2TOP_EVENT_SYNC_DATA_END};
 
 class OriginData : public test::Client {
   protected:
     explicit OriginData(const char *name = "unit") : Client(name) {
-        listen({133, 385, 386, 641, 642, 134});
+        listen({BRIDGE_EVENT_SYNC_DATA_BEGIN, VLAN_EVENT_SYNC_DATA_BEGIN, VLAN_EVENT_SYNC_DATA_END,
+                L2TOP_EVENT_SYNC_DATA_BEGIN, L2TOP_EVENT_SYNC_DATA_END, BRIDGE_EVENT_SYNC_DATA_END});
         connect();
         test::clear_log();
     }
@@ -22,7 +24,7 @@ class OriginData : public test::Client {
     Types asked() {
         Types submods;
         for (const Message &message : sent()) {
-            EXPECT_EQ(message.type, 135U);
+            EXPECT_EQ(message.type, BRIDGE_EVENT_ORI_DATA_REQUEST);
             EXPECT_EQ(message.payload.size(), 4U);
             submods.push_back(test::value_at<uint32_t>(message.payload.data(), 0));
         }
@@ -55,7 +57,9 @@ TEST_F(OriginData, replay_of_all_asks_for_the_mac_data_between_vlan_and_topology
     Types types;
     for (const Message &message : sent())
         types.push_back(message.type);
-    EXPECT_EQ(types, (Types{133, 385, 386, 135, 641, 642, 134}));
+    EXPECT_EQ(types, (Types{BRIDGE_EVENT_SYNC_DATA_BEGIN, VLAN_EVENT_SYNC_DATA_BEGIN, VLAN_EVENT_SYNC_DATA_END,
+                            BRIDGE_EVENT_ORI_DATA_REQUEST, L2TOP_EVENT_SYNC_DATA_BEGIN, L2TOP_EVENT_SYNC_DATA_END,
+                            BRIDGE_EVENT_SYNC_DATA_END}));
 }
 
 TEST_F(OriginData, data_is_synced_only_behind_the_last_event) {
@@ -78,16 +82,19 @@ TEST_F(OriginData, replay_of_vlan_and_topology_is_done_here) {
 
 // Each replay has at least one event of its own, also of empty tables: the set of VLANs, the instance table.
 TEST_F(OriginData, replay_raises_the_data_between_begin_and_end) {
-    listen({389, 643});
+    listen({VLAN_EVENT_CREATE_RANGE, L2TOP_EVENT_INSTANCE_CONFIG});
     backup_ended();
     bridge_client_notify_submod_oridata(3);
-    EXPECT_EQ(event_types(), (Types{385, 389, 386}));
+    EXPECT_EQ(event_types(), (Types{VLAN_EVENT_SYNC_DATA_BEGIN, VLAN_EVENT_CREATE_RANGE, VLAN_EVENT_SYNC_DATA_END}));
     events().clear();
     bridge_client_notify_submod_oridata(5);
-    EXPECT_EQ(event_types(), (Types{641, 643, 642}));
+    EXPECT_EQ(event_types(),
+              (Types{L2TOP_EVENT_SYNC_DATA_BEGIN, L2TOP_EVENT_INSTANCE_CONFIG, L2TOP_EVENT_SYNC_DATA_END}));
     events().clear();
     bridge_client_notify_all_oridata();
-    EXPECT_EQ(event_types(), (Types{133, 385, 389, 386, 641, 643, 642, 134}));
+    EXPECT_EQ(event_types(), (Types{BRIDGE_EVENT_SYNC_DATA_BEGIN, VLAN_EVENT_SYNC_DATA_BEGIN, VLAN_EVENT_CREATE_RANGE,
+                                    VLAN_EVENT_SYNC_DATA_END, L2TOP_EVENT_SYNC_DATA_BEGIN, L2TOP_EVENT_INSTANCE_CONFIG,
+                                    L2TOP_EVENT_SYNC_DATA_END, BRIDGE_EVENT_SYNC_DATA_END}));
 }
 
 TEST_F(OriginData, other_submodules_are_asked_of_the_server) {
@@ -212,8 +219,13 @@ TEST_F(OriginData, deferred_run_of_single_requests_goes_in_rising_order) {
     for (const Message &message : sent())
         stream.emplace_back(message.type,
                             message.payload.empty() ? 99 : test::value_at<uint32_t>(message.payload.data(), 0));
-    EXPECT_EQ(stream, (std::vector<std::pair<uint32_t, uint32_t>>{
-                          {135, 0}, {135, 2}, {385, 99}, {386, 99}, {641, 99}, {642, 99}, {135, 19}}));
+    EXPECT_EQ(stream, (std::vector<std::pair<uint32_t, uint32_t>>{{BRIDGE_EVENT_ORI_DATA_REQUEST, 0},
+                                                                  {BRIDGE_EVENT_ORI_DATA_REQUEST, 2},
+                                                                  {VLAN_EVENT_SYNC_DATA_BEGIN, 99},
+                                                                  {VLAN_EVENT_SYNC_DATA_END, 99},
+                                                                  {L2TOP_EVENT_SYNC_DATA_BEGIN, 99},
+                                                                  {L2TOP_EVENT_SYNC_DATA_END, 99},
+                                                                  {BRIDGE_EVENT_ORI_DATA_REQUEST, 19}}));
     EXPECT_EQ(state().oridata_req_set, 0U);
     EXPECT_EQ(state().oridata_state, 2U);
     EXPECT_EQ(ctx().data_synced, 0);
@@ -232,25 +244,26 @@ TEST_F(OriginData, deferred_run_forgets_the_bits_above_20) {
 
 TEST_F(OriginData, request_before_the_backup_data_runs_when_it_ends_and_once) {
     bridge_client_request_submod_oridata(3);
-    deliver(131);
+    deliver(BRIDGE_EVENT_BKUP_DATA_BEGIN);
     EXPECT_TRUE(events().empty());
-    deliver(132);
+    deliver(BRIDGE_EVENT_BKUP_DATA_END);
     EXPECT_EQ(event_types(), kVlanReplay);
-    deliver(132);
+    deliver(BRIDGE_EVENT_BKUP_DATA_END);
     EXPECT_EQ(event_types(), kVlanReplay);
     bridge_client_request_submod_oridata(5); // a new cycle runs at once and ends it
-    EXPECT_EQ(event_types(), (Types{385, 386, 641, 642}));
-    deliver(132);
+    EXPECT_EQ(event_types(), (Types{VLAN_EVENT_SYNC_DATA_BEGIN, VLAN_EVENT_SYNC_DATA_END, L2TOP_EVENT_SYNC_DATA_BEGIN,
+                                    L2TOP_EVENT_SYNC_DATA_END}));
+    deliver(BRIDGE_EVENT_BKUP_DATA_END);
     EXPECT_EQ(event_types().size(), 4U);
 }
 
 TEST_F(OriginData, request_of_a_slave_runs_at_the_end_of_the_switchover) {
-    deliver(136, {1});
-    deliver(132);
+    deliver(BRIDGE_EVEVT_SERVER_STAT, {1});
+    deliver(BRIDGE_EVENT_BKUP_DATA_END);
     bridge_client_request_submod_oridata(5);
     EXPECT_TRUE(events().empty());
-    deliver(138);
-    deliver(139);
+    deliver(BRIDGE_EVENT_SWITCHOVER_BEGIN);
+    deliver(BRIDGE_EVENT_SWITCHOVER_END);
     EXPECT_EQ(event_types(), kL2Replay);
     EXPECT_EQ(state().oridata_state, 2U);
 }
@@ -259,7 +272,7 @@ TEST_F(OriginData, request_of_a_slave_runs_at_the_end_of_the_switchover) {
 class AskingOriginData : public OriginData {
   protected:
     AskingOriginData() {
-        listen({132, 139});
+        listen({BRIDGE_EVENT_BKUP_DATA_END, BRIDGE_EVENT_SWITCHOVER_END});
         during = [](int, uint32_t type) {
             if (type == BRIDGE_EVENT_BKUP_DATA_END || type == BRIDGE_EVENT_SWITCHOVER_END)
                 bridge_client_request_oridata();
@@ -285,7 +298,7 @@ class AskingOriginData : public OriginData {
 TEST_F(AskingOriginData, at_the_end_of_the_backup_data_gets_one_replay_on_every_connection) {
     for (int connection = 0; connection < 3; ++connection) {
         server_speaks(0);
-        EXPECT_EQ(seen(), behind(132)) << connection;
+        EXPECT_EQ(seen(), behind(BRIDGE_EVENT_BKUP_DATA_END)) << connection;
     }
 }
 
@@ -296,7 +309,7 @@ TEST_F(AskingOriginData, at_the_end_of_a_switchover_gets_one_replay_at_each) {
         deliver(BRIDGE_EVENT_SWITCHOVER_BEGIN);
         EXPECT_EQ(seen(), Types{}); // 138 is not in the set
         deliver(BRIDGE_EVENT_SWITCHOVER_END);
-        EXPECT_EQ(seen(), behind(139)) << switchover;
+        EXPECT_EQ(seen(), behind(BRIDGE_EVENT_SWITCHOVER_END)) << switchover;
         deliver(BRIDGE_EVEVT_SERVER_STAT, {1});
     }
 }
@@ -315,7 +328,7 @@ class SilentOriginData : public OriginData {
 };
 
 TEST_F(SilentOriginData, is_replayed_only_on_request) {
-    deliver(132);
+    deliver(BRIDGE_EVENT_BKUP_DATA_END);
     EXPECT_TRUE(events().empty());
     EXPECT_TRUE(asked().empty());
     EXPECT_EQ(state().oridata_state, 2U);
@@ -323,14 +336,14 @@ TEST_F(SilentOriginData, is_replayed_only_on_request) {
 
 TEST_F(SilentOriginData, is_replayed_on_request) {
     bridge_client_request_oridata();
-    deliver(132);
+    deliver(BRIDGE_EVENT_BKUP_DATA_END);
     EXPECT_EQ(event_types(), kReplay);
     EXPECT_EQ(asked(), (Types{2}));
 }
 
 TEST_F(SilentOriginData, of_one_submodule_is_replayed_on_request) {
     bridge_client_request_submod_oridata(3);
-    deliver(132);
+    deliver(BRIDGE_EVENT_BKUP_DATA_END);
     EXPECT_EQ(event_types(), kVlanReplay);
 }
 
@@ -340,7 +353,7 @@ class NearlySilentOriginData : public OriginData {
 };
 
 TEST_F(NearlySilentOriginData, is_replayed_unasked) {
-    deliver(132);
+    deliver(BRIDGE_EVENT_BKUP_DATA_END);
     EXPECT_EQ(event_types(), kReplay);
 }
 
@@ -392,7 +405,7 @@ TEST_F(OriginData, logs_nothing_while_message_debugging_is_off) {
     g_bri_clnt_dbg[BRI_DBG_MSG] = 0;
     bridge_client_request_oridata();
     bridge_client_request_submod_oridata(3);
-    deliver(132);
+    deliver(BRIDGE_EVENT_BKUP_DATA_END);
     bridge_client_request_oridata();
     bridge_client_request_submod_oridata(2);
     EXPECT_TRUE(test::log_lines().empty());

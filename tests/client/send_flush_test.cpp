@@ -36,12 +36,13 @@ TEST_F(Flush, keeps_the_whole_batch_when_the_socket_would_block) {
 }
 
 TEST_F(Flush, sends_the_rest_of_a_batch_cut_at_every_byte_before_any_later_one) {
-    const ByteVec batch = batch_of({{kPlain, {1, 2, 3}}, {388, {}}, {389, pattern(20)}});
+    const ByteVec batch =
+        batch_of({{kPlain, {1, 2, 3}}, {VLAN_EVENT_DESTROY_INDEX, {}}, {VLAN_EVENT_CREATE_RANGE, pattern(20)}});
     const int size = static_cast<int>(batch.size());
     for (int part = 1; part < size; ++part) {
         send(kPlain, {1, 2, 3});
-        send(388, {});
-        send(389, pattern(20));
+        send(VLAN_EVENT_DESTROY_INDEX, {});
+        send(VLAN_EVENT_CREATE_RANGE, pattern(20));
         script = {part};
         tick();
         ASSERT_EQ(cached(), (std::vector<Cached>{{static_cast<uint32_t>(size), static_cast<uint32_t>(part)}}));

@@ -64,7 +64,7 @@ TEST_F(SendMessage, is_refused_without_a_buffer) {
 TEST_F(SendMessage, lies_in_the_batch_behind_the_earlier_ones) {
     Peer peer = start_paired();
     EXPECT_EQ(send(kPlain, {0xA1, 0xA2, 0xA3}), 0);
-    EXPECT_EQ(bridge_client_send_message(nullptr, 0, 388), 0);
+    EXPECT_EQ(bridge_client_send_message(nullptr, 0, VLAN_EVENT_DESTROY_INDEX), 0);
     EXPECT_EQ(send(0xFFFFFFFF, {0xB1}), 0);
     const ByteVec buffer = send_buffer();
     EXPECT_EQ(value_at<uint32_t>(buffer.data(), 0), 28U); // msg_len
@@ -103,7 +103,8 @@ TEST_F(SendMessage, with_data_but_no_length_carries_no_payload) {
 TEST_F(SendMessage, leaves_at_once_for_exactly_the_urgent_types) {
     Peer peer = start_paired();
     for (uint32_t type = 0; type < 4096; ++type) {
-        const bool urgent = type >> 7 == 1 || type >> 7 == 5 || type == 265 || type == 515;
+        const bool urgent =
+            type >> 7 == 1 || type >> 7 == 5 || type == MAC_EVENT_DYN_FLUSH || type == MVLAN_EVENT_NOTIFY_ENTRY;
         const int before = faults::calls("send");
         ASSERT_EQ(bridge_client_send_message(nullptr, 0, type), 0);
         ASSERT_EQ(faults::calls("send") - before, urgent ? 1 : 0) << type;
@@ -117,7 +118,8 @@ TEST_F(SendMessage, leaves_at_once_for_exactly_the_urgent_types) {
 
 TEST_F(SendMessage, judges_urgency_by_all_bits_of_the_type) {
     Peer peer = start_paired();
-    for (const uint32_t type : {0x10081U, 0x10000U + 265, 0x80000000U + 641, 0xFFFFFFFFU})
+    for (const uint32_t type :
+         {0x10081U, 0x10000U + MAC_EVENT_DYN_FLUSH, 0x80000000U + L2TOP_EVENT_SYNC_DATA_BEGIN, 0xFFFFFFFFU})
         ASSERT_EQ(bridge_client_send_message(nullptr, 0, type), 0);
     EXPECT_EQ(faults::calls("send"), 0);
     EXPECT_EQ(messages_in_batch(), 4U);
@@ -268,9 +270,9 @@ TEST_F(FlushTimer, does_not_wait_for_a_sender_that_holds_the_lock) {
         return faults::real_send(fd, data, size, flags);
     };
     alarm(10); // ends the test by a signal where the timer waits
-    EXPECT_EQ(send_ontime(2305, {2}), 0);
+    EXPECT_EQ(send_ontime(RESEARCH_EVENT_FAILED, {2}), 0);
     EXPECT_EQ(loop().count("bri-msg-timer"), 1);
-    EXPECT_EQ(peer.read_now(), batch_of({{2305, {2}}}) + batch_of({{kPlain, {1}}}));
+    EXPECT_EQ(peer.read_now(), batch_of({{RESEARCH_EVENT_FAILED, {2}}}) + batch_of({{kPlain, {1}}}));
     EXPECT_EQ(send(kPlain, {3}), 0); // and is not due any more
     EXPECT_FALSE(peer.readable());
     faults::clear();

@@ -44,26 +44,26 @@ TEST_F(SendOntime, writes_a_batch_of_one_message) {
 
 TEST_F(SendOntime, takes_no_payload_the_longest_and_zeros_for_null) {
     start_scripted();
-    EXPECT_EQ(bridge_client_send_message_ontime(nullptr, 0, 2305), 0);
-    EXPECT_EQ(peer.read_now(), single(2305, {}));
-    EXPECT_EQ(bridge_client_send_message_ontime("abc", 0, 2305), 0);
-    EXPECT_EQ(peer.read_now(), single(2305, {}));
-    EXPECT_EQ(send_ontime(2305, pattern(10240)), 0);
-    EXPECT_EQ(peer.read_now(), single(2305, pattern(10240)));
-    EXPECT_EQ(bridge_client_send_message_ontime(nullptr, 10240, 2305), 0);
-    EXPECT_EQ(peer.read_now(), single(2305, ByteVec(10240)));
+    EXPECT_EQ(bridge_client_send_message_ontime(nullptr, 0, RESEARCH_EVENT_FAILED), 0);
+    EXPECT_EQ(peer.read_now(), single(RESEARCH_EVENT_FAILED, {}));
+    EXPECT_EQ(bridge_client_send_message_ontime("abc", 0, RESEARCH_EVENT_FAILED), 0);
+    EXPECT_EQ(peer.read_now(), single(RESEARCH_EVENT_FAILED, {}));
+    EXPECT_EQ(send_ontime(RESEARCH_EVENT_FAILED, pattern(10240)), 0);
+    EXPECT_EQ(peer.read_now(), single(RESEARCH_EVENT_FAILED, pattern(10240)));
+    EXPECT_EQ(bridge_client_send_message_ontime(nullptr, 10240, RESEARCH_EVENT_FAILED), 0);
+    EXPECT_EQ(peer.read_now(), single(RESEARCH_EVENT_FAILED, ByteVec(10240)));
 }
 
 TEST_F(SendOntime, fails_before_start_up) {
-    EXPECT_EQ(send_ontime(2305, {1}), -1);
-    EXPECT_EQ(bridge_client_send_message_ontime(nullptr, 0, 2305), -1);
+    EXPECT_EQ(send_ontime(RESEARCH_EVENT_FAILED, {1}), -1);
+    EXPECT_EQ(bridge_client_send_message_ontime(nullptr, 0, RESEARCH_EVENT_FAILED), -1);
 }
 
 TEST_F(SendOntime, fails_with_a_payload_that_no_batch_takes) {
     start_scripted();
     const ByteVec bytes = pattern(16);
     for (const uint32_t len : {10241U, 0x7FFFFFFFU, 0xFFFFFFE8U, 0xFFFFFFF0U, 0xFFFFFFF8U, 0xFFFFFFFFU})
-        EXPECT_EQ(bridge_client_send_message_ontime(bytes.data(), len, 2305), -1) << len;
+        EXPECT_EQ(bridge_client_send_message_ontime(bytes.data(), len, RESEARCH_EVENT_FAILED), -1) << len;
     EXPECT_FALSE(peer.readable());
 }
 
@@ -72,7 +72,7 @@ TEST_F(SendOntime, fails_without_a_socket) {
     const int sock = ctx().sock;
     for (const int none : {0, -1}) {
         ctx().sock = none;
-        EXPECT_EQ(send_ontime(2305, {1}), -1);
+        EXPECT_EQ(send_ontime(RESEARCH_EVENT_FAILED, {1}), -1);
     }
     ctx().sock = sock;
     EXPECT_EQ(faults::calls("send"), 0);
@@ -80,14 +80,14 @@ TEST_F(SendOntime, fails_without_a_socket) {
 
 TEST_F(SendOntime, fails_on_a_socket_that_is_not_connected) {
     start();
-    EXPECT_EQ(send_ontime(2305, {1}), -1);
+    EXPECT_EQ(send_ontime(RESEARCH_EVENT_FAILED, {1}), -1);
     EXPECT_EQ(ctx().cache_cnt, 0U);
 }
 
 TEST_F(SendOntime, fails_without_memory) {
     start_scripted();
     faults::fail("malloc", 1, ENOMEM);
-    EXPECT_EQ(bridge_client_send_message_ontime(nullptr, 4, 2305), -1);
+    EXPECT_EQ(bridge_client_send_message_ontime(nullptr, 4, RESEARCH_EVENT_FAILED), -1);
     EXPECT_EQ(faults::injected(), 1);
     EXPECT_FALSE(peer.readable());
 }
@@ -95,8 +95,8 @@ TEST_F(SendOntime, fails_without_memory) {
 TEST_F(SendOntime, does_not_ask_whether_the_client_is_connected) {
     start_scripted();
     ctx().connected = 0;
-    EXPECT_EQ(send_ontime(2305, {1}), 0);
-    EXPECT_EQ(peer.read_now(), single(2305, {1}));
+    EXPECT_EQ(send_ontime(RESEARCH_EVENT_FAILED, {1}), 0);
+    EXPECT_EQ(peer.read_now(), single(RESEARCH_EVENT_FAILED, {1}));
 }
 
 TEST_F(SendOntime, blocks) {
@@ -106,16 +106,16 @@ TEST_F(SendOntime, blocks) {
         seen = flags;
         return faults::real_send(to, data, size, flags);
     };
-    EXPECT_EQ(send_ontime(2305, {1}), 0);
+    EXPECT_EQ(send_ontime(RESEARCH_EVENT_FAILED, {1}), 0);
     EXPECT_EQ(seen, MSG_NOSIGNAL);
 }
 
 TEST_F(SendOntime, goes_on_behind_short_writes_and_passing_failures) {
     start_scripted();
     script = {1, -EAGAIN, 2, -EINTR, 3, 0, 4};
-    EXPECT_EQ(send_ontime(2305, pattern(30)), 0);
+    EXPECT_EQ(send_ontime(RESEARCH_EVENT_FAILED, pattern(30)), 0);
     EXPECT_TRUE(script.used_up());
-    EXPECT_EQ(peer.read_now(), single(2305, pattern(30)));
+    EXPECT_EQ(peer.read_now(), single(RESEARCH_EVENT_FAILED, pattern(30)));
 }
 
 TEST_F(SendOntime, overtakes_the_batch_and_the_cache) {
@@ -124,8 +124,8 @@ TEST_F(SendOntime, overtakes_the_batch_and_the_cache) {
     script = {-EAGAIN};
     tick();
     send(kPlain, {2});
-    EXPECT_EQ(send_ontime(2305, {3}), 0);
-    EXPECT_EQ(peer.read_now(), single(2305, {3}));
+    EXPECT_EQ(send_ontime(RESEARCH_EVENT_FAILED, {3}), 0);
+    EXPECT_EQ(peer.read_now(), single(RESEARCH_EVENT_FAILED, {3}));
     EXPECT_EQ(cached(), (std::vector<Cached>{{17, 0}}));
     tick();
     EXPECT_EQ(peer.read_now(), single(kPlain, {1}) + single(kPlain, {2}));
@@ -154,8 +154,8 @@ TEST_F(SendOntimeBehindHalf, completes_it_first_wherever_it_was_cut) {
     start_scripted();
     for (int part = 1; part < 30; ++part) {
         half_out(part);
-        ASSERT_EQ(send_ontime(2305, {9}), 0);
-        ASSERT_EQ(peer.read_now(), rest(part) + single(2305, {9})) << part;
+        ASSERT_EQ(send_ontime(RESEARCH_EVENT_FAILED, {9}), 0);
+        ASSERT_EQ(peer.read_now(), rest(part) + single(RESEARCH_EVENT_FAILED, {9})) << part;
         ASSERT_EQ(cached(), (std::vector<Cached>{{17, 0}}));
         tick();
         ASSERT_EQ(peer.read_now(), single(kPlain, {2}) + single(kPlain, {3}));
@@ -168,7 +168,7 @@ TEST_F(SendOntimeBehindHalf, fails_when_it_cannot_be_completed_and_puts_nothing_
         half_out(part);
         const int more = 30 - part > 2 ? 2 : 0;
         cut_after(more);
-        ASSERT_EQ(send_ontime(2305, {9}), -1);
+        ASSERT_EQ(send_ontime(RESEARCH_EVENT_FAILED, {9}), -1);
         ASSERT_TRUE(script.used_up());
         ASSERT_EQ(cached(), (std::vector<Cached>{{30, static_cast<uint32_t>(part + more)}, {17, 0}}));
         tick();
@@ -181,9 +181,9 @@ TEST_F(SendOntimeBehindHalf, fails_when_it_cannot_be_completed_and_puts_nothing_
 TEST_F(SendOntime, that_fails_before_its_first_byte_leaves_nothing) {
     start_scripted();
     cut_after(0);
-    EXPECT_EQ(send_ontime(2305, pattern(10)), -1);
+    EXPECT_EQ(send_ontime(RESEARCH_EVENT_FAILED, pattern(10)), -1);
     script = {-EAGAIN, -EAGAIN, -EAGAIN, -EAGAIN, -EAGAIN};
-    EXPECT_EQ(send_ontime(2305, pattern(10)), -1);
+    EXPECT_EQ(send_ontime(RESEARCH_EVENT_FAILED, pattern(10)), -1);
     EXPECT_EQ(ctx().cache_cnt, 0U);
     send(kUrgent, {1});
     EXPECT_EQ(peer.read_now(), single(kUrgent, {1}));
@@ -193,11 +193,11 @@ TEST_F(SendOntime, that_fails_half_way_completes_what_the_server_has_begun_to_re
     start_scripted();
     for (int part = 1; part < 26; ++part) {
         script = {part, -EAGAIN, -EAGAIN, -EAGAIN, -EAGAIN, -EAGAIN};
-        ASSERT_EQ(send_ontime(2305, pattern(10)), -1);
+        ASSERT_EQ(send_ontime(RESEARCH_EVENT_FAILED, pattern(10)), -1);
         ASSERT_EQ(cached(), (std::vector<Cached>{{26, static_cast<uint32_t>(part)}}));
         send(kPlain, {1});
         tick();
-        ASSERT_EQ(peer.read_now(), single(2305, pattern(10)) + single(kPlain, {1})) << part;
+        ASSERT_EQ(peer.read_now(), single(RESEARCH_EVENT_FAILED, pattern(10)) + single(kPlain, {1})) << part;
         ASSERT_EQ(ctx().cache_cnt, 0U);
     }
 }
@@ -208,22 +208,22 @@ TEST_F(SendOntime, that_failed_half_way_goes_before_the_runs_that_it_overtook) {
     script = {-EAGAIN};
     tick();
     cut_after(4);
-    EXPECT_EQ(send_ontime(2305, pattern(10)), -1);
+    EXPECT_EQ(send_ontime(RESEARCH_EVENT_FAILED, pattern(10)), -1);
     EXPECT_EQ(cached(), (std::vector<Cached>{{26, 4}, {17, 0}}));
     EXPECT_EQ(send_ontime(2306, {2}), 0);
     tick();
-    EXPECT_EQ(peer.read_now(), single(2305, pattern(10)) + single(2306, {2}) + single(kPlain, {1}));
+    EXPECT_EQ(peer.read_now(), single(RESEARCH_EVENT_FAILED, pattern(10)) + single(2306, {2}) + single(kPlain, {1}));
 }
 
 TEST_F(SendOntime, that_failed_half_way_is_kept_though_the_cache_is_full) {
     start_scripted();
     ctx().cache_max = 0;
     cut_after(4);
-    EXPECT_EQ(send_ontime(2305, pattern(10)), -1);
+    EXPECT_EQ(send_ontime(RESEARCH_EVENT_FAILED, pattern(10)), -1);
     EXPECT_EQ(ctx().cache_cnt, 1U);
     EXPECT_EQ(ctx().cache_drop, 0U);
     tick();
-    EXPECT_EQ(peer.read_now(), single(2305, pattern(10)));
+    EXPECT_EQ(peer.read_now(), single(RESEARCH_EVENT_FAILED, pattern(10)));
 }
 
 TEST_F(SendOntime, that_failed_half_way_is_not_sent_on_the_next_connection) {
@@ -232,7 +232,7 @@ TEST_F(SendOntime, that_failed_half_way_is_not_sent_on_the_next_connection) {
     script = {-EAGAIN};
     tick();
     cut_after(4);
-    EXPECT_EQ(send_ontime(2305, pattern(10)), -1);
+    EXPECT_EQ(send_ontime(RESEARCH_EVENT_FAILED, pattern(10)), -1);
     bridge_client_connect_reset();
     EXPECT_EQ(cached(), (std::vector<Cached>{{17, 0}}));
     peer = attach_pair();
@@ -247,7 +247,7 @@ TEST_F(SendOntime, does_not_wait_longer_than_five_send_timeouts) {
     uint32_t written = 0;
     while (bridge_writen_dontwait(ctx().sock, pattern(4096).data(), 4096, &written) == 0) {
     }
-    EXPECT_EQ(send_ontime(2305, pattern(10240)), -1);
+    EXPECT_EQ(send_ontime(RESEARCH_EVENT_FAILED, pattern(10240)), -1);
 }
 
 // --- what a lost connection cut
@@ -262,10 +262,10 @@ class Resend : public SendOntime {
 
 TEST_F(Resend, sends_a_cut_run_again_from_its_first_byte_wherever_it_was_cut) {
     start_scripted();
-    const ByteVec batch = batch_of({{kPlain, {1, 2, 3}}, {388, pattern(8)}});
+    const ByteVec batch = batch_of({{kPlain, {1, 2, 3}}, {VLAN_EVENT_DESTROY_INDEX, pattern(8)}});
     for (int part = 1; part < static_cast<int>(batch.size()); ++part) {
         send(kPlain, {1, 2, 3});
-        send(388, pattern(8));
+        send(VLAN_EVENT_DESTROY_INDEX, pattern(8));
         script = {part};
         tick();
         ASSERT_EQ(peer.read_now(), part_of(batch, 0, static_cast<size_t>(part)));

@@ -437,7 +437,7 @@ TEST_F(ConnectJob, tells_that_a_registration_is_not_the_first_of_its_connection)
     ctx().conn_done = 0;
     bridge_client_thread_event(BRI_CLNT_EVT_CONNECT);
     EXPECT_EQ(connect(), 0);
-    EXPECT_EQ(peer.read_now(), batch_of({{129, registration_of(ctx(), 0)}}));
+    EXPECT_EQ(peer.read_now(), batch_of({{BRIDGE_EVENT_REG_MSG, registration_of(ctx(), 0)}}));
 }
 
 TEST_F(ConnectJob, runs_the_callbacks_in_order_before_it_registers) {
@@ -451,7 +451,7 @@ TEST_F(ConnectJob, runs_the_callbacks_in_order_before_it_registers) {
     EXPECT_EQ(called, (std::vector<int>{1, 3}));
     Peer peer = server.accept();
     EXPECT_EQ(peer.read_now(), batch_of({{kUrgent, ByteVec(1)}}) + batch_of({{kUrgent, ByteVec(3)}}) +
-                                   batch_of({{129, registration_of(ctx(), 1)}}));
+                                   batch_of({{BRIDGE_EVENT_REG_MSG, registration_of(ctx(), 1)}}));
 }
 
 TEST_F(ConnectJob, runs_the_callbacks_again_on_every_new_connection) {
@@ -481,7 +481,8 @@ TEST_F(ConnectJob, starts_over_when_a_callback_resets_the_connection) {
     Peer first = server.accept();
     Peer second = server.accept();
     EXPECT_TRUE(first.ended());
-    EXPECT_EQ(second.read_now(), batch_of({{kUrgent, ByteVec(1)}}) + batch_of({{129, registration_of(ctx(), 1)}}));
+    EXPECT_EQ(second.read_now(),
+              batch_of({{kUrgent, ByteVec(1)}}) + batch_of({{BRIDGE_EVENT_REG_MSG, registration_of(ctx(), 1)}}));
 }
 
 TEST_F(ConnectJob, tries_again_in_a_second_when_it_gets_no_socket) {
@@ -508,7 +509,7 @@ TEST_F(ConnectJob, tries_again_every_second_until_the_server_accepts) {
     const Server server;
     EXPECT_EQ(reconnect(), 0);
     Peer peer = server.accept();
-    EXPECT_EQ(peer.read_now(), batch_of({{129, registration_of(ctx(), 1)}}));
+    EXPECT_EQ(peer.read_now(), batch_of({{BRIDGE_EVENT_REG_MSG, registration_of(ctx(), 1)}}));
     EXPECT_EQ(loop().count("bri-reconn"), 0);
 }
 
@@ -549,7 +550,7 @@ TEST_F(ConnectJob, works_on_descriptor_1_as_on_any_other) {
     close(output);
     EXPECT_EQ(sock, 1);
     EXPECT_EQ(connected, 0);
-    EXPECT_EQ(registered, batch_of({{129, registration_of(ctx(), 1)}}));
+    EXPECT_EQ(registered, batch_of({{BRIDGE_EVENT_REG_MSG, registration_of(ctx(), 1)}}));
     EXPECT_EQ(queued, 0);
     EXPECT_EQ(sent, batch_of({{kPlain, {1}}}));
     EXPECT_EQ(alone, 0);
@@ -581,7 +582,7 @@ TEST_F(Reconnect, registers_afresh_with_the_server_that_comes_back) {
         server = std::make_unique<Server>();
         EXPECT_EQ(reconnect(), 0);
         peer = server->accept();
-        EXPECT_EQ(peer.read_now(), batch_of({{129, registration_of(ctx(), 1)}}));
+        EXPECT_EQ(peer.read_now(), batch_of({{BRIDGE_EVENT_REG_MSG, registration_of(ctx(), 1)}}));
         EXPECT_EQ(ctx().event_set.words[12 + round], 1U);
         EXPECT_EQ(loop().count("bri-read"), 1);
         EXPECT_EQ(loop().count("bri-reconn"), 0);
@@ -602,7 +603,8 @@ TEST_F(Reconnect, sends_what_waited_before_the_new_registration) {
     EXPECT_EQ(loop().run_readable(), 1);
     EXPECT_EQ(reconnect(), 0);
     peer = server.accept();
-    EXPECT_EQ(peer.read_now(), batch_of({{kPlain, {1}}}) + batch_of({{kPlain, {2}}, {129, registration_of(ctx(), 1)}}));
+    EXPECT_EQ(peer.read_now(),
+              batch_of({{kPlain, {1}}}) + batch_of({{kPlain, {2}}, {BRIDGE_EVENT_REG_MSG, registration_of(ctx(), 1)}}));
     faults::clear();
 }
 

@@ -36,7 +36,8 @@ TEST_F(Introduction, lets_another_thread_wait_until_the_registration_is_out) {
     EXPECT_EQ(foreign, -1);
     EXPECT_EQ(from_another_thread(), 0);
     Peer peer = server.accept();
-    EXPECT_EQ(peer.read_now(), batch_of({{129, registration_of(ctx(), 1)}}) + batch_of({{kForeign, {1}}}));
+    EXPECT_EQ(peer.read_now(),
+              batch_of({{BRIDGE_EVENT_REG_MSG, registration_of(ctx(), 1)}}) + batch_of({{kForeign, {1}}}));
 }
 
 TEST_F(Introduction, lets_the_connect_callbacks_write_at_once) {
@@ -46,7 +47,8 @@ TEST_F(Introduction, lets_the_connect_callbacks_write_at_once) {
     EXPECT_EQ(loop().run("bri-conn"), 0);
     EXPECT_EQ(own, 0);
     Peer peer = server.accept();
-    EXPECT_EQ(peer.read_now(), batch_of({{kPlain, {7}}}) + batch_of({{129, registration_of(ctx(), 1)}}));
+    EXPECT_EQ(peer.read_now(),
+              batch_of({{kPlain, {7}}}) + batch_of({{BRIDGE_EVENT_REG_MSG, registration_of(ctx(), 1)}}));
 }
 
 TEST_F(Introduction, begins_when_the_host_connects_by_itself) {
@@ -86,7 +88,8 @@ TEST_F(Introduction, lasts_while_the_registration_waits_in_the_cache) {
     EXPECT_EQ(cached().size(), 1U); // what came behind it does not count
     EXPECT_EQ(from_another_thread(), 0);
     Peer peer = server.accept();
-    EXPECT_EQ(peer.read_now(), batch_of({{129, registration_of(ctx(), 1)}}) + batch_of({{kForeign, {1}}}));
+    EXPECT_EQ(peer.read_now(),
+              batch_of({{BRIDGE_EVENT_REG_MSG, registration_of(ctx(), 1)}}) + batch_of({{kForeign, {1}}}));
     faults::clear();
 }
 

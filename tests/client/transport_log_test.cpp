@@ -343,7 +343,7 @@ TEST_F(TransportLog, of_a_batch_that_comes) {
         },
         [] { bri::client::read_job(g_bridge_client); },
         [&] {
-            peer.send({{129, {1, 2, 3}}, {769, {}}});
+            peer.send({{BRIDGE_EVENT_REG_MSG, {1, 2, 3}}, {769, {}}});
         });
 }
 
@@ -384,7 +384,7 @@ TEST_F(TransportLog, of_batches_that_do_not_come_whole) {
             peer.close();
         };
     };
-    const ByteVec whole = batch_of({{129, pattern(4)}});
+    const ByteVec whole = batch_of({{BRIDGE_EVENT_REG_MSG, pattern(4)}});
     expect_lines({"[unit] failed to receive batch-msg header, received 3, errno = 0, Success\n"}, read,
                  write_and_close(part_of(whole, 0, 3)));
     expect_lines({"[unit] failed to receive batch-msg header, received 0, errno = 0, Success\n"}, read,

@@ -61,7 +61,7 @@ TEST_F(ManyClients, register_receive_and_answer_at_once) {
     for (Peer &peer : peers) {
         const auto batch = peer.read_batch(30000);
         ASSERT_TRUE(batch.has_value());
-        ASSERT_EQ(batch->types(), (std::vector<uint32_t>{129}));
+        ASSERT_EQ(batch->types(), (std::vector<uint32_t>{BRIDGE_EVENT_REG_MSG}));
         const ByteVec payload = batch->messages()[0].payload;
         EXPECT_EQ(value_at<uint32_t>(payload.data(), 4 * 4), 1U << 10); // type 138
         registered.insert(value_at<uint32_t>(payload.data(), 516));
@@ -73,7 +73,7 @@ TEST_F(ManyClients, register_receive_and_answer_at_once) {
     for (Peer &peer : peers) {
         const auto batch = peer.read_batch(30000);
         ASSERT_TRUE(batch.has_value());
-        ASSERT_EQ(batch->types(), (std::vector<uint32_t>{138}));
+        ASSERT_EQ(batch->types(), (std::vector<uint32_t>{BRIDGE_EVENT_SWITCHOVER_BEGIN}));
         answered.insert(value_at<uint32_t>(batch->messages()[0].payload.data(), 0));
     }
     EXPECT_EQ(answered, pids());

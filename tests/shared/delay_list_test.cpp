@@ -32,7 +32,7 @@ int delay(uint32_t number, uint32_t type = kType, uint32_t len = 4) {
 }
 
 void set_interval(int32_t seconds) {
-    const int32_t message[4] = {0x894, 8, 0, seconds};
+    const int32_t message[4] = {DEBUG_EVENT_MSG_DELAY, 8, 0, seconds};
     bri_clnt_on_debug_msg(reinterpret_cast<const bri_msg_hdr *>(message));
 }
 
@@ -219,11 +219,11 @@ TEST_F(delay_list, switching_off_what_is_off_releases_nothing) {
 TEST_F(delay_list, a_negative_interval_is_stored_logged_and_means_off) {
     set_interval(3);
     delay(1);
-    g_bri_clnt_dbg[7] = 1;
+    g_bri_clnt_dbg[BRI_DBG_MSG] = 1;
     clear_log();
     set_interval(-2);
     EXPECT_TRUE(logged("Client(stp) msg-delay -2 second.\n"));
-    EXPECT_EQ(value_at<int32_t>(g_bri_clnt_dbg, 20), -2);
+    EXPECT_EQ(value_at<int32_t>(g_bri_clnt_dbg, BRI_DBG_DELAY), -2);
     EXPECT_EQ(g_seen, numbers(1, 1));
     EXPECT_EQ(delay(2), 0);
     EXPECT_EQ(Loop::get().count("msg-delay-timer"), 1); // the first one; none for the negative interval
@@ -232,7 +232,7 @@ TEST_F(delay_list, a_negative_interval_is_stored_logged_and_means_off) {
 TEST_F(delay_list, the_change_is_logged_under_its_flag) {
     set_interval(3);
     EXPECT_TRUE(log_lines().empty());
-    g_bri_clnt_dbg[7] = 1;
+    g_bri_clnt_dbg[BRI_DBG_MSG] = 1;
     set_interval(4);
     const LogLine line = log_line("Client(stp) msg-delay 4 second.\n");
     EXPECT_EQ(line.category(), kClientLine);

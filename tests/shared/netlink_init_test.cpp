@@ -46,7 +46,7 @@ TEST_F(NetlinkInit, resolves_the_family_at_the_kernel) {
 }
 
 TEST_F(NetlinkInit, adds_the_read_job_with_the_client_and_asks_for_kernel_data_once) {
-    watch({137});
+    watch({BRIDGE_EVENT_KERNEL_DATA_REQ});
     ASSERT_EQ(bridge_lib_nlclient_init(&ctx()), 1);
     ASSERT_EQ(read_jobs(), 1);
     const Job &job = *loop().find("bri-ef-read");
@@ -55,7 +55,7 @@ TEST_F(NetlinkInit, adds_the_read_job_with_the_client_and_asks_for_kernel_data_o
     EXPECT_EQ(job.fd, fd());
     EXPECT_EQ(job.master, loop().master());
     EXPECT_EQ(ctx().nl_ready, 1);
-    ASSERT_EQ(event_types(), std::vector<uint32_t>{137});
+    ASSERT_EQ(event_types(), std::vector<uint32_t>{BRIDGE_EVENT_KERNEL_DATA_REQ});
     EXPECT_EQ(events()[0].len, 0);
     EXPECT_EQ(timers(), 0);
 }
@@ -73,12 +73,12 @@ TEST_F(NetlinkInit, adds_the_read_job_before_the_client_counts_as_ready) {
 }
 
 TEST_F(NetlinkInit, a_handler_finds_the_channel_up) {
-    watch({137});
+    watch({BRIDGE_EVENT_KERNEL_DATA_REQ});
     int ready = 0;
     int result = -2;
     during = [&](uint32_t) {
         ready = ctx().nl_ready;
-        result = bridge_lib_send_netlink(nullptr, 0, 275);
+        result = bridge_lib_send_netlink(nullptr, 0, MAC_EVENT_DYN_CHECK_BEGIN);
     };
     ASSERT_EQ(bridge_lib_nlclient_init(&ctx()), 1);
     EXPECT_EQ(ready, 1);
@@ -87,14 +87,14 @@ TEST_F(NetlinkInit, a_handler_finds_the_channel_up) {
 }
 
 TEST_F(NetlinkInit, twice_keeps_the_socket_and_one_read_job) {
-    watch({137});
+    watch({BRIDGE_EVENT_KERNEL_DATA_REQ});
     up();
     const int first = fd();
     ASSERT_EQ(bridge_lib_nlclient_init(&ctx()), 1);
     EXPECT_EQ(fd(), first);
     EXPECT_EQ(kernel.requests.size(), 1U);
     EXPECT_EQ(read_jobs(), 1);
-    EXPECT_EQ(event_types(), std::vector<uint32_t>{137});
+    EXPECT_EQ(event_types(), std::vector<uint32_t>{BRIDGE_EVENT_KERNEL_DATA_REQ});
 }
 
 TEST_F(NetlinkInit, after_a_read_keeps_one_read_job) {
@@ -207,7 +207,7 @@ TEST_F(NetlinkInit, a_refused_resolution_request_fails_without_a_word_about_the_
 }
 
 TEST_F(NetlinkInit, a_refused_read_job_fails_and_keeps_the_socket) {
-    watch({137});
+    watch({BRIDGE_EVENT_KERNEL_DATA_REQ});
     loop().refuse = 1;
     EXPECT_EQ(bridge_lib_nlclient_init(&ctx()), 0);
     EXPECT_EQ(ctx().nl_ready, 0);

@@ -76,7 +76,7 @@ TEST_F(RealKernel, initialisation_fails_at_the_family_step) {
 
 TEST_F(RealKernel, a_query_gives_nothing) {
     const uint8_t data[68] = {};
-    EXPECT_EQ(bridge_lib_query_netlink(data, sizeof data, 286), nullptr);
+    EXPECT_EQ(bridge_lib_query_netlink(data, sizeof data, MAC_EVENT_CLIENT_FIND_FIRST), nullptr);
     EXPECT_EQ(log_text(), "[] netlink msg type error.\n");
 }
 

@@ -13,7 +13,7 @@ class NetlinkQuery : public KernelHost {
     void replies(const Packet &message) {
         kernel.on_data = [this, message](const KernelRequest &request) { kernel.deliver(request.fd, message); };
     }
-    static void *query(const Packet &data = Packet(68, 1), int32_t type = 286) {
+    static void *query(const Packet &data = Packet(68, 1), int32_t type = MAC_EVENT_CLIENT_FIND_FIRST) {
         return bridge_lib_query_netlink(data.data(), static_cast<uint32_t>(data.size()), type);
     }
     static Packet bytes(const void *at, size_t size) {
@@ -50,7 +50,7 @@ TEST_F(NetlinkQuery, uses_a_socket_of_its_own_without_groups) {
 TEST_F(NetlinkQuery, resolves_and_then_sends_the_data_in_the_common_framing) {
     answers({1});
     const Packet data{9, 8, 7};
-    ASSERT_NE(query(data, 515), nullptr);
+    ASSERT_NE(query(data, MVLAN_EVENT_NOTIFY_ENTRY), nullptr);
     ASSERT_EQ(kernel.requests.size(), 2U);
     EXPECT_EQ(kernel.requests[0].message_type(), 16);
     const KernelRequest &request = kernel.requests[1];
@@ -64,7 +64,7 @@ TEST_F(NetlinkQuery, resolves_and_then_sends_the_data_in_the_common_framing) {
     EXPECT_EQ(request.at<uint8_t>(17), 1);
     EXPECT_EQ(request.at<uint16_t>(20), 16);
     EXPECT_EQ(request.at<uint16_t>(22), 0);
-    EXPECT_EQ(request.type(), 515);
+    EXPECT_EQ(request.type(), MVLAN_EVENT_NOTIFY_ENTRY);
     EXPECT_EQ(request.data_length(), 3U);
     EXPECT_EQ(request.data(), data);
     EXPECT_EQ(request.at<uint8_t>(35), 0);
@@ -132,7 +132,7 @@ TEST_F(NetlinkQuery, a_refused_answer_leaves_nothing_behind) {
 }
 
 TEST_F(NetlinkQuery, an_error_answer_restarts_the_persistent_channel) {
-    watch({137});
+    watch({BRIDGE_EVENT_KERNEL_DATA_REQ});
     up();
     kernel.on_data = [this](const KernelRequest &request) { kernel.answer_error(request, -EINVAL); };
     EXPECT_EQ(query(), nullptr);
@@ -309,7 +309,8 @@ TEST_F(NetlinkQuery, every_refused_step_gives_nothing_without_losing_a_descripto
     for (const auto &row : rows) {
         clear_log();
         faults::fail(row.call, row.nth, EIO);
-        EXPECT_EQ(bridge_lib_query_netlink(data, sizeof data, 286), nullptr) << row.call << row.nth;
+        EXPECT_EQ(bridge_lib_query_netlink(data, sizeof data, MAC_EVENT_CLIENT_FIND_FIRST), nullptr)
+            << row.call << row.nth;
         EXPECT_EQ(faults::injected(), 1 + static_cast<int>(&row - rows)) << row.call << row.nth;
         EXPECT_EQ(extra_descriptors(), 0) << row.call << row.nth;
         EXPECT_EQ(kernel.open_sockets(), 0) << row.call << row.nth;
@@ -338,14 +339,14 @@ TEST_F(NetlinkQuery, takes_up_to_19987_bytes) {
     expect_msg_line("[] Query netlink error.\n");
     const Packet data(4, 0);
     for (const uint32_t len : {0x7FFFFFFFU, 0xFFFFFFF8U, 0xFFFFFFFFU})
-        EXPECT_EQ(bridge_lib_query_netlink(data.data(), len, 286), nullptr) << len;
-    EXPECT_EQ(bridge_lib_query_netlink(nullptr, 1, 286), nullptr);
+        EXPECT_EQ(bridge_lib_query_netlink(data.data(), len, MAC_EVENT_CLIENT_FIND_FIRST), nullptr) << len;
+    EXPECT_EQ(bridge_lib_query_netlink(nullptr, 1, MAC_EVENT_CLIENT_FIND_FIRST), nullptr);
     EXPECT_EQ(kernel.sockets.size(), 1U);
 }
 
 TEST_F(NetlinkQuery, may_carry_no_data) {
     answers({1});
-    EXPECT_NE(bridge_lib_query_netlink(nullptr, 0, 286), nullptr);
+    EXPECT_NE(bridge_lib_query_netlink(nullptr, 0, MAC_EVENT_CLIENT_FIND_FIRST), nullptr);
     EXPECT_EQ(kernel.requests[1].data_length(), 0U);
 }
 
@@ -365,7 +366,7 @@ TEST_F(NetlinkQuery, writes_nothing_while_the_flag_is_off) {
     EXPECT_NE(query(), nullptr);
     kernel.on_data = [this](const KernelRequest &request) { kernel.answer_error(request, -EINVAL); };
     EXPECT_EQ(query(), nullptr);
-    EXPECT_EQ(bridge_lib_query_netlink(nullptr, 1, 286), nullptr);
+    EXPECT_EQ(bridge_lib_query_netlink(nullptr, 1, MAC_EVENT_CLIENT_FIND_FIRST), nullptr);
     EXPECT_TRUE(log_lines().empty());
 }
 

@@ -87,13 +87,13 @@ TEST_F(NetlinkReconnect, the_read_job_fails_only_when_it_cannot_be_added_again) 
 }
 
 TEST_F(NetlinkReconnect, raises_the_event_twice_when_it_succeeds) {
-    watch({137});
+    watch({BRIDGE_EVENT_KERNEL_DATA_REQ});
     up();
     kernel.deliver(fd(), netlink_error(-1));
     loop().run_readable();
     EXPECT_TRUE(events().empty());
     loop().run("bri-ef-reconn");
-    EXPECT_EQ(event_types(), (std::vector<uint32_t>{137, 137}));
+    EXPECT_EQ(event_types(), (std::vector<uint32_t>{BRIDGE_EVENT_KERNEL_DATA_REQ, BRIDGE_EVENT_KERNEL_DATA_REQ}));
     EXPECT_EQ(ctx().nl_ready, 1);
     EXPECT_EQ(read_jobs(), 1);
     EXPECT_EQ(loop().find("bri-ef-read")->arg, &ctx());
@@ -116,7 +116,7 @@ TEST_F(NetlinkReconnect, tries_every_second_until_the_family_is_back_under_anoth
     loop().run("bri-ef-reconn");
     EXPECT_EQ(ctx().nl_ready, 1);
     EXPECT_EQ(timers(), 0);
-    ASSERT_EQ(bridge_lib_send_netlink(nullptr, 0, 275), 0);
+    ASSERT_EQ(bridge_lib_send_netlink(nullptr, 0, MAC_EVENT_DYN_CHECK_BEGIN), 0);
     EXPECT_EQ(kernel.data_requests().back().message_type(), 77);
     EXPECT_EQ(extra_descriptors(), 1);
 }
@@ -263,7 +263,7 @@ TEST_F(NetlinkDeinit, forgets_the_family) {
     bridge_lib_nlclient_deinit(&ctx());
     kernel.family = 99;
     up();
-    ASSERT_EQ(bridge_lib_send_netlink(nullptr, 0, 275), 0);
+    ASSERT_EQ(bridge_lib_send_netlink(nullptr, 0, MAC_EVENT_DYN_CHECK_BEGIN), 0);
     EXPECT_EQ(kernel.data_requests().back().message_type(), 99);
 }
 

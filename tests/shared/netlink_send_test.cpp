@@ -11,7 +11,7 @@ using NetlinkSend = KernelHost;
 TEST_F(NetlinkSend, sends_type_length_and_data_in_one_attribute) {
     up();
     const Packet data{1, 2, 3, 4, 5, 6, 7};
-    ASSERT_EQ(bridge_lib_send_netlink(data.data(), 7, 274), 0);
+    ASSERT_EQ(bridge_lib_send_netlink(data.data(), 7, MAC_EVENT_SS_NOTIFY_ADDR), 0);
     ASSERT_EQ(kernel.requests.size(), 2U);
     const KernelRequest &request = kernel.requests[1];
     EXPECT_EQ(request.fd, fd());
@@ -37,7 +37,7 @@ TEST_F(NetlinkSend, tells_what_it_sends_before_it_is_sent) {
     up();
     std::string told;
     kernel.on_data = [&](const KernelRequest &) { told = log_text(); };
-    ASSERT_EQ(bridge_lib_send_netlink(nullptr, 0, 275), 0);
+    ASSERT_EQ(bridge_lib_send_netlink(nullptr, 0, MAC_EVENT_DYN_CHECK_BEGIN), 0);
     EXPECT_EQ(told, "[unit] send to netlink, type(275), len(0).\n");
 }
 
@@ -53,7 +53,7 @@ TEST_F(NetlinkSend, sends_every_length_of_data_whole) {
     up();
     for (uint32_t len = 1; len < 40; ++len) {
         const Packet data(len, static_cast<uint8_t>(0x80 + len));
-        ASSERT_EQ(bridge_lib_send_netlink(data.data(), len, 274), 0);
+        ASSERT_EQ(bridge_lib_send_netlink(data.data(), len, MAC_EVENT_SS_NOTIFY_ADDR), 0);
         EXPECT_EQ(kernel.requests.back().data_length(), len);
         EXPECT_EQ(kernel.requests.back().data(), data);
     }
@@ -62,11 +62,11 @@ TEST_F(NetlinkSend, sends_every_length_of_data_whole) {
 TEST_F(NetlinkSend, takes_up_to_19987_bytes) {
     up();
     const Packet data(19988, 0xEE);
-    ASSERT_EQ(bridge_lib_send_netlink(data.data(), 19987, 274), 0);
+    ASSERT_EQ(bridge_lib_send_netlink(data.data(), 19987, MAC_EVENT_SS_NOTIFY_ADDR), 0);
     EXPECT_EQ(kernel.requests[1].bytes.size(), 20020U);
     EXPECT_EQ(kernel.requests[1].data(), Packet(19987, 0xEE));
     EXPECT_EQ(kernel.requests[1].at<uint8_t>(20019), 0);
-    EXPECT_EQ(bridge_lib_send_netlink(data.data(), 19988, 274), -1);
+    EXPECT_EQ(bridge_lib_send_netlink(data.data(), 19988, MAC_EVENT_SS_NOTIFY_ADDR), -1);
     expect_msg_line("[unit] send to netlink error.\n");
 }
 
@@ -74,13 +74,13 @@ TEST_F(NetlinkSend, refuses_lengths_that_would_wrap_and_missing_data) {
     up();
     const Packet data(4, 0);
     for (const uint32_t len : {20000U, 0x7FFFFFFFU, 0xFFFFFFF0U, 0xFFFFFFF8U, 0xFFFFFFFFU})
-        EXPECT_EQ(bridge_lib_send_netlink(data.data(), len, 274), -1) << len;
-    EXPECT_EQ(bridge_lib_send_netlink(nullptr, 1, 274), -1);
+        EXPECT_EQ(bridge_lib_send_netlink(data.data(), len, MAC_EVENT_SS_NOTIFY_ADDR), -1) << len;
+    EXPECT_EQ(bridge_lib_send_netlink(nullptr, 1, MAC_EVENT_SS_NOTIFY_ADDR), -1);
     EXPECT_EQ(kernel.requests.size(), 1U);
 }
 
 TEST_F(NetlinkSend, on_a_closed_channel_fails) {
-    EXPECT_EQ(bridge_lib_send_netlink(nullptr, 0, 275), -1);
+    EXPECT_EQ(bridge_lib_send_netlink(nullptr, 0, MAC_EVENT_DYN_CHECK_BEGIN), -1);
     EXPECT_EQ(log_text(), "[] send to netlink, type(275), len(0).\n[] send to netlink error.\n");
     EXPECT_TRUE(kernel.requests.empty());
 }
@@ -89,14 +89,14 @@ TEST_F(NetlinkSend, on_a_closed_channel_fails) {
 TEST_F(NetlinkSend, with_the_family_unknown_sends_its_low_16_bits) {
     kernel.family = 0;
     ASSERT_EQ(bridge_lib_nlclient_init(&ctx()), 0);
-    EXPECT_EQ(bridge_lib_send_netlink(nullptr, 0, 275), 0);
+    EXPECT_EQ(bridge_lib_send_netlink(nullptr, 0, MAC_EVENT_DYN_CHECK_BEGIN), 0);
     EXPECT_EQ(kernel.data_requests().back().message_type(), 0xFFFF);
 }
 
 TEST_F(NetlinkSend, without_memory_fails_silently) {
     up();
     faults::fail("malloc", 1, ENOMEM);
-    EXPECT_EQ(bridge_lib_send_netlink(nullptr, 0, 275), -1);
+    EXPECT_EQ(bridge_lib_send_netlink(nullptr, 0, MAC_EVENT_DYN_CHECK_BEGIN), -1);
     EXPECT_EQ(kernel.requests.size(), 1U);
     EXPECT_TRUE(log_lines().empty());
 }
@@ -104,7 +104,7 @@ TEST_F(NetlinkSend, without_memory_fails_silently) {
 TEST_F(NetlinkSend, a_full_socket_is_tried_again) {
     up();
     faults::fail("sendto", 1, EAGAIN, 4);
-    EXPECT_EQ(bridge_lib_send_netlink(nullptr, 0, 275), 0);
+    EXPECT_EQ(bridge_lib_send_netlink(nullptr, 0, MAC_EVENT_DYN_CHECK_BEGIN), 0);
     EXPECT_EQ(faults::calls("sendto"), 1 + 5); // the resolution's, four refused, one taken
     EXPECT_EQ(kernel.requests.size(), 2U);
 }
@@ -114,7 +114,7 @@ TEST_F(NetlinkSend, a_socket_that_stays_full_holds_the_host_for_a_tenth_of_a_sec
     faults::fail("sendto", 1, EAGAIN, 1 << 30);
     const int before = faults::calls("sendto");
     const auto start = std::chrono::steady_clock::now();
-    EXPECT_EQ(bridge_lib_send_netlink(nullptr, 0, 275), -1);
+    EXPECT_EQ(bridge_lib_send_netlink(nullptr, 0, MAC_EVENT_DYN_CHECK_BEGIN), -1);
     const auto taken = std::chrono::steady_clock::now() - start;
     EXPECT_GE(taken, std::chrono::milliseconds(99)); // the deadline is in whole milliseconds
     EXPECT_LT(taken, std::chrono::seconds(5));
@@ -133,7 +133,7 @@ TEST_F(NetlinkSend, a_socket_that_gets_room_is_written_to) {
         errno = EAGAIN;
         return ssize_t{-1};
     };
-    EXPECT_EQ(bridge_lib_send_netlink(nullptr, 0, 275), 0);
+    EXPECT_EQ(bridge_lib_send_netlink(nullptr, 0, MAC_EVENT_DYN_CHECK_BEGIN), 0);
     EXPECT_EQ(kernel.requests.size(), 2U);
 }
 
@@ -142,7 +142,7 @@ TEST_F(NetlinkSend, any_other_error_fails_at_once) {
     for (const int error : {EINTR, ECONNREFUSED, ENOBUFS, EPERM}) {
         const int before = faults::calls("sendto");
         faults::fail("sendto", 1, error);
-        EXPECT_EQ(bridge_lib_send_netlink(nullptr, 0, 275), -1) << error;
+        EXPECT_EQ(bridge_lib_send_netlink(nullptr, 0, MAC_EVENT_DYN_CHECK_BEGIN), -1) << error;
         EXPECT_EQ(faults::calls("sendto"), before + 1) << error;
     }
     EXPECT_EQ(times_logged("[unit] send to netlink error.\n"), 4);
@@ -162,7 +162,7 @@ TEST_F(NetlinkSend, a_short_write_continues_with_the_rest) {
         return static_cast<ssize_t>(some);
     };
     const Packet data(7, 9);
-    EXPECT_EQ(bridge_lib_send_netlink(data.data(), 7, 274), 0);
+    EXPECT_EQ(bridge_lib_send_netlink(data.data(), 7, MAC_EVENT_SS_NOTIFY_ADDR), 0);
     EXPECT_EQ(asked, (std::vector<size_t>{40, 39, 24, 9}));
     EXPECT_EQ(value_at<uint32_t>(taken.data(), 0), 40U);
     EXPECT_EQ(value_at<uint32_t>(taken.data(), 28), 7U);
@@ -173,15 +173,15 @@ TEST_F(NetlinkSend, a_write_of_nothing_fails_whatever_errno_said_before) {
     faults::hooks.sendto = [](int, const void *, size_t, int, const sockaddr *, socklen_t) { return ssize_t{0}; };
     const int before = faults::calls("sendto");
     errno = EAGAIN;
-    EXPECT_EQ(bridge_lib_send_netlink(nullptr, 0, 275), -1);
+    EXPECT_EQ(bridge_lib_send_netlink(nullptr, 0, MAC_EVENT_DYN_CHECK_BEGIN), -1);
     EXPECT_EQ(faults::calls("sendto"), before + 1);
 }
 
 TEST_F(NetlinkSend, writes_nothing_while_the_flag_is_off) {
     up();
     g_bri_clnt_dbg[BRI_DBG_MSG] = 0;
-    bridge_lib_send_netlink(nullptr, 0, 275);
-    bridge_lib_send_netlink(nullptr, 1, 275);
+    bridge_lib_send_netlink(nullptr, 0, MAC_EVENT_DYN_CHECK_BEGIN);
+    bridge_lib_send_netlink(nullptr, 1, MAC_EVENT_DYN_CHECK_BEGIN);
     kernel.deliver(fd(), {1});
     loop().run_readable();
     kernel.deliver(fd(), netlink_message(99, 3, {}));

@@ -120,7 +120,8 @@ TEST_F(Host, does_not_spin_while_server_and_kernel_are_away) {
 TEST_F(Host, survives_a_server_killed_in_the_middle_of_a_batch) {
     Process sandbox = start_sandbox();
     Process host = start_ready_host("alpha", {"-e", "407"});
-    const ByteVec batch = batch_of({{407, {1, 2, 3, 4}}, {407, {5, 6, 7, 8}}});
+    const ByteVec batch =
+        batch_of({{VLAN_EVENT_MODIFY_INTF_MODE, {1, 2, 3, 4}}, {VLAN_EVENT_MODIFY_INTF_MODE, {5, 6, 7, 8}}});
     sandbox.write_line("raw " + hex(ByteVec(batch.begin(), batch.begin() + 25)));
     EXPECT_TRUE(sandbox.shows("raw: to 1 clients"));
     sandbox.signal(SIGKILL);
@@ -159,7 +160,8 @@ TEST_F(Host, batch_header_that_announces_too_much_makes_it_reconnect) {
 TEST_F(Host, message_that_runs_past_its_batch_ends_that_batch_only) {
     Process sandbox = start_sandbox();
     Process host = start_ready_host("alpha", {"-e", "407"});
-    ByteVec batch = batch_of({{407, {1}}, {407, {2}}, {407, {3}}});
+    ByteVec batch = batch_of(
+        {{VLAN_EVENT_MODIFY_INTF_MODE, {1}}, {VLAN_EVENT_MODIFY_INTF_MODE, {2}}, {VLAN_EVENT_MODIFY_INTF_MODE, {3}}});
     put_at<uint32_t>(batch.data(), 8 + 9 + 4, 0xfffffff8); // the second message's length
     sandbox.write_line("raw " + hex(batch));
     expect_event(sandbox, host, "407 04", "(407), 1 bytes: 04\n");
@@ -265,7 +267,7 @@ struct HostSlow : Host {};
 TEST_F(HostSlow, gives_up_a_server_that_stalls_inside_a_batch) {
     Process sandbox = start_sandbox();
     Process host = start_ready_host("alpha", {"-e", "407"});
-    const ByteVec batch = batch_of({{407, {1, 2, 3, 4}}});
+    const ByteVec batch = batch_of({{VLAN_EVENT_MODIFY_INTF_MODE, {1, 2, 3, 4}}});
     sandbox.write_line("raw " + hex(ByteVec(batch.begin(), batch.end() - 1)));
     EXPECT_TRUE(sandbox.shows("client 1 (alpha): lost, closed by the client"));
     EXPECT_TRUE(sandbox.shows("client 2 (alpha): registered"));

@@ -17,7 +17,7 @@ struct Sandbox : World {
 TEST_F(Sandbox, registration_is_answered_with_role_backup_data_and_sync_end_in_one_batch) {
     Process sandbox = start_sandbox();
     Peer client = connect_client();
-    client.send({{BRIDGE_EVENT_REG_MSG, registration({387}, 77, "raw")}});
+    client.send({{BRIDGE_EVENT_REG_MSG, registration({VLAN_EVENT_CREATE_INDEX}, 77, "raw")}});
     EXPECT_EQ(next(client), synchronisation());
     EXPECT_TRUE(sandbox.shows("client 1 (raw): registered, pid 77, 1 event types, fresh\n"));
 }
@@ -31,20 +31,20 @@ TEST_F(Sandbox, slave_is_told_so_at_its_registration) {
 
 TEST_F(Sandbox, event_reaches_only_the_clients_that_registered_it) {
     Process sandbox = start_sandbox();
-    Peer both = register_client({387, 388}, "both");
-    Peer one = register_client({388}, "one");
+    Peer both = register_client({VLAN_EVENT_CREATE_INDEX, VLAN_EVENT_DESTROY_INDEX}, "both");
+    Peer one = register_client({VLAN_EVENT_DESTROY_INDEX}, "one");
     Peer stranger = connect_client();
     sandbox.write_line("event 387 01 02");
     EXPECT_TRUE(sandbox.shows("event VLAN_EVENT_CREATE_INDEX(387): to 1 clients"));
     sandbox.write_line("event VLAN_EVENT_DESTROY_INDEX 03");
     EXPECT_TRUE(sandbox.shows("to 2 clients"));
-    EXPECT_EQ(next(both), (std::vector<Message>{{387, {1, 2}}}));
-    EXPECT_EQ(next(both), (std::vector<Message>{{388, {3}}}));
-    expect_nothing_before(one, {388, {3}});
+    EXPECT_EQ(next(both), (std::vector<Message>{{VLAN_EVENT_CREATE_INDEX, {1, 2}}}));
+    EXPECT_EQ(next(both), (std::vector<Message>{{VLAN_EVENT_DESTROY_INDEX, {3}}}));
+    expect_nothing_before(one, {VLAN_EVENT_DESTROY_INDEX, {3}});
     sandbox.write_line("event @both 388");
     sandbox.write_line("event @2 388 07");
-    EXPECT_EQ(next(both), (std::vector<Message>{{388, {}}}));
-    expect_nothing_before(one, {388, {7}});
+    EXPECT_EQ(next(both), (std::vector<Message>{{VLAN_EVENT_DESTROY_INDEX, {}}}));
+    expect_nothing_before(one, {VLAN_EVENT_DESTROY_INDEX, {7}});
     sandbox.write_line("raw ff");
     EXPECT_TRUE(sandbox.shows("raw: to 3 clients"));
     EXPECT_TRUE(stranger.readable(kPatienceMs));
@@ -69,12 +69,12 @@ TEST_F(Sandbox, management_events_are_for_every_registered_client) {
 
 TEST_F(Sandbox, requests_of_the_mac_and_vlan_submodules_come_back_to_all_that_want_them) {
     Process sandbox = start_sandbox();
-    Peer sender = register_client({265, 392}, "sender");
-    Peer other = register_client({392, 645}, "other");
-    sender.send({{392, {1, 2, 3}}, {265, {}}, {645, {9}}});
-    EXPECT_EQ(next(sender), (std::vector<Message>{{392, {1, 2, 3}}}));
-    EXPECT_EQ(next(sender), (std::vector<Message>{{265, {}}}));
-    expect_nothing_before(other, {392, {1, 2, 3}});
+    Peer sender = register_client({MAC_EVENT_DYN_FLUSH, VLAN_EVENT_RENAME}, "sender");
+    Peer other = register_client({VLAN_EVENT_RENAME, L2TOP_EVENT_PROTO_CONFIG}, "other");
+    sender.send({{VLAN_EVENT_RENAME, {1, 2, 3}}, {MAC_EVENT_DYN_FLUSH, {}}, {L2TOP_EVENT_PROTO_CONFIG, {9}}});
+    EXPECT_EQ(next(sender), (std::vector<Message>{{VLAN_EVENT_RENAME, {1, 2, 3}}}));
+    EXPECT_EQ(next(sender), (std::vector<Message>{{MAC_EVENT_DYN_FLUSH, {}}}));
+    expect_nothing_before(other, {VLAN_EVENT_RENAME, {1, 2, 3}});
     EXPECT_TRUE(sandbox.shows("client 1 (sender): sent VLAN_EVENT_RENAME(392), 3 bytes"));
     EXPECT_TRUE(sandbox.shows("client 1 (sender): sent L2TOP_EVENT_PROTO_CONFIG(645), 1 bytes")); // not echoed
     EXPECT_FALSE(other.readable());
@@ -82,16 +82,19 @@ TEST_F(Sandbox, requests_of_the_mac_and_vlan_submodules_come_back_to_all_that_wa
 
 TEST_F(Sandbox, added_and_withdrawn_events_change_the_registered_set) {
     Process sandbox = start_sandbox();
-    Peer client = register_client({387}, "raw");
-    client.send({{BRIDGE_EVENT_REG_MSG, registration({388, 389}, 0, "", 1, 0)}});
+    Peer client = register_client({VLAN_EVENT_CREATE_INDEX}, "raw");
+    client.send(
+        {{BRIDGE_EVENT_REG_MSG, registration({VLAN_EVENT_DESTROY_INDEX, VLAN_EVENT_CREATE_RANGE}, 0, "", 1, 0)}});
     EXPECT_TRUE(sandbox.shows("client 1 (raw): added events, now 3 event types"));
-    client.send({{BRIDGE_EVENT_REG_MSG, registration({387, 389}, 0, "", 0, 0)}});
+    client.send(
+        {{BRIDGE_EVENT_REG_MSG, registration({VLAN_EVENT_CREATE_INDEX, VLAN_EVENT_CREATE_RANGE}, 0, "", 0, 0)}});
     EXPECT_TRUE(sandbox.shows("client 1 (raw): withdrew events, now 1 event types"));
     for (const char *line : {"event 387", "event 389", "event 388"})
         sandbox.write_line(line);
-    expect_nothing_before(client, {388, {}});
+    expect_nothing_before(client, {VLAN_EVENT_DESTROY_INDEX, {}});
     // A full registration replaces what was known.
-    client.send({{BRIDGE_EVENT_REG_MSG, registration({390, 391}, 5, "new", 1, 0)}});
+    client.send({{BRIDGE_EVENT_REG_MSG,
+                  registration({VLAN_EVENT_DESTROY_RANGE, VLAN_EVENT_DESTROY_ROLLBACK}, 5, "new", 1, 0)}});
     EXPECT_TRUE(sandbox.shows("client 1 (new): registered, pid 5, 2 event types\n"));
     EXPECT_EQ(next(client), synchronisation());
 }
@@ -107,8 +110,9 @@ TEST_F(Sandbox, registration_of_a_wrong_size_is_ignored) {
 
 TEST_F(Sandbox, origin_data_request_is_answered_to_the_asking_client_alone) {
     Process sandbox = start_sandbox();
-    Peer asking = register_client({257, 258, 1033}, "asking");
-    Peer other = register_client({257, 258}, "other");
+    Peer asking =
+        register_client({MAC_EVENT_SYNC_DATA_BEGIN, MAC_EVENT_SYNC_DATA_END, VG_EVENT_SYNC_DATA_BEGIN}, "asking");
+    Peer other = register_client({MAC_EVENT_SYNC_DATA_BEGIN, MAC_EVENT_SYNC_DATA_END}, "other");
     asking.send({{BRIDGE_EVENT_ORI_DATA_REQUEST, bytes_of(uint32_t{BRI_SUBMOD_MAC})},
                  {BRIDGE_EVENT_ORI_DATA_REQUEST, bytes_of(uint32_t{BRI_SUBMOD_VLAN_GROUP})},
                  {BRIDGE_EVENT_ORI_DATA_REQUEST, bytes_of(uint32_t{99})}});
@@ -122,61 +126,62 @@ TEST_F(Sandbox, origin_data_request_is_answered_to_the_asking_client_alone) {
 
 TEST_F(Sandbox, client_that_breaks_the_framing_is_dropped_alone) {
     Process sandbox = start_sandbox();
-    Peer good = register_client({387}, "good");
+    Peer good = register_client({VLAN_EVENT_CREATE_INDEX}, "good");
     Peer oversized = connect_client();
     oversized.write(batch_of({}, BRI_BATCH_MSG_MAX + 1, 1));
     EXPECT_TRUE(sandbox.shows("client 2: lost, sent a batch header of 10249 bytes"));
     EXPECT_TRUE(oversized.ended());
     Peer past = connect_client();
-    ByteVec batch = batch_of({{387, {1, 2}}});
+    ByteVec batch = batch_of({{VLAN_EVENT_CREATE_INDEX, {1, 2}}});
     put_at<uint32_t>(batch.data(), 12, 3); // the message's length: one byte more than the batch has
     past.write(batch);
     EXPECT_TRUE(sandbox.shows("client 3: lost, sent a message that runs past its batch"));
     EXPECT_TRUE(past.ended());
     sandbox.write_line("event 387");
-    EXPECT_EQ(next(good), (std::vector<Message>{{387, {}}}));
+    EXPECT_EQ(next(good), (std::vector<Message>{{VLAN_EVENT_CREATE_INDEX, {}}}));
 }
 
 TEST_F(Sandbox, batches_arrive_whole_however_they_are_cut) {
     Process sandbox = start_sandbox();
-    Peer client = register_client({392, 393}, "raw");
-    const ByteVec bytes = batch_of({{392, {1}}, {393, {2, 3}}}) + batch_of({}) + batch_of({{392, ByteVec(10240, 7)}});
+    Peer client = register_client({VLAN_EVENT_RENAME, VLAN_EVENT_MODIFY_VLAN_MODE}, "raw");
+    const ByteVec bytes = batch_of({{VLAN_EVENT_RENAME, {1}}, {VLAN_EVENT_MODIFY_VLAN_MODE, {2, 3}}}) + batch_of({}) +
+                          batch_of({{VLAN_EVENT_RENAME, ByteVec(10240, 7)}});
     for (size_t at = 0; at < 60; ++at)
         client.write({bytes[at]});
     client.write(ByteVec(bytes.begin() + 60, bytes.end()));
-    EXPECT_EQ(next(client), (std::vector<Message>{{392, {1}}}));
-    EXPECT_EQ(next(client), (std::vector<Message>{{393, {2, 3}}}));
-    EXPECT_EQ(next(client), (std::vector<Message>{{392, ByteVec(10240, 7)}}));
+    EXPECT_EQ(next(client), (std::vector<Message>{{VLAN_EVENT_RENAME, {1}}}));
+    EXPECT_EQ(next(client), (std::vector<Message>{{VLAN_EVENT_MODIFY_VLAN_MODE, {2, 3}}}));
+    EXPECT_EQ(next(client), (std::vector<Message>{{VLAN_EVENT_RENAME, ByteVec(10240, 7)}}));
 }
 
 TEST_F(Sandbox, slow_client_holds_nobody_and_loses_nothing) {
     constexpr int events = 200; // two megabytes, more than a socket takes
     Process sandbox = start_sandbox({"--quiet"});
-    Peer slow = register_client({392}, "slow");
-    Peer quick = register_client({392}, "quick");
+    Peer slow = register_client({VLAN_EVENT_RENAME}, "slow");
+    Peer quick = register_client({VLAN_EVENT_RENAME}, "quick");
     for (int i = 0; i < events; ++i)
-        quick.send({{392, ByteVec(10240, static_cast<uint8_t>(i))}});
+        quick.send({{VLAN_EVENT_RENAME, ByteVec(10240, static_cast<uint8_t>(i))}});
     for (int i = 0; i < events; ++i)
-        ASSERT_EQ(next(quick), (std::vector<Message>{{392, ByteVec(10240, static_cast<uint8_t>(i))}}));
+        ASSERT_EQ(next(quick), (std::vector<Message>{{VLAN_EVENT_RENAME, ByteVec(10240, static_cast<uint8_t>(i))}}));
     for (int i = 0; i < events; ++i)
-        ASSERT_EQ(next(slow), (std::vector<Message>{{392, ByteVec(10240, static_cast<uint8_t>(i))}}));
+        ASSERT_EQ(next(slow), (std::vector<Message>{{VLAN_EVENT_RENAME, ByteVec(10240, static_cast<uint8_t>(i))}}));
 }
 
 TEST_F(Sandbox, stalled_client_is_neither_read_nor_written_until_resumed) {
     Process sandbox = start_sandbox();
-    Peer client = register_client({387}, "raw");
-    Peer other = register_client({387}, "other");
+    Peer client = register_client({VLAN_EVENT_CREATE_INDEX}, "raw");
+    Peer other = register_client({VLAN_EVENT_CREATE_INDEX}, "other");
     sandbox.write_line("stall @raw");
     EXPECT_TRUE(sandbox.shows("stall: 1 clients"));
-    client.send({{388, {}}});
+    client.send({{VLAN_EVENT_DESTROY_INDEX, {}}});
     sandbox.write_line("event 387 01");
-    EXPECT_EQ(next(other), (std::vector<Message>{{387, {1}}}));
+    EXPECT_EQ(next(other), (std::vector<Message>{{VLAN_EVENT_CREATE_INDEX, {1}}}));
     sandbox.write_line("clients");
     EXPECT_TRUE(sandbox.shows("1 raw pid 4242 events 1 messages 1 sent 5 queued 17 fresh stalled"));
     EXPECT_FALSE(client.readable());
     sandbox.write_line("resume");
     EXPECT_TRUE(sandbox.shows("resume: 2 clients"));
-    EXPECT_EQ(next(client), (std::vector<Message>{{387, {1}}}));
+    EXPECT_EQ(next(client), (std::vector<Message>{{VLAN_EVENT_CREATE_INDEX, {1}}}));
     EXPECT_TRUE(sandbox.shows("client 1 (raw): sent VLAN_EVENT_DESTROY_INDEX(388)"));
 }
 
@@ -221,12 +226,12 @@ TEST_F(Sandbox, script_runs_with_its_waits_and_its_exit_status) {
                                                     "print not reached\n");
     Process sandbox = start_sandbox({"--script", script});
     {
-        Peer client = register_client({387}, "raw");
-        EXPECT_EQ(next(client), (std::vector<Message>{{387, {10, 11}}}));
-        client.send({{392, {}}});
+        Peer client = register_client({VLAN_EVENT_CREATE_INDEX}, "raw");
+        EXPECT_EQ(next(client), (std::vector<Message>{{VLAN_EVENT_CREATE_INDEX, {10, 11}}}));
+        client.send({{VLAN_EVENT_RENAME, {}}});
         EXPECT_TRUE(sandbox.shows("sent VLAN_EVENT_RENAME"));
         EXPECT_EQ(sandbox.count("both have come"), 0);
-        client.send({{392, {}}});
+        client.send({{VLAN_EVENT_RENAME, {}}});
         EXPECT_TRUE(sandbox.shows("\nboth have come\n"));
     }
     EXPECT_EQ(sandbox.wait(), 0);
