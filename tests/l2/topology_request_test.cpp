@@ -397,9 +397,9 @@ TEST_F(TopologyRequest, each_line_needs_its_own_flag) {
     const l2top_port_status_batch every = batch(1, 0x3FF);
     const l2top_port_instance_req wanted{};
     ASSERT_EQ(bridge_set_bri_proto_prejudge(4, 1U << 2), 1);
-    const auto of_room = [](const char *module, const char *start) {
+    const auto of_category = [](const LogCategory &category, const char *start) {
         return std::count_if(log_lines().begin(), log_lines().end(), [&](const LogLine &line) {
-            return line.module == module && line.text.rfind(start, 0) == 0;
+            return line.category() == category && line.text.rfind(start, 0) == 0;
         });
     };
     const auto all = [&] {
@@ -427,17 +427,17 @@ TEST_F(TopologyRequest, each_line_needs_its_own_flag) {
     clear_log();
     all();
     for (const LogLine &line : log_lines())
-        EXPECT_EQ(line.tag, "LIB_DEBUG") << line.text;
-    EXPECT_EQ(of_room("BRIDGE", "[unit] conf bridge protocol status failed"), 1);
-    EXPECT_EQ(of_room("BRIDGE", "[unit] set protocol[4] failed, conflict protocol[2]."), 1);
-    EXPECT_EQ(of_room("BRIDGE", "[unit] send conf-bri-proto msg "), 3);
+        EXPECT_EQ(line.category(), kClientLine) << line.text;
+    EXPECT_EQ(of_category(kClientLine, "[unit] conf bridge protocol status failed"), 1);
+    EXPECT_EQ(of_category(kClientLine, "[unit] set protocol[4] failed, conflict protocol[2]."), 1);
+    EXPECT_EQ(of_category(kClientLine, "[unit] send conf-bri-proto msg "), 3);
     clear_log();
     g_bri_clnt_dbg[BRI_DBG_VLAN] = 1;
     g_bri_clnt_dbg[BRI_DBG_MSG] = 0;
     all();
-    EXPECT_EQ(of_room("VLIB", ""), 10);
+    EXPECT_EQ(of_category(kVlanLine, ""), 10);
     for (const LogLine &line : log_lines())
-        EXPECT_NE(line.tag, "LIB_DEBUG") << line.text;
+        EXPECT_NE(line.category(), kClientLine) << line.text;
 }
 
 } // namespace

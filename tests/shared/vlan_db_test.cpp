@@ -59,14 +59,14 @@ TEST_F(UnmappedVlanDb, set_up_without_a_usable_key_fails) {
     setenv("VSDID", std::to_string(-static_cast<int>(kKeyBase)).c_str(), 1);
     EXPECT_EQ(vl_vlandb_init(), 0);
     ASSERT_EQ(log_lines().size(), 1U);
-    EXPECT_EQ(log_line("Get ipc-key failed.\n").tag, "VLAN-DB");
+    expect_line("Get ipc-key failed.\n", kVlanDbLine);
 }
 
 TEST_F(UnmappedVlanDb, set_up_without_a_lock_fails_and_keeps_nothing) {
     debug_on({BRI_DBG_VLAN});
     faults::fail("semget", 1, EACCES);
     EXPECT_EQ(vl_vlandb_init(), 0);
-    EXPECT_EQ(log_line("Create SEM failed.\n").tag, "VLAN-DB");
+    expect_line("Create SEM failed.\n", kVlanDbLine);
     EXPECT_EQ(g_vl_mng.lock, nullptr);
     EXPECT_EQ(g_vl_mng.shm, nullptr);
 }
@@ -75,7 +75,7 @@ TEST_F(UnmappedVlanDb, set_up_without_a_segment_fails_and_keeps_the_lock) {
     debug_on({BRI_DBG_VLAN});
     faults::fail("shmget", 1, ENOMEM);
     EXPECT_EQ(vl_vlandb_init(), 0);
-    EXPECT_EQ(log_line("Create SHM failed.\n").tag, "VLAN-DB");
+    expect_line("Create SHM failed.\n", kVlanDbLine);
     EXPECT_NE(g_vl_mng.lock, nullptr);
     EXPECT_EQ(g_vl_mng.shm, nullptr);
     EXPECT_EQ(g_vl_mng.entries, nullptr);

@@ -274,7 +274,7 @@ TEST_F(Replay, block_whose_own_index_is_invalid_is_named_for_each_vlan) {
                           "Notify swport add vlan event.\n"
                           "Get member tag info, get spcb[64] failed.\n"
                           "Get member tag info, get spcb[64] failed.\n");
-    EXPECT_EQ(log_lines().back().tag, "VLAN-DB");
+    EXPECT_EQ(log_lines().back().category(), kVlanDbLine);
     clear_log();
     g_bri_clnt_dbg[BRI_DBG_VLAN] = 0;
     run();

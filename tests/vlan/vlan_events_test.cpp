@@ -268,7 +268,7 @@ TEST_F(VlanMessage, internal_types_are_logged_and_never_passed_on) {
         EXPECT_EQ(RawMessage(row.type, 8).deliver(), 0);
         EXPECT_EQ(log_text(), row.text);
         for (const LogLine &line : log_lines())
-            EXPECT_EQ(line.module, "VLIB");
+            EXPECT_EQ(line.category(), kVlanLine);
     }
     EXPECT_TRUE(events().empty());
 }
