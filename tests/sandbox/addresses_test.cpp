@@ -2,6 +2,7 @@
 #include "sandbox/addresses.h"
 #include "sandbox/traffic.h"
 #include "sandbox/vlan_sets.h"
+#include "tests/support/bytes.h"
 
 #include <bridge/events.h>
 
@@ -57,7 +58,7 @@ struct AddressesTest : testing::Test {
         last = {payload.data, payload.data + payload.size};
     };
     std::vector<uint32_t> told;
-    std::vector<uint8_t> last;
+    test::ByteVec last;
     Microseconds now{0};
     KernelTables tables{tell, [this] { return now; }};
     Addresses addresses{[this](uint32_t type, Bytes data) {

@@ -1,5 +1,7 @@
 #include "tests/soak/stage.h"
 
+#include "tests/support/bytes.h"
+
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
@@ -21,7 +23,7 @@ constexpr char kFlatHeap[] = "GLIBC_TUNABLES=glibc.malloc.tcache_count=0:glibc.m
 // The event's words, then the bytes that the host expects.
 std::string hex_payload(uint32_t number, uint32_t type, size_t size) {
     const soak_event event{number, type};
-    std::vector<uint8_t> bytes(size);
+    test::ByteVec bytes(size);
     for (size_t i = 0; i < size; ++i)
         bytes[i] = static_cast<uint8_t>(number + i);
     std::memcpy(bytes.data(), &event, sizeof event);

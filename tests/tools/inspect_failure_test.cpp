@@ -158,11 +158,11 @@ TEST_F(InspectFailure, looking_changes_nothing) {
     vl_initial_vlan_entry(10, 1);
     vlans.shm->hdr->shmid = 12345; // an attachment for writing would put this right
     const auto *start = reinterpret_cast<const uint8_t *>(vlans.shm->hdr);
-    const std::vector<uint8_t> before(start, start + 328272);
+    const ByteVec before(start, start + 328272);
     for (const char *command : kCommands)
         for (const Args &form : {Args{command}, Args{command, "--json", "--watch", "--looks=2", "--interval=0.01"}})
             EXPECT_EQ(run(form).status, 0) << command;
-    EXPECT_EQ(std::vector<uint8_t>(start, start + 328272), before);
+    EXPECT_EQ(ByteVec(start, start + 328272), before);
     shmid_ds status{};
     shmctl(shmget(key(0x11110001), 0, 0), IPC_STAT, &status);
     EXPECT_EQ(status.shm_nattch, 1U);
