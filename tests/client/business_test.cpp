@@ -93,16 +93,16 @@ TEST_F(Business, registering_a_prejudgement_fills_slot_4_and_adds_its_type_witho
     connect();
     bri_clnt_reg_swport_prejudge_callback(callback);
     EXPECT_EQ(state().business[4], callback);
-    const event_set expected = test::set_of({2309});
+    const event_set expected = test::set_of_types({RESEARCH_EVENT_SWPORT_PREJUDGE});
     EXPECT_EQ(test::bytes_of(ctx().event_set), test::bytes_of(expected));
     bridge_client_send_message(nullptr, 0, BRIDGE_EVENT_ORI_DATA_OVER);
-    EXPECT_EQ(sent(), (std::vector<Message>{{130, {}}}));
+    EXPECT_EQ(sent(), (std::vector<Message>{{BRIDGE_EVENT_ORI_DATA_OVER, {}}}));
 }
 
 TEST_F(Business, registering_a_null_prejudgement_changes_nothing) {
     bri_clnt_reg_swport_prejudge_callback(nullptr);
     expect_debug_line("[unit] set business-callbk failed: callbk NULL.\n");
-    EXPECT_FALSE(test::holds(ctx().event_set, 2309));
+    EXPECT_FALSE(test::has(ctx().event_set, RESEARCH_EVENT_SWPORT_PREJUDGE));
     EXPECT_EQ(state().business[4], nullptr);
 }
 
@@ -124,7 +124,7 @@ TEST_F(Business, a_prejudgement_is_answered_with_what_the_callback_filled_in) {
     for (size_t at = 4; at < 132; ++at)
         expected[at] = static_cast<uint8_t>(at);
     test::put_at(expected.data(), 0, request);
-    EXPECT_EQ(sent(), (std::vector<Message>{{2309, expected}}));
+    EXPECT_EQ(sent(), (std::vector<Message>{{RESEARCH_EVENT_SWPORT_PREJUDGE, expected}}));
     expect_debug_line("SWPORT-IS-ALLOW Callback func SUCC,is_allow 287454020.\n");
 }
 
@@ -136,7 +136,7 @@ TEST_F(Business, a_prejudgement_allows_unless_the_callback_says_otherwise) {
     EXPECT_EQ(first, &request);
     test::ByteVec expected(132);
     test::put_at(expected.data(), 0, uint32_t{1});
-    EXPECT_EQ(sent(), (std::vector<Message>{{2309, expected}}));
+    EXPECT_EQ(sent(), (std::vector<Message>{{RESEARCH_EVENT_SWPORT_PREJUDGE, expected}}));
     expect_debug_line("SWPORT-IS-ALLOW Callback func SUCC,is_allow 1.\n");
 }
 
@@ -147,7 +147,7 @@ TEST_F(Business, a_failed_prejudgement_is_answered_with_the_empty_failure_messag
     result = -1;
     bri_clnt_reg_swport_prejudge_callback(callback);
     bri_clnt_call_swport_prejudge_callback(&request);
-    EXPECT_EQ(sent(), (std::vector<Message>{{2305, {}}, {2305, {}}}));
+    EXPECT_EQ(sent(), (std::vector<Message>{{RESEARCH_EVENT_FAILED, {}}, {RESEARCH_EVENT_FAILED, {}}}));
     expect_debug_line("SWPORT-IS-ALLOW Callback func failed.\n", 2);
 }
 
@@ -178,7 +178,7 @@ TEST_F(Business, an_origin_mac_request_is_answered_with_the_count) {
     connect();
     bri_clnt_reg_ss_origin_mac_callback(count_macs);
     bri_clnt_call_ss_origin_mac_callback();
-    EXPECT_EQ(sent(), (std::vector<Message>{{2311, word(0xFFFFFFF0)}}));
+    EXPECT_EQ(sent(), (std::vector<Message>{{RESEARCH_EVENT_SS_ORIGIN_MAC, word(0xFFFFFFF0)}}));
     expect_debug_line("SS-ORIGIN-MAC Callback func SUCC, total num(4294967280).\n");
 }
 
@@ -188,7 +188,7 @@ TEST_F(Business, a_failed_origin_mac_request_is_answered_with_the_empty_failure_
     result = -5;
     bri_clnt_reg_ss_origin_mac_callback(callback);
     bri_clnt_call_ss_origin_mac_callback();
-    EXPECT_EQ(sent(), (std::vector<Message>{{2305, {}}, {2305, {}}}));
+    EXPECT_EQ(sent(), (std::vector<Message>{{RESEARCH_EVENT_FAILED, {}}, {RESEARCH_EVENT_FAILED, {}}}));
     expect_debug_line("SS-ORIGIN-MAC Callback func failed.\n", 2);
 }
 
@@ -216,10 +216,12 @@ TEST_F(Business, answers_are_sent_behind_the_line_of_success_and_before_that_of_
 
 TEST_F(Business, answers_overtake_the_batch) {
     connect();
-    bridge_client_send_message(nullptr, 0, 387);
+    bridge_client_send_message(nullptr, 0, VLAN_EVENT_CREATE_INDEX);
     bri_clnt_call_ss_origin_mac_callback();
-    bridge_client_send_message(nullptr, 0, 130);
-    EXPECT_EQ(sent(), (std::vector<Message>{{2305, {}}, {387, {}}, {130, {}}}));
+    bridge_client_send_message(nullptr, 0, BRIDGE_EVENT_ORI_DATA_OVER);
+    EXPECT_EQ(sent(),
+              (std::vector<Message>{
+                  {RESEARCH_EVENT_FAILED, {}}, {VLAN_EVENT_CREATE_INDEX, {}}, {BRIDGE_EVENT_ORI_DATA_OVER, {}}}));
 }
 
 // -------------------------------------------------------------------------------------------------------------------

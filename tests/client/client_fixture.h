@@ -1,9 +1,7 @@
 // A started client, on demand connected to a peer that reads as the server does. Handlers record what reaches them.
 #pragma once
 
-#include "client/state.h"
-#include "tests/support/server.h"
-#include "tests/support/test.h"
+#include "tests/support/started_host.h"
 
 namespace test {
 
@@ -18,21 +16,10 @@ struct Event {
     [[nodiscard]] bool operator==(const Event &) const = default;
 };
 
-inline event_set set_of(std::initializer_list<unsigned> types) {
-    event_set set{};
-    for (const unsigned type : types)
-        set.words[type / 32] |= 1U << (type % 32);
-    return set;
-}
-
 inline event_set every_type() {
     event_set set;
     std::memset(&set, 0xFF, sizeof set);
     return set;
-}
-
-inline bool holds(const event_set &set, unsigned type) {
-    return (set.words[type / 32] >> (type % 32) & 1) != 0;
 }
 
 // The bytes of a 32-bit word.
@@ -40,17 +27,13 @@ inline ByteVec word(uint32_t value) {
     return bytes_of(value);
 }
 
-class Client : public Env {
+class Client : public StartedHost {
   protected:
     explicit Client(const char *name = "unit") {
-        EXPECT_EQ(bridge_agent_init(name, Loop::get().master()), 0);
+        start(name);
         debug_on({BRI_DBG_MSG});
         clear_log();
-        faults::clear();
     }
-
-    static bri_clnt_ctx &ctx() { return *g_bridge_client; }
-    static bri::client::State &state() { return bri::client::g_state; }
 
     // As before initialisation. The context stays reachable, as in a host.
     static void without_context() {
@@ -62,21 +45,10 @@ class Client : public Env {
 
     void connect() { server_ = attach_pair(); }
     // Every message that has reached the server since the last call.
-    std::vector<Message> sent() {
-        std::vector<Message> all;
-        for (const Batch &batch : server_.read_batches())
-            for (const Message &message : batch.messages())
-                all.push_back(message);
-        return all;
-    }
-
-    // Hands a message to the dispatcher from an exact copy on the heap, one byte off every alignment.
+    std::vector<Message> sent() { return server_.read_messages(); }
+    // Hands a message to the dispatcher.
     static void deliver(uint32_t type, const ByteVec &payload = {}) {
-        ByteVec copy(1 + sizeof(bri_msg_hdr) + payload.size());
-        put_at(copy.data(), 1, type);
-        put_at(copy.data(), 5, static_cast<uint32_t>(payload.size()));
-        std::copy(payload.begin(), payload.end(), copy.begin() + 9);
-        bridge_client_msg_dspch(reinterpret_cast<bri_msg_hdr *>(copy.data() + 1));
+        test::deliver(bridge_client_msg_dspch, type, payload);
     }
 
     static std::vector<Event> &events() {
@@ -109,7 +81,7 @@ class Client : public Env {
     static inline void (*during)(int handler, uint32_t type) = nullptr;
 
     static void listen(std::initializer_list<unsigned> types, bri_event_handler with = handler<1>) {
-        const event_set set = set_of(types);
+        const event_set set = set_of_types(types);
         ASSERT_EQ(bridge_client_reg_event(&set, with), 0);
     }
     static void listen_to_all() {
@@ -117,11 +89,7 @@ class Client : public Env {
         ASSERT_EQ(bridge_client_reg_event(&set, handler<1>), 0);
     }
 
-    static void expect_debug_line(const std::string &text, int times = 1) {
-        EXPECT_EQ(times_logged(text), times) << text;
-        const LogLine line = log_line(text);
-        EXPECT_EQ(line.category(), kClientLine) << text;
-    }
+    static void expect_debug_line(const std::string &text, int times = 1) { expect_line(text, kClientLine, times); }
 
   private:
     Peer server_;

@@ -1,10 +1,8 @@
 // A client that went through the library's own start-up, and what tests of its connection share.
 #pragma once
 
-#include "client/state.h"
 #include "client/transport.h"
-#include "tests/support/server.h"
-#include "tests/support/test.h"
+#include "tests/support/started_host.h"
 
 #include <algorithm>
 #include <sys/socket.h>
@@ -22,22 +20,15 @@ inline ByteVec registration_of(const bri_clnt_ctx &ctx, uint8_t fresh) {
     return bytes;
 }
 
-class Transport : public Env {
+class Transport : public StartedHost {
   protected:
     static constexpr uint32_t kPlain = VLAN_EVENT_CREATE_INDEX; // waits for the timer
     static constexpr uint32_t kUrgent = MAC_EVENT_DYN_FLUSH;    // does not
 
-    static bri_clnt_ctx &ctx() { return *g_bridge_client; }
-    static Loop &loop() { return Loop::get(); }
-
-    // Started under this name, its prints kept off the screen; the kernel channel counts as set up.
+    // Started under this name; the kernel channel counts as set up.
     static bri_clnt_ctx &start(const char *name = "unit") {
-        testing::internal::CaptureStdout();
-        const int result = bridge_agent_init(name, loop().master());
-        testing::internal::GetCapturedStdout();
-        EXPECT_EQ(result, 0);
+        StartedHost::start(name);
         ctx().nl_ready = 1;
-        faults::clear();
         return ctx();
     }
     // The same with a socket pair in the server connection's place.

@@ -20,7 +20,7 @@ class Receive : public Transport {
         peer = start_paired();
         event_set set{};
         for (const uint32_t type : {kBegin, kBackup})
-            set.words[type / 32] |= 1U << (type % 32);
+            add_to(set, type);
         bridge_client_reg_event(&set, handler);
         (void)peer.read_now(); // the added registration
         EXPECT_EQ(bridge_client_thread_event(BRI_CLNT_EVT_READ), 0);
@@ -439,11 +439,11 @@ TEST_F(ReadJobHost, may_send_both_ways_from_a_handler) {
     during = [] {
         EXPECT_EQ(send(kUrgent, {1}), 0);
         EXPECT_EQ(send(kPlain, {2}), 0);
-        EXPECT_EQ(send_ontime(2305, {3}), 0);
+        EXPECT_EQ(send_ontime(RESEARCH_EVENT_FAILED, {3}), 0);
     };
     peer.send({{kBegin, {}}});
     EXPECT_EQ(read_job(), 0);
-    EXPECT_EQ(peer.read_now(), batch_of({{kUrgent, {1}}}) + batch_of({{2305, {3}}}));
+    EXPECT_EQ(peer.read_now(), batch_of({{kUrgent, {1}}}) + batch_of({{RESEARCH_EVENT_FAILED, {3}}}));
     tick();
     EXPECT_EQ(peer.read_now(), batch_of({{kPlain, {2}}}));
     expect_waiting();

@@ -96,9 +96,8 @@ void World::tick() {
 
 int World::arrived(uint32_t type) {
     int count = 0;
-    for (const Batch &batch : peer.read_batches())
-        for (const Message &message : batch.messages())
-            count += message.type == type ? 1 : 0;
+    for (const Message &message : peer.read_messages())
+        count += message.type == type ? 1 : 0;
     return count;
 }
 

@@ -11,7 +11,7 @@ class MacServerMsg : public L2Host {
         debug_on({BRI_DBG_MAC});
         event_set set{};
         for (unsigned type = 256; type < 384; ++type)
-            set.words[type / 32] |= 1U << (type % 32);
+            add_to(set, type);
         watch(set);
         events().clear();
     }

@@ -141,7 +141,7 @@ class VlansOfInstances : public TopologyState {
     static std::vector<unsigned> vids(const vlanset &set) {
         std::vector<unsigned> all;
         for (unsigned vid = 0; vid < 4096; ++vid)
-            if ((set.words[vid / 32] >> vid % 32 & 1) != 0)
+            if (has(set, vid))
                 all.push_back(vid);
         return all;
     }

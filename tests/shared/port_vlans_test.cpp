@@ -8,6 +8,7 @@
 namespace {
 
 using test::kTagAt;
+using test::set_of;
 
 // A present port 5, and VLANs of the full range.
 class PortVlans : public test::PortDb {
@@ -29,13 +30,6 @@ class PortVlans : public test::PortDb {
     }
     vlanset tagged(int32_t ifx) { return test::value_at<vlanset>(block(ifx), kTagAt); }
 };
-
-vlanset set_of(std::initializer_list<unsigned> vids) {
-    vlanset set{};
-    for (const unsigned vid : vids)
-        set.words[vid / 32] |= 1U << vid % 32;
-    return set;
-}
 
 void expect_equal(const vlanset &set, const vlanset &expected) {
     for (unsigned index = 0; index < 128; ++index)

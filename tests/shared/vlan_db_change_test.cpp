@@ -160,7 +160,7 @@ TEST_F(VlanChange, mode_of_an_empty_or_invalid_vlan_is_not_stored) {
 TEST_F(VlanChange, batch_changes_the_live_vlans_of_the_set) {
     for (const uint16_t vid : {uint16_t{1}, uint16_t{2}, uint16_t{33}, uint16_t{4094}})
         vl_initial_vlan_entry(vid, BRI_VLAN_DYNAMIC);
-    const vlanset set = vlans({0, 1, 3, 33, 4094, 4095});
+    const vlanset set = set_of({0, 1, 3, 33, 4094, 4095});
     vl_set_vlan_mode_batch(&set, BRI_VLAN_STATIC);
     EXPECT_EQ(name(1), "VLAN0001");
     EXPECT_EQ(name(2), "DVLAN0002");
@@ -243,7 +243,7 @@ TEST_F(VlanChange, operators_mark_is_set_and_cleared) {
 TEST_F(VlanChange, operators_mark_is_set_for_the_live_vlans_of_a_set) {
     for (const uint16_t vid : {uint16_t{1}, uint16_t{2}, uint16_t{4094}})
         make(vid);
-    const vlanset set = vlans({0, 1, 3, 4094, 4095});
+    const vlanset set = set_of({0, 1, 3, 4094, 4095});
     vl_range_set_created_by_cli(&set);
     vl_range_set_created_by_cli(nullptr);
     EXPECT_EQ(vl_is_created_by_cli(1), 1);

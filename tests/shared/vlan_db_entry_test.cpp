@@ -95,7 +95,7 @@ TEST_F(VlanEntry, existence_takes_any_mode_or_the_entrys_own) {
 TEST_F(VlanEntry, set_whose_vlans_all_exist_gives_1) {
     for (const uint16_t vid : {uint16_t{1}, uint16_t{32}, uint16_t{4094}})
         make(vid);
-    const vlanset set = vlans({1, 32, 4094});
+    const vlanset set = set_of({1, 32, 4094});
     vlanset missing{};
     EXPECT_EQ(vl_vlanset_exist(0, &set, &missing), 1);
     EXPECT_EQ(vl_vlanset_exist(BRI_VLAN_STATIC, &set, &missing), 1);
@@ -105,7 +105,7 @@ TEST_F(VlanEntry, set_whose_vlans_all_exist_gives_1) {
 TEST_F(VlanEntry, missing_vlan_of_a_set_is_told) {
     make(1);
     make(100);
-    const vlanset set = vlans({1, 99, 100});
+    const vlanset set = set_of({1, 99, 100});
     vlanset missing{};
     EXPECT_EQ(vl_vlanset_exist(0, &set, &missing), 0);
     EXPECT_EQ(vids_of(missing), std::vector<unsigned>{99});
@@ -114,14 +114,14 @@ TEST_F(VlanEntry, missing_vlan_of_a_set_is_told) {
 TEST_F(VlanEntry, vlan_of_another_mode_is_missing_and_missing_is_only_added_to) {
     make(1, BRI_VLAN_STATIC);
     make(2, BRI_VLAN_DYNAMIC);
-    const vlanset set = vlans({1, 2});
-    vlanset missing = vlans({7});
+    const vlanset set = set_of({1, 2});
+    vlanset missing = set_of({7});
     EXPECT_EQ(vl_vlanset_exist(BRI_VLAN_STATIC, &set, &missing), 0);
     EXPECT_EQ(vids_of(missing), (std::vector<unsigned>{2, 7}));
 }
 
 TEST_F(VlanEntry, set_walk_never_visits_0_and_4095) {
-    const vlanset set = vlans({0, 4095});
+    const vlanset set = set_of({0, 4095});
     vlanset missing{};
     EXPECT_EQ(vl_vlanset_exist(0, &set, &missing), 1);
     EXPECT_TRUE(vids_of(missing).empty());
@@ -280,7 +280,7 @@ TEST_F(VlanEntry, sub_and_super_vlans_are_told_by_mode_and_manage_vid) {
 
 TEST_F(UnmappedVlanDb, every_operation_does_nothing_before_set_up) {
     debug_on({BRI_DBG_VLAN});
-    vlanset set = vlans({5});
+    vlanset set = set_of({5});
     vlanset missing{};
     vle copy{};
     vle *found = &copy;

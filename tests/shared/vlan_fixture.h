@@ -10,18 +10,10 @@ constexpr size_t kStatAt = 327600;
 constexpr size_t kProtoAt = 328136;
 constexpr size_t kVlanDataSize = 328196;
 
-// A set of VLAN ids.
-inline vlanset vlans(std::initializer_list<unsigned> vids) {
-    vlanset set{};
-    for (const unsigned vid : vids)
-        set.words[vid / 32] |= 1U << vid % 32;
-    return set;
-}
-
 inline std::vector<unsigned> vids_of(const vlanset &set) {
     std::vector<unsigned> vids;
     for (unsigned vid = 0; vid < 4096; ++vid)
-        if ((set.words[vid / 32] >> vid % 32 & 1) != 0)
+        if (has(set, vid))
             vids.push_back(vid);
     return vids;
 }

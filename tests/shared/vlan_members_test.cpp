@@ -101,7 +101,7 @@ TEST_F(VlanMembers, bitmap_is_the_two_words) {
 
 TEST_F(VlanMembers, set_with_any_of_its_4096_bits_is_not_empty) {
     for (unsigned vid = 0; vid < 4096; ++vid) {
-        const vlanset set = vlans({vid});
+        const vlanset set = set_of({vid});
         ASSERT_EQ(vl_is_vlanset_not_empty(&set), 1) << vid;
     }
     const vlanset none{};

@@ -65,22 +65,7 @@ class Host : public Env {
     // Takes every message that was sent since the last call.
     std::vector<Message> sent() {
         bri::client::flush_job(nullptr);
-        std::vector<Message> all;
-        for (const Batch &batch : server_.read_batches())
-            for (const Message &message : batch.messages())
-                all.push_back(message);
-        return all;
-    }
-
-    // Hands a message to one entry from an exact copy on the heap, one byte off every alignment.
-    template <class Entry> static void deliver(Entry &&entry, uint32_t type, const ByteVec &payload = {}) {
-        ByteVec copy;
-        copy.reserve(1 + sizeof(bri_msg_hdr) + payload.size());
-        copy.resize(1 + sizeof(bri_msg_hdr));
-        put_at(copy.data(), 1, type);
-        put_at(copy.data(), 5, static_cast<uint32_t>(payload.size()));
-        copy.insert(copy.end(), payload.begin(), payload.end());
-        entry(reinterpret_cast<bri_msg_hdr *>(copy.data() + 1));
+        return server_.read_messages();
     }
 
   private:

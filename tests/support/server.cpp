@@ -158,6 +158,14 @@ std::vector<Batch> Peer::read_batches() {
     return batches;
 }
 
+std::vector<Message> Peer::read_messages() {
+    std::vector<Message> all;
+    for (const Batch &batch : read_batches())
+        for (Message &message : batch.messages())
+            all.push_back(std::move(message));
+    return all;
+}
+
 ByteVec Peer::read_now() {
     const faults::Pause pause;
     ByteVec all;

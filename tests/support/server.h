@@ -4,6 +4,8 @@
 
 #include "tests/support/bytes.h"
 
+#include <bridge/events.h>
+
 #include <cstdint>
 #include <initializer_list>
 #include <optional>
@@ -32,6 +34,14 @@ struct Batch {
 // The bytes of a batch of these messages; `len` and `cnt` overrule the header's words.
 ByteVec batch_of(const std::vector<Message> &messages, std::optional<uint32_t> len = {},
                  std::optional<uint32_t> cnt = {});
+// Hands a message to one entry of the library from an exact copy on the heap, one byte off every alignment.
+template <class Entry> void deliver(Entry &&entry, uint32_t type, const ByteVec &payload = {}) {
+    ByteVec copy(1 + sizeof(bri_msg_hdr) + payload.size());
+    put_at(copy.data(), 1, type);
+    put_at(copy.data(), 5, static_cast<uint32_t>(payload.size()));
+    std::copy(payload.begin(), payload.end(), copy.begin() + 1 + sizeof(bri_msg_hdr));
+    entry(reinterpret_cast<bri_msg_hdr *>(copy.data() + 1));
+}
 // `size` bytes that differ from their neighbours and from zero.
 ByteVec pattern(size_t size, unsigned seed = 1);
 ByteVec operator+(ByteVec left, const ByteVec &right);
@@ -54,6 +64,8 @@ class Peer {
     [[nodiscard]] std::optional<Batch> read_batch(int timeout_ms = 2000);
     // Batches until nothing more is there.
     [[nodiscard]] std::vector<Batch> read_batches();
+    // The messages of all of them.
+    [[nodiscard]] std::vector<Message> read_messages();
     // What is there now.
     [[nodiscard]] ByteVec read_now();
     // Whether the far side ended the stream and nothing is left to read.

@@ -5,6 +5,7 @@
 #include "tests/support/faults.h"
 #include "tests/support/log_sink.h"
 #include "tests/support/loop.h"
+#include "tests/support/sets.h"
 
 #include <bridge/bridge.h>
 
@@ -35,13 +36,6 @@ class Env : public ::testing::Test {
     std::string tmpdir_;
     int vsd_;
 };
-
-inline event_set set_of_types(std::initializer_list<unsigned> types) {
-    event_set set{};
-    for (const unsigned type : types)
-        set.words[type / 32] |= 1U << type % 32;
-    return set;
-}
 
 // Switches debug flags on for a test.
 inline void debug_on(std::initializer_list<int> flags) {

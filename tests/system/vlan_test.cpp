@@ -14,12 +14,6 @@ template <class Record> Record record_of(const Message &message) {
     return record;
 }
 
-vlanset set_of(std::initializer_list<unsigned> vlans) {
-    vlanset set{};
-    for (const unsigned vid : vlans)
-        set.words[vid / 32] |= 1U << (vid % 32);
-    return set;
-}
 bool operator==(const vlanset &left, const vlanset &right) {
     return std::memcmp(&left, &right, sizeof left) == 0;
 }
@@ -60,7 +54,10 @@ struct SandboxVlans : World {
 TEST_F(SandboxVlans, new_port_stands_in_the_table_and_is_announced_with_all_that_it_has) {
     Process sandbox = start_with_tables();
     tell(sandbox, {"vlan create 10"});
-    Peer client = register_client({398, 402, 403, 407, 409, 410}, "raw");
+    Peer client =
+        register_client({VLAN_EVENT_CREATE_INTF, VLAN_EVENT_ADD_INTF, VLAN_EVENT_RANGE_ADD_INTF,
+                         VLAN_EVENT_MODIFY_INTF_MODE, VLAN_EVENT_MODIFY_INTF_PVID, VLAN_EVENT_MODIFY_INTF_ALLOWVL},
+                        "raw");
     sandbox.write_line("port add 3 access 10");
     EXPECT_TRUE(sandbox.shows("\nport add 3 access 10: done\n"));
     ASSERT_NE(swport_get_spcb(3), nullptr);
@@ -86,7 +83,7 @@ TEST_F(SandboxVlans, port_is_a_member_of_the_vlans_that_it_carries) {
     tell(sandbox, {"vlan create 1-4", "port add 5 trunk 1", "port allow 5 2-3,9"});
     EXPECT_TRUE(!member(1, 5) && member(2, 5) && member(3, 5) && !member(4, 5));
     EXPECT_EQ(swport_get_vlan_tag_rule(5, 2), BRI_TAG_TAGGED);
-    Peer client = register_client({403, 405}, "raw");
+    Peer client = register_client({VLAN_EVENT_RANGE_ADD_INTF, VLAN_EVENT_RANGE_DEL_INTF}, "raw");
     tell(sandbox, {"port allow 5 3-4"});
     const auto left = next_record<vl_evt_intf_vlanset_rec>(client, VLAN_EVENT_RANGE_DEL_INTF);
     EXPECT_TRUE(left.vlans == set_of({2}));
@@ -123,7 +120,10 @@ TEST_F(SandboxVlans, native_vlan_beyond_every_vlan_in_the_table_is_replaced) {
 TEST_F(SandboxVlans, routed_port_that_becomes_a_switch_port_is_announced_like_a_new_one) {
     Process sandbox = start_with_tables();
     tell(sandbox, {"vlan create 7", "port add 5 route 7"});
-    Peer client = register_client({398, 402, 403, 405, 407, 409, 410, 415}, "raw");
+    Peer client = register_client({VLAN_EVENT_CREATE_INTF, VLAN_EVENT_ADD_INTF, VLAN_EVENT_RANGE_ADD_INTF,
+                                   VLAN_EVENT_RANGE_DEL_INTF, VLAN_EVENT_MODIFY_INTF_MODE, VLAN_EVENT_MODIFY_INTF_PVID,
+                                   VLAN_EVENT_MODIFY_INTF_ALLOWVL, VLAN_EVENT_DYN_MEM_ADD_RANG},
+                                  "raw");
     EXPECT_FALSE(member(7, 5));
     tell(sandbox, {"port mode 5 hybrid"});
     EXPECT_EQ(next_record<vl_evt_intf_rec>(client, VLAN_EVENT_CREATE_INTF).mode, uint32_t{BRI_PORT_HYBRID});
@@ -139,7 +139,9 @@ TEST_F(SandboxVlans, routed_port_that_becomes_a_switch_port_is_announced_like_a_
 
 TEST_F(SandboxVlans, one_vlan_s_life_is_announced_with_the_versions_of_the_table) {
     Process sandbox = start_with_tables();
-    Peer client = register_client({387, 388, 392, 393, 411}, "raw");
+    Peer client = register_client({VLAN_EVENT_CREATE_INDEX, VLAN_EVENT_DESTROY_INDEX, VLAN_EVENT_RENAME,
+                                   VLAN_EVENT_MODIFY_VLAN_MODE, VLAN_EVENT_SVI_CREATE_DESTROY},
+                                  "raw");
     tell(sandbox, {"vlan create 7 dynamic", "vlan rename 7 lobby", "vlan mode 7 static", "vlan svi 7 900"});
     ASSERT_NE(vl_exist(7, BRI_VLAN_STATIC), 0);
     EXPECT_EQ(vl_get_svi_ifx(7), 900U);
@@ -165,7 +167,9 @@ TEST_F(SandboxVlans, one_vlan_s_life_is_announced_with_the_versions_of_the_table
 TEST_F(SandboxVlans, several_vlans_are_announced_as_one_set_without_those_that_were_there) {
     Process sandbox = start_with_tables();
     tell(sandbox, {"vlan create 3", "vlan delete 3", "vlan create 2"});
-    Peer client = register_client({387, 389, 390, 393}, "raw");
+    Peer client = register_client(
+        {VLAN_EVENT_CREATE_INDEX, VLAN_EVENT_CREATE_RANGE, VLAN_EVENT_DESTROY_RANGE, VLAN_EVENT_MODIFY_VLAN_MODE},
+        "raw");
     tell(sandbox, {"vlan create 1-4 dynamic", "vlan delete 3-4094"});
     const auto created = next_record<vl_evt_vlanset_rec>(client, VLAN_EVENT_CREATE_RANGE);
     EXPECT_TRUE(created.vlans == set_of({1, 3, 4}));
@@ -256,7 +260,8 @@ struct SandboxRequests : SandboxVlans {
 
 TEST_F(SandboxRequests, vlans_are_created_deleted_and_rolled_back) {
     Process sandbox = start_with_tables();
-    Peer client = register_client({387, 388, 390, 419}, "raw");
+    Peer client = register_client(
+        {VLAN_EVENT_CREATE_INDEX, VLAN_EVENT_DESTROY_INDEX, VLAN_EVENT_DESTROY_RANGE, VLAN_EVENT_SET_VSWPT_NUM}, "raw");
     send(client, VLAN_EVENT_CREATE_INDEX, vlan(6));
     EXPECT_EQ(next_record<vl_evt_vlan_rec>(client, VLAN_EVENT_CREATE_INDEX).version, 1);
     EXPECT_NE(vl_exist(6, BRI_VLAN_STATIC), 0);
@@ -278,7 +283,9 @@ TEST_F(SandboxRequests, vlans_are_created_deleted_and_rolled_back) {
 TEST_F(SandboxRequests, ports_get_native_allowed_and_dynamic_vlans) {
     Process sandbox = start_with_tables();
     tell(sandbox, {"vlan create 1-5", "port add 9 trunk 1"});
-    Peer client = register_client({403, 405, 409, 419}, "raw");
+    Peer client = register_client(
+        {VLAN_EVENT_RANGE_ADD_INTF, VLAN_EVENT_RANGE_DEL_INTF, VLAN_EVENT_MODIFY_INTF_PVID, VLAN_EVENT_SET_VSWPT_NUM},
+        "raw");
     send(client, VLAN_EVENT_MODIFY_INTF_PVID, vl_evt_intf_pvid_rec{9, 5, 0});
     EXPECT_EQ(next_record<vl_evt_intf_pvid_rec>(client, VLAN_EVENT_MODIFY_INTF_PVID).pvid, 5);
     EXPECT_EQ(swport_get_port_default_vid(9), 5);
@@ -307,8 +314,18 @@ TEST_F(SandboxRequests, request_that_makes_no_sense_is_ignored) {
     Process sandbox = start_with_tables();
     tell(sandbox, {"vlan create 1", "port add 9 trunk 1"});
     Peer client =
-        register_client({387, 388, 390, 396, 397, 403, 405, 409, 410, 413, 414, 415, 416, 417, 418, 419, 421}, "raw");
-    for (const uint32_t type : {387U, 388U, 390U, 396U, 397U, 409U, 413U, 414U, 415U, 416U, 417U, 418U, 421U}) {
+        register_client({VLAN_EVENT_CREATE_INDEX, VLAN_EVENT_DESTROY_INDEX, VLAN_EVENT_DESTROY_RANGE,
+                         VLAN_EVENT_CREATE_PREJ, VLAN_EVENT_CREATE_RANGE_PREJ, VLAN_EVENT_RANGE_ADD_INTF,
+                         VLAN_EVENT_RANGE_DEL_INTF, VLAN_EVENT_MODIFY_INTF_PVID, VLAN_EVENT_MODIFY_INTF_ALLOWVL,
+                         VLAN_EVENT_SET_ADD_DYN_INTF, VLAN_EVENT_SET_DEL_DYN_INTF, VLAN_EVENT_DYN_MEM_ADD_RANG,
+                         VLAN_EVENT_DYN_MEM_DEL_RANG, VLAN_EVENT_SP_ADD_ALLOW_VLAN, VLAN_EVENT_SP_RMV_ALLOW_VLAN,
+                         VLAN_EVENT_SET_VSWPT_NUM, VLAN_EVENT_SP_RMV_SUB_IF_VLAN},
+                        "raw");
+    for (const uint32_t type :
+         {VLAN_EVENT_CREATE_INDEX, VLAN_EVENT_DESTROY_INDEX, VLAN_EVENT_DESTROY_RANGE, VLAN_EVENT_CREATE_PREJ,
+          VLAN_EVENT_CREATE_RANGE_PREJ, VLAN_EVENT_MODIFY_INTF_PVID, VLAN_EVENT_SET_ADD_DYN_INTF,
+          VLAN_EVENT_SET_DEL_DYN_INTF, VLAN_EVENT_DYN_MEM_ADD_RANG, VLAN_EVENT_DYN_MEM_DEL_RANG,
+          VLAN_EVENT_SP_ADD_ALLOW_VLAN, VLAN_EVENT_SP_RMV_ALLOW_VLAN, VLAN_EVENT_SP_RMV_SUB_IF_VLAN}) {
         client.send({{type, {1, 2, 3}}, {type, {}}, {type, ByteVec(9000)}});
         EXPECT_TRUE(sandbox.shows("(" + std::to_string(type) + ") ignored, 9000 bytes")) << type;
     }
@@ -339,9 +356,9 @@ struct SandboxPrejudge : SandboxRequests {
 
 TEST_F(SandboxPrejudge, vlan_is_created_when_everybody_who_was_asked_accepts) {
     Process sandbox = start_with_tables();
-    Peer first = register_client({387, 396}, "first");
-    Peer second = register_client({387, 396}, "second");
-    Peer other = register_client({387}, "other");
+    Peer first = register_client({VLAN_EVENT_CREATE_INDEX, VLAN_EVENT_CREATE_PREJ}, "first");
+    Peer second = register_client({VLAN_EVENT_CREATE_INDEX, VLAN_EVENT_CREATE_PREJ}, "second");
+    Peer other = register_client({VLAN_EVENT_CREATE_INDEX}, "other");
     sandbox.write_line("vlan create 50");
     expect_question(first, 50);
     expect_question(second, 50);
@@ -356,8 +373,8 @@ TEST_F(SandboxPrejudge, vlan_is_created_when_everybody_who_was_asked_accepts) {
 
 TEST_F(SandboxPrejudge, one_refusal_is_enough_and_a_late_answer_is_not_taken_for_the_next_question) {
     Process sandbox = start_with_tables();
-    Peer first = register_client({387, 396}, "first");
-    Peer second = register_client({387, 396}, "second");
+    Peer first = register_client({VLAN_EVENT_CREATE_INDEX, VLAN_EVENT_CREATE_PREJ}, "first");
+    Peer second = register_client({VLAN_EVENT_CREATE_INDEX, VLAN_EVENT_CREATE_PREJ}, "second");
     send(second, VLAN_EVENT_CREATE_INDEX, vlan(51));
     expect_question(first, 51);
     answer(first, 7);
@@ -376,7 +393,7 @@ TEST_F(SandboxPrejudge, one_refusal_is_enough_and_a_late_answer_is_not_taken_for
 
 TEST_F(SandboxPrejudge, a_set_is_asked_and_refused_as_a_whole) {
     Process sandbox = start_with_tables();
-    Peer client = register_client({389, 397}, "raw");
+    Peer client = register_client({VLAN_EVENT_CREATE_RANGE, VLAN_EVENT_CREATE_RANGE_PREJ}, "raw");
     tell(sandbox, {"vlan create 62"});
     vl_vlanset_reply reply{set_of({63}), 1};
     for (const uint32_t failure : {1U, 0U}) {
@@ -391,9 +408,9 @@ TEST_F(SandboxPrejudge, a_set_is_asked_and_refused_as_a_whole) {
 
 TEST_F(SandboxPrejudge, client_that_is_silent_refuses_and_one_that_goes_does_not) {
     Process sandbox = start_with_tables();
-    Peer silent = register_client({396}, "silent");
+    Peer silent = register_client({VLAN_EVENT_CREATE_PREJ}, "silent");
     {
-        const Peer leaving = register_client({396}, "leaving");
+        const Peer leaving = register_client({VLAN_EVENT_CREATE_PREJ}, "leaving");
         tell(sandbox, {"vlan patience 50"});
         sandbox.write_line("vlan create 71");
         EXPECT_TRUE(sandbox.shows("vlan create 71: 2 clients did not answer in time\n"));

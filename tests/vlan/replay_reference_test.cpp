@@ -128,7 +128,7 @@ event_set any_types(Random &random) {
           VLAN_EVENT_MODIFY_INTF_MODE, VLAN_EVENT_MODIFY_INTF_PVID, VLAN_EVENT_MODIFY_INTF_ALLOWVL,
           VLAN_EVENT_SVI_CREATE_DESTROY})
         if (chance(random, 50))
-            set.words[type / 32] |= 1U << type % 32;
+            add_to(set, type);
     return set;
 }
 

@@ -139,7 +139,7 @@ class RangeVersions : public MappedVlanTest {
   protected:
     vl_evt_vlanset_rec rec{};
     void put(unsigned vid, uint16_t version) {
-        rec.vlans.words[vid / 32] |= 1U << vid % 32;
+        add_to(rec.vlans, vid);
         rec.versions[vid] = version;
     }
 };

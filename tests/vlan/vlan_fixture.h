@@ -7,17 +7,6 @@
 
 namespace test {
 
-inline vlanset set_of(std::initializer_list<unsigned> vids) {
-    vlanset set{};
-    for (const unsigned vid : vids)
-        set.words[vid / 32] |= 1U << vid % 32;
-    return set;
-}
-
-inline bool has(const vlanset &set, unsigned vid) {
-    return (set.words[vid / 32] >> vid % 32 & 1) != 0;
-}
-
 class VlanTest : public Host {
   protected:
     // Maps the databases, with the usual range of ids.

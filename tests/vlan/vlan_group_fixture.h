@@ -42,12 +42,4 @@ class VlanGroups : public UnmappedVlanGroups {
     }
 };
 
-// A set of VLAN ids.
-inline vlanset group_vlans(std::initializer_list<unsigned> vids) {
-    vlanset set{};
-    for (const unsigned vid : vids)
-        set.words[vid / 32] |= 1U << vid % 32;
-    return set;
-}
-
 } // namespace test

@@ -23,12 +23,12 @@ class VlanGroupMembers : public VlanGroups {
     VlanGroupMembers() { vlan_group_creat_entry(9); }
     static vlanset members(unsigned id) { return value_at<vlanset>(bytes(id), 8); }
     static void expect_set(const vlanset &set, std::initializer_list<unsigned> vids) {
-        EXPECT_EQ(bytes_of(set), bytes_of(group_vlans(vids)));
+        EXPECT_EQ(bytes_of(set), bytes_of(set_of(vids)));
     }
 };
 
 TEST_F(VlanGroupMembers, update_adds_and_removes_and_reports_both) {
-    Update first(9, group_vlans({1, 31, 32, 4094}));
+    Update first(9, set_of({1, 31, 32, 4094}));
     EXPECT_EQ(first.result, 1);
     expect_set(first.added, {1, 31, 32, 4094});
     expect_set(first.removed, {});
@@ -36,7 +36,7 @@ TEST_F(VlanGroupMembers, update_adds_and_removes_and_reports_both) {
     EXPECT_EQ(first.removed_count, 0);
     EXPECT_EQ(bytes(9)[2], 4);
 
-    Update second(9, group_vlans({31, 100}));
+    Update second(9, set_of({31, 100}));
     EXPECT_EQ(second.result, 1);
     expect_set(second.added, {100});
     expect_set(second.removed, {1, 32, 4094});
@@ -52,7 +52,7 @@ TEST_F(VlanGroupMembers, update_touches_nothing_but_members_and_count) {
     put_at<uint32_t>(bytes(9), 4, 0xA4A5A6A7);
     std::memset(bytes(8), 0xEE, 520);
     std::memset(bytes(10), 0xEE, 520);
-    Update(9, group_vlans({1, 4094}));
+    Update(9, set_of({1, 4094}));
     EXPECT_EQ(bytes(9)[0], 9);
     EXPECT_EQ(bytes(9)[1], 0xA1);
     EXPECT_EQ(bytes(9)[3], 0xA3);
@@ -62,8 +62,8 @@ TEST_F(VlanGroupMembers, update_touches_nothing_but_members_and_count) {
 }
 
 TEST_F(VlanGroupMembers, own_bitmap_changes_nothing) {
-    Update(9, group_vlans({5, 6}));
-    Update again(9, group_vlans({5, 6}));
+    Update(9, set_of({5, 6}));
+    Update again(9, set_of({5, 6}));
     EXPECT_EQ(again.result, 1);
     EXPECT_EQ(again.added_count, 0);
     EXPECT_EQ(again.removed_count, 0);
@@ -84,7 +84,7 @@ TEST_F(VlanGroupMembers, ids_0_and_4095_are_neither_added_nor_removed) {
     expect_set(members(9), {0, 4095});
 
     std::memset(bytes(9) + 8, 0, 512);
-    Update both(9, group_vlans({0, 4095}));
+    Update both(9, set_of({0, 4095}));
     EXPECT_EQ(both.added_count, 0);
     expect_set(both.added, {});
     expect_set(members(9), {});
@@ -100,7 +100,7 @@ TEST_F(VlanGroupMembers, counts_wrap_at_8_bits) {
     EXPECT_EQ(none.removed_count, 4094 % 256);
     EXPECT_EQ(bytes(9)[2], 0);
     bytes(9)[2] = 255;
-    Update one(9, group_vlans({5}));
+    Update one(9, set_of({5}));
     EXPECT_EQ(bytes(9)[2], 0);
     bytes(9)[2] = 0;
     Update gone(9, vlanset{});
@@ -108,10 +108,10 @@ TEST_F(VlanGroupMembers, counts_wrap_at_8_bits) {
 }
 
 TEST_F(VlanGroupMembers, reports_are_added_to_what_the_caller_passes) {
-    Update(9, group_vlans({5}));
-    const vlanset wanted = group_vlans({6, 7});
-    vlanset added = group_vlans({1000});
-    vlanset removed = group_vlans({2000});
+    Update(9, set_of({5}));
+    const vlanset wanted = set_of({6, 7});
+    vlanset added = set_of({1000});
+    vlanset removed = set_of({2000});
     uint8_t added_count = 255;
     uint8_t removed_count = 40;
     EXPECT_EQ(vlan_group_set_member_vlan(9, &wanted, &added, &removed, &added_count, &removed_count), 1);
@@ -122,7 +122,7 @@ TEST_F(VlanGroupMembers, reports_are_added_to_what_the_caller_passes) {
 }
 
 TEST_F(VlanGroupMembers, null_bitmap_or_count_changes_nothing) {
-    const vlanset wanted = group_vlans({6});
+    const vlanset wanted = set_of({6});
     vlanset set{};
     uint8_t count = 7;
     EXPECT_EQ(vlan_group_set_member_vlan(9, nullptr, &set, &set, &count, &count), 0);
@@ -136,7 +136,7 @@ TEST_F(VlanGroupMembers, null_bitmap_or_count_changes_nothing) {
 }
 
 TEST_F(VlanGroupMembers, update_of_a_free_entry_gives_0) {
-    EXPECT_EQ(Update(10, group_vlans({6})).result, 0);
+    EXPECT_EQ(Update(10, set_of({6})).result, 0);
     EXPECT_EQ(std::count(bytes(10), bytes(11), 0), 520);
 }
 
@@ -175,7 +175,7 @@ TEST_F(VlanGroupMembers, bitmap_is_copied_as_it_stands) {
 }
 
 TEST_F(VlanGroupMembers, bitmap_failures_are_told_apart) {
-    vlanset out = group_vlans({77});
+    vlanset out = set_of({77});
     EXPECT_EQ(vlan_group_get_member_vlan_bitmap(9, nullptr), -22);
     EXPECT_EQ(vlan_group_get_member_vlan_bitmap(10, nullptr), -22);
     EXPECT_EQ(vlan_group_get_member_vlan_bitmap(10, &out), -1);

@@ -75,7 +75,7 @@ TEST_F(ListShow, item_wider_than_the_line_stands_alone) {
 TEST_F(ListShow, width_beyond_the_line_is_cut_to_it) {
     vlanset set{};
     for (unsigned vid = 1000; vid < 1200; vid += 2)
-        set.words[vid / 32] |= 1U << vid % 32;
+        add_to(set, vid);
     const Lines at_most = shown(set, 255);
     EXPECT_EQ(at_most.size(), 2U);
     EXPECT_EQ(at_most[0].size(), 254U); // 51 items of 4 and 50 commas
@@ -90,7 +90,7 @@ TEST_F(ListShow, line_of_exactly_255_characters_fits) {
     for (const unsigned second : {12U, 120U}) {
         vlanset set = set_of({10, second});
         for (unsigned vid = 1000; vid < 1100; vid += 2)
-            set.words[vid / 32] |= 1U << vid % 32;
+            add_to(set, vid);
         const Lines lines = shown(set, 255); // "10,12," and 50 items of 4 with 49 commas; or one character more
         EXPECT_EQ(lines.size(), second == 12 ? 1U : 2U);
         EXPECT_EQ(lines[0].size(), second == 12 ? 255U : 251U);
@@ -183,7 +183,7 @@ TEST_F(LineFormat, limit_below_2_ends_at_the_second_item) {
 TEST_F(LineFormat, limit_is_20_at_most) {
     vlanset set{};
     for (unsigned vid = 2; vid <= 50; vid += 2)
-        set.words[vid / 32] |= 1U << vid % 32;
+        add_to(set, vid);
     EXPECT_EQ(line(set, 1, 30), "2,4,6,8,10,12,14,16,18,20,22,24,26,28,30,32,34,36,38,40>40");
     EXPECT_EQ(line(set, 1, INT32_MAX), "2,4,6,8,10,12,14,16,18,20,22,24,26,28,30,32,34,36,38,40>40");
     EXPECT_EQ(line(set, 40, 30), "40,42,44,46,48,50>0");
@@ -193,10 +193,10 @@ TEST_F(LineFormat, limit_is_20_at_most) {
 TEST_F(LineFormat, longest_line_stays_below_129_characters) {
     vlanset set{};
     for (const unsigned vid : {1000U, 1001U, 1003U, 1005U})
-        set.words[vid / 32] |= 1U << vid % 32;
+        add_to(set, vid);
     for (unsigned vid = 1007; vid < 1100; vid += 3)
         for (const unsigned id : {vid, vid + 1})
-            set.words[id / 32] |= 1U << id % 32;
+            add_to(set, id);
     size_t longest = 0;
     for (int start = 1000; start != 0;) {
         start = vl_clnt_vlist_vlan_line_format(buf, &set, start, 4094);
@@ -225,7 +225,7 @@ TEST_F(LineFormat, lines_together_tell_the_whole_set) {
                 const long first = std::strtol(at, &end, 10);
                 const long last = *end == '-' ? std::strtol(end + 1, &end, 10) : first;
                 for (long vid = first; vid <= last; ++vid)
-                    told.words[vid / 32] |= 1U << vid % 32;
+                    add_to(told, static_cast<unsigned>(vid));
                 at = *end == ',' ? end + 1 : end;
             }
             start = next;

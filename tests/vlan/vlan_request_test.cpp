@@ -332,7 +332,7 @@ TEST_F(VlanRequest, set_reply_log_shows_the_first_line_of_the_failed_set) {
     debug_on({BRI_DBG_VLAN});
     vl_vlanset_reply reply{};
     for (unsigned vid = 2; vid <= 60; vid += 2)
-        reply.failed.words[vid / 32] |= 1U << vid % 32;
+        add_to(reply.failed, vid);
     bridge_client_vlanset_reply(&reply);
     EXPECT_EQ(log_text(), "Client(unit) vlan range reply all success.\n"
                           "Send msg type(VLAN_EVENT_CREATE_RANGE_PREJ) to bridge, ret = 0.\n");

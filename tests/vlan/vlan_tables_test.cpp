@@ -27,13 +27,8 @@ const std::string VlanTable::kHead =
 TEST_F(VlanTable, of_no_vlan_is_its_head) {
     EXPECT_EQ(print(), kHead);
     ASSERT_EQ(log_lines().size(), 2U);
-    EXPECT_EQ(log_lines()[0].module, "\nBRIDGE");
-    EXPECT_EQ(log_lines()[1].module, "BRIDGE");
-    for (const LogLine &line : log_lines()) {
-        EXPECT_EQ(line.level, 7);
-        EXPECT_EQ(line.tag, "DEBUG");
-        EXPECT_EQ(line.output, 2);
-    }
+    EXPECT_EQ(log_lines()[0].category(), kShownHead);
+    EXPECT_EQ(log_lines()[1].category(), kShownLine);
 }
 
 TEST_F(VlanTable, row_to_the_column) {
@@ -107,8 +102,7 @@ TEST_F(VlanTable, ports_stand_four_on_a_line) {
     EXPECT_EQ(rows(), "  10 VLAN0010         1 STATIC    0       0      ON    " + ports +
                           "  11 VLAN0011         1 STATIC    0       0      ON    " + ports);
     EXPECT_EQ(log_lines().back().format, "%-47s %-38s\n");
-    EXPECT_EQ(log_lines().back().module, "BRIDGE");
-    EXPECT_EQ(log_lines().back().output, 2);
+    EXPECT_EQ(log_lines().back().category(), kShownLine);
 }
 
 TEST_F(VlanTable, full_group_is_followed_by_no_empty_line) {
@@ -218,7 +212,7 @@ TEST_F(PortTable, every_present_port_with_its_mode_rising) {
 TEST_F(PortTable, allowed_vlans_stand_22_characters_wide) {
     vlanset &allow = add_port(7, BRI_PORT_TRUNK, 10).allow_vlan;
     for (unsigned vid = 100; vid < 120; vid += 2)
-        allow.words[vid / 32] |= 1U << vid % 32;
+        add_to(allow, vid);
     const std::string column(26, ' ');
     EXPECT_EQ(print(), kHead + "7          TRUNK     10  \n" + column + "100,102,104,106,108\n" + column +
                            "110,112,114,116,118\n");
