@@ -10,9 +10,20 @@
 
 #include <qv_thread.h>
 
+#include <utility>
+
 namespace bri::client {
 
 namespace {
+
+// The read job of a whole connection was refused, so that this job was to come again. The flush timer asks for the read
+// job before that, and this connection may be gone before it, too.
+bool g_retry_beside_read;
+
+void drop_retry_beside_read() {
+    if (std::exchange(g_retry_beside_read, false) && g_bridge_client != nullptr)
+        qv_thread_cancel_by_arg_func(g_bridge_client->master, g_bridge_client, connect_job);
+}
 
 // Both steps run host code. False when it reset the connection: all of this is due again on the next one.
 bool introduce(bri_clnt_ctx &ctx) {
@@ -49,12 +60,18 @@ int retry() {
 
 } // namespace
 
+int reconnect() {
+    drop_retry_beside_read();
+    return bridge_client_thread_event(BRI_CLNT_EVT_RECONNECT);
+}
+
 int connect_job(void *) {
     if (g_bridge_client == nullptr) {
         BRI_LOG(log::kClient, "Bridge client connect failed: client is not init.\n");
         return -1;
     }
     refused_jobs::keep_flush_timer();
+    drop_retry_beside_read();
     bri_clnt_ctx &ctx = *g_bridge_client;
     if (ctx.sock <= 0 && bridge_client_socket_create(&ctx) < 0) {
         retry();
@@ -72,6 +89,7 @@ int connect_job(void *) {
         return retry();
     if (!await_first_batch(ctx)) {
         retry();
+        g_retry_beside_read = true;
         BRI_LOG(log::kClient, "[%s] sock[%d] add THREAD_READ failed ...\n", ctx.name, ctx.sock);
         return -1;
     }
@@ -86,7 +104,7 @@ ReconnectAfterHandlers::ReconnectAfterHandlers() : connection_(client::connectio
 
 ReconnectAfterHandlers::~ReconnectAfterHandlers() {
     if (read_ && client::connection_number() != connection_)
-        bridge_client_thread_event(BRI_CLNT_EVT_RECONNECT);
+        client::reconnect();
 }
 
 } // namespace bri::runtime

@@ -84,7 +84,7 @@ bool take_batch(const bri_batch_hdr &batch) {
 
 int lose_connection() {
     bridge_client_connect_reset();
-    bridge_client_thread_event(BRI_CLNT_EVT_RECONNECT);
+    reconnect();
     return -1;
 }
 
@@ -98,7 +98,7 @@ int read_job(void *) {
         return lose_connection();
     BRI_LOG(log::kClient, "[%s] batch-msg received: msg-cnt %d, msg-len %d.\n", name(), log::number(batch->msg_cnt),
             log::number(batch->msg_len));
-    return bridge_client_thread_event(take_batch(*batch) ? BRI_CLNT_EVT_READ : BRI_CLNT_EVT_RECONNECT);
+    return take_batch(*batch) ? bridge_client_thread_event(BRI_CLNT_EVT_READ) : reconnect();
 }
 
 } // namespace bri::client

@@ -116,6 +116,9 @@ void run_leaves(const Run &run);
 // Changes whenever the connection is reset, so that a job can tell that host code did it meanwhile.
 [[nodiscard]] uint32_t connection_number();
 
+// Adds RECONNECT behind a connection that was lost or reset (connect_job.cpp); exactly one is due then.
+int reconnect();
+
 // Whether this connection's read job was asked for (thread_events.cpp). Before that a connect job is still to come.
 [[nodiscard]] bool is_read();
 

@@ -17,7 +17,7 @@ class ResetRoads : public StartedFirst {
   protected:
     ResetRoads() {
         for (const uint32_t type : {kDelayed, uint32_t{BRIDGE_EVENT_KERNEL_DATA_REQ}})
-            wanted.words[type / 32] |= 1U << type % 32;
+            add_to(wanted, type);
         EXPECT_EQ(loop().run("bri-conn"), 0);
         peer = server.accept();
         bri::client::g_state.sync_state = bri::client::kSyncEnded;
@@ -117,6 +117,66 @@ TEST_F(ResetRoads, while_no_connection_stands) {
     ASSERT_EQ(loop().count("bri-reconn"), 1);
     loop().run("msg-delay-timer");
     EXPECT_EQ(events, 1);
+    expect_next_connection();
+}
+
+// A connection whose first read job was refused: the connect job is to come again, though all but that job is there.
+class ResetWithoutReadJob : public ResetRoads {
+  protected:
+    ResetWithoutReadJob() {
+        receive({delay(1), {kDelayed, {}}});
+        bridge_client_connect_reset();
+        bridge_client_thread_event(BRI_CLNT_EVT_CONNECT);
+        loop().refused = "bri-read";
+        EXPECT_EQ(loop().run("bri-conn"), -1);
+        loop().refused.clear();
+        EXPECT_EQ(loop().count("bri-reconn"), 1);
+        peer = server.accept();
+    }
+    // The read job comes before the second is over.
+    void tick_and_switch_the_delay_off() {
+        resets = 0;
+        tick();
+        receive({delay(0)});
+        resets = 1;
+    }
+};
+
+TEST_F(ResetWithoutReadJob, by_a_handler_outside_a_batch) {
+    loop().run("msg-delay-timer");
+    EXPECT_EQ(events, 1);
+    expect_next_connection();
+}
+
+TEST_F(ResetWithoutReadJob, by_a_handler_outside_a_batch_once_it_is_read) {
+    tick();
+    EXPECT_EQ(loop().count("bri-read"), 1);
+    loop().run("msg-delay-timer");
+    EXPECT_EQ(events, 1);
+    expect_next_connection();
+}
+
+TEST_F(ResetWithoutReadJob, by_a_handler_in_a_batch) {
+    tick_and_switch_the_delay_off();
+    peer.send({{kDelayed, {}}});
+    EXPECT_EQ(loop().run("bri-read"), 0);
+    expect_next_connection();
+}
+
+TEST_F(ResetWithoutReadJob, by_the_end_of_the_stream) {
+    tick_and_switch_the_delay_off();
+    peer.close();
+    EXPECT_EQ(loop().run("bri-read"), -1);
+    expect_next_connection();
+}
+
+TEST_F(ResetWithoutReadJob, after_the_host_has_connected) {
+    tick_and_switch_the_delay_off();
+    bridge_client_thread_event(BRI_CLNT_EVT_CONNECT);
+    EXPECT_EQ(loop().run("bri-conn"), 0);
+    EXPECT_EQ(loop().count("bri-reconn"), 0);
+    peer.close();
+    EXPECT_EQ(loop().run("bri-read"), -1);
     expect_next_connection();
 }
 
