@@ -18,18 +18,19 @@
 
 namespace sandbox {
 
+// One message on the line, as on the server socket: a header and its data. Not of this file alone, as a class of the
+// header holds some.
+struct LinkMessage {
+    uint32_t type;
+    std::vector<uint8_t> data;
+};
+
 namespace {
 
 constexpr char kSocketName[] = ".kernel_control";
 constexpr uint32_t kAnswer = 0x30000; // KernelResult: its error, uint32_t, and its answer
 constexpr Microseconds kLookAgain{1000000};
 constexpr int kPatienceMs = 5000; // with a process that hangs
-
-// One message on the line, as on the server socket: a header and its data.
-struct LinkMessage {
-    uint32_t type;
-    std::vector<uint8_t> data;
-};
 
 void append(std::vector<uint8_t> &to, Bytes bytes) {
     to.insert(to.end(), bytes.data, bytes.data + bytes.size);
