@@ -169,10 +169,18 @@ class World {
         }
         for (int i = 0; access(path().c_str(), F_OK) != 0;
              ++i, std::this_thread::sleep_for(std::chrono::milliseconds(10)))
-            if (i == kPatienceMs / 10)
+            if (i == kPatienceMs / 10) {
+                end();
                 give_up("the server does not come");
+            }
     }
-    ~World() {
+    ~World() { end(); }
+    World(const World &) = delete;
+    World &operator=(const World &) = delete;
+    [[nodiscard]] std::string path() const { return std::string(directory_) + "/bridge/.server_socket"; }
+
+  private:
+    void end() const {
         kill(pid_, SIGTERM);
         waitpid(pid_, nullptr, 0);
         for (const wire::SystemObject &object : wire::system_objects(getpid()))
@@ -181,11 +189,7 @@ class World {
         rmdir((directory + "/bridge").c_str());
         rmdir(directory_);
     }
-    World(const World &) = delete;
-    World &operator=(const World &) = delete;
-    [[nodiscard]] std::string path() const { return std::string(directory_) + "/bridge/.server_socket"; }
 
-  private:
     char directory_[32] = "/tmp/bridge-load.XXXXXX";
     pid_t pid_ = -1;
 };
