@@ -53,7 +53,8 @@ Bridge::Bridge(Loop &loop, const std::string &tmpdir, Trace &trace, Rules &rules
       addresses_([this](uint32_t type, Bytes data) { return kernel_.ask(type, data); },
                  [this](uint32_t type, Bytes payload) { announcer_.announce(type, payload); }),
       vlans_(loop, server_, announcer_),
-      topology_([this](uint32_t type, Bytes payload) { announcer_.announce(type, payload); }), slave_(slave) {
+      topology_([this](uint32_t type, Bytes payload) { announcer_.announce(type, payload); }),
+      groups_([this](uint32_t type, Bytes payload) { announcer_.announce(type, payload); }), slave_(slave) {
     vlans_.on_removed = [this](const vlanset &vlans) { addresses_.vlans_deleted(vlans); };
     vlans_.ports().on_removed = [this](uint32_t ifx) { addresses_.port_deleted(ifx); };
     vlans_.ports().on_down = [this](uint32_t ifx) { addresses_.port_down(ifx); };
@@ -201,6 +202,7 @@ void Bridge::answer_origin_request(Connection &client, Bytes payload) {
     send(sync->begin, {});
     addresses_.replay(number, send);
     Topology::replay(number, send);
+    Groups::replay(number, send);
     send(sync->end, {});
 }
 

@@ -3,6 +3,7 @@
 
 #include "sandbox/addresses.h"
 #include "sandbox/announcer.h"
+#include "sandbox/groups.h"
 #include "sandbox/kernel_link.h"
 #include "sandbox/server.h"
 #include "sandbox/topology.h"
@@ -24,6 +25,7 @@ class Bridge : private ConnectionOwner {
     KernelLink &kernel() { return kernel_; }
     Vlans &vlans() { return vlans_; }
     Topology &topology() { return topology_; }
+    Groups &groups() { return groups_; }
     Announcer &announcer() { return announcer_; }
     Trace &trace() { return trace_; }
 
@@ -60,6 +62,7 @@ class Bridge : private ConnectionOwner {
     Addresses addresses_;
     Vlans vlans_;
     Topology topology_;
+    Groups groups_;
     bool slave_;
 };
 

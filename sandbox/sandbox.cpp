@@ -16,12 +16,13 @@ bool asks_for_help(const Words &line) {
 void Sandbox::open() {
     bridge.kernel().open();
     Vlans::open();
+    Groups::open();
 }
 
 std::span<const Family> all_commands() {
-    static const Family families[] = {core_commands(), client_commands(),   wait_commands(),
-                                      port_commands(), link_commands(),     vlan_commands(),
-                                      mac_commands(),  topology_commands(), rule_commands()};
+    static const Family families[] = {core_commands(),  client_commands(), wait_commands(), port_commands(),
+                                      link_commands(),  vlan_commands(),   mac_commands(),  topology_commands(),
+                                      group_commands(), super_commands(),  rule_commands()};
     return families;
 }
 

@@ -52,6 +52,8 @@ Family port_commands();     // vlan_commands.cpp
 Family link_commands();     // link_commands.cpp
 Family vlan_commands();     // the same
 Family mac_commands();      // mac_commands.cpp
+Family group_commands();    // group_commands.cpp
+Family super_commands();    // super_commands.cpp
 Family topology_commands(); // topology_commands.cpp
 std::span<const Family> all_commands();
 

@@ -59,7 +59,7 @@ std::optional<Message> question_about(const vlanset &vlans) {
 
 Vlans::Vlans(Loop &loop, Server &server, Announcer &announcer)
     : announce_([&announcer](uint32_t type, Bytes payload) { announcer.announce(type, payload); }), ports_(announce_),
-      prejudge_(loop, server, announcer) {}
+      supers_(announce_), prejudge_(loop, server, announcer) {}
 
 void Vlans::open() {
     Ports::open();
@@ -105,6 +105,7 @@ vlanset Vlans::remove(const vlanset &vlans) {
     const vlanset leaving = those_of(vlans, exists);
     if (count(leaving) == 0)
         return leaving;
+    supers_.dissolve(leaving);
     for_each_vlan(leaving, [&](uint16_t vid) {
         if (vl_get_svi_ifx(vid) != 0)
             set_svi(vid, 0);
@@ -120,9 +121,13 @@ vlanset Vlans::remove(const vlanset &vlans) {
 }
 
 void Vlans::set_mode(const vlanset &vlans, uint32_t mode) {
+    if (mode != BRI_VLAN_SUPER)
+        supers_.dissolve(vlans);
     for_each_vlan(those_of(vlans, exists), [&](uint16_t vid) {
         if (vl_exist(vid, mode) != 0)
             return;
+        if (mode == BRI_VLAN_SUPER)
+            return supers_.create(vid);
         const std::string name = name_of(vid);
         vl_set_vlan_mode(vid, mode);
         announce_vlan(VLAN_EVENT_MODIFY_VLAN_MODE, vid);
@@ -149,16 +154,8 @@ void Vlans::set_svi(uint16_t vid, uint32_t ifx) {
     announce_svi(vid);
 }
 
-// An empty entry keeps its version: that of the life that has just ended.
 void Vlans::announce_vlan(uint32_t type, uint16_t vid) const {
-    vl_evt_vlan_rec record{};
-    record.vid = vid;
-    record.version = vl_get_vlan_latest_version(vid);
-    if (exists(vid)) {
-        name_of(vid).copy(record.name, sizeof record.name - 1);
-        record.mode = existing(vid).mode;
-    }
-    announce_(type, bytes_of(record));
+    announce_(type, bytes_of(vlan_record(vid)));
 }
 
 void Vlans::announce_set(uint32_t type, const vlanset &vlans) const {
@@ -203,6 +200,17 @@ Answer Vlans::show() {
                     {"up_mem", entry.up_mem}});
     });
     return answer.say("vlans: {count}", {{"count", vl_get_vlan_number()}});
+}
+
+vl_evt_vlan_rec vlan_record(uint16_t vid) {
+    vl_evt_vlan_rec record{};
+    record.vid = vid;
+    record.version = vl_get_vlan_latest_version(vid);
+    if (exists(vid)) {
+        name_of(vid).copy(record.name, sizeof record.name - 1);
+        record.mode = existing(vid).mode;
+    }
+    return record;
 }
 
 uint32_t parse_vlan_mode(const std::string &text) {

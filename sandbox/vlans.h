@@ -4,6 +4,7 @@
 
 #include "sandbox/ports.h"
 #include "sandbox/prejudge.h"
+#include "sandbox/super_vlans.h"
 
 #include <bridge/vlan_request.h>
 
@@ -37,6 +38,7 @@ class Vlans {
 
     static Answer show();
     [[nodiscard]] Ports &ports() { return ports_; }
+    [[nodiscard]] SuperVlans &supers() { return supers_; }
     [[nodiscard]] Prejudge &prejudge() { return prejudge_; }
 
   private:
@@ -47,8 +49,12 @@ class Vlans {
 
     Announce announce_;
     Ports ports_;
+    SuperVlans supers_;
     Prejudge prejudge_;
 };
+
+// The VLAN as events tell it. One that has gone has the version of the life that has ended, and nothing else.
+vl_evt_vlan_rec vlan_record(uint16_t vid);
 
 // "static", "dynamic" or "super"; throws std::invalid_argument.
 uint32_t parse_vlan_mode(const std::string &text);

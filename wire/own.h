@@ -91,6 +91,24 @@ struct svi_up_num {
     uint16_t reserved; // 6: zero
     uint32_t up_num;   // 8: member ports that are up
 };
+// VG_EVENT_POLICY_ENTRY; the other events of a group carry its entry.
+struct group_policy {
+    uint8_t id;          // 0: VLAN group
+    uint8_t exists;      // 1: 1 it has come, 0 it has gone
+    uint8_t reserved[2]; // 2: zero
+};
+// VLAN_EVENT_SUPER_ADD_RANGE_SUB, _DEL_RANGE_SUB and _RANG_DEL_SUB.
+struct super_subs {
+    uint16_t vid;      // 0: super VLAN
+    uint16_t reserved; // 2: zero
+    vlanset subs;      // 4: VLANs that have become its sub VLANs, or are no more
+};
+// VLAN_EVENT_ARPROXY.
+struct vlan_arproxy {
+    uint16_t vid;      // 0: VLAN
+    uint16_t reserved; // 2: zero
+    uint32_t proxy;    // 4: 1 on, 0 off
+};
 // RESEARCH_EVENT_SWPORT_PREJUDGE as a question: may the port change to this mode?
 struct swport_prejudge_request {
     uint32_t ifx;  // 0: port

@@ -4,7 +4,9 @@
 #include "wire/own.h"
 
 #include <bridge/l2_topology.h>
+#include <bridge/port_exclusion.h>
 #include <bridge/services.h>
+#include <bridge/vlan_group.h>
 
 #include <csignal>
 
@@ -160,6 +162,52 @@ TEST_F(Switch, addresses_learned_on_a_port_are_gone_before_its_failure_is_announ
     ASSERT_EQ(first.size(), 1U);
     EXPECT_EQ(first[0].type, uint32_t{MAC_EVENT_NOTIFY_ADDR});
     EXPECT_EQ(next_record<wire::intf_state>(client, VLAN_EVENT_INTF_STATE).ifx, 3U);
+}
+
+TEST_F(Switch, groups_are_told_to_a_client_that_asks_for_their_data) {
+    Process sandbox = start_switch();
+    run(sandbox, "group create 5");
+    run(sandbox, "group vlans 5 10-12");
+    EXPECT_EQ(vlan_group_check_vlan_is_member_vlan(5, 11), 1);
+    Peer client = register_client({1025, 1026, 1033, 1034}, "raw");
+    client.send({{BRIDGE_EVENT_ORI_DATA_REQUEST, bytes_of(uint32_t{BRI_SUBMOD_VLAN_GROUP})}});
+    EXPECT_EQ(next(client), (std::vector<Message>{{VG_EVENT_SYNC_DATA_BEGIN, {}}}));
+    EXPECT_EQ(next_record<wire::group_policy>(client, VG_EVENT_POLICY_ENTRY).id, 5);
+    EXPECT_EQ(next_record<vlan_group_entry>(client, VG_EVENT_MEM_VLAN).member_count, 3);
+    EXPECT_EQ(next(client), (std::vector<Message>{{VG_EVENT_SYNC_DATA_END, {}}}));
+}
+
+TEST_F(Switch, claims_of_the_operator_and_of_a_daemon_exclude_each_other) {
+    Process sandbox = start_switch();
+    run(sandbox, "exclude set 3 dot1x");
+    uint32_t conflict = 0;
+    EXPECT_EQ(bridge_set_excflag(3, BRI_SECURE, BRI_DOT1X, &conflict), -1);
+    EXPECT_EQ(conflict, uint32_t{BRI_DOT1X});
+    EXPECT_EQ(bridge_set_excflag(4, BRI_SECURE, BRI_DOT1X, &conflict), 0);
+    sandbox.write_line("exclude set 4 mac-copy against secure|host");
+    EXPECT_TRUE(sandbox.shows("error: secure is in the way\n"));
+    sandbox.write_line("exclude show");
+    EXPECT_TRUE(sandbox.shows("  interface 3 dot1x\n  interface 4 secure\n"));
+    run(sandbox, "exclude clear 3 dot1x");
+    EXPECT_EQ(bridge_coxmng_get_status(3, nullptr, 0), 0);
+    run(sandbox, "port add 3 access 1");
+    run(sandbox, "exclude attribute 3 0x40");
+    EXPECT_EQ(swport_set_attr_exclude(3, 0x80, 1, 0x40, &conflict), 1);
+    EXPECT_EQ(conflict, 0x40U);
+}
+
+TEST_F(Switch, super_vlan_that_is_deleted_frees_its_sub_vlans) {
+    Process sandbox = start_switch();
+    run(sandbox, "vlan create 10-12");
+    run(sandbox, "super create 10");
+    run(sandbox, "super add 10 11-12");
+    EXPECT_EQ(vl_is_subvlan(11), 1);
+    run(sandbox, "vlan mode 12 dynamic");
+    EXPECT_EQ(vl_exist(12, BRI_VLAN_DYNAMIC), 1);
+    EXPECT_EQ(vl_get_manage_vid(12), 12);
+    run(sandbox, "vlan delete 10");
+    EXPECT_EQ(vl_exist(11, BRI_VLAN_STATIC), 1);
+    EXPECT_EQ(vl_get_manage_vid(11), 11);
 }
 
 // Clients that are asked whether a port may change its mode.
