@@ -40,6 +40,7 @@ class Bridge : private ConnectionOwner {
     void on_message(Connection &client, uint32_t type, Bytes payload) override;
     void on_lost(Connection &client, const std::string &why) override;
     void on_drained() override { trace_.changed(); }
+    void on_falling_behind() override { server_.bound_queues(); }
 
     void take_kernel_news(uint32_t type, Bytes data);
     // Does with a request what the rules have decided; true when it is to be carried out now.

@@ -10,6 +10,8 @@ namespace {
 
 // A client that has left this much unread is given up.
 constexpr size_t kQueueLimit = size_t{64} << 20;
+// From here on its owner looks how much is queued for everybody.
+constexpr size_t kFallingBehind = size_t{1} << 20;
 
 } // namespace
 
@@ -42,6 +44,8 @@ void Connection::send(Bytes bytes) {
     if (queued() + bytes.size > kQueueLimit)
         return lose("reads too slowly");
     bufferevent_write(channel_.get(), bytes.data, bytes.size);
+    if (queued() > kFallingBehind)
+        owner_.on_falling_behind();
 }
 
 void Connection::send(const Batch &batch) {

@@ -19,7 +19,8 @@ class ConnectionOwner {
   public:
     virtual void on_message(Connection &client, uint32_t type, Bytes payload) = 0;
     virtual void on_lost(Connection &client, const std::string &why) = 0;
-    virtual void on_drained() = 0; // what was queued has been written
+    virtual void on_drained() = 0;        // what was queued has been written
+    virtual void on_falling_behind() = 0; // much is queued
 
   protected:
     ~ConnectionOwner() = default;
@@ -39,6 +40,8 @@ class Connection {
     void resume();
     // Closes it now, with whatever is queued; nothing is reported any more.
     void close();
+    // The same, and its owner is told.
+    void lose(const std::string &why);
 
     Registration registration;
 
@@ -56,7 +59,6 @@ class Connection {
   private:
     void on_readable();
     void take_messages(std::vector<uint8_t> &batch);
-    void lose(const std::string &why);
 
     BufferEvent channel_;
     unsigned id_;

@@ -2,6 +2,7 @@
 
 #include "sandbox/local_socket.h"
 
+#include <algorithm>
 #include <stdexcept>
 #include <sys/socket.h>
 
@@ -10,6 +11,9 @@ namespace sandbox {
 namespace {
 
 constexpr Milliseconds kRetry{1000};
+// A storm of connects must not keep those who are connected waiting.
+constexpr unsigned kBurst = 16;
+constexpr Milliseconds kBetweenBursts{5};
 
 } // namespace
 
@@ -19,7 +23,7 @@ bool Target::matches(const Connection &client) const {
 
 Server::Server(Loop &loop, const std::string &tmpdir, Trace &trace, ConnectionOwner &owner)
     : loop_(loop), trace_(trace), path_(socket_path(tmpdir, ".server_socket")), owner_(owner),
-      listen_again_(loop, [this] { listen_again(); }) {}
+      listen_again_(loop, [this] { listen_again(); }), accept_again_(loop, [this] { let_new_clients_in(); }) {}
 
 Server::~Server() {
     if (listener_ != nullptr)
@@ -30,8 +34,11 @@ void Server::listen() {
     const auto on_accept = [](evconnlistener *, evutil_socket_t descriptor, sockaddr *, int, void *self) {
         static_cast<Server *>(self)->accept(descriptor);
     };
+    const auto on_error = [](evconnlistener *, void *self) { static_cast<Server *>(self)->accept_failed(); };
     const unsigned options = LEV_OPT_CLOSE_ON_FREE | LEV_OPT_CLOSE_ON_EXEC;
     listener_.reset(evconnlistener_new(loop_.base(), on_accept, this, options, 0, listen_at(path_, SOCK_STREAM)));
+    evconnlistener_set_error_cb(listener_.get(), on_error);
+    stalled_ = false;
 }
 
 void Server::restart(Microseconds pause) {
@@ -55,6 +62,46 @@ void Server::accept(evutil_socket_t descriptor) {
     remove_closed();
     clients_.push_back(std::make_unique<Connection>(loop_, descriptor, next_id_++, owner_));
     trace_.note("connected", {clients_.back()->party()});
+    short_of_descriptors_ = false;
+    if (++burst_ >= kBurst)
+        hold_new_clients(kBetweenBursts);
+}
+
+// Said once until somebody can be let in again.
+void Server::accept_failed() {
+    const std::string why = evutil_socket_error_to_string(EVUTIL_SOCKET_ERROR());
+    if (!short_of_descriptors_)
+        trace_.note("new clients wait: " + why);
+    short_of_descriptors_ = true;
+    remove_closed();
+    hold_new_clients(kRetry);
+}
+
+void Server::hold_new_clients(Microseconds pause) {
+    evconnlistener_disable(listener_.get());
+    accept_again_.start(pause);
+}
+
+void Server::let_new_clients_in() {
+    burst_ = 0;
+    if (listener_ != nullptr && !stalled_)
+        evconnlistener_enable(listener_.get());
+}
+
+size_t Server::queued() const {
+    size_t sum = 0;
+    for (const auto &client : clients_)
+        sum += client->queued();
+    return sum;
+}
+
+void Server::bound_queues(size_t most) {
+    const auto less_behind = [](const auto &a, const auto &b) { return a->queued() < b->queued(); };
+    for (size_t sum = queued(); sum > most; sum = queued()) {
+        Connection &slowest = **std::max_element(clients_.begin(), clients_.end(), less_behind);
+        slowest.lose("the slowest, with " + std::to_string(slowest.queued()) + " of " + std::to_string(sum) +
+                     " bytes that nobody reads");
+    }
 }
 
 void Server::remove_closed() {
@@ -62,14 +109,18 @@ void Server::remove_closed() {
 }
 
 unsigned Server::stall(const Target &target) {
-    if (target.all() && listener_ != nullptr)
+    if (target.all() && listener_ != nullptr) {
+        stalled_ = true;
         evconnlistener_disable(listener_.get());
+    }
     return for_each(target, [](Connection &client) { client.stall(); });
 }
 
 unsigned Server::resume(const Target &target) {
-    if (target.all() && listener_ != nullptr)
-        evconnlistener_enable(listener_.get());
+    if (target.all()) {
+        stalled_ = false;
+        let_new_clients_in();
+    }
     return for_each(target, [](Connection &client) { client.resume(); });
 }
 

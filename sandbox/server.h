@@ -40,6 +40,10 @@ class Server {
     unsigned resume(const Target &target);
     unsigned drop(const Target &target);
 
+    // While more than this waits for all clients together, the slowest is given up.
+    static constexpr size_t kMostQueued = size_t{256} << 20;
+    void bound_queues(size_t most = kMostQueued);
+
     // Calls fn(client) for each open connection of the target, oldest first.
     template <class Fn> unsigned for_each(const Target &target, Fn &&fn) {
         unsigned count = 0;
@@ -58,6 +62,11 @@ class Server {
 
   private:
     void accept(evutil_socket_t descriptor);
+    void accept_failed();
+    // New clients wait: for a moment between two bursts of them, for longer without descriptors, and in a stall.
+    void hold_new_clients(Microseconds pause);
+    void let_new_clients_in();
+    [[nodiscard]] size_t queued() const;
     void listen_again();
     void remove_closed();
 
@@ -68,7 +77,11 @@ class Server {
     Listener listener_;
     std::list<std::unique_ptr<Connection>> clients_;
     unsigned next_id_ = 1;
+    unsigned burst_ = 0; // clients accepted since the last pause
+    bool stalled_ = false;
+    bool short_of_descriptors_ = false;
     Timer listen_again_;
+    Timer accept_again_;
 };
 
 } // namespace sandbox
