@@ -20,6 +20,8 @@ int clean(int argc, char **argv);   // clean.cpp
 // The kernel's bridge module in a process of its own, for servers that come and go.
 int kernel_main(int argc, char **argv); // kernel_main.cpp
 
+// The subcommand that is named first, or the server.
+int start(int argc, char **argv);
 // "ctl, run"
 std::string program_names();
 
