@@ -34,7 +34,7 @@ Outcome seed_random(Sandbox &sandbox, const Call &call) {
     return Answer();
 }
 
-constexpr Command kCommands[] = {
+constexpr Command kCoreCommands[] = {
     {"print", "[TEXT...]", "print a line", print},
     {"random seed", "N", "begin the random numbers anew", seed_random},
     {"help", "[WORD]", "this list, or what begins with the word", help},
@@ -44,7 +44,7 @@ constexpr Command kCommands[] = {
 } // namespace
 
 Family core_commands() {
-    return kCommands;
+    return kCoreCommands;
 }
 
 } // namespace sandbox

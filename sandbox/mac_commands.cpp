@@ -372,7 +372,7 @@ Fields figures_value(Sandbox &sandbox, const Words &) {
     return figures_answer(sandbox).json();
 }
 
-constexpr Value kValues[] = {
+constexpr Value kMacValues[] = {
     {"mac", "MAC VID", address_value},
     {"addresses", "", figures_value},
 };
@@ -384,7 +384,7 @@ Family mac_commands() {
 }
 
 Values mac_values() {
-    return kValues;
+    return kMacValues;
 }
 
 } // namespace sandbox

@@ -261,7 +261,8 @@ vlanset Ports::count_up(const vlanset &vlans) {
 void Ports::announce_up(const vlanset &counted) const {
     for_each_vlan(counted, [&](uint16_t vid) {
         if (const uint32_t svi = vl_get_svi_ifx(vid); svi != 0)
-            announce_(VLAN_EVENT_SVI_MODIFY_UP_NUM, bytes_of(wire::svi_up_num{svi, vid, 0, vl_get_vlan_up_mem(vid)}));
+            announce_(VLAN_EVENT_SVI_MODIFY_UP_NUM,
+                      sandbox::bytes_of(wire::svi_up_num{svi, vid, 0, vl_get_vlan_up_mem(vid)}));
     });
 }
 
@@ -273,7 +274,7 @@ void Ports::set_link(uint32_t ifx, bool up) {
     const vlanset counted = count_up(memberships(ifx));
     if (!up)
         on_down(ifx);
-    announce_(VLAN_EVENT_INTF_STATE, bytes_of(wire::intf_state{ifx, up ? uint32_t{1} : uint32_t{0}}));
+    announce_(VLAN_EVENT_INTF_STATE, sandbox::bytes_of(wire::intf_state{ifx, up ? uint32_t{1} : uint32_t{0}}));
     announce_up(counted);
 }
 

@@ -34,7 +34,7 @@ Outcome remove(Sandbox &sandbox, const Call &call) {
 
 constexpr const char *kPattern = "[event|request] TYPE [FIELD=VALUE...] [@CLIENT] [once|N times|chance P [seed S]]";
 
-constexpr Command kCommands[] = {
+constexpr Command kRuleCommands[] = {
     {"refuse", kPattern, "requests like that are refused as the switch does it", add},
     {"drop", "[@CLIENT|RULE...]", "close connections; with an event's name: messages like that are lost", drop},
     {"delay", "RULE... by SECONDS", "they come later, and others overtake them", add},
@@ -47,7 +47,7 @@ constexpr Command kCommands[] = {
 } // namespace
 
 Family rule_commands() {
-    return kCommands;
+    return kRuleCommands;
 }
 
 } // namespace sandbox

@@ -186,7 +186,7 @@ Fields vlan_value(Sandbox &, const Words &keys) {
     return element(Vlans::show(), "vlans", "vid", parse_vid(keys[0]));
 }
 
-constexpr Value kValues[] = {
+constexpr Value kVlanValues[] = {
     {"port", "IFX", port_value},
     {"vlan", "VID", vlan_value},
 };
@@ -202,7 +202,7 @@ Family vlan_commands() {
 }
 
 Values vlan_values() {
-    return kValues;
+    return kVlanValues;
 }
 
 } // namespace sandbox

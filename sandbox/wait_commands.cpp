@@ -18,7 +18,7 @@ constexpr Microseconds kPatience{10000000}; // of the wall's clock, unless a com
 constexpr struct {
     const char *word;
     Kind kind;
-} kKinds[] = {{"event", Kind::kEvent}, {"request", Kind::kRequest}, {"refusal", Kind::kRefusal}};
+} kConditionKinds[] = {{"event", Kind::kEvent}, {"request", Kind::kRequest}, {"refusal", Kind::kRefusal}};
 
 // One thing that may happen, or be so.
 class Condition {
@@ -48,9 +48,9 @@ class Condition {
     std::string read(const Words &words, size_t &next) {
         const size_t begin = next;
         const std::string word = next < words.size() ? words[next] : "";
-        const auto *const kind =
-            std::find_if(std::begin(kKinds), std::end(kKinds), [&](const auto &row) { return word == row.word; });
-        if (kind != std::end(kKinds))
+        const auto *const kind = std::find_if(std::begin(kConditionKinds), std::end(kConditionKinds),
+                                              [&](const auto &row) { return word == row.word; });
+        if (kind != std::end(kConditionKinds))
             what_.emplace(MessagePattern(kind->kind, words, ++next));
         else if (ValueCondition::begins(word))
             what_.emplace(ValueCondition(words, next));
@@ -223,7 +223,7 @@ Outcome wait_event(Sandbox &sandbox, const Call &call) {
     return wait_as(sandbox, call, {"request", call.words[0]});
 }
 
-constexpr Command kCommands[] = {
+constexpr Command kWaitCommands[] = {
     {"wait", "CONDITION... [since MARK] [within SECONDS]", "until it happens or is so; 10 seconds at most by default",
      wait_for},
     {"never", "CONDITION... for SECONDS", "fails as soon as it happens or is so", never},
@@ -238,7 +238,7 @@ constexpr Command kCommands[] = {
 } // namespace
 
 Family wait_commands() {
-    return kCommands;
+    return kWaitCommands;
 }
 
 } // namespace sandbox

@@ -27,18 +27,18 @@ namespace fs = std::filesystem;
 
 namespace {
 
-constexpr std::chrono::seconds kPatience{20};
+constexpr std::chrono::seconds kChildPatience{20};
 constexpr const char *kPreload = "libef_bridge_sim.so";
 constexpr const char *kSemaphores = "/dev/shm";
 
-[[noreturn]] void fail(const std::string &what) {
+[[noreturn]] void fail_with(const std::string &what) {
     throw std::runtime_error(what + ": " + std::strerror(errno));
 }
 
 std::string make_directory() {
     char path[] = "/tmp/bri.XXXXXX"; // short: clients cut the path of a socket
     if (mkdtemp(path) == nullptr)
-        fail("cannot make a directory in /tmp");
+        fail_with("cannot make a directory in /tmp");
     return path;
 }
 
@@ -134,7 +134,7 @@ pid_t World::start_own(const std::vector<std::string> &arguments, const std::str
     errno = posix_spawn(&pid, words[0].c_str(), &actions, nullptr, pointers(words).data(), environ);
     posix_spawn_file_actions_destroy(&actions);
     if (errno != 0)
-        fail("cannot start " + words[0]);
+        fail_with("cannot start " + words[0]);
     return pid;
 }
 
@@ -142,7 +142,7 @@ namespace {
 
 // Until it does or the process has ended.
 template <class Try> void wait_until(pid_t pid, const char *what, Try &&happens) {
-    const auto end = std::chrono::steady_clock::now() + kPatience;
+    const auto end = std::chrono::steady_clock::now() + kChildPatience;
     while (!happens()) {
         if (waitpid(pid, nullptr, WNOHANG) != 0 || std::chrono::steady_clock::now() > end)
             throw std::runtime_error(std::string(what) + " does not start");
@@ -191,7 +191,7 @@ pid_t World::start(const std::vector<std::string> &command) {
     pid_t pid = -1;
     errno = posix_spawnp(&pid, words[0].c_str(), nullptr, nullptr, pointers(words).data(), pointers(entries).data());
     if (errno != 0)
-        fail("cannot start " + words[0]);
+        fail_with("cannot start " + words[0]);
     return pid;
 }
 
@@ -224,7 +224,7 @@ int World::wait(pid_t program) {
     int status = 0;
     while (waitpid(program, &status, 0) != program)
         if (errno != EINTR)
-            fail("cannot wait for the command");
+            fail_with("cannot wait for the command");
     waited_for = 0;
     return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }
