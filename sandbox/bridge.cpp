@@ -48,13 +48,13 @@ void note(Trace &trace, const Connection &client, const std::string &text) {
 
 Bridge::Bridge(Loop &loop, const std::string &tmpdir, Trace &trace, Rules &rules, bool slave)
     : trace_(trace), rules_(rules), later_(loop), server_(loop, tmpdir, trace, *this),
-      announcer_(loop, server_, trace, rules),
+      announcer_(loop, server_, trace, rules), synchronisation_(server_, announcer_, slave),
       kernel_(loop, tmpdir, trace, [this](uint32_t type, Bytes data) { take_kernel_news(type, data); }),
       addresses_([this](uint32_t type, Bytes data) { return kernel_.ask(type, data); },
                  [this](uint32_t type, Bytes payload) { announcer_.announce(type, payload); }),
       vlans_(loop, server_, announcer_),
       topology_([this](uint32_t type, Bytes payload) { announcer_.announce(type, payload); }),
-      groups_([this](uint32_t type, Bytes payload) { announcer_.announce(type, payload); }), slave_(slave) {
+      groups_([this](uint32_t type, Bytes payload) { announcer_.announce(type, payload); }) {
     vlans_.on_removed = [this](const vlanset &vlans) { addresses_.vlans_deleted(vlans); };
     vlans_.ports().on_removed = [this](uint32_t ifx) { addresses_.port_deleted(ifx); };
     vlans_.ports().on_down = [this](uint32_t ifx) { addresses_.port_down(ifx); };
@@ -69,21 +69,6 @@ void Bridge::take_kernel_news(uint32_t type, Bytes data) {
                     std::to_string(data.size - sizeof(uint32_t)) + " bytes");
     else
         announcer_.announce(type, data);
-}
-
-void Bridge::set_role(bool slave) {
-    slave_ = slave;
-    const uint8_t role = slave ? 1 : 0;
-    announcer_.announce(BRIDGE_EVEVT_SERVER_STAT, {&role, 1});
-}
-
-void Bridge::begin_switchover() {
-    slave_ = false;
-    announcer_.announce(BRIDGE_EVENT_SWITCHOVER_BEGIN, {});
-}
-
-void Bridge::end_switchover() {
-    announcer_.announce(BRIDGE_EVENT_SWITCHOVER_END, {});
 }
 
 void Bridge::on_lost(Connection &client, const std::string &why) {
@@ -178,16 +163,7 @@ void Bridge::register_client(Connection &client, Bytes payload) {
         return note(trace_, client, (message.op != 0 ? "added events, now " : "withdrew events, now ") + count);
     note(trace_, client,
          "registered, pid " + std::to_string(known.pid()) + ", " + count + (known.fresh() ? ", fresh" : ""));
-    synchronise(client);
-}
-
-// The server's role, then its data: there is none yet beyond the shared tables, so begin and end meet.
-void Bridge::synchronise(Connection &client) {
-    const uint8_t role = slave_ ? 1 : 0;
-    announcer_.tell(client, {{BRIDGE_EVEVT_SERVER_STAT, {role}},
-                             {BRIDGE_EVENT_BKUP_DATA_BEGIN},
-                             {BRIDGE_EVENT_BKUP_DATA_END},
-                             {BRIDGE_EVENT_SYNC_DATA_END}});
+    synchronisation_.begin(client);
 }
 
 // A client asks for one submodule's data again; it alone gets the answer.

@@ -6,6 +6,7 @@
 #include "sandbox/groups.h"
 #include "sandbox/kernel_link.h"
 #include "sandbox/server.h"
+#include "sandbox/synchronisation.h"
 #include "sandbox/topology.h"
 #include "sandbox/vlans.h"
 
@@ -28,13 +29,7 @@ class Bridge : private ConnectionOwner {
     Groups &groups() { return groups_; }
     Announcer &announcer() { return announcer_; }
     Trace &trace() { return trace_; }
-
-    // The role that the clients are told: at their registration and now.
-    void set_role(bool slave);
-    [[nodiscard]] bool slave() const { return slave_; }
-    // A slave takes over: begin makes this the master.
-    void begin_switchover();
-    void end_switchover();
+    Synchronisation &synchronisation() { return synchronisation_; }
 
   private:
     void on_message(Connection &client, uint32_t type, Bytes payload) override;
@@ -50,7 +45,6 @@ class Bridge : private ConnectionOwner {
     void apply(Connection &client, uint32_t type, Bytes payload);
     void refuse(const Connection &client, uint32_t type, Bytes payload, const std::string &why);
     void register_client(Connection &client, Bytes payload);
-    void synchronise(Connection &client);
     void answer_origin_request(Connection &client, Bytes payload);
 
     Trace &trace_;
@@ -59,12 +53,12 @@ class Bridge : private ConnectionOwner {
     std::map<unsigned, std::vector<Message>> held_; // requests by client: they come behind the next one
     Server server_;
     Announcer announcer_;
+    Synchronisation synchronisation_;
     KernelLink kernel_;
     Addresses addresses_;
     Vlans vlans_;
     Topology topology_;
     Groups groups_;
-    bool slave_;
 };
 
 } // namespace sandbox

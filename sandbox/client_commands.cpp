@@ -4,6 +4,7 @@
 #include "sandbox/sandbox.h"
 #include "sandbox/values.h"
 
+#include <algorithm>
 #include <stdexcept>
 
 namespace sandbox {
@@ -28,22 +29,40 @@ Answer counted(const Call &call, unsigned count) {
 }
 
 Outcome role(Sandbox &sandbox, const Call &call) {
-    if (!call.words.empty() && call.words[0] != "master" && call.words[0] != "slave")
-        throw std::invalid_argument("no such role: " + call.words[0]);
-    if (!call.words.empty())
-        sandbox.bridge.set_role(call.words[0] == "slave");
-    return Answer().say("role: {role}", {{"role", sandbox.bridge.slave() ? "slave" : "master"}});
+    const auto [target, rest] = take_target(call);
+    Synchronisation &synchronisation = sandbox.bridge.synchronisation();
+    const std::string word = join(rest, 0);
+    if (word.empty() && target.all())
+        return Answer().say("role: {role}", {{"role", synchronisation.slave() ? "slave" : "master"}});
+    if (word != "master" && word != "slave")
+        throw std::invalid_argument("no such role: " + word);
+    const unsigned count = synchronisation.set_role(target, word == "slave");
+    return Answer().say("role: {role}, {clients} clients", {{"role", word}, {"clients", count}});
 }
 
 Outcome switchover(Sandbox &sandbox, const Call &call) {
-    const std::string half = call.rest();
+    const auto [target, rest] = take_target(call);
+    const std::string half = join(rest, 0);
     if (!half.empty() && half != "begin" && half != "end")
         throw std::invalid_argument("begin or end, not " + half);
     if (half != "end")
-        sandbox.bridge.begin_switchover();
+        sandbox.bridge.synchronisation().begin_switchover(target);
     if (half != "begin")
-        sandbox.bridge.end_switchover();
+        sandbox.bridge.synchronisation().end_switchover(target);
     return Answer().say("switchover: {switchover}", {{"switchover", half.empty() ? "begin and end" : half}});
+}
+
+Outcome hold_synchronisation(Sandbox &sandbox, const Call &call) {
+    sandbox.bridge.synchronisation().hold(Target(call.rest()));
+    return Answer();
+}
+
+Outcome next_step(Sandbox &sandbox, const Call &call) {
+    return counted(call, sandbox.bridge.synchronisation().next(Target(call.rest())));
+}
+
+Outcome go_on(Sandbox &sandbox, const Call &call) {
+    return counted(call, sandbox.bridge.synchronisation().go(Target(call.rest())));
 }
 
 Outcome event(Sandbox &sandbox, const Call &call) {
@@ -101,8 +120,12 @@ Outcome debug(Sandbox &sandbox, const Call &call) {
 }
 
 constexpr Command kCommands[] = {
-    {"role", "[master|slave]", "tell the clients their role, or show it", role},
-    {"switchover", "[begin|end]", "make a slave take over as master; one half or both", switchover},
+    {"role", "[@CLIENT] [master|slave]", "tell the clients their role, or show it", role},
+    {"switchover", "[@CLIENT] [begin|end]", "make a slave take over as master; one half or both", switchover},
+    {"sync hold", "[@CLIENT]", "who registers is told its role and the begin of the data, and no more",
+     hold_synchronisation},
+    {"sync next", "[@CLIENT]", "those are told the end of the data; then that they are synchronised", next_step},
+    {"sync go", "[@CLIENT]", "those are told all that is left, and nobody is held any more", go_on},
     {"event", "[@CLIENT] TYPE [HEX...]", "send an event to the clients that registered it", event},
     {"raw", "[@CLIENT] HEX...", "write bytes to the connections as they stand", raw},
     {"stall", "[@CLIENT]", "stop reading and writing, like a server that hangs", stall},
@@ -132,6 +155,7 @@ constexpr Value kValues[] = {
 } // namespace
 
 Fields client_fields(const Connection &client) {
+    static constexpr const char *kSyncStates[] = {"none", "begun", "ended", "done"};
     const Registration &known = client.registration;
     Fields state = Fields::array();
     if (known.fresh())
@@ -146,6 +170,7 @@ Fields client_fields(const Connection &client) {
             {"sent", client.sent()},
             {"queue", client.queued()},
             {"registered", known.complete()},
+            {"sync", kSyncStates[std::min(client.sync_step, kSynchronised)]},
             {"state", state}};
 }
 

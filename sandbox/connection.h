@@ -14,6 +14,8 @@ namespace sandbox {
 
 class Connection;
 
+inline constexpr unsigned kSynchronised = 3; // steps of a synchronisation
+
 // Who gets what a connection receives. Neither call may destroy the connection.
 class ConnectionOwner {
   public:
@@ -44,6 +46,7 @@ class Connection {
     void lose(const std::string &why);
 
     Registration registration;
+    unsigned sync_step = 0; // how many steps of its synchronisation it has been told
 
     [[nodiscard]] unsigned id() const { return id_; }
     // The client as records name it.

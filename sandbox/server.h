@@ -17,6 +17,8 @@ class Target {
     explicit Target(std::string text = {}) : text_(std::move(text)) {}
     [[nodiscard]] bool matches(const Connection &client) const;
     [[nodiscard]] bool all() const { return text_.empty(); }
+    // The name or number, without the @ in front.
+    [[nodiscard]] std::string word() const { return text_.substr(text_.find_first_not_of('@')); }
 
   private:
     std::string text_;

@@ -67,7 +67,7 @@ Outcome create_vlans(Sandbox &sandbox, const Call &call) {
     sandbox.bridge.vlans().create(parse_vlans(call.words[0]), mode, true,
                                   [creation, &sandbox](const vlanset &vlans, const std::string &refusal) {
                                       *creation = {true, vlans_text(vlans), refusal};
-                                      sandbox.trace.note("vlan create " + creation->vlans + " settled");
+                                      sandbox.trace.changed();
                                   });
     return Wait{[creation] { return creation->settled ? std::optional(answer_of(*creation)) : std::nullopt; },
                 kLongEnough,

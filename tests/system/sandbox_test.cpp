@@ -251,7 +251,7 @@ TEST_F(Sandbox, bad_commands_are_told_and_nothing_else_happens) {
     const std::vector<std::pair<const char *, const char *>> cases = {
         {"fly", "error: no such command: fly (try help)"},
         {"role admin", "error: no such role: admin"},
-        {"role a b", "error: usage: role [master|slave]"},
+        {"role a b", "error: no such role: a b"},
         {"switchover now", "error: begin or end, not now"},
         {"event", "error: usage: event [@CLIENT] TYPE [HEX...]"},
         {"event @x", "error: which event?"},

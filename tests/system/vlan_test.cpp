@@ -486,7 +486,7 @@ TEST_F(Guards, one_vlan_of_a_set_is_taken_back_by_a_guard_that_had_accepted_it) 
     sandbox.write_line("vlan create 61-63");
     EXPECT_TRUE(second.shows("second: VLANs 61-63 asked: accepted\n"));
     EXPECT_TRUE(second.shows("second: VLAN 62 created, version 1\nsecond: VLAN 62 taken back\n"));
-    EXPECT_TRUE(sandbox.shows("client 2 (second): sent VLAN_EVENT_DESTROY_RANGE(390), 8708 bytes\n"));
+    EXPECT_TRUE(sandbox.shows("client 2 (second): sent VLAN_EVENT_DESTROY_RANGE(390), 8708 bytes"));
     EXPECT_TRUE(first.shows("first: VLAN 63 created, version 1\nfirst: VLAN 62 deleted, version 1\n"));
     EXPECT_TRUE(second.shows("second: VLAN 62 deleted, version 1\n"));
     EXPECT_TRUE(vl_exist(61, 0) != 0 && vl_exist(62, 0) == 0 && vl_exist(63, 0) != 0);
