@@ -3,6 +3,7 @@
 #include "sandbox/parse.h"
 #include "sandbox/sandbox.h"
 #include "sandbox/values.h"
+#include "wire/text.h"
 
 #include <algorithm>
 #include <stdexcept>
@@ -65,12 +66,18 @@ Outcome go_on(Sandbox &sandbox, const Call &call) {
     return counted(call, sandbox.bridge.synchronisation().go(Target(call.rest())));
 }
 
+// "ifx=3 mode=trunk", or bytes as they stand.
+std::vector<uint8_t> payload_of(uint32_t type, const std::string &text) {
+    const bool fields = text.find_first_of("={") != std::string::npos;
+    return fields ? wire::parse_text(wire::payload_of(type, wire::Direction::kToClient), text) : parse_hex(text);
+}
+
 Outcome event(Sandbox &sandbox, const Call &call) {
     const auto [target, rest] = take_target(call);
     if (rest.empty())
         throw std::invalid_argument("which event?");
     const uint32_t type = parse_event(rest[0]);
-    const std::vector<uint8_t> payload = parse_hex(join(rest, 1));
+    const std::vector<uint8_t> payload = payload_of(type, join(rest, 1));
     if (payload.size() > BRI_PAYLOAD_MAX)
         throw std::invalid_argument("more than a message can carry");
     const unsigned count = sandbox.bridge.announcer().announce(type, {payload.data(), payload.size()}, target);
@@ -126,7 +133,7 @@ constexpr Command kCommands[] = {
      hold_synchronisation},
     {"sync next", "[@CLIENT]", "those are told the end of the data; then that they are synchronised", next_step},
     {"sync go", "[@CLIENT]", "those are told all that is left, and nobody is held any more", go_on},
-    {"event", "[@CLIENT] TYPE [HEX...]", "send an event to the clients that registered it", event},
+    {"event", "[@CLIENT] TYPE [FIELD=VALUE...|HEX...]", "send an event to the clients that registered it", event},
     {"raw", "[@CLIENT] HEX...", "write bytes to the connections as they stand", raw},
     {"stall", "[@CLIENT]", "stop reading and writing, like a server that hangs", stall},
     {"resume", "[@CLIENT]", "end a stall", resume},

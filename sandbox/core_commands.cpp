@@ -3,6 +3,8 @@
 #include "sandbox/parse.h"
 #include "sandbox/sandbox.h"
 
+#include <algorithm>
+
 namespace sandbox {
 
 namespace {
@@ -29,6 +31,16 @@ Outcome quit(Sandbox &sandbox, const Call &) {
     return Answer();
 }
 
+Outcome last_records(Sandbox &sandbox, const Call &call) {
+    const std::deque<Record> &history = sandbox.trace.history();
+    const size_t wanted = call.words.empty() ? 50 : parse_number(call.words[0]);
+    Answer answer;
+    answer.begin("records");
+    for (size_t i = history.size() - std::min(wanted, history.size()); i < history.size(); ++i)
+        answer.row("records", "{text}", {{"text", record_text(history[i])}, {"record", record_json(history[i])}});
+    return answer.say("records: {count}", {{"count", answer.json()["records"].size()}});
+}
+
 Outcome seed_random(Sandbox &sandbox, const Call &call) {
     sandbox.random.seed(parse_number(call.words[0]));
     return Answer();
@@ -36,6 +48,7 @@ Outcome seed_random(Sandbox &sandbox, const Call &call) {
 
 constexpr Command kCoreCommands[] = {
     {"print", "[TEXT...]", "print a line", print},
+    {"trace", "[N]", "the last N things that have happened, 50", last_records},
     {"random seed", "N", "begin the random numbers anew", seed_random},
     {"help", "[WORD]", "this list, or what begins with the word", help},
     {"quit", "", "end the server", quit},

@@ -181,6 +181,22 @@ TEST_F(SandboxCtl, script_that_is_a_directory_is_refused) {
     EXPECT_TRUE(sandbox.shows("it is a directory"));
 }
 
+TEST_F(SandboxCtl, event_may_be_given_by_its_fields) {
+    Process sandbox = start_sandbox();
+    Peer client = register_client({409}, "raw");
+    EXPECT_EQ(ctl({"event", "VLAN_EVENT_MODIFY_INTF_PVID", "pvid=7", "ifx=1"}).first, 0);
+    EXPECT_EQ(next(client), (std::vector<Message>{{409, pvid(7)}}));
+    EXPECT_NE(ctl({"event", "409", "colour=7"}).second.find("colour"), std::string::npos);
+    EXPECT_NE(ctl({"trace", "1"}).second.find("to client 1 (raw): ifx=1 pvid=7\nrecords: 1\n"), std::string::npos);
+}
+
+TEST_F(SandboxCtl, end_of_standard_input_is_said_and_ends_nothing) {
+    Process sandbox({"/bin/sh", "-c", "true | \"$0\"", kSandbox});
+    EXPECT_TRUE(sandbox.shows("end of standard input; the server goes on"));
+    EXPECT_EQ(ctl({"quit"}).first, 0);
+    EXPECT_EQ(sandbox.wait(), 0);
+}
+
 TEST_F(SandboxCtl, closed_standard_input_is_none) {
     Process sandbox({"/bin/sh", "-c", "exec \"$0\" <&-", kSandbox});
     EXPECT_TRUE(sandbox.shows("listening at"));

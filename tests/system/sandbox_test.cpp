@@ -253,7 +253,7 @@ TEST_F(Sandbox, bad_commands_are_told_and_nothing_else_happens) {
         {"role admin", "error: no such role: admin"},
         {"role a b", "error: no such role: a b"},
         {"switchover now", "error: begin or end, not now"},
-        {"event", "error: usage: event [@CLIENT] TYPE [HEX...]"},
+        {"event", "error: usage: event [@CLIENT] TYPE [FIELD=VALUE...|HEX...]"},
         {"event @x", "error: which event?"},
         {"event NO_EVENT", "error: no such event: NO_EVENT"},
         {"event 99999999999", "error: no such event: 99999999999"},
