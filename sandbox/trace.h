@@ -55,22 +55,27 @@ template <class... Arguments> class Signal {
 
     // Until what it gives is gone.
     [[nodiscard]] std::shared_ptr<void> subscribe(Reader reader) {
-        const auto held = std::make_shared<Reader>(std::move(reader));
+        const auto held = std::make_shared<Held>(Held{std::move(reader)});
         readers_.push_back(held);
-        return {nullptr, [held](void *) { *held = nullptr; }};
+        return {nullptr, [held](void *) { held->there = false; }};
     }
     void operator()(Arguments... arguments) {
         ++depth_;
-        for (const auto &reader : readers_)
-            if (*reader)
-                (*reader)(arguments...);
+        for (const auto &held : readers_)
+            if (held->there)
+                held->reader(arguments...);
         if (--depth_ == 0)
-            readers_.remove_if([](const auto &reader) { return !*reader; });
+            readers_.remove_if([](const auto &held) { return !held->there; });
     }
 
   private:
-    std::list<std::shared_ptr<Reader>> readers_; // empty ones are gone and wait for their removal
-    unsigned depth_ = 0;                         // of calls inside of calls
+    // One that has gone stays until nobody is being called: it may be the one that is.
+    struct Held {
+        Reader reader;
+        bool there = true;
+    };
+    std::list<std::shared_ptr<Held>> readers_;
+    unsigned depth_ = 0; // of calls inside of calls
 };
 
 class Trace {
