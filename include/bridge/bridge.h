@@ -23,6 +23,7 @@
 #include <bridge/l2_topology.h>
 #include <bridge/mac_client.h>
 #include <bridge/mac_vlan.h>
+#include <bridge/sets.h>
 /* clang-format on */
 
 #endif
