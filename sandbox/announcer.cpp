@@ -6,9 +6,10 @@ namespace sandbox {
 
 namespace {
 
+// What every client's library takes; the question about addresses is one that no host registers.
 bool for_the_library(uint32_t type) {
     const uint32_t submodule = type >> 7;
-    return submodule == BRI_SUBMOD_CLNT_MNG || submodule == BRI_SUBMOD_DEBUG;
+    return submodule == BRI_SUBMOD_CLNT_MNG || submodule == BRI_SUBMOD_DEBUG || type == RESEARCH_EVENT_SS_ORIGIN_MAC;
 }
 
 Batch batch_of(const Message &message) {

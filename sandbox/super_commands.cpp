@@ -8,8 +8,8 @@ namespace sandbox {
 
 namespace {
 
-template <void (SuperVlans::*Change)(uint16_t vid)> Outcome change_super(Sandbox &sandbox, const Call &call) {
-    (sandbox.bridge.vlans().supers().*Change)(parse_vid(call.words[0]));
+template <void (SuperVlans::*Change)(const vlanset &vlans)> Outcome change_supers(Sandbox &sandbox, const Call &call) {
+    (sandbox.bridge.vlans().supers().*Change)(parse_vlans(call.words[0]));
     return Answer();
 }
 
@@ -31,8 +31,9 @@ Outcome show_supers(Sandbox &, const Call &) {
 }
 
 constexpr Command kSuperCommands[] = {
-    {"super create", "VID", "the VLAN is a super VLAN from now on", change_super<&SuperVlans::create>},
-    {"super delete", "VID", "it is none any more, nor are its sub VLANs sub VLANs", change_super<&SuperVlans::remove>},
+    {"super create", "LIST", "the VLANs are super VLANs from now on", change_supers<&SuperVlans::create>},
+    {"super delete", "LIST", "they are none any more, nor are their sub VLANs sub VLANs",
+     change_supers<&SuperVlans::remove>},
     {"super add", "VID LIST", "these VLANs are its sub VLANs too", change_subs<&SuperVlans::add>},
     {"super remove", "VID LIST", "these are not any more", change_subs<&SuperVlans::take>},
     {"super arp", "VID on|off", "whether a VLAN answers ARP for its hosts", set_proxy},

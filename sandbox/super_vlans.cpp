@@ -59,17 +59,25 @@ void SuperVlans::free_subs(uint32_t type, uint16_t vid, const vlanset &subs) {
     announce_(type, sandbox::bytes_of(subs_record(vid, subs)));
 }
 
-void SuperVlans::create(uint16_t vid) {
-    check_plain(vid);
-    change(only(vid), BRI_VLAN_SUPER, 0);
-    announce_(VLAN_EVENT_SUPER_CREATE, bytes_of(vlan_record(vid)));
+void SuperVlans::announce_supers(const vlanset &vlans, bool created) const {
+    if (count(vlans) == 1)
+        announce_(created ? VLAN_EVENT_SUPER_CREATE : VLAN_EVENT_SUPER_DELETE, bytes_of(vlan_record(lowest(vlans))));
+    else if (count(vlans) != 0)
+        announce_(created ? VLAN_EVENT_SUPER_CREATE_RANGE : VLAN_EVENT_SUPER_DELETE_RANGE,
+                  bytes_of(vlanset_record(vlans)));
 }
 
-void SuperVlans::remove(uint16_t vid) {
-    check_super(vid);
-    free_subs(VLAN_EVENT_SUPER_RANG_DEL_SUB, vid, subs_of(vid));
-    change(only(vid), BRI_VLAN_STATIC, 0);
-    announce_(VLAN_EVENT_SUPER_DELETE, bytes_of(vlan_record(vid)));
+void SuperVlans::create(const vlanset &vlans) {
+    for_each_vlan(vlans, check_plain);
+    change(vlans, BRI_VLAN_SUPER, 0);
+    announce_supers(vlans, true);
+}
+
+void SuperVlans::remove(const vlanset &vlans) {
+    for_each_vlan(vlans, check_super);
+    for_each_vlan(vlans, [&](uint16_t vid) { free_subs(VLAN_EVENT_SUPER_RANG_DEL_SUB, vid, subs_of(vid)); });
+    change(vlans, BRI_VLAN_STATIC, 0);
+    announce_supers(vlans, false);
 }
 
 void SuperVlans::add(uint16_t vid, const vlanset &subs) {
@@ -101,10 +109,9 @@ void SuperVlans::set_proxy(uint16_t vid, bool on) {
 }
 
 void SuperVlans::dissolve(const vlanset &vlans) {
+    remove(those_of(vlans, [](uint16_t vid) { return vl_is_supervlan(vid) != 0; }));
     for_each_vlan(vlans, [&](uint16_t vid) {
-        if (vl_is_supervlan(vid) != 0)
-            remove(vid);
-        else if (vl_is_subvlan(vid) != 0)
+        if (vl_is_subvlan(vid) != 0)
             free_subs(VLAN_EVENT_SUPER_DEL_RANGE_SUB, vl_get_manage_vid(vid), only(vid));
     });
 }

@@ -16,8 +16,11 @@ class SuperVlans {
   public:
     explicit SuperVlans(Announce announce) : announce_(std::move(announce)) {}
 
-    void create(uint16_t vid);
-    void remove(uint16_t vid);
+    // Those that are none yet become super VLANs, or are none any more, nor are their sub VLANs sub VLANs.
+    void create(const vlanset &vlans);
+    void remove(const vlanset &vlans);
+    // Super VLANs have come, or have gone: one of them or several have events of their own.
+    void announce_supers(const vlanset &vlans, bool created) const;
     void add(uint16_t vid, const vlanset &subs);
     void take(uint16_t vid, const vlanset &subs);
     // Whether a VLAN answers ARP for its hosts; a new one does.

@@ -98,6 +98,8 @@ void Vlans::create_now(const vlanset &vlans, uint32_t mode, bool by_operator) {
     // The record of a set carries no modes; without more, its VLANs are static.
     if (count(vlans) > 1 && mode != BRI_VLAN_STATIC)
         for_each_vlan(vlans, [&](uint16_t vid) { announce_vlan(VLAN_EVENT_MODIFY_VLAN_MODE, vid); });
+    if (mode == BRI_VLAN_SUPER)
+        supers_.announce_supers(vlans, true);
     ports_.vlans_created(vlans);
 }
 
@@ -121,13 +123,11 @@ vlanset Vlans::remove(const vlanset &vlans) {
 }
 
 void Vlans::set_mode(const vlanset &vlans, uint32_t mode) {
-    if (mode != BRI_VLAN_SUPER)
-        supers_.dissolve(vlans);
-    for_each_vlan(those_of(vlans, exists), [&](uint16_t vid) {
-        if (vl_exist(vid, mode) != 0)
-            return;
-        if (mode == BRI_VLAN_SUPER)
-            return supers_.create(vid);
+    const vlanset others = those_of(vlans, [&](uint16_t vid) { return exists(vid) && vl_exist(vid, mode) == 0; });
+    if (mode == BRI_VLAN_SUPER)
+        return supers_.create(others);
+    supers_.dissolve(vlans);
+    for_each_vlan(others, [&](uint16_t vid) {
         const std::string name = name_of(vid);
         vl_set_vlan_mode(vid, mode);
         announce_vlan(VLAN_EVENT_MODIFY_VLAN_MODE, vid);
@@ -159,10 +159,7 @@ void Vlans::announce_vlan(uint32_t type, uint16_t vid) const {
 }
 
 void Vlans::announce_set(uint32_t type, const vlanset &vlans) const {
-    vl_evt_vlanset_rec record{};
-    record.vlans = vlans;
-    for_each_vlan(vlans, [&](uint16_t vid) { record.versions[vid] = vl_get_vlan_latest_version(vid); });
-    announce_(type, bytes_of(record));
+    announce_(type, bytes_of(vlanset_record(vlans)));
 }
 
 // Interface 0: the VLAN has none any more.
@@ -210,6 +207,13 @@ vl_evt_vlan_rec vlan_record(uint16_t vid) {
         name_of(vid).copy(record.name, sizeof record.name - 1);
         record.mode = existing(vid).mode;
     }
+    return record;
+}
+
+vl_evt_vlanset_rec vlanset_record(const vlanset &vlans) {
+    vl_evt_vlanset_rec record{};
+    record.vlans = vlans;
+    for_each_vlan(vlans, [&](uint16_t vid) { record.versions[vid] = vl_get_vlan_latest_version(vid); });
     return record;
 }
 

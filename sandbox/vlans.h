@@ -55,6 +55,8 @@ class Vlans {
 
 // The VLAN as events tell it. One that has gone has the version of the life that has ended, and nothing else.
 vl_evt_vlan_rec vlan_record(uint16_t vid);
+// Several, with the versions of their newest lives.
+vl_evt_vlanset_rec vlanset_record(const vlanset &vlans);
 
 // "static", "dynamic" or "super"; throws std::invalid_argument.
 uint32_t parse_vlan_mode(const std::string &text);

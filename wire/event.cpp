@@ -166,8 +166,8 @@ std::vector<Event> table() { // NOLINT(readability-function-size)
         // super VLAN
         EVENT(VLAN_EVENT_SUPER_CREATE, assumed<vl_evt_vlan_rec>(), no),
         EVENT(VLAN_EVENT_SUPER_DELETE, assumed<vl_evt_vlan_rec>(), no),
-        EVENT(VLAN_EVENT_SUPER_CREATE_RANGE, opaque, no),
-        EVENT(VLAN_EVENT_SUPER_DELETE_RANGE, opaque, no),
+        EVENT(VLAN_EVENT_SUPER_CREATE_RANGE, assumed<vl_evt_vlanset_rec>(), no),
+        EVENT(VLAN_EVENT_SUPER_DELETE_RANGE, assumed<vl_evt_vlanset_rec>(), no),
         EVENT(VLAN_EVENT_SUPER_RANG_DEL_SUB, assumed<super_subs>(), no),
         EVENT(VLAN_EVENT_SUPER_ADD_RANGE_SUB, assumed<super_subs>(), no),
         EVENT(VLAN_EVENT_SUPER_DEL_RANGE_SUB, assumed<super_subs>(), no),

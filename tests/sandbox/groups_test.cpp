@@ -102,7 +102,7 @@ struct SuperVlansTest : Announced {
 };
 
 TEST_F(SuperVlansTest, sub_vlans_belong_to_their_super_vlan_until_they_are_taken_away) {
-    supers.create(10);
+    supers.create(only(10));
     EXPECT_EQ(vl_is_supervlan(10), 1);
     EXPECT_EQ(announced(), (Types{VLAN_EVENT_MODIFY_VLAN_MODE, VLAN_EVENT_SUPER_CREATE}));
     supers.add(10, parse_vlans("11-12"));
@@ -115,21 +115,33 @@ TEST_F(SuperVlansTest, sub_vlans_belong_to_their_super_vlan_until_they_are_taken
     EXPECT_EQ(vl_get_manage_vid(11), 11);
     EXPECT_EQ(vl_exist(11, BRI_VLAN_STATIC), 1);
     EXPECT_EQ(announced().back(), uint32_t{VLAN_EVENT_SUPER_DEL_RANGE_SUB});
-    supers.remove(10);
+    supers.remove(only(10));
     EXPECT_EQ(vl_exist(10, BRI_VLAN_STATIC), 1);
     EXPECT_EQ(vl_exist(12, BRI_VLAN_STATIC), 1);
     EXPECT_EQ(announced(), (Types{VLAN_EVENT_MODIFY_VLAN_MODE, VLAN_EVENT_SUPER_RANG_DEL_SUB,
                                   VLAN_EVENT_MODIFY_VLAN_MODE, VLAN_EVENT_SUPER_DELETE}));
 }
 
-TEST_F(SuperVlansTest, what_cannot_be_is_refused_whole) {
-    EXPECT_EQ(reason_of([&] { supers.create(30); }), "no VLAN 30");
-    EXPECT_EQ(reason_of([&] { supers.add(10, only(11)); }), "VLAN 10 is no super VLAN");
-    supers.create(10);
-    supers.create(20);
+TEST_F(SuperVlansTest, several_come_and_go_in_one_event) {
+    supers.create(parse_vlans("10-11"));
+    EXPECT_EQ(announced().back(), uint32_t{VLAN_EVENT_SUPER_CREATE_RANGE});
+    EXPECT_EQ(vlans_text(last_record<vl_evt_vlanset_rec>().vlans), "10-11");
     supers.add(10, only(12));
     announced();
-    EXPECT_EQ(reason_of([&] { supers.create(10); }), "VLAN 10 is a super VLAN");
+    supers.remove(parse_vlans("10-11"));
+    EXPECT_EQ(announced(),
+              (Types{VLAN_EVENT_MODIFY_VLAN_MODE, VLAN_EVENT_SUPER_RANG_DEL_SUB, VLAN_EVENT_MODIFY_VLAN_MODE,
+                     VLAN_EVENT_MODIFY_VLAN_MODE, VLAN_EVENT_SUPER_DELETE_RANGE}));
+}
+
+TEST_F(SuperVlansTest, what_cannot_be_is_refused_whole) {
+    EXPECT_EQ(reason_of([&] { supers.create(only(30)); }), "no VLAN 30");
+    EXPECT_EQ(reason_of([&] { supers.add(10, only(11)); }), "VLAN 10 is no super VLAN");
+    supers.create(only(10));
+    supers.create(only(20));
+    supers.add(10, only(12));
+    announced();
+    EXPECT_EQ(reason_of([&] { supers.create(only(10)); }), "VLAN 10 is a super VLAN");
     EXPECT_EQ(reason_of([&] { supers.add(10, parse_vlans("11,20")); }), "VLAN 20 is a super VLAN");
     EXPECT_EQ(reason_of([&] { supers.add(20, parse_vlans("11-12")); }), "VLAN 12 belongs to VLAN 10");
     EXPECT_EQ(reason_of([&] { supers.add(20, parse_vlans("11,30")); }), "no VLAN 30");
@@ -141,7 +153,7 @@ TEST_F(SuperVlansTest, what_cannot_be_is_refused_whole) {
 }
 
 TEST_F(SuperVlansTest, vlan_that_goes_leaves_no_sub_vlan_of_it) {
-    supers.create(10);
+    supers.create(only(10));
     supers.add(10, parse_vlans("11-12"));
     supers.dissolve(parse_vlans("10-11"));
     for (const uint16_t vid : {uint16_t{10}, uint16_t{11}, uint16_t{12}}) {

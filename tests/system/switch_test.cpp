@@ -210,6 +210,28 @@ TEST_F(Switch, super_vlan_that_is_deleted_frees_its_sub_vlans) {
     EXPECT_EQ(vl_get_manage_vid(11), 11);
 }
 
+TEST_F(Switch, super_vlans_that_are_created_are_told_as_such) {
+    Process sandbox = start_switch();
+    Peer client = register_client({VLAN_EVENT_SUPER_CREATE, VLAN_EVENT_SUPER_CREATE_RANGE}, "raw");
+    run(sandbox, "vlan create 10 super");
+    EXPECT_EQ(next_record<vl_evt_vlan_rec>(client, VLAN_EVENT_SUPER_CREATE).vid, 10);
+    run(sandbox, "vlan create 11-12 super");
+    const auto several = next_record<vl_evt_vlanset_rec>(client, VLAN_EVENT_SUPER_CREATE_RANGE);
+    EXPECT_EQ(several.vlans.words[0], 3U << 11);
+    EXPECT_EQ(several.versions[12], vl_get_vlan_latest_version(12));
+}
+
+TEST_F(Switch, client_is_asked_for_its_addresses_without_having_registered_that) {
+    Process sandbox = start_switch();
+    Peer client = register_client({}, "SS");
+    sandbox.write_line("event @SS RESEARCH_EVENT_SS_ORIGIN_MAC");
+    EXPECT_EQ(next(client), (std::vector<Message>{{RESEARCH_EVENT_SS_ORIGIN_MAC, {}}}));
+    client.send({{RESEARCH_EVENT_SS_ORIGIN_MAC, bytes_of(uint32_t{7})}});
+    sandbox.write_line("wait request RESEARCH_EVENT_SS_ORIGIN_MAC total=7 from SS");
+    sandbox.write_line("print counted");
+    EXPECT_TRUE(sandbox.shows("counted\n"));
+}
+
 // Clients that are asked whether a port may change its mode.
 struct PortModes : Switch {
     static Message answer(uint32_t is_allow) {
