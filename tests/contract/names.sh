@@ -8,7 +8,10 @@ work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 export LC_ALL=C
 
-declared() { awk -v kind="$1" -f "$here/public_names.awk" "$source_dir"/include/bridge/*.h | sort; }
+# The headers of the library; bridge/host.h is that of the layer on it.
+headers() { printf '%s\n' "$source_dir"/include/bridge/*.h | grep -v '/host\.h$'; }
+# shellcheck disable=SC2046 # several words are wanted
+declared() { awk -v kind="$1" -f "$here/public_names.awk" $(headers) | sort; }
 in_map() { sed -n 's/^ *\([A-Za-z0-9_]*\);.*/\1/p' "$source_dir/cmake/bridge_client.map" | sort; }
 
 # same FIRST SECOND: lists of more than nothing, line by line the same.
@@ -32,7 +35,7 @@ headers)
     same headers map
     ;;
 umbrella)
-    (cd "$source_dir/include" && printf '%s\n' bridge/*.h | grep -v '^bridge/bridge.h$' | sort) >"$work/headers"
+    headers | sed 's#.*/include/##' | grep -v '^bridge/bridge.h$' | sort >"$work/headers"
     sed -n 's/^#include <\(.*\)>$/\1/p' "$source_dir/include/bridge/bridge.h" | sort >"$work/umbrella"
     same headers umbrella
     ;;
