@@ -136,6 +136,13 @@ static bool last_request(struct stage *stage, const char *program) {
     return btk_run(stage->world, "wait vlan 900 gone within 10");
 }
 
+/* Tells it to count the addresses, and waits until it has read that. */
+static void ask_to_count(struct stage *stage, const char *printed_then) {
+    kill(btk_pid(stage->daemon), SIGUSR2);
+    if (!btk_prints(stage->daemon, printed_then, 5))
+        give_up("the daemon does not begin to count");
+}
+
 /* A look-up holds the loop for as long as the kernel does not answer. */
 static bool look_up(struct stage *stage, const char *program) {
     static const long held_limit_ms = 500;
@@ -143,10 +150,10 @@ static bool look_up(struct stage *stage, const char *program) {
     btk_must(stage->world, "vlan create 10");
     btk_must(stage->world, "mac fill 5 10 3");
     start(stage, program);
-    kill(btk_pid(stage->daemon), SIGUSR2);
+    ask_to_count(stage, "count 1\n");
     must_show(stage, " addresses=5 ");
     btk_must(stage->world, "kernel silent");
-    kill(btk_pid(stage->daemon), SIGUSR2);
+    ask_to_count(stage, "count 2\n");
     const char *held = strstr(picture(stage), " held=");
     const long held_ms = held != NULL ? strtol(held + strlen(" held="), NULL, 10) : 1000000;
     printf("the loop was held for %ld ms\n", held_ms);

@@ -74,6 +74,7 @@ static void print_picture(void) {
 
 /* Job: everything that is wanted from outside. */
 static int on_signal(void *arg) {
+    static unsigned counts;
     struct signalfd_siginfo info;
     (void)arg;
     while (read(signals, &info, sizeof info) == (ssize_t)sizeof info)
@@ -82,6 +83,7 @@ static int on_signal(void *arg) {
             print_picture();
             break;
         case SIGUSR2:
+            printf("count %u\n", ++counts);
             on_count();
             break;
         default:
