@@ -58,7 +58,7 @@ class Control::Peer {
         if (blank == std::string::npos || (form != "text" && form != "json"))
             return reply("error", "a request is text or json, and a command\n");
         if (line.find("repeat", blank) == line.find_first_not_of(' ', blank))
-            return reply("error", "repeat belongs into scripts\n");
+            return reply("error", "a request is one command; \"ctl\" and scripts repeat\n");
         json_.push_back(form == "json");
         stream_.add_command(line.substr(blank + 1));
     }

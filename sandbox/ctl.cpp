@@ -1,10 +1,13 @@
 // bridge-sandbox ctl: commands for a server that runs.
 #include "sandbox/control_client.h"
 #include "sandbox/programs.h"
+#include "sandbox/script.h"
 
 #include <cstdio>
 #include <cstdlib>
 #include <iostream>
+#include <optional>
+#include <sstream>
 #include <stdexcept>
 #include <vector>
 
@@ -26,10 +29,18 @@ bool run_one(ControlClient &client, const std::string &command, bool json) {
     return reply.ok;
 }
 
-bool run_lines(ControlClient &client, bool json) {
-    for (std::string line; std::getline(std::cin, line);)
-        if (!run_one(client, line, json))
-            return false;
+// Each line's commands up to the first that fails. A repetition is taken apart here, as the server gives one answer to
+// each command.
+bool run_lines(ControlClient &client, std::istream &input, bool json) {
+    Script script;
+    for (std::string line; std::getline(input, line);) {
+        script.add(line);
+        while (const std::optional<std::string> command = script.next())
+            if (!run_one(client, *command, json))
+                return false;
+    }
+    if (!script.empty())
+        throw std::runtime_error("a repetition has no end");
     return true;
 }
 
@@ -59,8 +70,8 @@ int control(int argc, char **argv) {
     if (environment("TMPDIR").empty())
         throw std::runtime_error("TMPDIR is not set");
     ControlClient client(environment("TMPDIR"));
-    const bool well = command == "-" ? run_lines(client, json) : run_one(client, command, json);
-    return well ? EXIT_SUCCESS : EXIT_FAILURE;
+    std::istringstream one(command);
+    return run_lines(client, command == "-" ? std::cin : one, json) ? EXIT_SUCCESS : EXIT_FAILURE;
 }
 
 } // namespace sandbox

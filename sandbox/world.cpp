@@ -1,5 +1,6 @@
 #include "sandbox/world.h"
 
+#include "sandbox/places.h"
 #include "sandbox/programs.h"
 #include "wire/segments.h"
 
@@ -9,7 +10,6 @@
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
-#include <deque>
 #include <fcntl.h>
 #include <filesystem>
 #include <fstream>
@@ -28,7 +28,6 @@ namespace fs = std::filesystem;
 namespace {
 
 constexpr std::chrono::seconds kChildPatience{20};
-constexpr const char *kPreload = "libef_bridge_sim.so";
 constexpr const char *kSemaphores = "/dev/shm";
 
 [[noreturn]] void fail_with(const std::string &what) {
@@ -50,15 +49,6 @@ int32_t unused_vsd() {
     while (!wire::system_objects(vsd).empty())
         vsd = numbers(random);
     return vsd;
-}
-
-// Where the kernel's stand-in is: beside this program, or in the library folder of the tree it is installed in.
-std::string preload_directory() {
-    const fs::path here = fs::read_symlink("/proc/self/exe").parent_path();
-    for (const fs::path &directory : {here, here / ".." / BRIDGE_LIBDIR})
-        if (fs::exists(directory / kPreload))
-            return directory;
-    throw std::runtime_error(std::string("cannot find ") + kPreload);
 }
 
 std::vector<char *> pointers(std::vector<std::string> &texts) {
@@ -104,11 +94,12 @@ void remove_semaphores(const std::string &world) {
 
 } // namespace
 
-World::World(double time_scale) : directory_(make_directory()), vsd_(unused_vsd()) {
+World::World(double time_scale, Log log) : log_(log), directory_(make_directory()), vsd_(unused_vsd()) {
     prctl(PR_SET_CHILD_SUBREAPER, 1);
     setenv("TMPDIR", directory_.c_str(), 1);
     setenv("VSDID", std::to_string(vsd_).c_str(), 1);
     setenv("QV_THREAD_TIME_SCALE", std::to_string(time_scale).c_str(), 1);
+    add_examples_to_path();
 }
 
 World::~World() {
@@ -161,7 +152,12 @@ void World::start_kernel() {
 void World::start_server() {
     if (server_ > 0)
         throw std::runtime_error("the server runs already");
-    server_ = start_own({"--time"}, "server.log");
+    const std::string output = "server." + std::to_string(logs_.size());
+    logs_.push_back(directory_ + "/" + output + (log_ == Log::kRecords ? ".trace" : ""));
+    std::vector<std::string> arguments = {"--time"};
+    if (log_ == Log::kRecords)
+        arguments = {"--quiet", "--trace", logs_.back()};
+    server_ = start_own(arguments, output);
     wait_until(server_, "the server", [this] {
         try {
             control_.emplace(directory_);
@@ -186,7 +182,7 @@ pid_t World::start(const std::vector<std::string> &command) {
     std::vector<std::string> words = command;
     std::vector<std::string> entries =
         environment_with({std::string("LD_PRELOAD=") + kPreload,
-                          "LD_LIBRARY_PATH=" + preload_directory() + (libraries.empty() ? "" : ":") + libraries,
+                          "LD_LIBRARY_PATH=" + preload_directory().string() + (libraries.empty() ? "" : ":") + libraries,
                           "BRIDGE_WORLD=" + fs::path(directory_).filename().string()});
     pid_t pid = -1;
     errno = posix_spawnp(&pid, words[0].c_str(), nullptr, nullptr, pointers(words).data(), pointers(entries).data());
@@ -217,6 +213,14 @@ bool is_told_to_end() {
     return told_to_end != 0;
 }
 
+namespace {
+
+int exit_status(int status) {
+    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+}
+
+} // namespace
+
 int World::wait(pid_t program) {
     waited_for = program;
     if (told_to_end != 0) // before there was anybody to hand it on to
@@ -226,7 +230,18 @@ int World::wait(pid_t program) {
         if (errno != EINTR)
             fail_with("cannot wait for the command");
     waited_for = 0;
-    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+    return exit_status(status);
+}
+
+std::optional<int> World::ended(pid_t program, std::chrono::milliseconds patience) {
+    const auto end = std::chrono::steady_clock::now() + patience;
+    int status = 0;
+    while (waitpid(program, &status, WNOHANG) != program) {
+        if (std::chrono::steady_clock::now() >= end)
+            return std::nullopt;
+        std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    }
+    return exit_status(status);
 }
 
 ControlClient::Reply World::run(const std::string &command, bool json) {
@@ -235,17 +250,22 @@ ControlClient::Reply World::run(const std::string &command, bool json) {
     return control_->run(command, json);
 }
 
-std::string World::last_lines(size_t count) const {
-    std::ifstream file(directory_ + "/server.log");
-    std::deque<std::string> lines;
-    for (std::string line; std::getline(file, line);) {
-        lines.push_back(line);
-        if (lines.size() > count)
-            lines.pop_front();
+std::vector<std::string> World::lines() const {
+    std::vector<std::string> lines;
+    for (const std::string &path : logs_) {
+        std::ifstream file(path);
+        // The last line of a server that was killed may lack its end.
+        for (std::string line; std::getline(file, line) && !file.eof();)
+            lines.push_back(line);
     }
+    return lines;
+}
+
+std::string World::last_lines(size_t count) const {
+    const std::vector<std::string> all = lines();
     std::string text;
-    for (const std::string &line : lines)
-        text += line + "\n";
+    for (size_t i = all.size() - std::min(count, all.size()); i < all.size(); ++i)
+        text += all[i] + "\n";
     return text;
 }
 

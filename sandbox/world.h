@@ -4,6 +4,7 @@
 
 #include "sandbox/control_client.h"
 
+#include <chrono>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -16,11 +17,14 @@ namespace sandbox {
 void end_on_signals();
 bool is_told_to_end();
 
+// How the servers of a world tell what happens: as lines for people, or as JSON, a record a line.
+enum class Log { kLines, kRecords };
+
 class World {
   public:
     // Makes the directory and sets this process's environment, which its children inherit: TMPDIR, VSDID,
     // QV_THREAD_TIME_SCALE. Throws std::runtime_error.
-    explicit World(double time_scale);
+    World(double time_scale, Log log);
     ~World();
     World(const World &) = delete;
     World &operator=(const World &) = delete;
@@ -37,16 +41,22 @@ class World {
     // the program.
     static int wait(pid_t program);
 
+    // The same when it ends within that time.
+    static std::optional<int> ended(pid_t program, std::chrono::milliseconds patience);
+
     // A command of the server. Throws std::runtime_error when the server has gone.
     ControlClient::Reply run(const std::string &command, bool json = false);
 
-    // What the server has said lately.
+    // What the servers have told, oldest first.
+    [[nodiscard]] std::vector<std::string> lines() const;
     [[nodiscard]] std::string last_lines(size_t count) const;
     [[nodiscard]] const std::string &directory() const { return directory_; }
 
   private:
     pid_t start_own(const std::vector<std::string> &arguments, const std::string &output) const;
 
+    Log log_;
+    std::vector<std::string> logs_; // a file for each server
     std::string directory_;
     int32_t vsd_;
     pid_t server_ = -1;

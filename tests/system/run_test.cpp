@@ -44,6 +44,19 @@ TEST_F(SandboxCtl, answers_once_with_text_or_json_and_status) {
     EXPECT_EQ(ctl({"clients"}).first, 1);
 }
 
+TEST_F(SandboxCtl, repeats_a_command_and_the_lines_of_its_input) {
+    Process sandbox = start_sandbox();
+    EXPECT_EQ(ctl({"repeat", "2", "print", "again"}), std::pair(0, std::string("again\nagain\n")));
+    const std::string lines = write_file("lines", "repeat 2\nrepeat 2 print a\nprint b\nend\nprint c\n");
+    Process input({"/bin/sh", "-c", "exec \"$0\" ctl - <" + lines, kSandbox});
+    EXPECT_EQ(input.wait(), 0);
+    input.drain();
+    EXPECT_EQ(input.output(), "a\na\nb\na\na\nb\nc\n");
+    const auto [status, text] = ctl({"repeat", "2"});
+    EXPECT_EQ(status, 1);
+    EXPECT_NE(text.find("a repetition has no end"), std::string::npos) << text;
+}
+
 TEST_F(SandboxCtl, bad_usage_ends_with_64_and_names_the_word) {
     for (const std::vector<std::string> &words : std::vector<std::vector<std::string>>{
              {kSandbox, "--frob"}, {kSandbox, "frob"}, {kSandbox, "ctl", "--frob"}, {kSandbox, "run", "--frob", "x"}}) {
@@ -197,6 +210,22 @@ TEST_F(SandboxCtl, end_of_standard_input_is_said_and_ends_nothing) {
     EXPECT_EQ(sandbox.wait(), 0);
 }
 
+// As a person ends it at a terminal.
+TEST_F(SandboxCtl, control_d_at_a_terminal_is_the_end_of_standard_input) {
+    const int terminal = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
+    ASSERT_GE(terminal, 0);
+    ASSERT_EQ(grantpt(terminal) | unlockpt(terminal), 0);
+    Process sandbox({"/bin/sh", "-c", std::string("exec \"$0\" <") + ptsname(terminal), kSandbox});
+    ASSERT_EQ(write(terminal, "print typed\n", 12), 12);
+    EXPECT_TRUE(sandbox.shows("typed\n"));
+    EXPECT_EQ(sandbox.count("end of standard input"), 0);
+    ASSERT_EQ(write(terminal, "\4", 1), 1);
+    EXPECT_TRUE(sandbox.shows("end of standard input; the server goes on"));
+    EXPECT_EQ(ctl({"quit"}).first, 0);
+    EXPECT_EQ(sandbox.wait(), 0);
+    close(terminal);
+}
+
 TEST_F(SandboxCtl, closed_standard_input_is_none) {
     Process sandbox({"/bin/sh", "-c", "exec \"$0\" <&-", kSandbox});
     EXPECT_TRUE(sandbox.shows("listening at"));
@@ -248,6 +277,47 @@ TEST_F(SandboxRun, script_that_waits_in_vain_fails) {
     const auto [status, text] = sandbox_run({"--script", script, "--", kPortWatch, "-p", "0"});
     EXPECT_EQ(status, 1);
     EXPECT_NE(text.find("waited in vain for vlan 11 exists: it does not exist"), std::string::npos) << text;
+}
+
+TEST_F(SandboxRun, script_starts_daemons_of_its_own) {
+    const std::string script = write_file("script", "daemon start vlan_guard -n one\n"
+                                                    "daemon start vlan_guard -n two\n"
+                                                    "wait clients registered is 2\n"
+                                                    "daemon end\n"
+                                                    "wait client two gone\n"
+                                                    "wait client one registered\n"
+                                                    "daemon end\n");
+    const auto [status, text] = sandbox_run({"--script", script});
+    EXPECT_EQ(status, 1);
+    EXPECT_NE(text.find("client one registered\n"), std::string::npos) << text;
+    EXPECT_NE(text.find("daemon end: no daemon runs"), std::string::npos) << text;
+}
+
+TEST_F(SandboxRun, script_may_be_a_scenario_that_comes_with_the_program) {
+    const auto [status, text] = sandbox_run({"--time-scale", "20", "--script", "rollback"});
+    EXPECT_EQ(status, 0) << text;
+    EXPECT_NE(text.find("vlan 26 gone"), std::string::npos) << text;
+    EXPECT_EQ(sandbox_run({"--script", "no-such-scenario"}).first, 1);
+    EXPECT_EQ(sandbox_run({}).first, 64);
+}
+
+TEST_F(SandboxRun, daemon_that_does_not_end_fails_the_script) {
+    const std::string script = write_file("script", "wait client deaf registered\ndaemon end\n");
+    const auto [status, text] = sandbox_run(
+        {"--script", script, "--", "/bin/sh", "-c", "trap '' TERM; \"$0\" -n deaf -p 0; sleep 60", kPortWatch});
+    EXPECT_EQ(status, 1);
+    EXPECT_NE(text.find("the daemon does not end"), std::string::npos) << text;
+}
+
+TEST_F(SandboxRun, last_that_happened_may_be_records) {
+    const std::string script = write_file("script", "vlan create 10\nserver kill\nserver start\nvlan delete 10\n"
+                                                    "wait client watch registered\nvlan delete 11\n");
+    const auto [status, text] =
+        sandbox_run({"--json", "--time-scale", "20", "--script", script, "--", kPortWatch, "-n", "watch", "-p", "0"});
+    EXPECT_EQ(status, 1);
+    const size_t last = text.find("what happened last:\n{\"number\":1,");
+    EXPECT_NE(last, std::string::npos) << text;
+    EXPECT_NE(text.find("\"kind\":\"event\",\"clients\":[\"watch\"]", last), std::string::npos) << text;
 }
 
 TEST_F(SandboxRun, ends_its_world_when_it_is_told_to_end) {

@@ -1,0 +1,89 @@
+#include "sandbox/stage.h"
+
+#include "sandbox/command.h"
+
+#include <algorithm>
+#include <csignal>
+#include <stdexcept>
+#include <utility>
+
+namespace sandbox {
+
+namespace {
+
+constexpr std::chrono::seconds kEndPatience{3};
+
+void must_be_well(int status) {
+    if (status != 0)
+        throw std::runtime_error("the daemon ended with status " + std::to_string(status));
+}
+
+void end(Stage &stage) {
+    const std::optional<int> status = stage.end_daemon();
+    if (!status)
+        throw std::runtime_error("the daemon does not end");
+    must_be_well(*status);
+}
+
+// The lines about the world's processes; the others are for the server.
+constexpr struct {
+    const char *noun;
+    const char *verb;
+    void (*run)(Stage &stage, const Words &rest);
+} kRows[] = {
+    {"server", "kill", [](Stage &stage, const Words &) { stage.world().kill_server(); }},
+    {"server", "start", [](Stage &stage, const Words &) { stage.world().start_server(); }},
+    {"daemon", "start", [](Stage &stage, const Words &rest) { stage.start_daemon(rest); }},
+    {"daemon", "end", [](Stage &stage, const Words &) { end(stage); }},
+    {"daemon", "wait", [](Stage &stage, const Words &) { must_be_well(stage.wait_for_daemon()); }},
+};
+
+} // namespace
+
+Stage::Stage(double time_scale, Log log, std::vector<std::string> command)
+    : world_(time_scale, log), command_(std::move(command)) {
+    world_.start_kernel();
+    world_.start_server();
+}
+
+std::string Stage::run(const std::string &line) {
+    const Words words = split(line);
+    for (const auto &row : kRows)
+        if (words.size() > 1 && words[0] == row.noun && words[1] == row.verb) {
+            row.run(*this, Words(words.begin() + 2, words.end()));
+            return "";
+        }
+    const ControlClient::Reply reply = world_.run(line);
+    if (!reply.ok)
+        throw std::runtime_error(reply.text.substr(0, reply.text.find('\n')));
+    return reply.text;
+}
+
+pid_t Stage::daemon() const {
+    if (daemon_ < 0)
+        throw std::runtime_error("no daemon runs");
+    return daemon_;
+}
+
+void Stage::start_daemon(const std::vector<std::string> &command) {
+    if (command.empty() && command_.empty())
+        throw std::runtime_error("start which daemon?");
+    daemon_ = world_.start(command.empty() ? command_ : command);
+}
+
+std::optional<int> Stage::end_daemon() {
+    kill(daemon(), SIGTERM);
+    const std::optional<int> status = World::ended(daemon_, kEndPatience);
+    if (!status)
+        kill(daemon_, SIGKILL);
+    daemon_ = -1;
+    return status;
+}
+
+int Stage::wait_for_daemon() {
+    const int status = World::wait(daemon());
+    daemon_ = -1;
+    return status;
+}
+
+} // namespace sandbox

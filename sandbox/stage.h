@@ -1,0 +1,36 @@
+// Where scripts about daemons are played: a private world, with commands for its processes beside those of the server.
+#pragma once
+
+#include "sandbox/world.h"
+
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace sandbox {
+
+class Stage {
+  public:
+    // A kernel and a server run. The command is what "daemon start" starts by itself; it may be empty.
+    Stage(double time_scale, Log log, std::vector<std::string> command);
+
+    // Runs "server kill|start", "daemon start [COMMAND...]", "daemon end|wait" or a command of the server, and gives
+    // the server's answer. Throws std::runtime_error with the reason when it fails.
+    std::string run(const std::string &line);
+
+    World &world() { return world_; }
+    // The newest one. Throws std::runtime_error when none was started, or it was told to end or waited for.
+    [[nodiscard]] pid_t daemon() const;
+
+    void start_daemon(const std::vector<std::string> &command);
+    // Tells it to end: its status; nothing, and it is killed, when it does not.
+    std::optional<int> end_daemon();
+    int wait_for_daemon();
+
+  private:
+    World world_;
+    std::vector<std::string> command_;
+    pid_t daemon_ = -1;
+};
+
+} // namespace sandbox
