@@ -55,7 +55,3 @@ long host_number(const char *text, long least, long most) {
     const long value = strtol(text, &end, 10);
     return *text >= '0' && *text <= '9' && *end == '\0' && errno == 0 && value >= least && value <= most ? value : -1;
 }
-
-void host_want(struct event_set *events, uint32_t type) {
-    events->words[type >> 5] |= UINT32_C(1) << (type & 31);
-}

@@ -1,5 +1,5 @@
 /* What the small hosts of this directory have in common: their loop, their start, their end by a signal, and the
- * reading of numbers and sets of events. */
+ * reading of numbers. */
 #ifndef EXAMPLES_HOST_H
 #define EXAMPLES_HOST_H
 
@@ -24,8 +24,5 @@ void host_after_ms(long milliseconds, qv_thread_func job, const char *name);
 
 /* A number from `least` (not below 0) to `most`, or -1. */
 long host_number(const char *text, long least, long most);
-
-/* Adds an event type, 0..4095, to a set. */
-void host_want(struct event_set *events, uint32_t type);
 
 #endif

@@ -13,8 +13,6 @@
 #include <string.h>
 #include <unistd.h>
 
-enum { PORT_MAX = 63, VLAN_MAX = 4094 };
-
 static struct {
     const char *name;
     uint8_t mac[6];
@@ -29,9 +27,9 @@ static const char *type_text(uint32_t type) {
 }
 
 static void print_entry(const char *what, const struct bri_mac_entry *entry) {
-    const uint8_t *mac = entry->mac;
-    printf("%s: %s %02x:%02x:%02x:%02x:%02x:%02x, VLAN %u, port %u, %s\n", options.name, what, mac[0], mac[1], mac[2],
-           mac[3], mac[4], mac[5], entry->bcast_id, entry->ifx, type_text(entry->type));
+    char mac[BRI_MAC_TEXT_SIZE];
+    printf("%s: %s %s, VLAN %u, port %u, %s\n", options.name, what, bri_mac_to_text(entry->mac, mac, sizeof mac),
+           entry->bcast_id, entry->ifx, type_text(entry->type));
 }
 
 /* Prints from the first entry that the key selects to the last. Every step waits for the kernel's answer. */
@@ -87,7 +85,7 @@ static void on_announcement(const struct bri_mac_msg *record) {
     const struct bri_mac_entry *entry = &record->entry;
     print_entry(record->oper == BRI_MAC_ADD ? "added" : "deleted", entry);
     if (record->oper != BRI_MAC_ADD || entry->type != BRI_MAC_TYPE_STATIC || entry->bcast_id != options.vid ||
-        memcmp(entry->mac, options.mac, sizeof options.mac) != 0)
+        bri_mac_compare(entry->mac, options.mac) != 0)
         return;
     printf("%s: that is the address we asked for\n", options.name);
     soon(look_up_address, "table-look-up");
@@ -120,15 +118,8 @@ static int register_events(void) {
                                      MAC_EVENT_NOTIFY_NONDYN};
     struct event_set events = {{0}};
     for (size_t i = 0; i < sizeof types / sizeof *types; ++i)
-        host_want(&events, types[i]);
+        bri_event_set_add(&events, types[i]);
     return bridge_client_reg_event(&events, on_event);
-}
-
-static bool parse_mac(const char *text) {
-    int end = -1;
-    const int count = sscanf(text, "%2hhx:%2hhx:%2hhx:%2hhx:%2hhx:%2hhx%n", &options.mac[0], &options.mac[1],
-                             &options.mac[2], &options.mac[3], &options.mac[4], &options.mac[5], &end);
-    return count == 6 && text[end] == '\0';
 }
 
 static bool parse_option(int option) {
@@ -138,13 +129,13 @@ static bool parse_option(int option) {
         options.name = optarg;
         return true;
     case 'm':
-        return parse_mac(optarg);
+        return bri_mac_from_text(options.mac, optarg) == 0;
     case 'v':
-        number = host_number(optarg, 1, VLAN_MAX);
+        number = host_number(optarg, 1, BRI_VID_MAX);
         options.vid = (uint16_t)number;
         return number > 0;
     case 'i':
-        number = host_number(optarg, 1, PORT_MAX);
+        number = host_number(optarg, 1, BRI_IFX_MAX);
         options.ifx = (uint32_t)number;
         return number > 0;
     default:

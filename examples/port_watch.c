@@ -97,7 +97,7 @@ static void on_connect(void) {
 
 static int register_events(void) {
     struct event_set own = {{0}};
-    host_want(&own, BRIDGE_EVEVT_MS_ROLE_STAT);
+    bri_event_set_add(&own, BRIDGE_EVEVT_MS_ROLE_STAT);
     bridge_agent_set_connect_callback(on_connect);
     return bridge_client_reg_event(&options.events, on_event) == 0 && bridge_client_reg_event(&own, on_own_event) == 0
                ? 0
@@ -124,7 +124,7 @@ static int parse_options(int argc, char **argv) {
             options.name = optarg;
             break;
         case 'e':
-            host_want(&options.events, (uint32_t)value);
+            bri_event_set_add(&options.events, (uint32_t)value);
             options.events_given = true;
             break;
         case 'p':
@@ -138,7 +138,7 @@ static int parse_options(int argc, char **argv) {
         }
     }
     for (size_t i = 0; !options.events_given && i < sizeof default_events / sizeof *default_events; ++i)
-        host_want(&options.events, default_events[i]);
+        bri_event_set_add(&options.events, default_events[i]);
     return optind == argc ? 0 : usage();
 }
 

@@ -10,7 +10,7 @@
 #include <string.h>
 #include <unistd.h>
 
-enum { PORT_MAX = 63, VLAN_MAX = 4094, PERIOD_MAX_MS = 3600000, SLOW_MAX_MS = 10000 };
+enum { PERIOD_MAX_MS = 3600000, SLOW_MAX_MS = 10000 };
 
 static struct {
     const char *name;
@@ -21,21 +21,16 @@ static struct {
 
 static struct vlanset asked; /* for, on this connection */
 
-static bool holds(const struct vlanset *set, uint16_t vid) {
-    return (set->words[vid >> 5] >> (vid & 31) & 1) != 0;
-}
-
 static void for_each(const struct vlanset *set, void (*action)(uint16_t vid)) {
-    for (uint16_t vid = 1; vid <= VLAN_MAX; ++vid)
-        if (holds(set, vid))
-            action(vid);
+    for (uint32_t vid = bri_vlanset_next(set, 0); vid != 0; vid = bri_vlanset_next(set, vid))
+        action((uint16_t)vid);
 }
 
 /* Asks for the membership unless it has, or the port is a member: a replay tells of those VLANs, too. */
 static void join(uint16_t vid) {
-    if (vid > VLAN_MAX || holds(&asked, vid) || vl_is_vlan_member(vid, options.ifx) != 0)
+    if (vid > BRI_VID_MAX || bri_vlanset_has(&asked, vid) != 0 || vl_is_vlan_member(vid, options.ifx) != 0)
         return;
-    asked.words[vid >> 5] |= UINT32_C(1) << (vid & 31);
+    bri_vlanset_add(&asked, vid);
     if (vl_clnt_add_dyn_member(options.ifx, vid) == 0)
         printf("%s: asked for port %d in VLAN %u\n", options.name, (int)options.ifx, vid);
     else
@@ -44,19 +39,18 @@ static void join(uint16_t vid) {
 
 /* It is no member of a VLAN that is made anew. */
 static void forget(uint16_t vid) {
-    if (vid <= VLAN_MAX)
-        asked.words[vid >> 5] &= ~(UINT32_C(1) << (vid & 31));
+    bri_vlanset_remove(&asked, vid);
 }
 
 /* Callback of the library, on every new connection: what was asked for may have been lost with the old one. */
 static void on_connect(void) {
-    memset(&asked, 0, sizeof asked);
+    bri_vlanset_clear(&asked);
 }
 
 /* Job: a look-up of each VLAN; what was missed comes as an event while it runs. */
 static int look_around(void *arg) {
     (void)arg;
-    for (uint16_t vid = 1; vid <= VLAN_MAX; ++vid)
+    for (uint16_t vid = 1; vid <= BRI_VID_MAX; ++vid)
         vl_clnt_exist(vid, 0);
     host_after_ms(options.look_ms, look_around, "follow-look");
     return 0;
@@ -97,7 +91,7 @@ static int register_events(void) {
                                      VLAN_EVENT_CREATE_RANGE,    VLAN_EVENT_DESTROY_INDEX,    VLAN_EVENT_DESTROY_RANGE};
     struct event_set events = {{0}};
     for (size_t i = 0; i < sizeof types / sizeof *types; ++i)
-        host_want(&events, types[i]);
+        bri_event_set_add(&events, types[i]);
     bridge_agent_set_connect_callback(on_connect);
     return bridge_client_reg_event(&events, on_event);
 }
@@ -108,7 +102,7 @@ static bool parse_option(int option) {
         options.name = optarg;
         return true;
     case 'i':
-        options.ifx = (int32_t)host_number(optarg, 1, PORT_MAX);
+        options.ifx = (int32_t)host_number(optarg, 1, BRI_IFX_MAX);
         return options.ifx > 0;
     case 'l':
         options.look_ms = host_number(optarg, 0, PERIOD_MAX_MS);

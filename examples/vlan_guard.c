@@ -9,32 +9,21 @@
 #include <string.h>
 #include <unistd.h>
 
-enum { VLAN_MAX = 4094, TEXT_SIZE = 256, TEXT_ITEMS = 20 };
-
 static struct {
     const char *name;
     struct vlanset refused;
     uint16_t taken_back; /* 0: none */
 } options = {.name = "vlan_guard"};
 
-static bool holds(const struct vlanset *set, unsigned vid) {
-    return (set->words[vid >> 5] >> (vid & 31) & 1) != 0;
-}
-
-static void put(struct vlanset *set, unsigned vid) {
-    set->words[vid >> 5] |= UINT32_C(1) << (vid & 31);
-}
-
-/* The first VLANs of a set, as many as fit on a line. */
+/* The VLANs of a set. */
 static const char *list_text(const struct vlanset *set) {
-    static char text[TEXT_SIZE];
-    vl_clnt_vlist_vlan_line_format(text, set, 1, TEXT_ITEMS);
-    return *text != '\0' ? text : "none";
+    static char text[BRI_SET_TEXT_SIZE];
+    return bri_vlanset_to_text(set, text, sizeof text) > 0 ? text : "none";
 }
 
 /* The question about one VLAN: zero accepts. Whoever is asked answers exactly once. */
 static void judge_vlan(uint16_t vid) {
-    const uint32_t result = vid <= VLAN_MAX && holds(&options.refused, vid);
+    const uint32_t result = bri_vlanset_has(&options.refused, vid) != 0;
     printf("%s: VLAN %u asked: %s\n", options.name, vid, result == 0 ? "accepted" : "refused");
     bridge_client_vlan_reply(&result);
 }
@@ -42,9 +31,9 @@ static void judge_vlan(uint16_t vid) {
 /* The question about a set: the answer names the VLANs that fail. */
 static void judge_set(const struct vlanset *asked) {
     struct vl_vlanset_reply reply = {.failure = 0};
-    for (unsigned vid = 1; vid <= VLAN_MAX; ++vid)
-        if (holds(asked, vid) && holds(&options.refused, vid)) {
-            put(&reply.failed, vid);
+    for (uint32_t vid = bri_vlanset_next(asked, 0); vid != 0; vid = bri_vlanset_next(asked, vid))
+        if (bri_vlanset_has(&options.refused, vid) != 0) {
+            bri_vlanset_add(&reply.failed, vid);
             reply.failure = 1;
         }
     printf("%s: VLANs %s asked: ", options.name, list_text(asked));
@@ -73,9 +62,8 @@ static void on_set(const struct vl_evt_vlanset_rec *record, void (*each)(uint16_
         printf("%s: VLANs so far: %s\n", options.name, list_text(&record->vlans));
         return;
     }
-    for (uint16_t vid = 1; vid <= VLAN_MAX; ++vid)
-        if (holds(&record->vlans, vid))
-            each(vid, record->versions[vid]);
+    for (uint32_t vid = bri_vlanset_next(&record->vlans, 0); vid != 0; vid = bri_vlanset_next(&record->vlans, vid))
+        each((uint16_t)vid, record->versions[vid]);
 }
 
 static void on_vlan_event(uint32_t type, const struct vl_evt_vlan_rec *record) {
@@ -119,7 +107,7 @@ static int register_events(void) {
                                      VLAN_EVENT_CREATE_RANGE, VLAN_EVENT_DESTROY_INDEX,     VLAN_EVENT_DESTROY_RANGE};
     struct event_set events = {{0}};
     for (size_t i = 0; i < sizeof types / sizeof *types; ++i)
-        host_want(&events, types[i]);
+        bri_event_set_add(&events, types[i]);
     return bridge_client_reg_event(&events, on_event);
 }
 
@@ -130,12 +118,12 @@ static bool parse_option(int option) {
         options.name = optarg;
         return true;
     case 'r':
-        vid = host_number(optarg, 1, VLAN_MAX);
+        vid = host_number(optarg, 1, BRI_VID_MAX);
         if (vid > 0)
-            put(&options.refused, (unsigned)vid);
+            bri_vlanset_add(&options.refused, (uint32_t)vid);
         return vid > 0;
     case 'b':
-        vid = host_number(optarg, 1, VLAN_MAX);
+        vid = host_number(optarg, 1, BRI_VID_MAX);
         options.taken_back = (uint16_t)vid;
         return vid > 0;
     default:

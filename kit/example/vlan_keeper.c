@@ -24,10 +24,6 @@ static int on_event(uint32_t type, void *data, uint16_t len) {
     return 0;
 }
 
-static void want(struct event_set *events, uint32_t type) {
-    events->words[type >> 5] |= UINT32_C(1) << (type & 31);
-}
-
 int main(int argc, char **argv) {
     struct event_set events = {{0}};
     struct qv_thread_master *loop = qv_thread_master_create();
@@ -38,9 +34,9 @@ int main(int argc, char **argv) {
     }
     vid = (uint16_t)number;
     setvbuf(stdout, NULL, _IOLBF, 0);
-    want(&events, BRIDGE_EVENT_SYNC_DATA_END);
-    want(&events, VLAN_EVENT_DESTROY_INDEX);
-    want(&events, VLAN_EVENT_DESTROY_RANGE);
+    bri_event_set_add(&events, BRIDGE_EVENT_SYNC_DATA_END);
+    bri_event_set_add(&events, VLAN_EVENT_DESTROY_INDEX);
+    bri_event_set_add(&events, VLAN_EVENT_DESTROY_RANGE);
     if (bridge_agent_init("vlan_keeper", loop) != 0 || bridge_client_reg_event(&events, on_event) != 0)
         return 1;
     return qv_thread_master_run(loop) == 0 ? EXIT_SUCCESS : EXIT_FAILURE;

@@ -77,6 +77,6 @@ int main(int argc, char **argv) {
         if (!parse_option(option))
             return 2;
     for (size_t i = 0; i < sizeof types / sizeof *types; ++i)
-        host_want(&events, types[i]);
+        bri_event_set_add(&events, types[i]);
     return host_start("dot1x") && bridge_client_reg_event(&events, on_event) == 0 ? host_run() : 1;
 }

@@ -99,7 +99,7 @@ int main(int argc, char **argv) {
         if (option != 'l' || (limit = host_number(optarg, 1, ADDRESS_MAX)) < 0)
             return 2;
     struct event_set events = {{0}};
-    host_want(&events, BRIDGE_EVENT_SYNC_DATA_END);
-    host_want(&events, MAC_EVENT_NOTIFY_ADDR);
+    bri_event_set_add(&events, BRIDGE_EVENT_SYNC_DATA_END);
+    bri_event_set_add(&events, MAC_EVENT_NOTIFY_ADDR);
     return host_start("portsec") && bridge_client_reg_event(&events, on_event) == 0 ? host_run() : 1;
 }

@@ -102,6 +102,6 @@ int main(int argc, char **argv) {
     for (uint32_t ifx = 0; ifx <= PORT_MAX; ++ifx)
         ports[ifx] = ifx;
     for (size_t i = 0; i < sizeof types / sizeof *types; ++i)
-        host_want(&events, types[i]);
+        bri_event_set_add(&events, types[i]);
     return host_start("stpd") && bridge_client_reg_event(&events, on_event) == 0 ? host_run() : 1;
 }

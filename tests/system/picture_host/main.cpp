@@ -116,11 +116,11 @@ int register_events() {
     event_set events{};
     for (uint32_t type = VLAN_EVENT_CREATE_INDEX; type <= VLAN_EVENT_SVI_CREATE_DESTROY; ++type)
         if (type != VLAN_EVENT_DEFAULT_INTF && type != VLAN_EVENT_CREATE_PREJ && type != VLAN_EVENT_CREATE_RANGE_PREJ)
-            host_want(&events, type);
-    host_want(&events, BRIDGE_EVENT_BKUP_DATA_END);
+            bri_event_set_add(&events, type);
+    bri_event_set_add(&events, BRIDGE_EVENT_BKUP_DATA_END);
     if (refused != 0) {
-        host_want(&events, VLAN_EVENT_CREATE_PREJ);
-        host_want(&events, VLAN_EVENT_CREATE_RANGE_PREJ);
+        bri_event_set_add(&events, VLAN_EVENT_CREATE_PREJ);
+        bri_event_set_add(&events, VLAN_EVENT_CREATE_RANGE_PREJ);
     }
     return bridge_client_reg_event(&events, on_event);
 }
