@@ -20,7 +20,8 @@ const std::set<std::string> kOfOneProcess{"bri_clnt_cb_node", "bri_clnt_ctx",   
 std::string text_of_headers() {
     std::stringstream text;
     for (const auto &entry : std::filesystem::directory_iterator(BRIDGE_HEADERS))
-        text << std::ifstream(entry.path()).rdbuf();
+        if (entry.path().extension() == ".h")
+            text << std::ifstream(entry.path()).rdbuf();
     return text.str();
 }
 
@@ -34,6 +35,8 @@ TEST(WireTables, every_record_of_the_headers_is_described) {
     unsigned described = 0;
     for (const std::smatch &match : all_of(headers, "struct ([a-z0-9_]+) \\{")) {
         const std::string name = match[1];
+        if (name.starts_with("bridge_host_")) // all of them stay
+            continue;
         const bool known = find_record(name) != nullptr;
         EXPECT_NE(known, kOfOneProcess.contains(name)) << name;
         described += known ? 1 : 0;
