@@ -2,6 +2,7 @@
 //
 //     bridge::on<bridge::event::port_pvid>([](const bridge::port_pvid &e) { use(e.ifx, e.pvid); })
 //
+// Named is every event that brings a host a record of the C headers; the library keeps some of the others to itself.
 // Each name stands twice: in `event` for the event, beside it for its record, which is the struct of the C headers.
 // What an event gives to a function:
 //
@@ -58,7 +59,6 @@ template <uint32_t Code> struct event_of_bytes {
 #define BRIDGE_KNOWN_EVENTS(ROW)                                                                                       \
     ROW(mac_changed, MAC_EVENT_NOTIFY_ADDR, bri_mac_msg)                                                               \
     ROW(mac_nondyn_changed, MAC_EVENT_NOTIFY_NONDYN, bri_mac_msg)                                                      \
-    ROW(mac_available, MAC_EVENT_SET_AVAILABLE_MAC, bri_mac_available)                                                 \
     ROW(vlan_created, VLAN_EVENT_CREATE_INDEX, vl_evt_vlan_rec)                                                        \
     ROW(vlan_deleted, VLAN_EVENT_DESTROY_INDEX, vl_evt_vlan_rec)                                                       \
     ROW(vlans_created, VLAN_EVENT_CREATE_RANGE, vl_evt_vlanset_rec)                                                    \
@@ -77,7 +77,6 @@ template <uint32_t Code> struct event_of_bytes {
 // Events that the library hands on as the server sends them. Their records are those of the request of the same number,
 // or of the event that they undo; a server of one's own may send another, and then event::raw is the way.
 #define BRIDGE_ASSUMED_EVENTS(ROW)                                                                                     \
-    ROW(mac_age_range, MAC_EVENT_SET_AGETIME_RANGE, bri_mac_age_range)                                                 \
     ROW(mac_flushed, MAC_EVENT_DEL_DYN_ON_VLANMAP, bri_mac_vlanmap_del)                                                \
     ROW(mac_flushed_port, MAC_EVENT_DEL_DYN_ON_INTF_VLANMAP, bri_mac_vlanmap_del)                                      \
     ROW(mac_rolled_back, MAC_EVENT_ROLLBACK_ADDR, bri_mac_msg)                                                         \
@@ -93,10 +92,6 @@ template <uint32_t Code> struct event_of_bytes {
     ROW(port_allow_added, VLAN_EVENT_SP_ADD_ALLOW_VLAN, vl_port_vlanset_req)                                           \
     ROW(port_allow_removed, VLAN_EVENT_SP_RMV_ALLOW_VLAN, vl_port_vlanset_req)                                         \
     ROW(port_sub_ifs_removed, VLAN_EVENT_SP_RMV_SUB_IF_VLAN, vl_port_vlanset_req)                                      \
-    ROW(super_vlan_created, VLAN_EVENT_SUPER_CREATE, vl_evt_vlan_rec)                                                  \
-    ROW(super_vlan_deleted, VLAN_EVENT_SUPER_DELETE, vl_evt_vlan_rec)                                                  \
-    ROW(super_vlans_created, VLAN_EVENT_SUPER_CREATE_RANGE, vl_evt_vlanset_rec)                                        \
-    ROW(super_vlans_deleted, VLAN_EVENT_SUPER_DELETE_RANGE, vl_evt_vlanset_rec)                                        \
     ROW(mac_vlan_changed, MVLAN_EVENT_NOTIFY_ENTRY, mvlan_msg)                                                         \
     ROW(mac_vlan_failed, MVLAN_EVENT_ERROR, mvlan_entry)                                                               \
     ROW(group_members, VG_EVENT_MEM_VLAN, vlan_group_entry)                                                            \
@@ -112,7 +107,6 @@ BRIDGE_ASSUMED_EVENTS(BRIDGE_EVENT)
 #undef BRIDGE_EVENT
 
 struct mac_moved : event_of_many<MAC_EVENT_DYN_MOVE, ::bri_mac_msg> {};
-struct mac_table_full : event_of_many<MAC_EVENT_EXCEED_ADDR_CAPA, ::bri_mac_msg> {};
 
 // The states of ports, as many records as the batch says and has.
 struct port_states {
