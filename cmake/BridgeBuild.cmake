@@ -51,11 +51,21 @@ function(bridge_room_sources out)
   set(${out} ${all} PARENT_SCOPE)
 endfunction()
 
-# bridge_unity(target...): with BRIDGE_UNITY their files are compiled several at a time, which pays where everything is
-# built anyway, as for a run of all tests. The names in the anonymous namespaces of a program must differ for it.
-option(BRIDGE_UNITY "Compile several files of the tests and of the workstation's programs at once" OFF)
+# bridge_unity(target...): with BRIDGE_UNITY all their files are compiled at once, which pays where everything is built
+# anyway, as for a run of all tests: what a compiler spends goes into templates that each file would make anew. The names
+# in the anonymous namespaces of a target must differ for it.
+option(BRIDGE_UNITY "Compile all files of a test program, a workstation's library or program at once" OFF)
 function(bridge_unity)
   if(BRIDGE_UNITY)
-    set_target_properties(${ARGN} PROPERTIES UNITY_BUILD ON UNITY_BUILD_BATCH_SIZE 8)
+    set_target_properties(${ARGN} PROPERTIES UNITY_BUILD ON UNITY_BUILD_BATCH_SIZE 0)
+  endif()
+endfunction()
+
+# bridge_precompile_headers(target header...): for targets of bridge_unity whose files are compiled one by one. Optimised,
+# g++ 12 warns about overflows inside its own std::string when it reads nlohmann/json.hpp from a precompiled header;
+# there are none.
+function(bridge_precompile_headers target)
+  if(NOT BRIDGE_UNITY AND CMAKE_BUILD_TYPE STREQUAL Debug)
+    target_precompile_headers(${target} PRIVATE ${ARGN})
   endif()
 endfunction()

@@ -12,7 +12,7 @@ constexpr size_t kExclusionHeader = 76;
 constexpr uint32_t kIfx = 5;
 
 uint32_t g_conflict;
-char g_text[64];
+char g_status[64];
 
 // A table that another process has made, with a flag set.
 void flagged(World &world) {
@@ -89,7 +89,7 @@ std::vector<Row> table_rows() {
          {},
          come_up},
         {"bridge_coxmng_get_status", Level::kBare,
-         [](World &) { return one(bridge_coxmng_get_status(kIfx, g_text, sizeof g_text)); }, kSetUp, 0, flagged},
+         [](World &) { return one(bridge_coxmng_get_status(kIfx, g_status, sizeof g_status)); }, kSetUp, 0, flagged},
         {"swport_set_attr_exclude",
          Level::kStarted,
          [](World &) { return one(swport_set_attr_exclude(kPort, 64, 1, 128, &g_conflict)); },
