@@ -30,7 +30,7 @@ constexpr struct {
     const char *noun;
     const char *verb;
     void (*run)(Stage &stage, const Words &rest);
-} kRows[] = {
+} kStageLines[] = {
     {"server", "kill", [](Stage &stage, const Words &) { stage.world().kill_server(); }},
     {"server", "start", [](Stage &stage, const Words &) { stage.world().start_server(); }},
     {"daemon", "start", [](Stage &stage, const Words &rest) { stage.start_daemon(rest); }},
@@ -48,7 +48,7 @@ Stage::Stage(double time_scale, Log log, std::vector<std::string> command)
 
 std::string Stage::run(const std::string &line) {
     const Words words = split(line);
-    for (const auto &row : kRows)
+    for (const auto &row : kStageLines)
         if (words.size() > 1 && words[0] == row.noun && words[1] == row.verb) {
             row.run(*this, Words(words.begin() + 2, words.end()));
             return "";
