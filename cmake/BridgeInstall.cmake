@@ -8,7 +8,7 @@ if(NOT BRIDGE_WORKSTATION AND NOT BRIDGE_QV_THREAD_LIBRARY)
 endif()
 
 set(package_dir "${CMAKE_INSTALL_LIBDIR}/cmake/bridge_client")
-set(installed bridge_client bridge_client_static)
+set(installed bridge_client bridge_client_static bridge_host bridge_host_static)
 set(python_dir "${CMAKE_INSTALL_DATADIR}/bridge_client/python")
 install(DIRECTORY include/bridge TYPE INCLUDE)
 if(BRIDGE_WORKSTATION)
@@ -41,5 +41,7 @@ install(FILES "${CMAKE_CURRENT_BINARY_DIR}/bridge_client-config.cmake"
 
 # The file finds its tree from where it lies, so that --prefix may name any place.
 string(REGEX REPLACE "[^/]+" ".." up_from_libdir "${CMAKE_INSTALL_LIBDIR}")
-configure_file(cmake/bridge_client.pc.in bridge_client.pc @ONLY)
-install(FILES "${CMAKE_CURRENT_BINARY_DIR}/bridge_client.pc" DESTINATION "${CMAKE_INSTALL_LIBDIR}/pkgconfig")
+foreach(description bridge_client.pc bridge-host.pc)
+  configure_file(cmake/${description}.in ${description} @ONLY)
+  install(FILES "${CMAKE_CURRENT_BINARY_DIR}/${description}" DESTINATION "${CMAKE_INSTALL_LIBDIR}/pkgconfig")
+endforeach()

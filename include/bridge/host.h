@@ -45,8 +45,8 @@ BRI_API enum bridge_host_role bridge_host_role(void);
 
 /* Events ---------------------------------------------------------------------------------------------------------- */
 
-/* Gets one event. `record` is aligned for every type and gone when the handler returns; it is null when `size` is 0,
- * and holds `size` bytes, at least as many as the table asks for. */
+/* Gets one event. `record` is aligned to 4 bytes, as the records of the public headers need it, and gone when the
+ * handler returns; it is null when `size` is 0, and holds `size` bytes, at least as many as the table asks for. */
 typedef void (*bridge_host_event_fn)(const void *record, uint16_t size, void *context);
 
 /* A row of the table of events. An event may have several rows, which are called in their order. */
@@ -83,8 +83,8 @@ struct bridge_host_handler {
  *  - `complete` 1: the items were all there is, and a mirror that has followed items and vanished ones is in step.
  *    `complete` 0: it was cut, nothing was swept, and what is missing comes with a later one. That is so when the
  *    connection is lost, the process becomes slave or the backup data begins anew in the middle, when the shared tables
- *    cannot be mapped (which is tried again every time), when the server has not answered three times, and when there
- *    were more addresses than mac_capacity.
+ *    cannot be mapped (which is tried again every time), when the server has not answered three times, and for the
+ *    addresses ever since there were more of them than mac_capacity.
  *  - Questions that overlap are one: it ends with the last answer, and only what is in that is there.
  *  - VLAN and layer-2 topology run from begin to end within one call and are read out of the shared tables. Of
  *    attributes they tell only what differs from the usual: a mirror takes every VLAN for static, with the name of its
@@ -142,7 +142,7 @@ struct bridge_host_config {
     uint32_t stop_ms;                           /* bridge_host_stop waits so long; 0: 2000 */
     void *context;                              /* passed to all of these: */
 
-    /* The connection stands (1, behind the registration's events, before any other) or is lost (0, seen by the tick, at
+    /* The connection stands (1, before the registration goes out) or is lost (0, seen by the tick, at
      * the latest when the next one stands). Requests can be sent from 1 on. */
     void (*on_connection)(int up, void *context);
     /* The role has changed, also without a switch-over. Behind a switch-over it is MASTER at its begin; the data is
@@ -173,11 +173,12 @@ struct bridge_host_left {
     uint32_t requests; /* requests that were ended as BRIDGE_HOST_STOPPED */
 };
 
-/* Ends the layer: flushes at once what the library has accepted, waits until it is out, stop_ms at most and also for a
- * connection, ends the outstanding requests and walks, and withdraws the registrations of its events. Then `on_stopped`
- * is called, with the context of the configuration, from a job of the loop; the usual thing to do there is to stop the
- * loop. It gets no events once this is called, so no handler is called any more; requests run on until the end. The
- * library itself has no end; bridge_host_start may follow. */
+/* Ends the layer: withdraws the registrations of its events, by which everything that the library has accepted is
+ * flushed at once, and waits until that is in the socket, stop_ms at most and also for a connection. Then the
+ * outstanding requests and walks are ended, and `on_stopped` is called with the context of the configuration; the usual
+ * thing to do there is to stop the loop. All of that is done by jobs of the loop, but a resynchronisation that runs is
+ * cut within this call, and from then on there are no events, ticks and new requests. The library itself has no end;
+ * bridge_host_start may follow, also in `on_stopped`. */
 BRI_API int bridge_host_stop(void (*on_stopped)(const struct bridge_host_left *left, void *context));
 
 /* Requests with an end -------------------------------------------------------------------------------------------- */
@@ -191,11 +192,9 @@ enum bridge_host_result {
 
 /* A request, what shows that it is done, and until when that must be. */
 struct bridge_host_pending {
-    int (*send)(
-        void *context); /* sends it with any call of the library; negative: it could not. Null: nothing is sent */
+    int (*send)(void *context); /* sends it with any call of the library; not 0: it could not. Null: nothing is sent */
     /* Asked for every event of `events`, with its record as a handler gets it, and at each tick with event 0, null and
-     * 0, to look at a table. Not 0: done. An event that was being handled when the request was made does not count. It
-     * starts and cancels no requests. */
+     * 0, to look at a table. Not 0: done. An event that was being handled when the request was made does not count. */
     int (*done_when)(uint32_t event, const void *record, uint16_t size, void *context);
     const uint32_t *events; /* the events that may end it, with a 0 behind them; null: none. Read while outstanding */
     uint32_t timeout_ms;    /* 1 or more */
@@ -211,7 +210,7 @@ struct bridge_host_pending {
 };
 
 /* Sends the request and watches for its end; any number at once. An event that is in no row is registered for it, and
- * stays so until the layer ends. Negative, and on_done is not called: BRI_ERR_SOCKET not connected;
+ * stays so until the layer ends. Not 0, and on_done is not called: BRI_ERR_SOCKET not connected;
  * BRI_ERR_NOT_PERMITTED slave and BRIDGE_HOST_REFUSE_AS_SLAVE, or not started; BRI_ERR_INVALID the request is
  * outstanding, has no time or an event out of range; BRI_ERR_NO_MEMORY the loop refuses the timer; what `send` gave. */
 BRI_API int bridge_host_request(struct bridge_host_pending *request);
@@ -248,8 +247,8 @@ struct bridge_host_walk {
     uint16_t state;
 };
 
-/* Begins a walk; any number at once. BRI_ERR_SOCKET: no socket to the kernel; BRI_ERR_INVALID: it runs already, or the
- * port is none; BRI_ERR_NO_MEMORY: the loop refuses a job. on_end is called only after 0. */
+/* Begins a walk; any number at once. BRI_ERR_SOCKET: no socket to the kernel; BRI_ERR_INVALID: it runs already;
+ * BRI_ERR_NO_MEMORY: the loop refuses a job. on_end is called only after 0. */
 BRI_API int bridge_host_walk_start(struct bridge_host_walk *walk);
 
 /* Ends a walk without on_end. Nothing happens to one that does not run, nor to null. */

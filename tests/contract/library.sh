@@ -19,6 +19,8 @@ equal() {
 case $what in
 soname) equal soname "$(values SONAME)" 'libbridge_client.so.1 ' ;;
 needed) equal needed "$(values NEEDED)" 'libc.so.6 libqv-thread.so.1 libqv_syslog.so.1 ' ;;
+layer_soname) equal soname "$(values SONAME)" 'libbridge_host.so.1 ' ;;
+layer_needed) equal needed "$(values NEEDED)" 'libbridge_client.so.1 libc.so.6 libqv-thread.so.1 ' ;;
 no_cxx_runtime)
     undefined=$("$nm" -D --undefined-only "$library" | awk '{ sub(/@.*/, "", $NF); print $NF }')
     [ -n "$undefined" ]

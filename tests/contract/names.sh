@@ -12,7 +12,10 @@ export LC_ALL=C
 headers() { printf '%s\n' "$source_dir"/include/bridge/*.h | grep -v '/host\.h$'; }
 # shellcheck disable=SC2046 # several words are wanted
 declared() { awk -v kind="$1" -f "$here/public_names.awk" $(headers) | sort; }
-in_map() { sed -n 's/^ *\([A-Za-z0-9_]*\);.*/\1/p' "$source_dir/cmake/bridge_client.map" | sort; }
+in_map() { sed -n 's/^ *\([A-Za-z0-9_]*\);.*/\1/p' "$source_dir/cmake/${1:-bridge_client}.map" | sort; }
+
+# defined LIBRARY NM: what it exports.
+defined() { "$2" -D --defined-only "$1" | awk '$2 != "A" { sub(/@.*/, "", $3); print $3 }' | sort; }
 
 # same FIRST SECOND: lists of more than nothing, line by line the same.
 same() {
@@ -48,8 +51,15 @@ agreed)
     same agreed map
     ;;
 library)
-    "$4" -D --defined-only "$3" | awk '$2 != "A" { sub(/@.*/, "", $3); print $3 }' | sort >"$work/library"
+    defined "$3" "$4" >"$work/library"
     in_map >"$work/map"
+    same library map
+    ;;
+layer)
+    awk -v kind=exports -f "$here/public_names.awk" "$source_dir/include/bridge/host.h" | sort >"$work/header"
+    defined "$3" "$4" >"$work/library"
+    in_map bridge_host >"$work/map"
+    same header map
     same library map
     ;;
 records)

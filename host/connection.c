@@ -1,0 +1,66 @@
+/* The connection, as far as it can be seen: the library calls back when one stands and says nothing when it is lost. */
+#include "layer.h"
+
+static int64_t lost_at; /* while there is an outage: when it was seen */
+static bool in_outage;
+
+static void end_outage(int64_t now) {
+    struct bridge_host_statistics *figures = &bri_host.statistics;
+    const int64_t length = now - lost_at;
+    figures->outage_total_ms += (uint64_t)length;
+    if (length > figures->outage_longest_ms)
+        figures->outage_longest_ms = (uint32_t)length;
+    in_outage = false;
+}
+
+static void tell(bool up) {
+    bri_host.connected = up;
+    if (bri_host.config.on_connection != NULL)
+        bri_host.config.on_connection(up, bri_host.config.context);
+}
+
+/* What was under way has gone with the connection. */
+static void lose(void) {
+    ++bri_host.statistics.outages;
+    lost_at = bri_host_now_ms();
+    in_outage = true;
+    bri_host.connected = false;
+    bri_host_resync_cut();
+    bri_host_requests_end(BRIDGE_HOST_LOST);
+    tell(false);
+}
+
+static void gain(bool introduced) {
+    ++bri_host.statistics.connections;
+    if (in_outage)
+        end_outage(bri_host_now_ms());
+    bri_host_resync_connected(introduced);
+    tell(true);
+}
+
+void bri_host_on_connect(void) {
+    if (!bri_host.started || bri_host.stopping)
+        return;
+    bri_host_keep_tick();
+    if (bri_host.connected) /* it went and came between two ticks */
+        lose();
+    if (!bri_host.stopping)
+        gain(true);
+}
+
+void bri_host_watch_connection(void) {
+    const bool up = g_bridge_client->connected != 0;
+    if (!up && bri_host.connected)
+        lose();
+    else if (up && !bri_host.connected) /* the library was started, and connected, before the layer */
+        gain(false);
+}
+
+void bri_host_running_outage(struct bridge_host_statistics *out) {
+    if (!in_outage)
+        return;
+    const int64_t length = bri_host_now_ms() - lost_at;
+    out->outage_total_ms += (uint64_t)length;
+    if (length > out->outage_longest_ms)
+        out->outage_longest_ms = (uint32_t)length;
+}
