@@ -1,5 +1,6 @@
 // Dispatch: every message of the server finds its subsystem by one routing table; the client-management events change
 // the process-wide role and synchronisation state here.
+#include "base/counters.h"
 #include "base/log.h"
 #include "base/runtime.h"
 #include "client/state.h"
@@ -95,6 +96,7 @@ void on_switchover_end(const Message &) {
 }
 
 void on_other_management(const Message &message) {
+    ++counters::g_loop.dropped_unknown;
     BRI_LOG(log::kClient, "Error mng-msg type(%s), discarded.\n", bri_msg_type_name(message.type()));
 }
 
@@ -117,6 +119,7 @@ void on_ss_origin_mac(const Message &) {
 }
 
 void on_other_research(const Message &message) {
+    ++counters::g_loop.dropped_unknown;
     BRI_LOG(log::kClient, "Failed to parse research-msg from BRIDGE, type %s.\n", bri_msg_type_name(message.type()));
 }
 
@@ -145,6 +148,7 @@ template <size_t kCount> void route(const TypeRoute (&routes)[kCount], const Mes
             continue;
         if (message.payload.size >= row.least)
             return row.entry(message);
+        ++counters::g_loop.dropped_short;
         BRI_LOG(log::kClient, "[%s] msg is too short: type[%s, %d], len[%d], discarded.\n", name(),
                 bri_msg_type_name(row.type), log::number(row.type), log::number(message.header.len));
         return;
@@ -211,10 +215,10 @@ using namespace bri::client;
 void runtime::dispatch(const Message &message) {
     const uint32_t submod = submod_of(message.type());
     if (submod < kSubmods && kEntries.of[submod] != nullptr)
-        kEntries.of[submod](message);
-    else
-        BRI_LOG(log::kClient, "[%s] error msg, module[%d], type[%d].\n", name(), log::number(submod),
-                log::number(message.type()));
+        return kEntries.of[submod](message);
+    ++counters::g_loop.dropped_unknown;
+    BRI_LOG(log::kClient, "[%s] error msg, module[%d], type[%d].\n", name(), log::number(submod),
+            log::number(message.type()));
 }
 
 void bridge_client_msg_dspch(bri_msg_hdr *msg) {

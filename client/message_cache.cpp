@@ -1,4 +1,5 @@
 // Byte runs that the server socket would not take yet.
+#include "base/counters.h"
 #include "base/list.h"
 #include "base/log.h"
 #include "client/transport.h"
@@ -14,6 +15,14 @@ namespace {
 void link_before(bri_clnt_ctx &ctx, bri_list &place, Run &run) {
     list::append(place, run.link); // behind the last node before `place`
     word::store(ctx.cache_cnt, ctx.cache_cnt + 1);
+    counters::g_senders.cached.add(1);
+    if (ctx.cache_cnt > counters::g_senders.most_cached)
+        word::store(counters::g_senders.most_cached, uint32_t{ctx.cache_cnt});
+}
+
+bool drop() {
+    word::store(counters::g_senders.dropped, counters::g_senders.dropped + 1);
+    return false;
 }
 
 } // namespace
@@ -29,12 +38,12 @@ bool cache_msg(bri_clnt_ctx &ctx, const void *bytes, uint32_t n, uint32_t writte
     if (written == 0 && ctx.cache_cnt >= ctx.cache_max) {
         word::store(ctx.cache_drop, ctx.cache_drop + 1);
         BRI_LOG(log::kClient, "Failed to create msg node, reach maximun cache msg.\n");
-        return false;
+        return drop();
     }
     Run *run = make_run(n);
     if (run == nullptr) {
         BRI_LOG(log::kClient, "Failed to create msg node.\n");
-        return false;
+        return drop();
     }
     std::memcpy(run->bytes(), bytes, n);
     run->written = written;

@@ -1,4 +1,5 @@
 // Batches from the server: read whole, split, handed on message by message.
+#include "base/counters.h"
 #include "base/log.h"
 #include "base/refused_jobs.h"
 #include "base/runtime.h"
@@ -17,18 +18,38 @@ namespace {
 
 constexpr uint32_t kHeaderSize = sizeof(bri_batch_hdr);
 
-uint32_t g_received; // bytes of the receive buffer that may differ from zero
+uint32_t g_received;                                    // bytes of the receive buffer that may differ from zero
+uint64_t *g_loss_cause = &counters::g_loop.reset_error; // what the last failed read counts as
 
 void clear_buffer() {
     std::memset(g_bglib_recvbuf, 0, g_received);
     g_received = 0;
 }
 
+// A read that gives fewer bytes than it should has met the end of the stream, or a peer that is gone.
+uint64_t &cause_of_failed_read(int got) {
+    bri_counters &counted = counters::g_loop;
+    if (got >= 0 && errno == 0)
+        return counted.reset_by_peer;
+    switch (errno) {
+    case ECONNRESET:
+        return counted.reset_by_peer;
+    case EAGAIN:
+    case ETIMEDOUT:
+        return counted.reset_timeout;
+    default:
+        return counted.reset_error;
+    }
+}
+
 int read_into_buffer(int fd, uint32_t n, BatchClock &clock) {
     uint8_t *place = g_bglib_recvbuf + g_received;
     g_received += n; // before the read: it may fail behind some bytes
     errno = 0;       // the end of the stream is no error and would show an old one
-    return read_part(fd, place, n, clock);
+    const int got = read_part(fd, place, n, clock);
+    if (got != static_cast<int>(n))
+        g_loss_cause = &cause_of_failed_read(got);
+    return got;
 }
 
 bool read_header(int fd, BatchClock &clock) {
@@ -44,6 +65,7 @@ bool read_body(int fd, uint32_t length, BatchClock &clock) {
     if (length > BRI_BATCH_MSG_MAX) {
         BRI_LOG(log::kClient, "[%s] excess max batch-msg length, max length %d, received %d.\n", name(),
                 log::number(BRI_BATCH_MSG_MAX), log::number(length));
+        g_loss_cause = &counters::g_loop.reset_bad_frame;
         return false;
     }
     const int got = read_into_buffer(fd, length, clock);
@@ -74,16 +96,19 @@ bool take_batch(const bri_batch_hdr &batch) {
         const Message message = next.message();
         next.next(); // a handler may write to its payload, and to whatever lies behind it
         take_message(message);
+        ++counters::g_loop.messages_in;
         if (connection_number() != connection)
             return false;
     }
-    if (next.cut())
+    if (next.cut()) {
+        ++counters::g_loop.dropped_short;
         BRI_LOG(log::kClient, "[%s] batch-msg ends inside a msg, rest discarded.\n", name());
+    }
     return true;
 }
 
 int lose_connection() {
-    bridge_client_connect_reset();
+    reset_connection(*g_loss_cause);
     reconnect();
     return -1;
 }
@@ -118,6 +143,8 @@ int bridge_client_read_msg(int fd, struct bri_batch_hdr **out) {
     BatchClock clock;
     if (!read_header(fd, clock) || (batch->msg_len != 0 && !read_body(fd, batch->msg_len, clock)))
         return -1;
+    ++counters::g_loop.batches_in;
+    counters::g_loop.bytes_in += g_received;
     *out = batch;
     return 0;
 }

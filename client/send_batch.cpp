@@ -1,4 +1,5 @@
 // Messages to the server: collected in one batch, written when it fills, when one is urgent, or by the 50 ms timer.
+#include "base/counters.h"
 #include "base/list.h"
 #include "base/log.h"
 #include "base/message.h"
@@ -48,9 +49,14 @@ bool urgent(uint32_t type) {
            type == MVLAN_EVENT_NOTIFY_ENTRY;
 }
 
+int refuse() {
+    word::add(counters::g_senders.refused, 1U);
+    return -1;
+}
+
 int not_ready() {
     BRI_LOG(log::kClient, "Client send msg failed: Socket is not ready.\n");
-    return -1;
+    return refuse();
 }
 
 // False when a run would not go out whole; the batch then queues behind it.
@@ -59,6 +65,7 @@ bool drain_cache(bri_clnt_ctx &ctx) {
         uint32_t written = 0;
         const int result = bridge_writen_dontwait(ctx.sock, run->unsent(), run->left(), &written);
         if (result == kWritten) {
+            count_batch(run->bytes());
             drop_run(ctx, *run);
             continue;
         }
@@ -83,6 +90,7 @@ void write_batch(bri_clnt_ctx &ctx) {
     uint32_t written = 0;
     switch (bridge_writen_dontwait(ctx.sock, g_bglib_sendbuf, batch_size(), &written)) {
     case kWritten:
+        count_batch(g_bglib_sendbuf);
         BRI_LOG(log::kClient, "[%s] Msg send SUCC: msg-cnt %d, msg-len %d.\n", ctx.name, log::number(batch().msg_cnt),
                 log::number(batch().msg_len));
         break;
@@ -105,6 +113,13 @@ void release_send_lock(bri_clnt_ctx &ctx) {
 }
 
 } // namespace
+
+void count_batch(const uint8_t *bytes) {
+    const auto header = load_as<bri_batch_hdr>(bytes);
+    counters::g_senders.batches.add(1);
+    counters::g_senders.messages.add(header.msg_cnt);
+    counters::g_senders.bytes.add(static_cast<uint32_t>(sizeof header) + header.msg_len);
+}
 
 void put_message(uint8_t *at, const void *data, uint32_t len, uint32_t type) {
     const bri_msg_hdr header{type, len};
@@ -161,11 +176,11 @@ int bridge_client_send_message(const void *data, uint32_t len, uint32_t type) {
         return not_ready();
     if (len > BRI_PAYLOAD_MAX) {
         BRI_LOG(log::kClient, "Client send msg failed: msg-len[%d] is too large.\n", log::number(len));
-        return -1;
+        return refuse();
     }
     if (g_bglib_sendbuf == nullptr) {
         BRI_LOG(log::kClient, "failed to send msg: buff is not ready.\n");
-        return -1;
+        return refuse();
     }
     const SendLock lock(*ctx);
     if (!batch_takes(len))

@@ -1,4 +1,5 @@
 // One message that does not wait: a batch of its own that overtakes what is collected or cached.
+#include "base/counters.h"
 #include "base/log.h"
 #include "base/raii.h"
 #include "client/transport.h"
@@ -23,7 +24,10 @@ bool write_rest(const bri_clnt_ctx &ctx, Run &run) {
     uint32_t done = 0;
     write_all(ctx.sock, run.unsent(), run.left(), done);
     run.written += done;
-    return run.left() == 0;
+    if (run.left() != 0)
+        return false;
+    count_batch(run.bytes());
+    return true;
 }
 
 // A run that is half out goes first, or the message would land inside it.
@@ -69,6 +73,7 @@ using namespace bri::client;
 int bridge_client_send_message_ontime(const void *data, uint32_t len, uint32_t type) {
     if (client::send_ontime(data, len, type))
         return 0;
+    word::add(counters::g_senders.refused, 1U);
     BRI_LOG(log::kClient, "Client send msg failed!\n");
     return -1;
 }

@@ -1,4 +1,5 @@
 // The local stream socket to the bridge server: create, connect, reset.
+#include "base/counters.h"
 #include "base/log.h"
 #include "base/raii.h"
 #include "base/text.h"
@@ -141,6 +142,15 @@ uint32_t connection_number() {
     return g_connection_number;
 }
 
+void reset_connection(uint64_t &cause) {
+    if (g_bridge_client == nullptr) {
+        BRI_LOG(log::kClient, "Bridge client connect-reset: client is not init.\n");
+        return;
+    }
+    cause += g_bridge_client->connected;
+    reset(*g_bridge_client);
+}
+
 } // namespace bri::client
 
 using namespace bri;
@@ -183,17 +193,15 @@ int bridge_client_socket_connect(struct bri_clnt_ctx *ctx) {
     prepare_path(tmpdir);
     open_path_to_all(*ctx);
     if (!connect_to_server(*ctx)) {
+        ++counters::g_loop.connect_failed;
         BRI_LOG(log::kClient, "[%s] connect failed: %s\n", ctx->name, strerror(errno));
         return -1;
     }
+    ++counters::g_loop.connections;
     BRI_LOG(log::kClient, "Bridge client sock conn SUCC.\n");
     return 0;
 }
 
 void bridge_client_connect_reset(void) {
-    if (g_bridge_client == nullptr) {
-        BRI_LOG(log::kClient, "Bridge client connect-reset: client is not init.\n");
-        return;
-    }
-    reset(*g_bridge_client);
+    reset_connection(counters::g_loop.reset_asked);
 }

@@ -1,4 +1,5 @@
 // The one place that adds the client's jobs to the host's loop, and that knows which ones it refused.
+#include "base/counters.h"
 #include "base/log.h"
 #include "base/refused_jobs.h"
 #include "base/runtime.h"
@@ -75,6 +76,7 @@ bool note_kind(bri_clnt_thread_evt kind, bool taken) {
         return refused_jobs::note(add_again<BRI_CLNT_EVT_RECONNECT>, taken);
     case BRI_CLNT_EVT_MSG_TIMER:
         g_timer_refused = !taken;
+        counters::g_loop.jobs_refused += taken ? 0 : 1;
     }
     return taken;
 }
@@ -98,6 +100,7 @@ size_t g_count;
 } // namespace
 
 bool note(Add add, bool taken) {
+    counters::g_loop.jobs_refused += taken ? 0 : 1;
     Add *const end = g_refused + g_count;
     Add *const found = std::find(g_refused, end, add);
     if (taken && found != end)

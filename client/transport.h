@@ -92,6 +92,9 @@ class SendLock {
 // Writes what waits, oldest first, without blocking. The send lock is held.
 void flush(bri_clnt_ctx &ctx);
 
+// A batch, whose header stands at `bytes`, went out whole.
+void count_batch(const uint8_t *bytes);
+
 // Writes one message, header and payload, at any address; without data its payload is zeros.
 void put_message(uint8_t *at, const void *data, uint32_t len, uint32_t type);
 
@@ -118,6 +121,9 @@ void run_leaves(const Run &run);
 
 // Adds RECONNECT behind a connection that was lost or reset (connect_job.cpp); exactly one is due then.
 int reconnect();
+
+// bridge_client_connect_reset; a connection that stood counts as `cause`.
+void reset_connection(uint64_t &cause);
 
 // Whether this connection's read job was asked for (thread_events.cpp). Before that a connect job is still to come.
 [[nodiscard]] bool is_read();

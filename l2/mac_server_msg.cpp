@@ -1,5 +1,6 @@
 // Messages of the MAC submodule from the server, the available-address total and the statistics.
 #include "base/bytes.h"
+#include "base/counters.h"
 #include "base/runtime.h"
 #include "base/shared_word.h"
 #include "l2/mac_log.h"
@@ -83,6 +84,7 @@ void unpack(const Message &message) {
          payload = payload.from(std::min(payload.size, sizeof(bri_mac_msg)))) {
         bri_mac_msg record = first_of(payload);
         if (record.oper != BRI_MAC_ADD && record.oper != BRI_MAC_DEL) {
+            ++counters::g_loop.dropped_unknown;
             BRI_MAC_LOG(&record.entry, "(%s), notify addr : drop null msg\n", g_bglib_client_name_mac);
             return;
         }
@@ -95,12 +97,17 @@ void unpack(const Message &message) {
     }
 }
 
+void drop_short(const Message &message) {
+    ++counters::g_loop.dropped_short;
+    BRI_MAC_LOG(nullptr, "(%s), msg type(%s) is too short, len(%u), Drop.\n", g_bglib_client_name_mac,
+                bri_msg_type_name(message.type()), message.header.len);
+}
+
 void take_total(const Message &message) {
     if (message.payload.size >= sizeof(bri_mac_available))
         mac_client_set_available_total(load_at<bri_mac_available>(message.payload, 0).total_num);
     else
-        BRI_MAC_LOG(nullptr, "(%s), msg type(%s) is too short, len(%u), Drop.\n", g_bglib_client_name_mac,
-                    bri_msg_type_name(message.type()), message.header.len);
+        drop_short(message);
 }
 
 } // namespace
@@ -133,6 +140,7 @@ void mac::on_message(const Message &message) {
         unpack(message);
         break;
     default: // the server's own business
+        ++counters::g_loop.dropped_unknown;
         break;
     }
 }

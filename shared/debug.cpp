@@ -1,6 +1,7 @@
 // Debug switches of this process, set by messages that the server forwards or by a marker file.
 #include "shared/debug.h"
 
+#include "base/counters.h"
 #include "base/log.h"
 #include "base/refused_jobs.h"
 #include "base/runtime.h"
@@ -194,11 +195,11 @@ constexpr bool rising() {
 static_assert(rising(), "one row per debug command, in the order of their types");
 
 void run(const Command &command, const Message &message) {
-    if (message.payload.size < command.least)
-        BRI_LOG(log::kClient, "[%s] debug-msg[%x] is too short, len[%d], discarded.\n", g_client->name, command.type,
-                log::number(message.header.len));
-    else
-        command.action(message.payload);
+    if (message.payload.size >= command.least)
+        return command.action(message.payload);
+    ++counters::g_loop.dropped_short;
+    BRI_LOG(log::kClient, "[%s] debug-msg[%x] is too short, len[%d], discarded.\n", g_client->name, command.type,
+            log::number(message.header.len));
 }
 
 // Whether a field of the filter, if it is set, has this value.
@@ -259,6 +260,7 @@ void bri::debug::on_message(const Message &message) {
     for (const Command &command : kCommands)
         if (command.type == message.type())
             return run(command, message);
+    ++counters::g_loop.dropped_unknown;
 }
 
 void bri_clnt_on_debug_msg(const bri_msg_hdr *msg) {

@@ -1,5 +1,6 @@
 #include "shared/delay_list.h"
 
+#include "base/counters.h"
 #include "base/list.h"
 #include "base/runtime.h"
 
@@ -47,6 +48,7 @@ Node *copy_of(const Message &message) {
 // debugging anew and so emptied the list under us.
 bool deliver(Node &node) {
     g_releasing = &node;
+    ++counters::g_loop.messages_released;
     runtime::dispatch(node.message());
     g_releasing = nullptr;
     const bool emptied = detached(node);
@@ -75,6 +77,7 @@ bool take(const Message &message) {
     if (node == nullptr)
         return false;
     list::append(g_bri_msg_delay_list, node->links);
+    ++counters::g_loop.messages_delayed;
     // More than that wait only when handlers delayed them inside a release, which is not entered again.
     if (++g_bri_msg_delay_num >= kMostWaiting)
         release();

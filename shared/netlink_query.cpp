@@ -1,8 +1,13 @@
 // One-shot queries: a socket, a request and one answer each.
+#include "base/counters.h"
 #include "base/log.h"
 #include "shared/netlink_channel.h"
 
 #include <bridge/netlink.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <ctime>
 
 namespace bri::netlink {
 
@@ -28,6 +33,20 @@ constexpr uint32_t kNoGroups = 0;
     return nullptr;
 }
 
+uint64_t microseconds() {
+    timespec now{};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return static_cast<uint64_t>(now.tv_sec) * 1000000 + static_cast<uint64_t>(now.tv_nsec / 1000);
+}
+
+// errno is that of the failure.
+[[nodiscard]] void *counted(void *answer, uint64_t begun) {
+    bri_counters &count = counters::g_loop;
+    ++(answer != nullptr ? count.lookups_done : errno == EAGAIN ? count.lookups_timed_out : count.lookups_failed);
+    count.lookup_longest = std::max(count.lookup_longest, microseconds() - begun);
+    return answer;
+}
+
 } // namespace
 
 } // namespace bri::netlink
@@ -40,7 +59,9 @@ void *bridge_lib_query_netlink(const void *data, uint32_t len, int32_t type) {
         BRI_LOG(bri::log::kClient, "[%s] Query netlink error.\n", bri::netlink::name());
         return nullptr;
     }
-    return bri::netlink::query(data, len, type);
+    const uint64_t begun = bri::netlink::microseconds();
+    errno = 0;
+    return bri::netlink::counted(bri::netlink::query(data, len, type), begun);
 }
 
 void *bridge_lib_feedback_netlink(int fd, int32_t family_id) {

@@ -2,6 +2,7 @@
 #include "shared/netlink_channel.h"
 #include "shared/netlink_frame.h"
 
+#include <cerrno>
 #include <cstring>
 #include <sys/socket.h>
 
@@ -19,12 +20,15 @@ static_assert(kFamilyDeleted == 2 && NLMSG_ERROR == 2);
            head.length() > kReplyMax;
 }
 
-// A message too short to have a head is taken off the socket, or it would be met again and again.
+// A message too short to have a head is taken off the socket, or it would be met again and again. errno stays that of
+// the peek: it tells a silent kernel from one that failed.
 void drop_headless(int fd, ssize_t peeked) {
+    const int error = errno;
     BRI_LOG(log::kClient, "[%s] Get msg head failed. rep_len %d.\n", name(), static_cast<int>(peeked));
     uint8_t byte = 0;
     if (peeked >= 0)
         static_cast<void>(recv(fd, &byte, sizeof byte, MSG_DONTWAIT));
+    errno = error;
 }
 
 void report_gone(const Message &head, bool *gone) {

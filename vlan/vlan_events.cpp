@@ -1,5 +1,6 @@
 // Start of the VLAN client and the road of a VLAN message: version check, then the host's handlers.
 #include "base/bytes.h"
+#include "base/counters.h"
 #include "base/log.h"
 #include "base/runtime.h"
 #include "base/text.h"
@@ -61,11 +62,14 @@ bool is_fresh(const Message &message) {
         if (event.type != message.type())
             continue;
         if (message.payload.size < event.least_len) {
+            ++counters::g_loop.dropped_short;
             BRI_LOG(log::kVlan, "VLAN msg type(%s) is too short, len(%u), Drop.\n", bri_msg_type_name(event.type),
                     message.header.len);
             return false;
         }
-        return event.accepts(message.payload.data) != 0;
+        const bool fresh = event.accepts(message.payload.data) != 0;
+        counters::g_loop.dropped_stale += fresh ? 0 : 1;
+        return fresh;
     }
     return true;
 }

@@ -8,6 +8,7 @@
 #include <bridge/events.h>
 #include <bridge/client.h>
 #include <bridge/services.h>
+#include <bridge/counters.h>
 #include <bridge/port_exclusion.h>
 #include <bridge/ipc.h>
 #include <bridge/port_db.h>

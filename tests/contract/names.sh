@@ -16,6 +16,10 @@ in_map() { sed -n 's/^ *\([A-Za-z0-9_]*\);.*/\1/p' "$source_dir/cmake/${1:-bridg
 
 # defined LIBRARY NM: what it exports.
 defined() { "$2" -D --defined-only "$1" | awk '$2 != "A" { sub(/@.*/, "", $3); print $3 }' | sort; }
+# The agreed names; what the library has beside them stands in a version of its own.
+agreed_in_map() {
+    sed -n -e '/^BRIDGE_CLIENT_1.1/q' -e 's/^ *\([A-Za-z0-9_]*\);.*/\1/p' "$source_dir/cmake/bridge_client.map" | sort
+}
 
 # same FIRST SECOND: lists of more than nothing, line by line the same.
 same() {
@@ -47,7 +51,7 @@ agreed)
     sed -n -e 's/^extern .*[ *]\([a-z0-9_]*\)\(\[.*\]\)\{0,1\};.*/\1/p' \
         -e '/^typedef/d' -e 's/^[a-z].*[ *]\([a-z0-9_]*\)(.*);.*/\1/p' "$here/agreed_interface.h" |
         grep -v -e '^qv_' -e '^printk_' | sort >"$work/agreed"
-    in_map >"$work/map"
+    agreed_in_map >"$work/map"
     same agreed map
     ;;
 library)

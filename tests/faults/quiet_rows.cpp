@@ -55,6 +55,7 @@ std::vector<Row> quiet_rows() {
         QUIET(bri_msg_type_name, (VLAN_EVENT_RENAME)),
         QUIET(bri_submod_name, (BRI_SUBMOD_VLAN)),
         QUIET(bri_strerror, (BRI_ERR_SOCKET)),
+        QUIET(bridge_client_get_counters, (nullptr, 0)),
         QUIET(bridge_client_thread_event, (BRI_CLNT_EVT_MSG_TIMER)),
         QUIET(bridge_client_connect_reset, ()),
         QUIET(bridge_call_event_handlers, (VLAN_EVENT_RENAME, nullptr, 0)),
