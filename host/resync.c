@@ -7,7 +7,7 @@
 #include <bridge/vlan_client.h>
 #include <bridge/vlan_db.h>
 
-enum { QUESTIONS = 3 }; /* so often the server is asked before it is given up */
+enum { QUESTIONS = 3, PATIENCE = 8 }; /* see ask_again */
 
 /* The submodules that have origin data. Those in the tables are replayed within the request, the others' data is sent
  * by the server. */
@@ -145,6 +145,11 @@ static void on_end_marker(struct round *round) {
 
 /* Asking ---------------------------------------------------------------------------------------------------------- */
 
+static void need(bool now) {
+    needed = true;
+    due = now ? 0 : bri_host_ticks(bri_host.config.answer_ms);
+}
+
 static void map_tables(void) {
     if (swport_get_raw_spcb(1) == NULL)
         bridge_portdb_init();
@@ -196,15 +201,10 @@ static bool ask(void) {
             end_replay(&rounds[i], ran);
         else if (ran)
             ask_server(&rounds[i]);
-    needed = needed || !ran;
     in_backup = in_backup && !ran;
-    due = bri_host_ticks(bri_host.config.answer_ms);
+    if (!ran)
+        need(false);
     return ran;
-}
-
-static void need(bool now) {
-    needed = true;
-    due = now ? 0 : bri_host_ticks(bri_host.config.answer_ms);
 }
 
 /* The kernel's table is a new one. It comes twice. */
@@ -217,20 +217,23 @@ static void ask_for_addresses(void) {
     bridge_client_request_submod_oridata(BRI_SUBMOD_MAC);
 }
 
-/* One that gives no answer is asked again, and then given up. */
+/* Without an answer the server is asked again. When that has not helped it is said, and from then on it is asked less
+ * often. */
 static void ask_again(struct round *round) {
+    const bool told = round->question > QUESTIONS;
+    const uint8_t question = (uint8_t)(round->question + !told);
     round->begun = false;
-    round->asked = 0;
-    if (round->question < QUESTIONS) {
-        const uint8_t question = round->question;
-        expect_answer(round);
-        round->question = (uint8_t)(question + 1);
-        bridge_client_request_submod_oridata(round->submod->number);
-        return;
+    if (question > QUESTIONS && !told) {
+        if (!round->open)
+            open_round(round);
+        cut_round(round);
     }
-    if (!round->open)
-        open_round(round);
-    cut_round(round);
+    round->asked = 0;
+    expect_answer(round);
+    round->question = question;
+    if (question > QUESTIONS)
+        round->wait *= PATIENCE;
+    bridge_client_request_submod_oridata(round->submod->number);
 }
 
 /* Events ---------------------------------------------------------------------------------------------------------- */

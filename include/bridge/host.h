@@ -83,8 +83,8 @@ struct bridge_host_handler {
  *  - `complete` 1: the items were all there is, and a mirror that has followed items and vanished ones is in step.
  *    `complete` 0: it was cut, nothing was swept, and what is missing comes with a later one. That is so when the
  *    connection is lost, the process becomes slave or the backup data begins anew in the middle, when the shared tables
- *    cannot be mapped (which is tried again every time), when the server has not answered three times, and for the
- *    addresses ever since there were more of them than mac_capacity.
+ *    cannot be mapped (which is tried again every time), when the server has not answered three times (it is asked
+ *    every 8 answer_ms then), and for the addresses ever since there were more of them than mac_capacity.
  *  - Questions that overlap are one: it ends with the last answer, and only what is in that is there.
  *  - VLAN and layer-2 topology run from begin to end within one call and are read out of the shared tables. Of
  *    attributes they tell only what differs from the usual: a mirror takes every VLAN for static, with the name of its
