@@ -3,6 +3,7 @@
 #define BRIDGE_HOST_LAYER_H
 
 #include <bridge/client.h>
+#include <bridge/counters.h>
 #include <bridge/host.h>
 #include <bridge/services.h>
 #include <bridge/sets.h>
@@ -17,7 +18,8 @@ struct layer {
     struct bridge_host_statistics statistics;
     struct event_set registered; /* for the one handler of the layer */
     uint32_t event_number;       /* of the last event, or other occasion at which requests are looked at */
-    uint32_t dropped_before;     /* byte runs that the library had dropped at the start */
+    struct bri_counters before;  /* the library's at the start, */
+    uint64_t missed_before;      /* and bri_host_missed */
     enum bridge_host_role role;  /* as on_role was told */
     bool started;                /* bridge_host_start to the end of bridge_host_stop */
     bool stopping;               /* bridge_host_stop was called */
@@ -63,6 +65,7 @@ enum { BRI_HOST_PROBE = BRI_SUBMOD_CLNT_MNG << 7 | 127 };
 bool bri_host_is_probe(uint32_t type, const void *data);
 void bri_host_watch_role(void);
 void bri_host_note_master(uint32_t type);
+uint64_t bri_host_missed(void); /* events of the server that no handler was called for, because of role or start */
 
 /* resync.c */
 void bri_host_resync_start(struct event_set *events);                          /* adds the markers to the events */
@@ -73,8 +76,8 @@ void bri_host_resync_connected(bool introduced); /* the server is still to say t
 void bri_host_resync_master(void);               /* a slave has become it */
 void bri_host_resync_tick(void);
 
-/* statistics.c: the byte runs that the library has dropped since the start. */
-uint32_t bri_host_runs_dropped(void);
+/* statistics.c: the library's counters as they are now. */
+struct bri_counters bri_host_counters(void);
 
 /* sweep.c: what is known of VLANs, ports and addresses. */
 int bri_host_sweep_start(struct event_set *events);

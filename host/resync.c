@@ -37,12 +37,13 @@ static struct round {
     uint32_t wait;    /* ticks until it is asked again */
 } rounds[SUBMODULES];
 
-static bool needed;    /* something may have been missed and was not asked for yet */
-static uint32_t due;   /* ticks until it is asked for without a sign of the server */
-static bool asking;    /* the library's request runs */
-static bool replayed;  /* within it the replay began */
-static bool in_backup; /* between begin and end of the backup data nothing is told */
-static bool switching; /* the begin of a switch-over has come, its end not yet */
+static bool needed;     /* something may have been missed and was not asked for yet */
+static uint32_t due;    /* ticks until it is asked for without a sign of the server */
+static uint64_t missed; /* bri_host_missed when it was asked for last */
+static bool asking;     /* the library's request runs */
+static bool replayed;   /* within it the replay began */
+static bool in_backup;  /* between begin and end of the backup data nothing is told */
+static bool switching;  /* the begin of a switch-over has come, its end not yet */
 static uint32_t
     depth; /* BRIDGE_EVENT_SYNC_DATA_BEGIN that have no end yet: replays, and the server's end of its data */
 
@@ -195,6 +196,7 @@ static bool ask(void) {
         if (rounds[i].followed && submodules[i].in_tables)
             rounds[i].asked = 1;
     needed = false;
+    missed = bri_host_missed();
     const bool ran = replay();
     for (size_t i = 0; i < SUBMODULES; ++i)
         if (submodules[i].in_tables)
@@ -324,6 +326,8 @@ void bri_host_resync_tick(void) {
     depth = 0;
     if (!bri_host.connected || bri_host.role == BRIDGE_HOST_ROLE_SLAVE)
         return;
+    if (missed != bri_host_missed() && !needed && !in_backup) /* it was slave for a moment */
+        need(true);
     due -= due != 0;
     if (needed && due == 0)
         ask();
@@ -346,6 +350,6 @@ int bridge_host_resync(void) {
 int bridge_host_in_step(uint32_t submod) {
     const struct round *round = round_of(submod);
     return bri_host.started && !bri_host.stopping && round != NULL && round->in_step && round->asked == 0 && !needed &&
-           !in_backup && bri_host.connected && g_bridge_client->connected != 0 &&
+           missed == bri_host_missed() && !in_backup && bri_host.connected && g_bridge_client->connected != 0 &&
            bridge_host_role() == BRIDGE_HOST_ROLE_MASTER;
 }

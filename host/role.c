@@ -3,6 +3,7 @@
 #include "layer.h"
 
 static bool arrived;
+static uint64_t lost; /* of these events: the library counts them with the others that a slave does not get */
 
 bool bri_host_is_probe(uint32_t type, const void *data) {
     if (type != BRI_HOST_PROBE || data != &arrived)
@@ -14,7 +15,13 @@ bool bri_host_is_probe(uint32_t type, const void *data) {
 static bool is_slave(void) {
     arrived = false;
     bridge_call_event_handlers(BRI_HOST_PROBE, &arrived, 0);
+    lost += !arrived;
     return !arrived;
+}
+
+uint64_t bri_host_missed(void) {
+    const struct bri_counters counters = bri_host_counters();
+    return counters.dropped_slave - lost + counters.dropped_before_data;
 }
 
 enum bridge_host_role bridge_host_role(void) {

@@ -130,7 +130,7 @@ int bridge_host_start(const struct bridge_host_config *config) {
     int result = start_library(&copy);
     if (result != 0)
         return result;
-    bri_host = (struct layer){.config = copy, .dropped_before = g_bridge_client->cache_drop};
+    bri_host = (struct layer){.config = copy, .before = bri_host_counters(), .missed_before = bri_host_missed()};
     result = begin();
     if (result != 0) {
         bri_host_withdraw();

@@ -44,7 +44,7 @@ static struct bridge_host_left what_is_left(bool out) {
     struct bridge_host_left left = {.runs = g_bridge_client->cache_cnt, .unread = unread()};
     if (!out)
         left.result = g_bridge_client->connected != 0 ? BRI_ERR_WOULD_BLOCK : BRI_ERR_SOCKET;
-    left.dropped = bri_host_runs_dropped();
+    left.dropped = (uint32_t)(bri_host_counters().runs_dropped - bri_host.before.runs_dropped);
     return left;
 }
 

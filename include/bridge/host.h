@@ -93,7 +93,8 @@ struct bridge_host_handler {
  *  - The other submodules are told by the server behind the request. Events that come in between are events.
  *  - In step at on_resync_end means: equal to the tables at that moment. The announcements of changes that the tables
  *    already held then may still follow; they are applied like any other.
- *  - A change to slave and back within one tick, without any event in between, cannot be seen. Nothing tells of it.
+ *  - A change to slave and back between two ticks is not told to on_role. When an event was dropped in it, the next
+ * tick asks for the data again, and bridge_host_in_step knows at once.
  *
  * SWEEP: the layer keeps the ids of the VLANs, ports and addresses that were told and not taken back, and reports those
  * that a complete resynchronisation did not tell again. VLANs: VLAN_EVENT_CREATE_INDEX, _CREATE_RANGE, _DESTROY_INDEX,
@@ -298,7 +299,8 @@ BRI_API int bridge_host_filter_del(const uint8_t *mac, uint16_t bcast_id);
 
 /* Statistics ------------------------------------------------------------------------------------------------------ */
 
-/* Since bridge_host_start. New members come at the end, as in the configuration. */
+/* Since bridge_host_start. Why the library lost connections and dropped messages: bridge/counters.h, where the layer's
+ * look at the role is one event a tick, handed on or dropped. New members come at the end, as in the configuration. */
 struct bridge_host_statistics {
     uint32_t size;               /* sizeof(struct bridge_host_statistics), set by the caller */
     uint32_t connections;        /* that stood */
@@ -308,6 +310,8 @@ struct bridge_host_statistics {
     uint64_t events;             /* that came for rows of the table; each once, however many rows it has */
     uint32_t dropped_short;      /* rows not called: the record was shorter than `least` */
     uint32_t dropped_long;       /* rows not called: above 10240 bytes at an unaligned address */
+    uint32_t dropped_missed;     /* events that the library gave nobody: slave, or before the end of the backup data */
+    uint32_t dropped_stale;      /* events of a VLAN that the library knew to be out of date */
     uint32_t role_changes;       /* told to on_role */
     uint32_t resyncs_complete;   /* on_resync_end with 1, */
     uint32_t resyncs_cut;        /* and with 0 */

@@ -232,6 +232,28 @@ TEST_F(HostResync, follows_the_first_event_of_a_slave_that_has_become_master) {
     EXPECT_EQ(told, (Told{"master", "event 261", "begin 3", "event 389", "end 3"}));
 }
 
+TEST_F(HostResync, follows_a_slave_time_that_nobody_saw_when_it_cost_an_event) {
+    in_step_with({address(1)});
+    set_role(true);
+    deliver(MAC_EVENT_NOTIFY_ADDR, bytes_of(address(2)));
+    set_role(false);
+    EXPECT_EQ(bridge_host_in_step(BRI_SUBMOD_MAC), 0);
+    tick();
+    EXPECT_EQ(told, kVlanRound);
+    EXPECT_EQ(questions(), 1);
+    answer_addresses({address(1), address(2)});
+    EXPECT_EQ(bridge_host_in_step(BRI_SUBMOD_MAC), 1);
+}
+
+TEST_F(HostResync, does_not_follow_a_slave_time_that_cost_nothing) {
+    in_step_with({address(1)});
+    set_role(true);
+    set_role(false);
+    tick();
+    EXPECT_EQ(told, Told{});
+    EXPECT_EQ(bridge_host_in_step(BRI_SUBMOD_MAC), 1);
+}
+
 TEST_F(HostResync, comes_at_the_end_of_a_switchover) {
     in_step_with({address(1)});
     set_role(true);
