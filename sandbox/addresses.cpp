@@ -1,65 +1,29 @@
 #include "sandbox/addresses.h"
 
-#include "sandbox/ports.h"
-#include "sandbox/vlan_sets.h"
-
-#include <bridge/events.h>
-#include <bridge/port_db.h>
-#include <bridge/vlan_db.h>
-
+#include <algorithm>
 #include <cerrno>
-#include <cstring>
 #include <stdexcept>
 
 namespace sandbox {
 
 namespace {
 
-template <class Record> Bytes run_of(const std::vector<Record> &records) {
-    return {reinterpret_cast<const uint8_t *>(records.data()), records.size() * sizeof(Record)};
-}
-
-template <class Record> std::vector<Record> records_of(Bytes run) {
-    std::vector<Record> records(run.size / sizeof(Record));
-    if (!records.empty())
-        std::memcpy(records.data(), run.data, records.size() * sizeof(Record));
-    return records;
-}
-
 // The types that somebody configures on a port.
 bool needs_a_port(uint32_t type) {
     return type != BRI_MAC_TYPE_DYNAMIC && type != BRI_MAC_TYPE_FILTER && type != BRI_MAC_TYPE_LOCAL;
 }
 
-// Deletes what the fields select.
-bri_mac_msg deletion(uint8_t field, uint32_t ifx, uint32_t type) {
-    bri_mac_msg record{};
-    record.oper = BRI_MAC_DEL;
-    record.entry.field = field;
-    record.entry.ifx = ifx;
-    record.entry.type = type;
-    return record;
+void refuse_for(const std::string &reason) {
+    if (!reason.empty())
+        throw std::invalid_argument(reason);
 }
 
-// Domains that are no VLAN included.
-vlanset everything() {
-    vlanset all;
-    std::memset(&all, 0xFF, sizeof all);
-    return all;
+Seen outcome_of(const FramesSeen &seen) {
+    const auto *const found = std::find(std::begin(seen.times), std::end(seen.times), 1U);
+    return static_cast<Seen>(found - std::begin(seen.times));
 }
 
 } // namespace
-
-std::string misplaced(uint16_t vid, uint32_t ifx) {
-    const auto index = static_cast<int32_t>(ifx);
-    if (vid != 0 && vl_exist(vid, 0) == 0)
-        return "no VLAN " + std::to_string(vid);
-    if (ifx != 0 && (ifx >= BRI_PORT_SLOTS || swport_check_exist(index) == 0))
-        return "no port " + std::to_string(ifx);
-    if (vid != 0 && ifx != 0 && vl_is_vlan_member(vid, index) == 0)
-        return "port " + std::to_string(ifx) + " is not a member of VLAN " + std::to_string(vid);
-    return "";
-}
 
 std::string Addresses::refusal(const bri_mac_entry &frame) const {
     if (frame.ifx == 0 || frame.bcast_id == 0)
@@ -70,25 +34,19 @@ std::string Addresses::refusal(const bri_mac_entry &frame) const {
     return reason;
 }
 
-KernelResult Addresses::ask(uint32_t type, Bytes data) {
-    return kernel_(type, data);
-}
-
-template <class Record> void Addresses::set(uint32_t type, const Record &record) {
-    ask(type, bytes_of(record));
-    announce_(type, bytes_of(record));
+void Addresses::set(uint32_t type, Bytes record) {
+    ask_(type, record);
+    announce_(type, record);
 }
 
 void Addresses::check(const bri_mac_msg &record) const {
     const bri_mac_entry &entry = record.entry;
     if (record.oper != BRI_MAC_ADD || is_dynamic(entry))
         return;
-    if (needs_a_port(entry.type) && ((entry.field & BRI_MAC_FIELD_IFX) == 0 || entry.ifx == 0))
+    const bool placed = needs_a_port(entry.type);
+    if (placed && ((entry.field & BRI_MAC_FIELD_IFX) == 0 || entry.ifx == 0))
         throw std::invalid_argument("a configured address needs a port");
-    const std::string reason =
-        entry.bcast_id == 0 ? "no VLAN 0" : misplaced_(entry.bcast_id, needs_a_port(entry.type) ? entry.ifx : 0);
-    if (!reason.empty())
-        throw std::invalid_argument(reason);
+    refuse_for(entry.bcast_id == 0 ? "no VLAN 0" : misplaced_(entry.bcast_id, placed ? entry.ifx : 0));
 }
 
 uint32_t Addresses::apply(const std::vector<bri_mac_msg> &records) {
@@ -101,9 +59,8 @@ uint32_t Addresses::apply(const std::vector<bri_mac_msg> &records) {
         } catch (const std::invalid_argument &error) {
             reason = error.what();
         }
-    const uint32_t changed = ask_count(MAC_EVENT_NOTIFY_ADDR, run_of(taken));
-    if (!reason.empty())
-        throw std::invalid_argument(reason);
+    const auto changed = ask_(MAC_EVENT_NOTIFY_ADDR, run_of(taken)).record<uint32_t>();
+    refuse_for(reason);
     return changed;
 }
 
@@ -111,15 +68,15 @@ uint32_t Addresses::flush(const vlanset &vlans, uint32_t ifx) {
     bri_mac_vlanmap_del request{};
     request.ifx = ifx;
     request.vlans = vlans;
-    return ask_count(MAC_EVENT_DEL_DYN_ON_VLANMAP, bytes_of(request));
+    return ask_(MAC_EVENT_DEL_DYN_ON_VLANMAP, bytes_of(request)).record<uint32_t>();
 }
 
 FramesSeen Addresses::see(const std::vector<bri_mac_entry> &frames) {
-    return ask(kFramesSeen, run_of(frames)).record<FramesSeen>();
+    return ask_(kFramesSeen, run_of(frames)).record<FramesSeen>();
 }
 
 uint32_t Addresses::set_age(uint32_t seconds) {
-    const uint32_t age = ask_count(MAC_EVENT_SET_AGETIME, bytes_of(seconds));
+    const auto age = ask_(MAC_EVENT_SET_AGETIME, bytes_of(seconds)).record<uint32_t>();
     announce_(MAC_EVENT_SET_AGETIME, bytes_of(age));
     return age;
 }
@@ -127,81 +84,59 @@ uint32_t Addresses::set_age(uint32_t seconds) {
 void Addresses::set_age_range(const bri_mac_age_range &range) {
     if (range.min > range.max)
         throw std::invalid_argument("no ageing time is in that range");
-    set(MAC_EVENT_SET_AGETIME_RANGE, range);
+    set(MAC_EVENT_SET_AGETIME_RANGE, bytes_of(range));
 }
 
 void Addresses::set_learning(bool on) {
-    set(MAC_EVENT_GLOBAL_LEARN, uint32_t{on ? 0U : 1U});
+    set(MAC_EVENT_GLOBAL_LEARN, bytes_of(on ? 0U : 1U));
 }
 
 void Addresses::set_port_learning(uint32_t ifx, bool on) {
-    if (const std::string reason = misplaced_(0, ifx); ifx == 0 || !reason.empty())
-        throw std::invalid_argument(ifx == 0 ? "no port 0" : reason);
-    set(MAC_EVENT_INTF_LEARN, bri_mac_intf_learn{ifx, static_cast<uint8_t>(on ? 0 : 1), {}});
+    refuse_for(ifx == 0 ? "no port 0" : misplaced_(0, ifx));
+    set(MAC_EVENT_INTF_LEARN, bytes_of(bri_mac_intf_learn{ifx, static_cast<uint8_t>(on ? 0 : 1), {}}));
 }
 
 void Addresses::set_room(const bri_mac_available &room) {
-    set(MAC_EVENT_SET_AVAILABLE_MAC, room);
+    set(MAC_EVENT_SET_AVAILABLE_MAC, bytes_of(room));
 }
 
 void Addresses::set_host_room(uint32_t entries) {
-    ask(kHostRoom, bytes_of(entries));
+    ask_(kHostRoom, bytes_of(entries));
 }
 
-// The port lets the host in, so it need not be a member.
-std::string Addresses::misplaced_host(const mvlan_msg &request) const {
-    if (request.entry.vlan == 0)
-        return "no VLAN 0";
-    const std::string reason = misplaced_(request.entry.vlan, 0);
-    return reason.empty() ? misplaced_(0, request.ifx) : reason;
-}
-
-// Who reports errors is told which entry it was that failed.
-void Addresses::apply(const mvlan_msg &request) {
-    std::string reason = request.entry.type == kMacVlanAdd ? misplaced_host(request) : "";
-    if (reason.empty())
-        switch (ask(MVLAN_EVENT_NOTIFY_ENTRY, bytes_of(request)).error) {
-        case 0:
+// The port lets the host in, so it need not be a member. Who reports errors is told which entry it was that failed.
+void Addresses::apply_host(const mvlan_msg &request) {
+    const bool adds = request.entry.type == kMacVlanAdd;
+    std::string reason = !adds ? "" : request.entry.vlan == 0 ? "no VLAN 0" : misplaced_(request.entry.vlan, 0);
+    if (adds && reason.empty())
+        reason = misplaced_(0, request.ifx);
+    if (reason.empty()) {
+        const int error = ask_(MVLAN_EVENT_NOTIFY_ENTRY, bytes_of(request)).error;
+        if (error == 0)
             return;
-        case ENOSPC:
-            reason = "the table of hosts' VLANs is full";
-            break;
-        case ENOENT:
-            reason = "no such entry";
-            break;
-        default:
+        if (error == EINVAL)
             throw std::invalid_argument("neither an add nor a delete");
-        }
+        reason = error == ENOSPC ? "the table of hosts' VLANs is full" : "no such entry";
+    }
     announce_(MVLAN_EVENT_ERROR, bytes_of(request.entry));
     throw std::invalid_argument(reason);
 }
 
 void Addresses::port_down(uint32_t ifx) {
-    tell(MAC_EVENT_NOTIFY_ADDR, bytes_of(deletion(BRI_MAC_FIELD_IFX | BRI_MAC_FIELD_TYPE, ifx, BRI_MAC_TYPE_DYNAMIC)));
-}
-
-void Addresses::port_left(uint32_t ifx, const vlanset &vlans) {
-    tell(kForget, bytes_of(KernelForget{ifx, 0, vlans}));
-}
-
-void Addresses::port_deleted(uint32_t ifx) {
-    tell(kForget, bytes_of(KernelForget{ifx, 1, everything()}));
-}
-
-void Addresses::vlans_deleted(const vlanset &vlans) {
-    tell(kForget, bytes_of(KernelForget{0, 1, vlans}));
+    bri_mac_msg deletion{};
+    deletion.oper = BRI_MAC_DEL;
+    deletion.entry.field = BRI_MAC_FIELD_IFX | BRI_MAC_FIELD_TYPE;
+    deletion.entry.ifx = ifx;
+    deletion.entry.type = BRI_MAC_TYPE_DYNAMIC;
+    tell(MAC_EVENT_NOTIFY_ADDR, bytes_of(deletion));
 }
 
 // The port and the VLANs go their way, whether the module is there or not.
 void Addresses::tell(uint32_t type, Bytes data) {
     try {
-        ask(type, data);
+        ask_(type, data);
     } catch (const std::invalid_argument &) { // said when it went
     }
-}
-
-void Addresses::check_configured(bool begins, uint32_t type) {
-    ask(begins ? MAC_EVENT_NONDYN_CHECK_BEGIN : MAC_EVENT_NONDYN_CHECK_END, bytes_of(type));
 }
 
 void Addresses::replay(uint32_t submodule, const Announce &send) {
@@ -212,25 +147,69 @@ void Addresses::replay(uint32_t submodule, const Announce &send) {
             send(MVLAN_EVENT_NOTIFY_ENTRY, bytes_of(entry));
 }
 
-std::vector<bri_mac_msg> Addresses::all() {
-    const KernelResult result = ask(kReadAddresses);
-    return records_of<bri_mac_msg>({result.answer.data(), result.answer.size()});
-}
-
 std::optional<bri_mac_entry> Addresses::find(const bri_mac_entry &key) {
     bri_mac_find_first query{};
     query.key = key;
-    query = ask(MAC_EVENT_CLIENT_FIND_FIRST, bytes_of(query)).record<bri_mac_find_first>();
+    query = ask_(MAC_EVENT_CLIENT_FIND_FIRST, bytes_of(query)).record<bri_mac_find_first>();
     return query.found != 0 ? std::optional(query.result) : std::nullopt;
 }
 
-std::vector<mvlan_msg> Addresses::hosts() {
-    const KernelResult result = ask(kReadHosts);
-    return records_of<mvlan_msg>({result.answer.data(), result.answer.size()});
+Traffic::Traffic(Loop &loop, Addresses &addresses)
+    : loop_(loop), addresses_(addresses), timer_(loop, [this] { send_due(); }) {}
+
+Seen Traffic::send(const bri_mac_entry &frame) {
+    if (const std::string reason = addresses_.refusal(frame); !reason.empty())
+        throw std::invalid_argument(reason);
+    return outcome_of(addresses_.see({frame}));
 }
 
-KernelFigures Addresses::figures() {
-    return ask(kReadFigures).record<KernelFigures>();
+Seen Traffic::start(const bri_mac_entry &frame, Microseconds period) {
+    const Seen seen = send(frame);
+    const Name name{std::to_array(frame.mac), frame.bcast_id};
+    if (const auto known = sources_.find(name); known != sources_.end())
+        due_.erase({known->second.due, name});
+    const Microseconds due = loop_.now() + period;
+    sources_[name] = {frame, period, due};
+    due_.emplace(due, name);
+    wait_for_next();
+    return seen;
+}
+
+size_t Traffic::stop(const uint8_t (&mac)[6]) {
+    return std::erase_if(sources_, [&](const auto &item) {
+        if (item.first.first != std::to_array(mac))
+            return false;
+        due_.erase({item.second.due, item.first});
+        return true;
+    });
+}
+
+size_t Traffic::stop_all() {
+    due_.clear();
+    return std::exchange(sources_, {}).size();
+}
+
+void Traffic::send_due() {
+    std::vector<bri_mac_entry> frames;
+    while (!due_.empty() && due_.begin()->first <= loop_.now()) {
+        const Name name = due_.begin()->second;
+        due_.erase(due_.begin());
+        Source &source = sources_.at(name);
+        source.due = loop_.now() + source.period;
+        due_.emplace(source.due, name);
+        if (addresses_.refusal(source.frame).empty())
+            frames.push_back(source.frame);
+    }
+    try {
+        addresses_.see(frames);
+    } catch (const std::invalid_argument &) { // the kernel has gone and sees nothing
+    }
+    wait_for_next();
+}
+
+void Traffic::wait_for_next() {
+    if (!due_.empty())
+        timer_.start(std::max(due_.begin()->first - loop_.now(), Microseconds(1)));
 }
 
 } // namespace sandbox

@@ -3,31 +3,21 @@
 // throw, also when the module's process has gone.
 #pragma once
 
-#include "sandbox/batch.h"
-#include "sandbox/kernel_messages.h"
+#include "sandbox/kernel_tables.h"
+#include "sandbox/loop.h"
+#include "sandbox/ports.h"
 
-#include <bridge/mac_client.h>
-#include <bridge/mac_vlan.h>
-
-#include <cstdint>
-#include <functional>
-#include <optional>
-#include <string>
-#include <vector>
+#include <set>
 
 namespace sandbox {
-
-// Why an address cannot be there, empty when it can: the port and the VLAN exist, and the port is a member. With one of
-// them 0 only the other one counts.
-using Misplaced = std::function<std::string(uint16_t vid, uint32_t ifx)>;
-std::string misplaced(uint16_t vid, uint32_t ifx); // by the tables
 
 class Addresses {
   public:
     using Ask = std::function<KernelResult(uint32_t type, Bytes data)>; // the kernel's bridge module
+    using Misplaced = std::function<std::string(uint16_t vid, uint32_t ifx)>;
 
     Addresses(Ask kernel, Announce announce, Misplaced where = misplaced)
-        : kernel_(std::move(kernel)), announce_(std::move(announce)), misplaced_(std::move(where)) {}
+        : ask_(std::move(kernel)), announce_(std::move(announce)), misplaced_(std::move(where)) {}
 
     // Adds and deletes; how many addresses changed. What is configured on a port must be able to be there; what is
     // said to have been learned is not asked. All are looked at, the others done, before one is refused.
@@ -48,36 +38,71 @@ class Addresses {
     void set_host_room(uint32_t entries);
 
     // A host's VLAN by its address; the VLAN of an add must exist.
-    void apply(const mvlan_msg &request);
+    void apply_host(const mvlan_msg &request);
 
     // What becomes of a port or of VLANs takes addresses along: the learned ones when the link fails, all of them where
     // an address cannot be any more.
     void port_down(uint32_t ifx);
-    void port_left(uint32_t ifx, const vlanset &vlans);
-    void port_deleted(uint32_t ifx);
-    void vlans_deleted(const vlanset &vlans);
+    void port_left(uint32_t ifx, const vlanset &vlans) { tell(kForget, bytes_of(KernelForget{ifx, 0, vlans, 0})); }
+    void port_deleted(uint32_t ifx) { tell(kForget, bytes_of(KernelForget{ifx, 1, {}, 1})); }
+    void vlans_deleted(const vlanset &vlans) { tell(kForget, bytes_of(KernelForget{0, 1, vlans, 0})); }
 
     // A client's check of the addresses that are configured, of one type or, for 0, of all: its begin or its end.
-    void check_configured(bool begins, uint32_t type);
+    void begin_check(uint32_t type) { ask_(MAC_EVENT_NONDYN_CHECK_BEGIN, bytes_of(type)); }
+    void end_check(uint32_t type) { ask_(MAC_EVENT_NONDYN_CHECK_END, bytes_of(type)); }
 
     // Every entry of the submodule's table, as an add, for somebody who asks for its data.
     void replay(uint32_t submodule, const Announce &send);
-    [[nodiscard]] std::vector<bri_mac_msg> all();
+    [[nodiscard]] std::vector<bri_mac_msg> all() { return records_of<bri_mac_msg>(ask_(kReadAddresses, {}).answer); }
     [[nodiscard]] std::optional<bri_mac_entry> find(const bri_mac_entry &key);
-    [[nodiscard]] std::vector<mvlan_msg> hosts();
-    [[nodiscard]] KernelFigures figures();
+    [[nodiscard]] std::vector<mvlan_msg> hosts() { return records_of<mvlan_msg>(ask_(kReadHosts, {}).answer); }
+    [[nodiscard]] KernelFigures figures() { return ask_(kReadFigures, {}).record<KernelFigures>(); }
 
   private:
-    KernelResult ask(uint32_t type, Bytes data = {});
     void tell(uint32_t type, Bytes data);
-    uint32_t ask_count(uint32_t type, Bytes data) { return ask(type, data).record<uint32_t>(); }
-    template <class Record> void set(uint32_t type, const Record &record);
+    void set(uint32_t type, Bytes record);
     void check(const bri_mac_msg &record) const;
-    [[nodiscard]] std::string misplaced_host(const mvlan_msg &request) const;
 
-    Ask kernel_;
+    Ask ask_;
     Announce announce_;
     Misplaced misplaced_;
+};
+
+// Hosts that send frames: their addresses are learned, stay while they send, and move with them.
+class Traffic {
+  public:
+    struct Source {
+        bri_mac_entry frame{}; // address, VLAN and port
+        Microseconds period{};
+        Microseconds due{};
+    };
+
+    Traffic(Loop &loop, Addresses &addresses);
+
+    // One frame now. Throws std::invalid_argument, as Addresses does, when none can come in there.
+    Seen send(const bri_mac_entry &frame);
+    // And another one after each period, as long as a port lets it in. The same host elsewhere has gone there.
+    Seen start(const bri_mac_entry &frame, Microseconds period);
+    // Those with that address; how many there were.
+    size_t stop(const uint8_t (&mac)[6]);
+    size_t stop_all();
+
+    template <class Fn> void for_each(Fn &&fn) const {
+        for (const auto &[name, source] : sources_)
+            fn(source);
+    }
+
+  private:
+    using Name = std::pair<std::array<uint8_t, 6>, uint16_t>; // address and VLAN
+
+    void send_due();
+    void wait_for_next();
+
+    Loop &loop_;
+    Addresses &addresses_;
+    std::map<Name, Source> sources_;
+    std::set<std::pair<Microseconds, Name>> due_;
+    Timer timer_;
 };
 
 } // namespace sandbox

@@ -1,10 +1,19 @@
 #include "sandbox/announcer.h"
 
+#include "wire/batch.h"
+
+#include <bridge/sets.h>
+
+#include <algorithm>
+#include <iterator>
 #include <utility>
 
 namespace sandbox {
 
 namespace {
+
+constexpr uint32_t kSteps[] = {BRIDGE_EVENT_BKUP_DATA_BEGIN, BRIDGE_EVENT_BKUP_DATA_END, BRIDGE_EVENT_SYNC_DATA_END};
+static_assert(std::size(kSteps) == kSynchronised);
 
 // What every client's library takes; the question about addresses is one that no host registers.
 bool for_the_library(uint32_t type) {
@@ -12,104 +21,151 @@ bool for_the_library(uint32_t type) {
     return submodule == BRI_SUBMOD_CLNT_MNG || submodule == BRI_SUBMOD_DEBUG || type == RESEARCH_EVENT_SS_ORIGIN_MAC;
 }
 
-Batch batch_of(const Message &message) {
-    Batch batch;
-    batch.add(message.type, message.bytes());
-    return batch;
+Buffer batch_of(uint32_t type, Bytes payload) {
+    return wire::join({{type, payload}});
 }
 
 } // namespace
 
 bool gets(const Connection &client, uint32_t type) {
-    return client.registration.complete() && (for_the_library(type) || client.registration.wants(type));
+    return client.registration.complete &&
+           (for_the_library(type) || bri_event_set_has(&client.registration.types, type) != 0);
 }
 
 unsigned Announcer::announce(uint32_t type, Bytes payload, const Target &target) {
-    const Message message{type, {payload.data, payload.data + payload.size}};
-    const Batch batch = batch_of(message);
+    const Buffer batch = batch_of(type, payload);
     std::vector<Client> told;
     unsigned count = 0;
     server_.for_each(target, [&](Connection &client) {
         if (!gets(client, type))
             return;
         ++count;
-        if (!pass(client, message, decide(client, message)))
+        if (!pass(client, type, payload))
             return;
         told.push_back(client.party());
-        send(client, batch);
+        send(client, batch, 1);
     });
     if (!told.empty() || count == 0)
-        record(message, std::move(told), "");
+        trace_.message(Kind::kEvent, std::move(told), type, payload);
     return count;
 }
 
 void Announcer::tell(Connection &client, const std::vector<Message> &messages) {
-    Batch batch;
+    std::vector<wire::Message> batch;
+    size_t size = 0;
+    const auto flush = [&] {
+        if (!batch.empty())
+            send(client, wire::join(batch), batch.size());
+        batch.clear();
+        size = 0;
+    };
     for (const Message &message : messages) {
-        if (!gets(client, message.type) || !pass(client, message, decide(client, message)))
+        if (!gets(client, message.type) || !pass(client, message.type, message.payload))
             continue;
-        if (!batch.add(message.type, message.bytes())) {
-            send(client, std::exchange(batch, Batch()));
-            batch.add(message.type, message.bytes());
-        }
-        record(message, {client.party()}, "");
+        const size_t more = sizeof(bri_msg_hdr) + message.payload.size();
+        if (size + more > BRI_BATCH_MSG_MAX)
+            flush();
+        batch.push_back({message.type, message.payload});
+        size += more;
+        trace_.message(Kind::kEvent, {client.party()}, message.type, message.payload);
     }
-    if (!batch.empty())
-        send(client, batch);
+    flush();
 }
 
-unsigned Announcer::send_raw(Bytes bytes, const Target &target) {
-    return server_.for_each(target, [&](Connection &client) { client.send(bytes); });
-}
-
-Verdict Announcer::decide(const Connection &client, const Message &message) {
-    return rules_.empty() ? Verdict() : rules_.decide(Kind::kEvent, message.type, message.bytes(), *client.party());
-}
-
-bool Announcer::pass(const Connection &client, const Message &message, const Verdict &verdict) {
+bool Announcer::pass(const Connection &client, uint32_t type, Bytes payload) {
+    if (rules_.empty())
+        return true;
+    const Verdict verdict = rules_.decide(Kind::kEvent, type, payload, *client.party());
     if (verdict.fault == Fault::kNone)
         return true;
-    record(message, {client.party()}, verdict.text());
-    const unsigned id = client.id();
-    if (verdict.fault == Fault::kDelay)
-        later_.after(verdict.delay, [this, id, message] { deliver(id, message); });
-    else if (verdict.fault == Fault::kReorder)
-        held_[id].push_back(message);
-    else if (verdict.fault == Fault::kDuplicate)
-        later_.after(Microseconds(0), [this, id, message] { deliver(id, message); });
-    return verdict.fault == Fault::kDuplicate;
+    trace_.message(Kind::kEvent, {client.party()}, type, payload, verdict.text());
+    return detour_.pass(client.id(), {type, buffer_of(payload)}, verdict);
 }
 
-// The messages that were held go behind this one.
-void Announcer::send(Connection &client, const Batch &batch) {
-    client.send(batch);
-    const auto held = held_.find(client.id());
-    if (held == held_.end())
-        return;
-    const std::vector<Message> messages = std::move(held->second);
-    held_.erase(held);
-    for (const Message &message : messages)
-        deliver(client.id(), message);
+void Announcer::send(Connection &client, Bytes batch, size_t messages) {
+    client.send(batch, messages);
+    detour_.release(client.id());
 }
 
 // The client may have gone meanwhile.
 void Announcer::deliver(unsigned id, const Message &message) {
-    server_.for_each(Target("@" + std::to_string(id)), [&](Connection &client) {
-        if (client.id() != id || !gets(client, message.type))
+    server_.with(id, [&](Connection &client) {
+        if (!gets(client, message.type))
             return;
-        record(message, {client.party()}, "");
-        send(client, batch_of(message));
+        trace_.message(Kind::kEvent, {client.party()}, message.type, message.payload);
+        send(client, batch_of(message.type, message.payload), 1);
     });
 }
 
-void Announcer::record(const Message &message, std::vector<Client> clients, const std::string &result) {
-    Record record;
-    record.kind = Kind::kEvent;
-    record.type = message.type;
-    record.payload = payload_of(message.bytes());
-    record.clients = std::move(clients);
-    record.result = result;
-    trace_.add(std::move(record));
+// There is no data yet beyond the shared tables, so begin and end meet.
+void Synchronisation::begin(Connection &client) {
+    const std::string &name = client.registration.name;
+    const auto own = roles_.find(name);
+    const bool slave = own == roles_.end() ? slave_ : own->second;
+    std::vector<Message> messages = {{BRIDGE_EVEVT_SERVER_STAT, {uint8_t{slave}}}};
+    client.sync_step = hold_all_ || held_.count(name) != 0 ? 1 : kSynchronised;
+    for (unsigned step = 0; step < client.sync_step; ++step)
+        messages.push_back({kSteps[step]});
+    announcer_.tell(client, messages);
+}
+
+void Synchronisation::hold(const Target &target) {
+    hold_all_ = hold_all_ || target.all();
+    server_.for_each(target, [&](const Connection &client) { held_.insert(client.registration.name); });
+    if (!target.all())
+        held_.insert(target.word());
+}
+
+unsigned Synchronisation::advance(const Target &target, unsigned steps) {
+    unsigned count = 0;
+    server_.for_each(target, [&](Connection &client) {
+        if (!client.registration.complete || client.sync_step == kSynchronised)
+            return;
+        const unsigned end = std::min(client.sync_step + steps, kSynchronised);
+        while (client.sync_step < end)
+            announcer_.tell(client, {{kSteps[client.sync_step++]}});
+        ++count;
+    });
+    return count;
+}
+
+unsigned Synchronisation::next(const Target &target) {
+    return advance(target, 1);
+}
+
+unsigned Synchronisation::go(const Target &target) {
+    if (target.all()) {
+        hold_all_ = false;
+        held_.clear();
+    } else
+        held_.erase(target.word());
+    server_.for_each(target, [&](const Connection &client) { held_.erase(client.registration.name); });
+    return advance(target, kSynchronised);
+}
+
+void Synchronisation::keep_role(const Target &target, bool slave) {
+    if (target.all()) {
+        slave_ = slave;
+        roles_.clear();
+    } else
+        server_.for_each(target, [&](const Connection &client) { roles_[client.registration.name] = slave; });
+}
+
+unsigned Synchronisation::set_role(const Target &target, bool slave) {
+    keep_role(target, slave);
+    if (!target.all())
+        roles_[target.word()] = slave;
+    const uint8_t role = slave ? 1 : 0;
+    return announcer_.announce(BRIDGE_EVEVT_SERVER_STAT, bytes_of(role), target);
+}
+
+void Synchronisation::begin_switchover(const Target &target) {
+    keep_role(target, false);
+    announcer_.announce(BRIDGE_EVENT_SWITCHOVER_BEGIN, {}, target);
+}
+
+void Synchronisation::end_switchover(const Target &target) {
+    announcer_.announce(BRIDGE_EVENT_SWITCHOVER_END, {}, target);
 }
 
 } // namespace sandbox

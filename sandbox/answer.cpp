@@ -1,5 +1,6 @@
 #include "sandbox/answer.h"
 
+#include <cstdarg>
 #include <cstdio>
 #include <stdexcept>
 
@@ -92,6 +93,15 @@ Answer &Answer::element(const char *list, std::string text, const Fields &fields
     lines_.push_back(std::move(text));
     begin(list).json_[list].push_back(fields);
     return *this;
+}
+
+void say(const char *format, ...) {
+    va_list values;
+    va_start(values, format);
+    std::vprintf(format, values);
+    va_end(values);
+    std::putchar('\n');
+    std::fflush(stdout);
 }
 
 std::string Answer::text() const {

@@ -25,6 +25,9 @@ class Answer {
     // The same with the line as it stands.
     Answer &element(const char *list, std::string text, const Fields &fields);
 
+    // "ports: 3", as many as the list has elements.
+    Answer &total(const std::string &list) { return say(list + ": {count}", {{"count", json_[list].size()}}); }
+
     [[nodiscard]] const std::vector<std::string> &lines() const { return lines_; }
     [[nodiscard]] std::string text() const; // the lines, each with its end
     [[nodiscard]] const Fields &json() const { return json_; }
@@ -40,5 +43,8 @@ std::string fill(std::string_view pattern, const Fields &fields);
 
 // Text that may hold anything, on one line: control characters and backslashes as \n, \t, \\ or \x1b.
 std::string escaped(std::string_view text);
+
+// One line on standard output for the person or script that runs the program, written at once.
+__attribute__((format(printf, 1, 2))) void say(const char *format, ...);
 
 } // namespace sandbox

@@ -1,29 +1,25 @@
 #include "sandbox/bridge.h"
 
-#include "sandbox/parse.h"
-#include "sandbox/request.h"
+#include <bridge/sets.h>
 
-#include <optional>
+#include <algorithm>
 #include <stdexcept>
-#include <utility>
 
 namespace sandbox {
 
 namespace {
 
 // The other requests of these submodules come back as the events of the same number, to everybody who wants them.
-bool echoed(uint32_t type) {
-    const uint32_t number = type >> 7;
-    return number == BRI_SUBMOD_MAC || number == BRI_SUBMOD_VLAN;
+bool is_echoed(const Request *row, uint32_t type) {
+    return row != nullptr ? row->echoed : type >> 7 == BRI_SUBMOD_MAC || type >> 7 == BRI_SUBMOD_VLAN;
 }
 
 // The pair of events that encloses a submodule's data.
-struct DataSync {
+constexpr struct DataSync {
     uint32_t submodule;
     uint32_t begin;
     uint32_t end;
-};
-constexpr DataSync kDataSyncs[] = {
+} kDataSyncs[] = {
     {BRI_SUBMOD_MAC, MAC_EVENT_SYNC_DATA_BEGIN, MAC_EVENT_SYNC_DATA_END},
     {BRI_SUBMOD_VLAN, VLAN_EVENT_SYNC_DATA_BEGIN, VLAN_EVENT_SYNC_DATA_END},
     {BRI_SUBMOD_MVLAN, MVLAN_EVENT_SYNC_DATA_BEGIN, MVLAN_EVENT_SYNC_DATA_END},
@@ -33,150 +29,107 @@ constexpr DataSync kDataSyncs[] = {
     {BRI_SUBMOD_L2_IPAM, L2_IPAM_EVENT_SYNC_DATA_BEGIN, L2_IPAM_EVENT_SYNC_DATA_END},
 };
 
-std::optional<DataSync> data_sync_of(uint32_t number) {
-    for (const DataSync &sync : kDataSyncs)
-        if (sync.submodule == number)
-            return sync;
-    return std::nullopt;
-}
-
-void note(Trace &trace, const Connection &client, const std::string &text) {
-    trace.note(text, {client.party()});
-}
-
 } // namespace
 
+bool Request::fits(Bytes payload) const {
+    if (size == Size::kAny)
+        return true;
+    const wire::Record &record = *wire::payload_of(type, wire::Direction::kToServer).record;
+    return payload.size() >= record.least() && (size == Size::kAtLeast || payload.size() <= record.size);
+}
+
 Bridge::Bridge(Loop &loop, const std::string &tmpdir, Trace &trace, Rules &rules, bool slave)
-    : trace_(trace), rules_(rules), later_(loop), server_(loop, tmpdir, trace, *this),
-      announcer_(loop, server_, trace, rules), synchronisation_(server_, announcer_, slave),
-      kernel_(loop, tmpdir, trace, [this](uint32_t type, Bytes data) { take_kernel_news(type, data); }),
-      addresses_([this](uint32_t type, Bytes data) { return kernel_.ask(type, data); },
-                 [this](uint32_t type, Bytes payload) { announcer_.announce(type, payload); }),
-      vlans_(loop, server_, announcer_),
-      topology_([this](uint32_t type, Bytes payload) { announcer_.announce(type, payload); }),
-      groups_([this](uint32_t type, Bytes payload) { announcer_.announce(type, payload); }) {
-    vlans_.on_removed = [this](const vlanset &vlans) { addresses_.vlans_deleted(vlans); };
-    vlans_.ports().on_removed = [this](uint32_t ifx) { addresses_.port_deleted(ifx); };
-    vlans_.ports().on_down = [this](uint32_t ifx) { addresses_.port_down(ifx); };
-    vlans_.ports().on_left = [this](uint32_t ifx, const vlanset &vlans) { addresses_.port_left(ifx, vlans); };
-    server_.on_dropped = [this] { vlans_.prejudge().look_for_lost(); };
+    : trace_(trace), rules_(rules),
+      detour_(loop,
+              [this](unsigned id, const Message &message) {
+                  server.with(id, [&](Connection &client) { carry_out(client, message.type, message.payload); });
+              }),
+      server(loop, tmpdir, trace, *this), announcer(loop, server, trace, rules),
+      synchronisation(server, announcer, slave),
+      kernel(loop, tmpdir, trace, [this](uint32_t type, Bytes data) { take_kernel_news(type, data); }),
+      addresses([this](uint32_t type, Bytes data) { return kernel.ask(type, data); }, announcer.everybody()),
+      ports(announcer.everybody()), supers(announcer.everybody()), prejudge(loop, server, announcer),
+      vlans(announcer.everybody(), ports, supers, prejudge), topology(announcer.everybody()),
+      groups(announcer.everybody()) {
+    vlans.on_removed = [this](const vlanset &gone) { addresses.vlans_deleted(gone); };
+    ports.on_removed = [this](uint32_t ifx) { addresses.port_deleted(ifx); };
+    ports.on_down = [this](uint32_t ifx) { addresses.port_down(ifx); };
+    ports.on_left = [this](uint32_t ifx, const vlanset &left) { addresses.port_left(ifx, left); };
+    server.on_dropped = [this] { prejudge.look_for_lost(); };
 }
 
 // What hosts tell the kernel is worth a note; the rest are events.
 void Bridge::take_kernel_news(uint32_t type, Bytes data) {
     if (type == kHostSaid)
-        trace_.note("kernel: got " + event_text(bri::load_at<uint32_t>(data, 0)) + ", " +
-                    std::to_string(data.size - sizeof(uint32_t)) + " bytes");
+        trace_.note("kernel: got " + event_text(object_of<uint32_t>(data)) + ", " +
+                    std::to_string(data.size() - sizeof(bri_msg_hdr)) + " bytes");
     else
-        announcer_.announce(type, data);
+        announcer.announce(type, data);
 }
 
 void Bridge::on_lost(Connection &client, const std::string &why) {
-    note(trace_, client, "lost, " + why);
-    vlans_.prejudge().look_for_lost();
+    trace_.note("lost, " + why, {client.party()});
+    prejudge.look_for_lost();
 }
 
 void Bridge::on_message(Connection &client, uint32_t type, Bytes payload) {
     const Verdict verdict = rules_.empty() ? Verdict() : rules_.decide(Kind::kRequest, type, payload, *client.party());
-    Record record;
-    record.kind = Kind::kRequest;
-    record.clients = {client.party()};
-    record.type = type;
-    record.payload = payload_of(payload);
-    record.result = verdict.text();
-    trace_.add(std::move(record));
-    if (verdict.fault != Fault::kNone && !pass(client, {type, {payload.data, payload.data + payload.size}}, verdict))
+    trace_.message(Kind::kRequest, {client.party()}, type, payload, verdict.text());
+    if (verdict.fault == Fault::kRefuse)
+        return refuse(client, type, payload, verdict.text());
+    if (verdict.fault != Fault::kNone && !detour_.pass(client.id(), {type, buffer_of(payload)}, verdict))
         return;
     carry_out(client, type, payload);
-    const auto held = held_.find(client.id());
-    if (held == held_.end())
-        return;
-    const std::vector<Message> requests = std::move(held->second);
-    held_.erase(held);
-    for (const Message &request : requests)
-        carry_out(client, request.type, request.bytes());
-}
-
-bool Bridge::pass(const Connection &client, const Message &request, const Verdict &verdict) {
-    const unsigned id = client.id();
-    if (verdict.fault == Fault::kRefuse)
-        refuse(client, request.type, request.bytes(), verdict.text());
-    else if (verdict.fault == Fault::kReorder)
-        held_[id].push_back(request);
-    else if (verdict.fault == Fault::kDelay || verdict.fault == Fault::kDuplicate)
-        later_.after(verdict.delay, [this, id, request] { carry_out_later(id, request); });
-    return verdict.fault == Fault::kDuplicate;
-}
-
-// The client may have gone meanwhile.
-void Bridge::carry_out_later(unsigned id, const Message &request) {
-    server_.for_each(Target("@" + std::to_string(id)), [&](Connection &client) {
-        if (client.id() == id)
-            carry_out(client, request.type, request.bytes());
-    });
+    detour_.release(client.id());
 }
 
 void Bridge::carry_out(Connection &client, uint32_t type, Bytes payload) {
     if (type == BRIDGE_EVENT_REG_MSG)
-        register_client(client, payload);
-    else if (type == BRIDGE_EVENT_ORI_DATA_REQUEST)
-        answer_origin_request(client, payload);
-    else
-        apply(client, type, payload);
-}
-
-void Bridge::apply(Connection &client, uint32_t type, Bytes payload) {
+        return register_client(client, payload);
+    if (type == BRIDGE_EVENT_ORI_DATA_REQUEST)
+        return answer_origin_request(client, payload);
     const Request *row = find_request(type);
-    if (row != nullptr && (payload.size < row->least || payload.size > row->most))
-        return refuse(client, type, payload, std::to_string(payload.size) + " bytes");
     try {
+        if (row != nullptr && !row->fits(payload))
+            throw std::invalid_argument(std::to_string(payload.size()) + " bytes");
         if (row != nullptr)
             row->take(*this, client, payload);
     } catch (const std::invalid_argument &error) {
         return refuse(client, type, payload, error.what());
     }
-    if (row != nullptr ? row->echoed : echoed(type))
-        announcer_.announce(type, payload);
+    if (is_echoed(row, type))
+        announcer.announce(type, payload);
 }
 
 void Bridge::refuse(const Connection &client, uint32_t type, Bytes payload, const std::string &why) {
-    Record record;
-    record.kind = Kind::kRefusal;
-    record.clients = {client.party()};
-    record.type = type;
-    record.payload = payload_of(payload);
-    record.result = why;
-    trace_.add(std::move(record));
-    const Request *row = find_request(type);
-    if (row != nullptr && row->refused != nullptr)
-        row->refused(*this, client, payload);
+    trace_.message(Kind::kRefusal, {client.party()}, type, payload, why);
 }
 
 void Bridge::register_client(Connection &client, Bytes payload) {
-    if (payload.size != sizeof(bri_reg_msg))
-        return note(trace_, client, "registration of " + std::to_string(payload.size) + " bytes ignored");
-    const auto message = bri::load_at<bri_reg_msg>(payload, 0);
-    const bool whole = client.registration.apply(message);
+    if (payload.size() != sizeof(bri_reg_msg))
+        return trace_.note("registration of " + std::to_string(payload.size()) + " bytes ignored", {client.party()});
+    const auto message = object_of<bri_reg_msg>(payload);
+    const bool whole = client.registration.take(message);
     const Registration &known = client.registration;
-    const std::string count = std::to_string(known.count()) + " event types";
+    const std::string count = std::to_string(bri_event_set_count(&known.types)) + " event types";
     if (!whole)
-        return note(trace_, client, (message.op != 0 ? "added events, now " : "withdrew events, now ") + count);
-    note(trace_, client,
-         "registered, pid " + std::to_string(known.pid()) + ", " + count + (known.fresh() ? ", fresh" : ""));
-    synchronisation_.begin(client);
+        return trace_.note((message.op != 0 ? "added events, now " : "withdrew events, now ") + count,
+                           {client.party()});
+    trace_.note("registered, pid " + std::to_string(known.pid) + ", " + count + (known.fresh ? ", fresh" : ""),
+                {client.party()});
+    synchronisation.begin(client);
 }
 
 // A client asks for one submodule's data again; it alone gets the answer.
 void Bridge::answer_origin_request(Connection &client, Bytes payload) {
-    const auto number = bri::load_at<uint32_t>(payload, 0);
-    const std::optional<DataSync> sync = data_sync_of(number);
-    if (payload.size < sizeof number || !sync)
-        return note(trace_, client, "no origin data of submodule " + std::to_string(number));
-    const auto send = [&](uint32_t type, Bytes data) {
-        announcer_.tell(client, {{type, {data.data, data.data + data.size}}});
-    };
+    const auto number = object_of<uint32_t>(payload);
+    const auto *const sync = std::find_if(std::begin(kDataSyncs), std::end(kDataSyncs),
+                                          [&](const DataSync &row) { return row.submodule == number; });
+    if (payload.size() < sizeof number || sync == std::end(kDataSyncs))
+        return trace_.note("no origin data of submodule " + std::to_string(number), {client.party()});
+    const auto send = [&](uint32_t type, Bytes data) { announcer.tell(client, {{type, buffer_of(data)}}); };
     send(sync->begin, {});
-    addresses_.replay(number, send);
+    addresses.replay(number, send);
     Topology::replay(number, send);
     Groups::replay(number, send);
     send(sync->end, {});

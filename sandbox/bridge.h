@@ -2,63 +2,62 @@
 #pragma once
 
 #include "sandbox/addresses.h"
-#include "sandbox/announcer.h"
 #include "sandbox/groups.h"
 #include "sandbox/kernel_link.h"
-#include "sandbox/server.h"
-#include "sandbox/synchronisation.h"
 #include "sandbox/topology.h"
 #include "sandbox/vlans.h"
-
-#include <cstdint>
-#include <map>
-#include <string>
-#include <vector>
 
 namespace sandbox {
 
 class Bridge : private ConnectionOwner {
+    Trace &trace_;
+    Rules &rules_;
+    Detour detour_;
+
   public:
     Bridge(Loop &loop, const std::string &tmpdir, Trace &trace, Rules &rules, bool slave);
 
-    Server &server() { return server_; }
-    Addresses &addresses() { return addresses_; }
-    KernelLink &kernel() { return kernel_; }
-    Vlans &vlans() { return vlans_; }
-    Topology &topology() { return topology_; }
-    Groups &groups() { return groups_; }
-    Announcer &announcer() { return announcer_; }
-    Trace &trace() { return trace_; }
-    Synchronisation &synchronisation() { return synchronisation_; }
+    // Its parts, each of which may use those above it.
+    Server server;
+    Announcer announcer;
+    Synchronisation synchronisation;
+    KernelLink kernel;
+    Addresses addresses;
+    Ports ports;
+    SuperVlans supers;
+    Prejudge prejudge;
+    Vlans vlans;
+    Topology topology;
+    Groups groups;
+
+    void note(const std::string &text) { trace_.note(text); }
 
   private:
     void on_message(Connection &client, uint32_t type, Bytes payload) override;
     void on_lost(Connection &client, const std::string &why) override;
     void on_drained() override { trace_.changed(); }
-    void on_falling_behind() override { server_.bound_queues(); }
+    void on_falling_behind() override { server.bound_queues(); }
 
     void take_kernel_news(uint32_t type, Bytes data);
-    // Does with a request what the rules have decided; true when it is to be carried out now.
-    bool pass(const Connection &client, const Message &request, const Verdict &verdict);
     void carry_out(Connection &client, uint32_t type, Bytes payload);
-    void carry_out_later(unsigned client, const Message &request);
-    void apply(Connection &client, uint32_t type, Bytes payload);
     void refuse(const Connection &client, uint32_t type, Bytes payload, const std::string &why);
     void register_client(Connection &client, Bytes payload);
     void answer_origin_request(Connection &client, Bytes payload);
-
-    Trace &trace_;
-    Rules &rules_;
-    Later later_;
-    std::map<unsigned, std::vector<Message>> held_; // requests by client: they come behind the next one
-    Server server_;
-    Announcer announcer_;
-    Synchronisation synchronisation_;
-    KernelLink kernel_;
-    Addresses addresses_;
-    Vlans vlans_;
-    Topology topology_;
-    Groups groups_;
 };
+
+// What clients ask for: rows of type, size and what is done.
+struct Request {
+    enum class Size { kExact, kAtLeast, kAny }; // of the payload, by its record
+
+    uint32_t type;
+    Size size;
+    // Does it. Throws std::invalid_argument with the reason when the switch refuses.
+    void (*take)(Bridge &bridge, const Connection &client, Bytes payload);
+    bool echoed = false; // also comes back, as it stands, as the event of its number
+
+    [[nodiscard]] bool fits(Bytes payload) const;
+};
+// Null for one that is not known.
+const Request *find_request(uint32_t type);
 
 } // namespace sandbox

@@ -15,13 +15,30 @@ size_t match(const Command &row, const Words &line) {
     return same ? words.size() : 0;
 }
 
+[[noreturn]] void tell_usage(const Command &row) {
+    throw std::invalid_argument("usage: " + std::string(row.words) + " " + row.arguments);
+}
+
+// Takes out of the words those that the row demands as they are: the ones in front of an argument.
+void take_fixed_words(const Command &row, Words &words) {
+    const Words pattern = split(row.arguments);
+    for (size_t i = std::min(words.size(), pattern.size()); i-- > 0;) {
+        const std::string word = pattern[i].substr(pattern[i][0] == '[' ? 1 : 0);
+        if (!std::all_of(word.begin(), word.end(), [](char c) { return c >= 'a' && c <= 'z'; }))
+            continue;
+        if (words[i] != word || i + 1 == words.size())
+            tell_usage(row);
+        words.erase(words.begin() + static_cast<ptrdiff_t>(i));
+    }
+}
+
 bool begins_with(const Command &row, const std::string &word) {
     return word.empty() || split(row.words)[0] == word;
 }
 
 } // namespace
 
-std::string Call::rest(size_t first) const {
+std::string join(const Words &words, size_t first) {
     std::string text;
     for (size_t i = first; i < words.size(); ++i)
         text += (i == first ? "" : " ") + words[i];
@@ -70,7 +87,10 @@ const Command &find_command(std::span<const Family> families, const Words &line,
     call.words.assign(line.begin() + static_cast<ptrdiff_t>(length), line.end());
     const Arity arity = arity_of(best->arguments);
     if (call.words.size() < arity.least || call.words.size() > arity.most)
-        throw std::invalid_argument("usage: " + call.command + " " + best->arguments);
+        tell_usage(*best);
+    call.line = join(line);
+    if (arity.most != SIZE_MAX)
+        take_fixed_words(*best, call.words);
     return *best;
 }
 

@@ -5,19 +5,20 @@
 #include "sandbox/answer.h"
 #include "sandbox/loop.h"
 
-#include <cstdint>
-#include <functional>
 #include <map>
 #include <optional>
 #include <span>
-#include <string>
-#include <vector>
 
 namespace sandbox {
 
 struct Sandbox; // everything that a command can reach; see sandbox.h
 
 using Words = std::vector<std::string>;
+
+// Blank-separated; a word that begins with # begins a comment.
+Words split(const std::string &line);
+// The words from there on, with blanks between.
+std::string join(const Words &words, size_t first = 0);
 
 // What one stream of commands remembers.
 struct Session {
@@ -48,19 +49,22 @@ struct Outcome {
 
 struct Call {
     std::string command; // the row's words
-    Words words;         // those behind them
+    Words words;         // those behind them, but for the words that stand in the row's arguments themselves
     Session &session;
+    std::string line = {}; // the whole command
 
-    [[nodiscard]] std::string rest(size_t first = 0) const; // the words from there on, with blanks between
+    [[nodiscard]] std::string rest(size_t first = 0) const { return join(words, first); }
 };
 
 // A handler throws std::invalid_argument with the reason when it refuses. One that says nothing is answered for with
-// "port add: done".
+// "port add ...: done".
 using Handler = Outcome (*)(Sandbox &sandbox, const Call &call);
 
 struct Command {
-    const char *words;     // "vlan create"
-    const char *arguments; // "LIST [MODE]"; also tells how many there may be: ... for any number, [] for what may lack
+    const char *words; // "vlan create"
+    // "LIST [MODE]"; also tells how many there may be: ... for any number, [] for what may lack. A word in small
+    // letters in front of an argument stands as it is.
+    const char *arguments;
     const char *help;
     Handler run;
 };
@@ -79,8 +83,5 @@ using Family = std::span<const Command>;
 const Command &find_command(std::span<const Family> families, const Words &line, Call &call);
 // The rows that begin with the word, or all; with what stands at the end of the whole list.
 Answer command_help(std::span<const Family> families, const std::string &word);
-
-// Blank-separated; a word that begins with # begins a comment.
-Words split(const std::string &line);
 
 } // namespace sandbox

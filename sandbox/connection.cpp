@@ -1,8 +1,12 @@
 #include "sandbox/connection.h"
 
+#include "wire/batch.h"
+
+#include <bridge/sets.h>
+
 #include <event2/buffer.h>
 
-#include <cstring>
+#include <algorithm>
 
 namespace sandbox {
 
@@ -14,6 +18,20 @@ constexpr size_t kQueueLimit = size_t{64} << 20;
 constexpr size_t kFallingBehind = size_t{1} << 20;
 
 } // namespace
+
+bool Registration::take(const bri_reg_msg &message) {
+    const bool whole = message.pid != 0; // only a full registration carries the process id
+    for (size_t i = 0; i < std::size(types.words); ++i) {
+        const uint32_t word = message.event_set.words[i];
+        types.words[i] = whole ? word : message.op != 0 ? types.words[i] | word : types.words[i] & ~word;
+    }
+    if (!whole)
+        return false;
+    pid = message.pid;
+    name.assign(message.name, strnlen(message.name, sizeof message.name));
+    fresh = message.fresh != 0;
+    return complete = true;
+}
 
 Connection::Connection(Loop &loop, evutil_socket_t descriptor, unsigned id, ConnectionOwner &owner)
     : channel_(bufferevent_socket_new(loop.base(), descriptor, BEV_OPT_CLOSE_ON_FREE)), id_(id), owner_(owner) {
@@ -29,8 +47,8 @@ Connection::Connection(Loop &loop, evutil_socket_t descriptor, unsigned id, Conn
 }
 
 const Client &Connection::party() const {
-    if (party_ == nullptr || party_->name != registration.name())
-        party_ = std::make_shared<const Party>(Party{id_, registration.name()});
+    if (party_ == nullptr || party_->name != registration.name)
+        party_ = std::make_shared<const Party>(Party{id_, registration.name});
     return party_;
 }
 
@@ -38,19 +56,35 @@ size_t Connection::queued() const {
     return open() ? evbuffer_get_length(bufferevent_get_output(channel_.get())) : 0;
 }
 
-void Connection::send(Bytes bytes) {
-    if (!open())
-        return;
-    if (queued() + bytes.size > kQueueLimit)
-        return lose("reads too slowly");
-    bufferevent_write(channel_.get(), bytes.data, bytes.size);
-    if (queued() > kFallingBehind)
-        owner_.on_falling_behind();
+Fields Connection::fields() const {
+    static constexpr const char *kSyncStates[] = {"none", "begun", "ended", "done"};
+    Fields state = Fields::array();
+    if (registration.fresh)
+        state.push_back("fresh");
+    if (stalled_)
+        state.push_back("stalled");
+    return {{"id", id_},
+            {"name", registration.complete ? registration.name : "(not registered)"},
+            {"pid", registration.pid},
+            {"events", bri_event_set_count(&registration.types)},
+            {"messages", received_},
+            {"sent", sent_},
+            {"queue", queued()},
+            {"registered", registration.complete},
+            {"sync", kSyncStates[std::min(sync_step, kSynchronised)]},
+            {"state", state}};
 }
 
-void Connection::send(const Batch &batch) {
-    sent_ += batch.messages();
-    send(batch.bytes());
+void Connection::send(Bytes bytes, size_t messages) {
+    sent_ += messages;
+    if (!open())
+        return;
+    const size_t before = queued();
+    if (before + bytes.size() > kQueueLimit)
+        return lose("reads too slowly");
+    bufferevent_write(channel_.get(), bytes.data(), bytes.size());
+    if (before + bytes.size() > kFallingBehind)
+        owner_.on_falling_behind();
 }
 
 void Connection::stall() {
@@ -67,10 +101,6 @@ void Connection::resume() {
     on_readable(); // what had come in before the stall
 }
 
-void Connection::close() {
-    channel_.reset();
-}
-
 void Connection::lose(const std::string &why) {
     close();
     owner_.on_lost(*this, why);
@@ -78,26 +108,32 @@ void Connection::lose(const std::string &why) {
 
 void Connection::on_readable() {
     // A message's consequences may stall or close this very connection.
+    bri_batch_hdr head{};
     while (open() && !stalled_) {
         evbuffer *input = bufferevent_get_input(channel_.get());
-        const Incoming next = peek_batch(input);
-        if (next.state == Incoming::State::kIncomplete)
+        if (evbuffer_copyout(input, &head, sizeof head) < static_cast<ssize_t>(sizeof head))
             return;
-        if (next.state == Incoming::State::kOversized)
-            return lose("sent a batch header of " + std::to_string(next.size) + " bytes");
-        std::vector<uint8_t> batch(next.size);
+        if (head.msg_len > BRI_BATCH_MSG_MAX)
+            return lose("sent a batch header of " + std::to_string(head.msg_len) + " bytes");
+        Buffer batch(sizeof head + head.msg_len);
+        if (evbuffer_get_length(input) < batch.size())
+            return;
         evbuffer_remove(input, batch.data(), batch.size());
         take_messages(batch);
     }
 }
 
-void Connection::take_messages(std::vector<uint8_t> &batch) {
-    auto messages = messages_of({batch.data(), batch.size()});
-    for (; messages.ok() && open(); messages.next()) {
+void Connection::take_messages(Bytes bytes) {
+    const wire::Batch batch = wire::split(bytes);
+    for (const wire::Message &message : batch.messages) {
+        if (!open())
+            return;
+        if (!message.whole())
+            return lose("sent a message that runs past its batch");
         ++received_;
-        owner_.on_message(*this, messages.message().type(), messages.message().payload);
+        owner_.on_message(*this, message.type, message.payload);
     }
-    if (messages.cut() && open())
+    if (open() && batch.messages.size() < batch.msg_cnt && !batch.rest.empty())
         lose("sent a message that runs past its batch");
 }
 

@@ -1,16 +1,23 @@
-// One client's connection: its input split into messages, its output queued so that a slow client never holds the
-// server.
+// One client's connection: what it told about itself, its input split into messages, its output queued so that a slow
+// client never holds the server.
 #pragma once
 
-#include "sandbox/batch.h"
-#include "sandbox/loop.h"
-#include "sandbox/registration.h"
 #include "sandbox/trace.h"
 
-#include <cstdint>
-#include <string>
-
 namespace sandbox {
+
+// What a client told about itself and the events it wants.
+struct Registration {
+    // Takes one registration message. True when it was a full one, which names the client and replaces its set; the
+    // others add to the set or take from it.
+    bool take(const bri_reg_msg &message);
+
+    event_set types{};
+    bool complete = false; // a full one has come
+    std::string name;
+    uint32_t pid = 0;
+    bool fresh = false;
+};
 
 class Connection;
 
@@ -34,14 +41,14 @@ class Connection {
     Connection(const Connection &) = delete;
     Connection &operator=(const Connection &) = delete;
 
-    void send(Bytes bytes);
-    void send(const Batch &batch);
+    // A batch of that many messages, or bytes as they stand.
+    void send(Bytes bytes, size_t messages = 0);
 
     // Stalled, it neither reads nor writes; what is sent meanwhile is queued.
     void stall();
     void resume();
     // Closes it now, with whatever is queued; nothing is reported any more.
-    void close();
+    void close() { channel_.reset(); }
     // The same, and its owner is told.
     void lose(const std::string &why);
 
@@ -51,17 +58,13 @@ class Connection {
     [[nodiscard]] unsigned id() const { return id_; }
     // The client as records name it.
     [[nodiscard]] const Client &party() const;
-    [[nodiscard]] std::string text() const { return party()->text(); }
     [[nodiscard]] bool open() const { return channel_ != nullptr; }
-    [[nodiscard]] bool stalled() const { return stalled_; }
     [[nodiscard]] size_t queued() const;
-    // Messages; the sent ones include those that are still queued.
-    [[nodiscard]] uint64_t received() const { return received_; }
-    [[nodiscard]] uint64_t sent() const { return sent_; }
+    [[nodiscard]] Fields fields() const; // what it shows of itself
 
   private:
     void on_readable();
-    void take_messages(std::vector<uint8_t> &batch);
+    void take_messages(Bytes batch);
 
     BufferEvent channel_;
     unsigned id_;
@@ -69,7 +72,7 @@ class Connection {
     ConnectionOwner &owner_;
     bool stalled_ = false;
     uint64_t received_ = 0;
-    uint64_t sent_ = 0;
+    uint64_t sent_ = 0; // messages, those included that are still queued
 };
 
 } // namespace sandbox

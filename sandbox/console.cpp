@@ -1,6 +1,6 @@
 #include "sandbox/console.h"
 
-#include "sandbox/output.h"
+#include "sandbox/programs.h"
 
 #include <cerrno>
 #include <stdexcept>

@@ -1,7 +1,5 @@
 #include "sandbox/control.h"
 
-#include "sandbox/local_socket.h"
-
 #include <event2/buffer.h>
 
 #include <cstdlib>
@@ -88,22 +86,10 @@ class Control::Peer {
 Control::Control(Sandbox &sandbox, const std::string &tmpdir)
     : sandbox_(sandbox), path_(socket_path(tmpdir, ".control")) {}
 
-Control::~Control() {
-    if (listener_ != nullptr)
-        remove_socket(path_);
-}
-
 void Control::listen() {
-    const auto on_accept = [](evconnlistener *, evutil_socket_t descriptor, sockaddr *, int, void *self) {
-        static_cast<Control *>(self)->accept(descriptor);
-    };
-    const unsigned options = LEV_OPT_CLOSE_ON_FREE | LEV_OPT_CLOSE_ON_EXEC;
-    listener_.reset(evconnlistener_new(sandbox_.loop.base(), on_accept, this, options, 0,
-                                       listen_at(path_, SOCK_STREAM, Access::kOwner)));
-}
-
-void Control::accept(evutil_socket_t descriptor) {
-    peers_.push_back(std::make_unique<Peer>(*this, descriptor));
+    acceptor_.emplace(sandbox_.loop, path_, SOCK_STREAM, Access::kOwner, [this](evutil_socket_t descriptor) {
+        peers_.push_back(std::make_shared<Peer>(*this, descriptor));
+    });
 }
 
 } // namespace sandbox

@@ -7,6 +7,7 @@
 #pragma once
 
 #include "sandbox/console.h"
+#include "sandbox/local_socket.h"
 
 #include <list>
 #include <memory>
@@ -18,21 +19,16 @@ class Control {
   public:
     // At TMPDIR/bridge/.control, for this user alone. Throws std::runtime_error.
     Control(Sandbox &sandbox, const std::string &tmpdir);
-    ~Control();
-    Control(const Control &) = delete;
-    Control &operator=(const Control &) = delete;
 
     void listen();
 
   private:
     class Peer;
 
-    void accept(evutil_socket_t descriptor);
-
     Sandbox &sandbox_;
     std::string path_;
-    Listener listener_;
-    std::list<std::unique_ptr<Peer>> peers_;
+    std::optional<Acceptor> acceptor_;
+    std::list<std::shared_ptr<Peer>> peers_;
 };
 
 } // namespace sandbox

@@ -2,7 +2,6 @@
 
 #include "wire/own.h"
 
-#include <bridge/events.h>
 #include <bridge/vlan_group.h>
 
 #include <stdexcept>
@@ -36,7 +35,7 @@ void announce_entry(const Announce &announce, uint32_t type, uint8_t id) {
 }
 
 void announce_policy(const Announce &announce, uint8_t id, bool exists) {
-    announce(VG_EVENT_POLICY_ENTRY, sandbox::bytes_of(wire::group_policy{id, exists ? uint8_t{1} : uint8_t{0}, {}}));
+    announce(VG_EVENT_POLICY_ENTRY, bytes_of(wire::group_policy{id, exists ? uint8_t{1} : uint8_t{0}, {}}));
 }
 
 template <class Fn> void for_each_group(Fn &&fn) {
@@ -60,9 +59,8 @@ void Groups::create(uint32_t id) {
 }
 
 void Groups::remove(uint32_t id) {
-    const uint8_t existing = existing_id(id);
-    vlan_group_free_entry(existing);
-    announce_policy(announce_, existing, false);
+    vlan_group_free_entry(existing_id(id));
+    announce_policy(announce_, static_cast<uint8_t>(id), false);
 }
 
 void Groups::set_vlans(uint32_t id, const vlanset &vlans) {
@@ -100,7 +98,6 @@ void Groups::replay(uint32_t submodule, const Announce &send) {
 Answer Groups::show() {
     Answer answer;
     answer.begin("groups");
-    unsigned number = 0;
     for_each_group([&](uint8_t id) {
         const vlan_group_entry entry = entry_of(id);
         answer.row("groups", "  group {id} vlans {members} default {default_vid} mode {assign_mode}",
@@ -108,9 +105,8 @@ Answer Groups::show() {
                     {"members", vlans_text(entry.members)},
                     {"default_vid", entry.default_vid},
                     {"assign_mode", entry.assign_mode}});
-        ++number;
     });
-    return answer.say("groups: {count}", {{"count", number}});
+    return answer.total("groups");
 }
 
 } // namespace sandbox

@@ -2,10 +2,7 @@
 #pragma once
 
 #include "sandbox/answer.h"
-#include "sandbox/batch.h"
 #include "sandbox/vlan_sets.h"
-
-#include <cstdint>
 
 namespace sandbox {
 

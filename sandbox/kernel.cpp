@@ -1,14 +1,10 @@
 #include "sandbox/kernel.h"
 
-#include "sandbox/kernel_messages.h"
-#include "sandbox/local_socket.h"
-#include "sandbox/netlink_reply.h"
-
 #include <algorithm>
 #include <cerrno>
+#include <linux/genetlink.h>
+#include <linux/netlink.h>
 #include <sys/socket.h>
-#include <utility>
-#include <vector>
 
 namespace sandbox {
 
@@ -19,12 +15,60 @@ constexpr size_t kTooLong = 10248;              // bytes of payload: with its he
 constexpr uint32_t kControllerNotices = 0x8000; // the group mask of the controller's own notices
 constexpr uint8_t kDataCommand = 3;
 constexpr Microseconds kExpiryStep{20000}; // what ages within that goes together
+constexpr char kFamilyName[] = "EF_BRIDGE";
+constexpr size_t kNetlinkHeaders = sizeof(nlmsghdr) + sizeof(genlmsghdr);
 
-std::vector<uint8_t> host_said(const KernelMessage &message) {
-    const Bytes type = bytes_of(message.type);
-    std::vector<uint8_t> bytes(type.data, type.data + type.size);
-    bytes.insert(bytes.end(), message.data.data, message.data.data + message.data.size);
+void append(Buffer &to, Bytes bytes) {
+    to.insert(to.end(), bytes.begin(), bytes.end());
+}
+
+struct Attribute {
+    uint16_t type;
+    Bytes data;
+};
+
+Buffer netlink(uint16_t type, uint8_t command, std::initializer_list<Attribute> attributes) {
+    Buffer body;
+    for (const Attribute &attribute : attributes) {
+        append(body, bytes_of(nlattr{static_cast<uint16_t>(sizeof(nlattr) + attribute.data.size()), attribute.type}));
+        append(body, attribute.data);
+        body.resize((body.size() + NLA_ALIGNTO - 1) / NLA_ALIGNTO * NLA_ALIGNTO);
+    }
+    Buffer message;
+    append(message, bytes_of(nlmsghdr{static_cast<uint32_t>(kNetlinkHeaders + body.size()), type, 0, 0, 0}));
+    append(message, bytes_of(genlmsghdr{command, 1, 0}));
+    append(message, body);
+    return message;
+}
+
+// The controller's answer for the family, and its notice that the family has gone.
+Buffer about_family(uint8_t command, uint16_t id) {
+    return netlink(GENL_ID_CTRL, command,
+                   {{CTRL_ATTR_FAMILY_NAME, bytes_of(kFamilyName)}, {CTRL_ATTR_FAMILY_ID, bytes_of(id)}});
+}
+
+bool asks_for_family(Bytes packet) {
+    return packet.size() >= kNetlinkHeaders + sizeof(nlattr) + sizeof kFamilyName &&
+           std::memcmp(packet.data() + kNetlinkHeaders + sizeof(nlattr), kFamilyName, sizeof kFamilyName) == 0;
+}
+
+// The error word, then the head of the request that caused it.
+Buffer error_answer(int error, Bytes request) {
+    const auto cause = object_of<nlmsghdr>(request);
+    Buffer bytes;
+    append(bytes, bytes_of(nlmsghdr{sizeof(nlmsghdr) + sizeof error + sizeof cause, NLMSG_ERROR, 0, 0, 0}));
+    append(bytes, bytes_of(-error));
+    append(bytes, bytes_of(cause));
     return bytes;
+}
+
+// A message to the family as kHostSaid has it; nothing when it is cut or its length word is wrong.
+Bytes said_in(Bytes packet) {
+    constexpr size_t head = kNetlinkHeaders + sizeof(nlattr);
+    const Bytes said = packet.size() < head + sizeof(bri_msg_hdr) ? Bytes() : packet.subspan(head);
+    const auto length = object_of<bri_msg_hdr>(said).len;
+    return said.empty() || said.size() - sizeof(bri_msg_hdr) < length ? Bytes()
+                                                                      : said.first(sizeof(bri_msg_hdr) + length);
 }
 
 } // namespace
@@ -49,11 +93,11 @@ class Kernel::Socket : public std::enable_shared_from_this<Socket> {
     }
     // Like the kernel's, a message that the socket has no room for is lost.
     void send(Bytes message) const {
-        static_cast<void>(::send(fd_.get(), message.data, message.size, MSG_DONTWAIT | MSG_NOSIGNAL));
+        static_cast<void>(::send(fd_.get(), message.data(), message.size(), MSG_DONTWAIT | MSG_NOSIGNAL));
     }
 
   private:
-    bri::Fd fd_;
+    Fd fd_;
     Kernel &kernel_;
     Event readable_; // behind fd_: released before the descriptor closes
     bool bound_ = false;
@@ -61,75 +105,51 @@ class Kernel::Socket : public std::enable_shared_from_this<Socket> {
 };
 
 Kernel::Kernel(Loop &loop, const std::string &tmpdir, Announce tell)
-    : loop_(loop), path_(socket_path(tmpdir, ".kernel_socket")), tell_(std::move(tell)),
-      tables_(tell_, [this] { return loop_.now(); }), delay_timer_(loop, [this] { send_due(); }),
-      expiry_timer_(loop, [this] { expire(); }) {}
-
-Kernel::~Kernel() {
-    if (listener_ != nullptr)
-        remove_socket(path_);
-}
+    : loop_(loop), path_(socket_path(tmpdir, ".kernel_socket")),
+      tell_(std::move(tell)), tables_{tell_, [this] { return loop_.now(); }},
+      delay_timer_(loop, [this] { send_due(); }), expiry_timer_(loop, [this] { expire(); }) {}
 
 void Kernel::listen() {
-    const auto on_accept = [](evconnlistener *, evutil_socket_t descriptor, sockaddr *, int, void *self) {
-        static_cast<Kernel *>(self)->accept(descriptor);
-    };
-    const unsigned options = LEV_OPT_CLOSE_ON_FREE | LEV_OPT_CLOSE_ON_EXEC;
-    listener_.reset(evconnlistener_new(loop_.base(), on_accept, this, options, 0, listen_at(path_, SOCK_SEQPACKET)));
+    acceptor_.emplace(loop_, path_, SOCK_SEQPACKET, Access::kEverybody, [this](evutil_socket_t descriptor) {
+        sockets_.push_back(std::make_shared<Socket>(*this, descriptor));
+    });
 }
 
-void Kernel::accept(evutil_socket_t descriptor) {
-    sockets_.push_back(std::make_shared<Socket>(*this, descriptor));
-}
-
-KernelResult Kernel::ask(const KernelMessage &message) {
-    if (message.type == kSetModule) {
-        if (message.data.size < sizeof(KernelModule))
-            return {EINVAL, {}};
-        set_module(bri::load_at<KernelModule>(message.data, 0));
+KernelResult Kernel::ask(uint32_t type, Bytes data) {
+    if (type == kSetModule) {
+        if (data.size() < sizeof(KernelModule))
+            return {EINVAL};
+        set_module(object_of<KernelModule>(data));
         return {};
     }
-    if (message.type == kReadModule)
+    if (type == kReadModule)
         return answer_of(module());
-    KernelResult result = handle(tables_, Asker::kServer, message);
+    KernelResult result = handle(tables_, Asker::kServer, type, data);
     watch_for_expiry();
     return result;
 }
 
 KernelModule Kernel::module() const {
-    return {static_cast<uint32_t>(state_),
-            static_cast<uint32_t>(error_),
-            static_cast<uint32_t>(delay_.count() / 1000),
-            static_cast<uint32_t>(sockets_.size()),
-            static_cast<uint32_t>(listeners()),
-            family_};
-}
-
-size_t Kernel::listeners() const {
-    size_t count = 0;
+    KernelModule module = module_;
+    module.sockets = static_cast<uint32_t>(sockets_.size());
     for (const auto &socket : sockets_)
-        count += socket->listens() ? 1U : 0U;
-    return count;
+        module.listeners += socket->listens() ? 1U : 0U;
+    return module;
 }
 
 void Kernel::set_module(const KernelModule &wanted) {
-    const KernelState before = std::exchange(state_, static_cast<KernelState>(wanted.state));
-    error_ = static_cast<int>(wanted.error);
-    delay_ = Milliseconds(wanted.delay_ms);
-    if ((before == KernelState::kDown) == (state_ == KernelState::kDown))
+    constexpr auto down = static_cast<uint32_t>(KernelState::kDown);
+    const bool goes = module_.state != down && wanted.state == down;
+    const bool comes = module_.state == down && wanted.state != down;
+    module_ = {wanted.state, wanted.error, wanted.delay_ms, 0, 0, module_.family + (comes ? 1 : 0)};
+    if (!goes)
         return;
-    if (state_ != KernelState::kDown) {
-        ++family_;
-        return;
-    }
-    tables_.clear();
-    tell_listeners_of_the_end();
-}
-
-void Kernel::tell_listeners_of_the_end() const {
+    // Nobody is told what was in the tables: hosts are asked for their data when the module comes back.
+    tables_.macs.clear();
+    tables_.hosts.clear();
     for (const auto &socket : sockets_)
         if (socket->listens())
-            socket->send(family_gone(family_).bytes());
+            socket->send(about_family(CTRL_CMD_DELFAMILY, static_cast<uint16_t>(module_.family)));
 }
 
 void Kernel::read_packet(Socket &socket) {
@@ -143,64 +163,59 @@ void Kernel::read_packet(Socket &socket) {
     }
     const Bytes bytes{packet, static_cast<size_t>(length)};
     if (!socket.bound())
-        socket.bind(bri::load_at<sockaddr_nl>(bytes, 0));
+        socket.bind(object_of<sockaddr_nl>(bytes));
     else
         answer(socket, bytes);
 }
 
 void Kernel::answer(const Socket &socket, Bytes packet) {
-    const uint16_t type = bri::load_at<nlmsghdr>(packet, 0).nlmsg_type;
-    const bool there = state_ != KernelState::kDown;
-    if (there && type == family_)
+    const uint16_t type = object_of<nlmsghdr>(packet).nlmsg_type;
+    const bool there = static_cast<KernelState>(module_.state) != KernelState::kDown;
+    if (there && type == module_.family)
         take_message(socket, packet);
     else if (there && type == GENL_ID_CTRL && asks_for_family(packet))
-        send(socket, family_answer(family_).bytes());
+        send(socket, about_family(CTRL_CMD_NEWFAMILY, static_cast<uint16_t>(module_.family)));
     else
-        refuse(socket, ENOENT, packet);
+        send(socket, error_answer(ENOENT, packet));
 }
 
 void Kernel::take_message(const Socket &socket, Bytes packet) {
-    const std::optional<KernelMessage> message = kernel_message(packet);
-    if (message) {
-        const std::vector<uint8_t> said = host_said(*message);
-        tell_(kHostSaid, {said.data(), said.size()});
-    }
-    if (state_ == KernelState::kSilent)
+    const auto state = static_cast<KernelState>(module_.state);
+    const Bytes said = said_in(packet);
+    if (!said.empty())
+        tell_(kHostSaid, said);
+    if (state == KernelState::kSilent)
         return;
-    if (state_ == KernelState::kError)
-        return refuse(socket, error_, packet);
-    KernelResult result = message ? handle(tables_, Asker::kHost, *message) : KernelResult{EINVAL, {}};
+    if (state == KernelState::kError)
+        return send(socket, error_answer(static_cast<int>(module_.error), packet));
+    KernelResult result{EINVAL};
+    if (!said.empty())
+        result = handle(tables_, Asker::kHost, object_of<uint32_t>(said), said.subspan(sizeof(bri_msg_hdr)));
     watch_for_expiry();
     if (result.error != 0 && !socket.listens()) // somebody waits for it
-        return refuse(socket, result.error, packet);
+        return send(socket, error_answer(result.error, packet));
     if (result.answer.empty())
         return;
-    if (state_ == KernelState::kLong)
+    if (state == KernelState::kLong)
         result.answer.resize(kTooLong);
-    send(socket, NetlinkReply(family_, kDataCommand).attribute(0, result.answer.data(), result.answer.size()).bytes());
-}
-
-void Kernel::refuse(const Socket &socket, int error, Bytes request) {
-    const std::vector<uint8_t> bytes = error_answer(error, request);
-    send(socket, {bytes.data(), bytes.size()});
+    send(socket, netlink(static_cast<uint16_t>(module_.family), kDataCommand, {{0, result.answer}}));
 }
 
 // In the order of the questions, whatever the delay was in between.
 void Kernel::send(const Socket &socket, Bytes message) {
-    if (delay_.count() == 0 && delayed_.empty())
+    const Microseconds delay = Milliseconds(module_.delay_ms);
+    if (delay.count() == 0 && delayed_.empty())
         return socket.send(message);
     const Microseconds earliest = delayed_.empty() ? Microseconds(0) : delayed_.back().due;
-    delayed_.push_back({std::max(loop_.now() + delay_, earliest),
-                        socket.weak_from_this(),
-                        {message.data, message.data + message.size}});
+    delayed_.push_back({std::max(loop_.now() + delay, earliest), socket.weak_from_this(), buffer_of(message)});
     if (delayed_.size() == 1)
-        delay_timer_.start(delay_);
+        delay_timer_.start(delay);
 }
 
 void Kernel::send_due() {
     for (; !delayed_.empty() && delayed_.front().due <= loop_.now(); delayed_.pop_front())
         if (const auto socket = delayed_.front().socket.lock())
-            socket->send({delayed_.front().message.data(), delayed_.front().message.size()});
+            socket->send(delayed_.front().message);
     if (!delayed_.empty())
         delay_timer_.start(std::max(delayed_.front().due - loop_.now(), Microseconds(1)));
 }
@@ -211,7 +226,7 @@ void Kernel::expire() {
 }
 
 void Kernel::watch_for_expiry() {
-    const std::optional<Microseconds> next = tables_.macs().next_expiry();
+    const std::optional<Microseconds> next = tables_.macs.next_expiry();
     if (next)
         expiry_timer_.start(std::max(*next - loop_.now(), kExpiryStep));
     else

@@ -4,15 +4,10 @@
 // was bound to.
 #pragma once
 
-#include "sandbox/batch.h"
-#include "sandbox/kernel_messages.h"
-#include "sandbox/loop.h"
+#include "sandbox/kernel_tables.h"
+#include "sandbox/local_socket.h"
 
-#include <cstdint>
 #include <deque>
-#include <list>
-#include <memory>
-#include <string>
 
 namespace sandbox {
 
@@ -22,22 +17,19 @@ enum class KernelState : uint32_t { kUp, kDown, kError, kLong, kSilent };
 
 // What is told beside the events of the tables' changes.
 enum KernelSays : uint32_t {
-    kHostSaid = 0x20000 // a host's message: its type, uint32_t, and its data
+    kHostSaid = 0x20000 // a host's message: its type, uint32_t, its length, uint32_t, and its data
 };
 
 class Kernel {
   public:
     // `tell` gets each change of the tables as the event that it is, and what hosts say.
     Kernel(Loop &loop, const std::string &tmpdir, Announce tell);
-    ~Kernel();
-    Kernel(const Kernel &) = delete;
-    Kernel &operator=(const Kernel &) = delete;
 
-    // Throws std::runtime_error, as listen_at does.
+    // Throws std::runtime_error, as Acceptor does.
     void listen();
     // The server's word. Down, the family goes with the module's tables: its listeners are told, and nobody can resolve
     // it until it comes back, under another id.
-    KernelResult ask(const KernelMessage &message);
+    KernelResult ask(uint32_t type, Bytes data);
     [[nodiscard]] const std::string &path() const { return path_; }
 
   private:
@@ -45,18 +37,14 @@ class Kernel {
     struct Delayed {
         Microseconds due;
         std::weak_ptr<const Socket> socket;
-        std::vector<uint8_t> message;
+        Buffer message;
     };
 
-    void accept(evutil_socket_t descriptor);
     void read_packet(Socket &socket);
     void set_module(const KernelModule &wanted);
     [[nodiscard]] KernelModule module() const;
-    [[nodiscard]] size_t listeners() const;
-    void tell_listeners_of_the_end() const;
     void answer(const Socket &socket, Bytes packet);
     void take_message(const Socket &socket, Bytes packet);
-    void refuse(const Socket &socket, int error, Bytes request);
     void send(const Socket &socket, Bytes message);
     void send_due();
     void expire();
@@ -66,12 +54,9 @@ class Kernel {
     std::string path_;
     Announce tell_;
     KernelTables tables_;
-    Listener listener_;
+    std::optional<Acceptor> acceptor_;
     std::list<std::shared_ptr<Socket>> sockets_;
-    KernelState state_ = KernelState::kUp;
-    int error_ = 0;
-    uint16_t family_ = 0x23;
-    Microseconds delay_{0};
+    KernelModule module_{0, 0, 0, 0, 0, 0x23};
     std::deque<Delayed> delayed_;
     Timer delay_timer_;
     Timer expiry_timer_;

@@ -5,43 +5,46 @@
 #include "sandbox/kernel.h"
 #include "sandbox/trace.h"
 
-#include <memory>
-#include <string>
-
 namespace sandbox {
 
 class KernelLink {
   public:
     // `told` gets what the module tells; see Kernel.
     KernelLink(Loop &loop, std::string tmpdir, Trace &trace, Announce told);
-    ~KernelLink();
 
     // To the module's process when there is one, which is looked for again whenever it has gone; else to a module in
-    // this process. Throws std::runtime_error, as listen_at does.
+    // this process. Throws std::runtime_error, as Acceptor does.
     void open();
     // Says or asks something. What changes by it has been told when this returns. Throws std::invalid_argument when the
     // module's process has gone.
     KernelResult ask(uint32_t type, Bytes data = {});
 
   private:
-    class Road;
-    class Inside;
-    class Beside;
+    bool connect();
+    bool write_all(Bytes bytes);
+    bool read_all(void *bytes, size_t size);
+    // The next message on the line; nothing when it has ended or hangs.
+    std::optional<Message> read_message();
+    void deliver();
+    void take_news();
+    void lose();
+    void look_again();
 
     Loop &loop_;
     std::string tmpdir_;
     Trace &trace_;
     Announce told_;
-    std::unique_ptr<Road> road_;
+    std::optional<Kernel> inside_;
+    std::optional<Fd> fd_;
+    Event readable_; // behind fd_: released before the descriptor closes
+    Timer again_;
+    std::deque<Message> news_; // told while an answer was waited for
 };
 
 // The other end: `kernel` in a process of its own, for the servers that come and go.
 class KernelService {
   public:
     KernelService(Loop &loop, const std::string &tmpdir);
-    ~KernelService();
-    KernelService(const KernelService &) = delete;
-    KernelService &operator=(const KernelService &) = delete;
 
     void listen();
     [[nodiscard]] const std::string &path() const { return kernel_.path(); }
@@ -54,7 +57,7 @@ class KernelService {
     Loop &loop_;
     std::string path_;
     Kernel kernel_;
-    Listener listener_;
+    std::optional<Acceptor> acceptor_;
     BufferEvent server_; // the one that came last
 };
 

@@ -28,7 +28,7 @@ sockaddr_un address_of(const std::string &path) {
 
 // The mode of a file of that kind, whatever the umask is; another user's stays as it is. No link is followed.
 void set_mode(const std::string &path, mode_t kind, mode_t mode) {
-    const bri::Fd file(open(path.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
+    const Fd file(open(path.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
     struct stat status {};
     if (file.ok() && fstat(file.get(), &status) == 0 && (status.st_mode & S_IFMT) == kind)
         static_cast<void>(chmod(("/proc/self/fd/" + std::to_string(file.get())).c_str(), mode));
@@ -42,8 +42,32 @@ void make_directory(const std::string &directory) {
 }
 
 bool process_listens(const sockaddr *address, socklen_t length, int type) {
-    const bri::Fd probe(socket(AF_UNIX, type | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+    const Fd probe(socket(AF_UNIX, type | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
     return connect(probe.get(), address, length) == 0 || errno == EAGAIN;
+}
+
+void remove_socket(const std::string &path) {
+    struct stat status {};
+    if (lstat(path.c_str(), &status) == 0 && S_ISSOCK(status.st_mode))
+        unlink(path.c_str());
+}
+
+int listen_at(const std::string &path, int type, Access access) {
+    make_directory(path.substr(0, path.rfind('/')));
+    const sockaddr_un unix_address = address_of(path);
+    const auto *address = reinterpret_cast<const sockaddr *>(&unix_address);
+    if (process_listens(address, sizeof unix_address, type))
+        throw std::runtime_error("a server is already listening at " + path);
+    remove_socket(path);
+    Fd fd(socket(AF_UNIX, type | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+    const mode_t before = umask(access == Access::kOwner ? 0177 : 0);
+    const bool bound = fd.ok() && bind(fd.get(), address, sizeof unix_address) == 0;
+    const int error = errno;
+    umask(before);
+    errno = error;
+    if (!bound || listen(fd.get(), SOMAXCONN) != 0)
+        fail("cannot listen at " + path);
+    return fd.release();
 }
 
 } // namespace
@@ -55,36 +79,58 @@ std::string socket_path(const std::string &tmpdir, const std::string &name) {
     return path;
 }
 
-int listen_at(const std::string &path, int type, Access access) {
-    make_directory(path.substr(0, path.rfind('/')));
-    const sockaddr_un unix_address = address_of(path);
-    const auto *address = reinterpret_cast<const sockaddr *>(&unix_address);
-    if (process_listens(address, sizeof unix_address, type))
-        throw std::runtime_error("a server is already listening at " + path);
-    remove_socket(path);
-    bri::Fd fd(socket(AF_UNIX, type | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
-    const mode_t before = umask(access == Access::kOwner ? 0177 : 0);
-    const bool bound = fd.ok() && bind(fd.get(), address, sizeof unix_address) == 0;
-    const int error = errno;
-    umask(before);
-    errno = error;
-    if (!bound || listen(fd.get(), SOMAXCONN) != 0)
-        fail("cannot listen at " + path);
-    return fd.release();
+Acceptor::Acceptor(Loop &loop, std::string path, int type, Access access, Accept accept, std::function<void()> failed)
+    : path_(std::move(path)), accept_(std::move(accept)), failed_(std::move(failed)) {
+    const auto on_accept = [](evconnlistener *, evutil_socket_t descriptor, sockaddr *, int, void *self) {
+        static_cast<Acceptor *>(self)->accept_(descriptor);
+    };
+    const auto on_error = [](evconnlistener *, void *self) { static_cast<Acceptor *>(self)->failed_(); };
+    const unsigned options = LEV_OPT_CLOSE_ON_FREE | LEV_OPT_CLOSE_ON_EXEC;
+    listener_.reset(evconnlistener_new(loop.base(), on_accept, this, options, 0, listen_at(path_, type, access)));
+    evconnlistener_set_error_cb(listener_.get(), on_error);
+}
+
+Acceptor::~Acceptor() {
+    listener_.reset();
+    remove_socket(path_);
 }
 
 int connect_to(const std::string &path) {
     const sockaddr_un address = address_of(path);
-    bri::Fd fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    Fd fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
     if (!fd.ok() || connect(fd.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0)
         fail("no server at " + path);
     return fd.release();
 }
 
-void remove_socket(const std::string &path) {
-    struct stat status {};
-    if (lstat(path.c_str(), &status) == 0 && S_ISSOCK(status.st_mode))
-        unlink(path.c_str());
+ControlClient::ControlClient(const std::string &tmpdir) : fd_(connect_to(socket_path(tmpdir, ".control"))) {}
+
+ControlClient::Reply ControlClient::run(const std::string &command, bool json) {
+    const std::string line = (json ? "json " : "text ") + command + "\n";
+    for (size_t sent = 0; sent < line.size();) {
+        const ssize_t length = send(fd_.get(), line.data() + sent, line.size() - sent, MSG_NOSIGNAL);
+        if (length < 0 && errno != EINTR)
+            throw std::runtime_error(std::string("the server has gone: ") + std::strerror(errno));
+        sent += length > 0 ? static_cast<size_t>(length) : 0;
+    }
+    size_t end = 0;
+    while ((end = input_.find('\n')) == std::string::npos)
+        read_more();
+    const size_t blank = input_.find(' ');
+    const size_t size = std::stoul(input_.substr(blank + 1));
+    while (input_.size() < end + 1 + size)
+        read_more();
+    Reply reply{input_.substr(0, blank) == "ok", input_.substr(end + 1, size)};
+    input_.erase(0, end + 1 + size);
+    return reply;
+}
+
+void ControlClient::read_more() {
+    char piece[65536];
+    const ssize_t length = recv(fd_.get(), piece, sizeof piece, 0);
+    if (length <= 0) // also when a signal ends this process
+        throw std::runtime_error(length < 0 && errno == EINTR ? "interrupted" : "the server has gone");
+    input_.append(piece, static_cast<size_t>(length));
 }
 
 } // namespace sandbox

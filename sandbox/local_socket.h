@@ -1,7 +1,7 @@
-// Listening sockets below TMPDIR/bridge, open to every user of the machine.
+// Local sockets below TMPDIR/bridge: those that this program listens at, and the other end of the control socket.
 #pragma once
 
-#include "base/raii.h"
+#include "sandbox/loop.h"
 
 #include <string>
 
@@ -12,15 +12,50 @@ std::string socket_path(const std::string &tmpdir, const std::string &name);
 
 enum class Access { kEverybody, kOwner };
 
-// A listening socket of that type at the path, in the place of one whose process has died. Its directory is made for
-// everybody, as /tmp is. Nothing but a socket is removed or has its mode changed. Throws std::runtime_error when a
-// process still listens there, something else is in the way, or the system refuses.
-int listen_at(const std::string &path, int type, Access access = Access::kEverybody);
+// Listens at a path, with a socket of that type, in the place of one whose process has died, and removes it at its end.
+// Its directory is made for everybody, as /tmp is. Nothing but a socket is removed or has its mode changed.
+class Acceptor {
+  public:
+    // `accept` gets each connection; `failed` is told when one cannot be taken. Throws std::runtime_error when a
+    // process still listens there, something else is in the way, or the system refuses.
+    using Accept = std::function<void(evutil_socket_t descriptor)>;
+    Acceptor(
+        Loop &loop, std::string path, int type, Access access, Accept accept, std::function<void()> failed = [] {});
+    ~Acceptor();
+    Acceptor(const Acceptor &) = delete;
+    Acceptor &operator=(const Acceptor &) = delete;
+
+    // Those who come wait meanwhile.
+    void hold() { evconnlistener_disable(listener_.get()); }
+    void go_on() { evconnlistener_enable(listener_.get()); }
+
+  private:
+    std::string path_;
+    Accept accept_;
+    std::function<void()> failed_;
+    Listener listener_;
+};
 
 // Connected, of type SOCK_STREAM. Throws std::runtime_error.
 int connect_to(const std::string &path);
 
-// Removes what stands there when it is a socket.
-void remove_socket(const std::string &path);
+class ControlClient {
+  public:
+    // Of the server whose TMPDIR that is. Throws std::runtime_error.
+    explicit ControlClient(const std::string &tmpdir);
+
+    struct Reply {
+        bool ok;
+        std::string text; // the lines, or the JSON object on one
+    };
+    // Waits for the answer. Throws std::runtime_error when the server has gone.
+    Reply run(const std::string &command, bool json = false);
+
+  private:
+    void read_more();
+
+    Fd fd_;
+    std::string input_;
+};
 
 } // namespace sandbox

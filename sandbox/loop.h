@@ -9,6 +9,8 @@
 #include <functional>
 #include <list>
 #include <memory>
+#include <unistd.h>
+#include <utility>
 
 namespace sandbox {
 
@@ -22,6 +24,25 @@ using EventBase = std::unique_ptr<event_base, Releaser<event_base_free>>;
 using Event = std::unique_ptr<event, Releaser<event_free>>;
 using BufferEvent = std::unique_ptr<bufferevent, Releaser<bufferevent_free>>;
 using Listener = std::unique_ptr<evconnlistener, Releaser<evconnlistener_free>>;
+
+// A descriptor closed at the end of the scope unless released.
+class Fd {
+  public:
+    explicit Fd(int fd) : fd_(fd) {}
+    ~Fd() {
+        if (fd_ >= 0)
+            close(fd_);
+    }
+    Fd(const Fd &) = delete;
+    Fd &operator=(const Fd &) = delete;
+
+    [[nodiscard]] int get() const { return fd_; }
+    [[nodiscard]] bool ok() const { return fd_ >= 0; }
+    int release() { return std::exchange(fd_, -1); }
+
+  private:
+    int fd_;
+};
 
 // The loop and the only clock: all durations of this program are in its time, which runs `scale` times as fast as that
 // of the wall.

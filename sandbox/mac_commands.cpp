@@ -2,15 +2,9 @@
 #include "sandbox/parse.h"
 #include "sandbox/sandbox.h"
 #include "sandbox/values.h"
-#include "sandbox/vlan_sets.h"
-
-#include <bridge/vlan_db.h>
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdio>
-#include <cstring>
-#include <iterator>
 #include <stdexcept>
 
 namespace sandbox {
@@ -35,8 +29,8 @@ uint32_t parse_type(const std::string &text) {
 }
 
 std::string mac_text(const uint8_t (&mac)[6]) {
-    char text[18];
-    std::snprintf(text, sizeof text, "%02x:%02x:%02x:%02x:%02x:%02x", mac[0], mac[1], mac[2], mac[3], mac[4], mac[5]);
+    char text[BRI_MAC_TEXT_SIZE];
+    bri_mac_to_text(mac, text, sizeof text);
     return text;
 }
 
@@ -52,7 +46,7 @@ bri_mac_msg record_of(bri_mac_oper oper, const Words &words) {
     };
     record.oper = oper;
     take(0, BRI_MAC_FIELD_MAC, [&](const std::string &word) { parse_mac(word, entry.mac); });
-    take(1, BRI_MAC_FIELD_BCAST_ID, [&](const std::string &word) { entry.bcast_id = parse_vid(word); });
+    take(1, BRI_MAC_FIELD_BCAST_ID, [&](const std::string &word) { entry.bcast_id = word_as<uint16_t>(word); });
     take(2, BRI_MAC_FIELD_IFX, [&](const std::string &word) { entry.ifx = parse_number(word); });
     take(3, BRI_MAC_FIELD_TYPE, [&](const std::string &word) { entry.type = parse_type(word); });
     return record;
@@ -62,21 +56,17 @@ Answer changed(uint32_t count) {
     return Answer().say("mac: {count} changed", {{"count", count}});
 }
 
-Addresses &addresses_of(Sandbox &sandbox) {
-    return sandbox.bridge.addresses();
-}
-
 Outcome add_address(Sandbox &sandbox, const Call &call) {
     Words whole = call.words;
     if (whole.size() < 4)
         whole.emplace_back("dynamic");
     if (std::find(whole.begin(), whole.end(), "*") != whole.end())
         throw std::invalid_argument("an address to add is named whole");
-    return changed(addresses_of(sandbox).apply({record_of(BRI_MAC_ADD, whole)}));
+    return changed(sandbox.bridge.addresses.apply({record_of(BRI_MAC_ADD, whole)}));
 }
 
 Outcome remove_addresses(Sandbox &sandbox, const Call &call) {
-    return changed(addresses_of(sandbox).apply({record_of(BRI_MAC_DEL, call.words)}));
+    return changed(sandbox.bridge.addresses.apply({record_of(BRI_MAC_DEL, call.words)}));
 }
 
 // Addresses that count up from 06:00:00:00:00:00, for the look of a full table.
@@ -96,12 +86,12 @@ Outcome fill_table(Sandbox &sandbox, const Call &call) {
         run.push_back(one);
         std::memcpy(run.back().entry.mac, mac, sizeof mac);
     });
-    return changed(addresses_of(sandbox).apply(run));
+    return changed(sandbox.bridge.addresses.apply(run));
 }
 
 Outcome flush_addresses(Sandbox &sandbox, const Call &call) {
     const vlanset vlans = call.words.empty() ? all_vlans() : parse_vlans(call.words[0]);
-    return changed(addresses_of(sandbox).flush(vlans, call.words.size() > 1 ? parse_ifx(call.words[1]) : 0));
+    return changed(sandbox.bridge.addresses.flush(vlans, call.words.size() > 1 ? word_as<uint32_t>(call.words[1]) : 0));
 }
 
 Fields fields_of(const bri_mac_entry &entry) {
@@ -111,7 +101,7 @@ Fields fields_of(const bri_mac_entry &entry) {
 
 Outcome show_addresses(Sandbox &sandbox, const Call &) {
     Answer answer;
-    const std::vector<bri_mac_msg> all = addresses_of(sandbox).all();
+    const std::vector<bri_mac_msg> all = sandbox.bridge.addresses.all();
     answer.begin("addresses");
     for (const bri_mac_msg &record : all)
         answer.row("addresses", "  {mac} VLAN {vlan} port {ifx} {type}", fields_of(record.entry));
@@ -119,7 +109,7 @@ Outcome show_addresses(Sandbox &sandbox, const Call &) {
 }
 
 Outcome find_address(Sandbox &sandbox, const Call &call) {
-    const auto found = addresses_of(sandbox).find(record_of(BRI_MAC_ADD, call.words).entry);
+    const auto found = sandbox.bridge.addresses.find(record_of(BRI_MAC_ADD, call.words).entry);
     if (!found)
         throw std::invalid_argument("no such address");
     return Answer().say("mac: {mac} VLAN {vlan} port {ifx} {type}", fields_of(*found));
@@ -129,16 +119,15 @@ std::string limit_text(uint32_t limit) {
     return limit == MacSettings::kNoLimit ? "any" : std::to_string(limit);
 }
 
-Answer figures_answer(Sandbox &sandbox) {
-    const KernelFigures figures = addresses_of(sandbox).figures();
+Answer figures_of(Sandbox &sandbox) {
+    const KernelFigures figures = sandbox.bridge.addresses.figures();
     Answer answer;
     for (uint32_t type = BRI_MAC_TYPE_DYNAMIC; type < std::size(kTypes); ++type)
         if (figures.of_type[type] != 0)
             answer.row("types", "  {type} {count}", {{"type", type_text(type)}, {"count", figures.of_type[type]}});
     Fields quiet = Fields::array();
-    for (uint32_t ifx = 0; ifx < BRI_PORT_SLOTS; ++ifx)
-        if ((figures.quiet_ports[ifx / 32] >> ifx % 32 & 1) != 0)
-            quiet.push_back(ifx);
+    for (uint32_t ifx = 0; (ifx = bri_port_set_next(&figures.quiet_ports, ifx)) != 0;)
+        quiet.push_back(ifx);
     answer.say("mac: {count} addresses, age {age} s, room for {static} static, {filter} filter, {total} in all, "
                "learning {learning}",
                {{"count", figures.addresses},
@@ -152,29 +141,23 @@ Answer figures_answer(Sandbox &sandbox) {
     return answer;
 }
 
-Outcome show_figures(Sandbox &sandbox, const Call &) {
-    return figures_answer(sandbox);
-}
-
 Outcome set_age(Sandbox &sandbox, const Call &call) {
-    const uint32_t seconds = addresses_of(sandbox).set_age(parse_number(call.words[0]));
+    const uint32_t seconds = sandbox.bridge.addresses.set_age(parse_number(call.words[0]));
     return Answer().say("mac: age {seconds} s", {{"seconds", seconds}});
 }
 
 Outcome set_age_range(Sandbox &sandbox, const Call &call) {
-    addresses_of(sandbox).set_age_range(
+    sandbox.bridge.addresses.set_age_range(
         {parse_number(call.words[0]), parse_number(call.words[1]), parse_number(call.words[2])});
     return Answer();
 }
 
 Outcome set_learning(Sandbox &sandbox, const Call &call) {
-    const bool on = call.words[0] == "on";
-    if (!on && call.words[0] != "off")
-        throw std::invalid_argument("on or off, not " + call.words[0]);
+    const bool on = word_as<bool>(call.words[0]);
     if (call.words.size() > 1)
-        addresses_of(sandbox).set_port_learning(parse_ifx(call.words[1]), on);
+        sandbox.bridge.addresses.set_port_learning(word_as<uint32_t>(call.words[1]), on);
     else
-        addresses_of(sandbox).set_learning(on);
+        sandbox.bridge.addresses.set_learning(on);
     return Answer();
 }
 
@@ -183,7 +166,7 @@ uint32_t parse_limit(const std::string &word) {
 }
 
 Outcome set_capacity(Sandbox &sandbox, const Call &call) {
-    addresses_of(sandbox).set_room(
+    sandbox.bridge.addresses.set_room(
         {parse_limit(call.words[0]), parse_limit(call.words[1]), parse_limit(call.words[2])});
     return Answer();
 }
@@ -200,11 +183,9 @@ static_assert(std::size(kSeen) == static_cast<size_t>(Seen::kFull) + 1);
 
 Outcome traffic(Sandbox &sandbox, const Call &call) {
     const bool again = call.words.size() > 3;
-    if (again && (call.words.size() != 5 || call.words[3] != "every"))
-        throw std::invalid_argument("usage: traffic MAC VID IFX [every SECONDS]");
     const Words place(call.words.begin(), call.words.begin() + 3);
     const bri_mac_entry frame = record_of(BRI_MAC_ADD, place).entry;
-    const Microseconds period = again ? parse_seconds(call.words[4]) : Microseconds(0);
+    const Microseconds period = again ? parse_seconds(call.words[3]) : Microseconds(0);
     if (again && period < kFastest)
         throw std::invalid_argument("a millisecond apart at least");
     const Seen seen = again ? sandbox.traffic.start(frame, period) : sandbox.traffic.send(frame);
@@ -213,14 +194,14 @@ Outcome traffic(Sandbox &sandbox, const Call &call) {
 
 Outcome flood(Sandbox &sandbox, const Call &call) {
     bri_mac_entry frame = record_of(BRI_MAC_ADD, {"06:00:00:00:00:00", call.words[1], call.words[2]}).entry;
-    if (const std::string reason = addresses_of(sandbox).refusal(frame); !reason.empty())
+    if (const std::string reason = sandbox.bridge.addresses.refusal(frame); !reason.empty())
         throw std::invalid_argument(reason);
     std::vector<bri_mac_entry> frames;
     for_each_of(parse_number(call.words[0], kFillMost), [&](const uint8_t(&mac)[6]) {
         std::memcpy(frame.mac, mac, sizeof mac);
         frames.push_back(frame);
     });
-    const FramesSeen seen = addresses_of(sandbox).see(frames);
+    const FramesSeen seen = sandbox.bridge.addresses.see(frames);
     Answer answer;
     answer.begin("outcomes");
     for (size_t outcome = 0; outcome < std::size(kSeen); ++outcome)
@@ -241,16 +222,15 @@ Outcome stop_traffic(Sandbox &sandbox, const Call &call) {
 
 Outcome show_traffic(Sandbox &sandbox, const Call &) {
     Answer answer;
-    size_t count = 0;
     answer.begin("hosts");
     sandbox.traffic.for_each([&](const Traffic::Source &source) {
-        ++count;
         answer.row("hosts", "  {mac} VLAN {vlan} port {ifx} every {seconds} s",
                    {{"mac", mac_text(source.frame.mac)},
                     {"vlan", source.frame.bcast_id},
                     {"ifx", source.frame.ifx},
                     {"seconds", static_cast<double>(source.period.count()) / 1e6}});
     });
+    const size_t count = answer.json()["hosts"].size();
     return answer.say("traffic: {count} hosts send", {{"count", count}});
 }
 
@@ -267,25 +247,25 @@ mvlan_msg host_entry(MacVlanOper oper, const std::string &mac) {
 
 Outcome add_host(Sandbox &sandbox, const Call &call) {
     mvlan_msg request = host_entry(kMacVlanAdd, call.words[0]);
-    request.entry.vlan = parse_vid(call.words[1]);
-    request.ifx = call.words.size() > 2 ? parse_ifx(call.words[2]) : 0;
-    addresses_of(sandbox).apply(request);
+    request.entry.vlan = word_as<uint16_t>(call.words[1]);
+    request.ifx = call.words.size() > 2 ? word_as<uint32_t>(call.words[2]) : 0;
+    sandbox.bridge.addresses.apply_host(request);
     return Answer();
 }
 
 Outcome remove_host(Sandbox &sandbox, const Call &call) {
-    addresses_of(sandbox).apply(host_entry(kMacVlanDelete, call.words[0]));
+    sandbox.bridge.addresses.apply_host(host_entry(kMacVlanDelete, call.words[0]));
     return Answer();
 }
 
 Outcome host_capacity(Sandbox &sandbox, const Call &call) {
-    addresses_of(sandbox).set_host_room(parse_limit(call.words[0]));
+    sandbox.bridge.addresses.set_host_room(parse_limit(call.words[0]));
     return Answer();
 }
 
 Outcome show_hosts(Sandbox &sandbox, const Call &) {
     Answer answer;
-    const std::vector<mvlan_msg> hosts = addresses_of(sandbox).hosts();
+    const std::vector<mvlan_msg> hosts = sandbox.bridge.addresses.hosts();
     answer.begin("entries");
     for (const mvlan_msg &known : hosts)
         answer.row("entries", "  {mac} mask {mask} VLAN {vlan} port {ifx}",
@@ -300,14 +280,14 @@ constexpr const char *kKernelStates[] = {"up", "down", "error", "long", "silent"
 static_assert(std::size(kKernelStates) == static_cast<size_t>(KernelState::kSilent) + 1);
 
 Outcome show_kernel(Sandbox &sandbox) {
-    const auto module = sandbox.bridge.kernel().ask(kReadModule).record<KernelModule>();
+    const auto module = sandbox.bridge.kernel.ask(kReadModule).record<KernelModule>();
     Answer answer;
     answer.say("kernel: {state}, {sockets} sockets, {listeners} listen, family {family}, {addresses} addresses",
                {{"state", kKernelStates[module.state]},
                 {"sockets", module.sockets},
                 {"listeners", module.listeners},
                 {"family", module.family},
-                {"addresses", addresses_of(sandbox).figures().addresses}});
+                {"addresses", sandbox.bridge.addresses.figures().addresses}});
     if (module.delay_ms != 0)
         answer.say("kernel: answers after {delay_ms} ms", {{"delay_ms", module.delay_ms}});
     return answer;
@@ -319,7 +299,7 @@ Outcome set_kernel(Sandbox &sandbox, const Call &call) {
     constexpr uint32_t longest_delay = 600000;
     if (call.words.empty())
         return show_kernel(sandbox);
-    KernelLink &link = sandbox.bridge.kernel();
+    KernelLink &link = sandbox.bridge.kernel;
     auto module = link.ask(kReadModule).record<KernelModule>();
     const std::string &word = call.words[0];
     if (word == "delay") {
@@ -346,7 +326,8 @@ constexpr Command kMacCommands[] = {
     {"mac flush", "[LIST] [IFX]", "the learned addresses of VLANs go, on a port or on all", flush_addresses},
     {"mac show", "", "the table", show_addresses},
     {"mac find", "MAC VID", "one address", find_address},
-    {"mac count", "", "how many of each type, and the settings", show_figures},
+    {"mac count", "", "how many of each type, and the settings",
+     [](Sandbox &sandbox, const Call &) -> Outcome { return figures_of(sandbox); }},
     {"mac age", "SECONDS", "how long a learned address stays without a frame; 0: for ever", set_age},
     {"mac range", "MIN MAX STEP", "the ages that are allowed, in seconds; zeros: all", set_age_range},
     {"mac learning", "on|off [IFX]", "learn addresses from frames, everywhere or on a port", set_learning},
@@ -364,17 +345,13 @@ constexpr Command kMacCommands[] = {
 };
 
 Fields address_value(Sandbox &sandbox, const Words &keys) {
-    const auto found = addresses_of(sandbox).find(record_of(BRI_MAC_ADD, keys).entry);
+    const auto found = sandbox.bridge.addresses.find(record_of(BRI_MAC_ADD, keys).entry);
     return found ? fields_of(*found) : Fields(nullptr);
-}
-
-Fields figures_value(Sandbox &sandbox, const Words &) {
-    return figures_answer(sandbox).json();
 }
 
 constexpr Value kMacValues[] = {
     {"mac", "MAC VID", address_value},
-    {"addresses", "", figures_value},
+    {"addresses", "", [](Sandbox &sandbox, const Words &) { return figures_of(sandbox).json(); }},
 };
 
 } // namespace

@@ -2,7 +2,7 @@
 // values: it knows neither sockets nor a clock, whoever calls says what time it is.
 #pragma once
 
-#include "sandbox/batch.h"
+#include "sandbox/message.h"
 
 #include <bridge/mac_client.h>
 #include <bridge/port_db.h>
@@ -10,13 +10,9 @@
 #include <array>
 #include <bitset>
 #include <chrono>
-#include <cstdint>
-#include <functional>
 #include <list>
 #include <map>
 #include <optional>
-#include <utility>
-#include <vector>
 
 namespace sandbox {
 

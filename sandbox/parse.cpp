@@ -1,17 +1,16 @@
 #include "sandbox/parse.h"
 
-#include "wire/event.h"
+#include "wire/text.h"
 
-#include <bridge/port_db.h>
-#include <bridge/vlan_db.h>
+#include <bridge/vlan_client.h>
 
 #include <algorithm>
 #include <cctype>
 #include <cerrno>
 #include <cmath>
 #include <cstdlib>
-#include <iterator>
 #include <stdexcept>
+#include <strings.h>
 
 namespace sandbox {
 
@@ -25,18 +24,9 @@ uint32_t parse_number(const std::string &text, uint32_t most) {
     return static_cast<uint32_t>(value);
 }
 
-uint16_t parse_vid(const std::string &text) {
-    return static_cast<uint16_t>(parse_number(text, BRI_VID_MAX));
-}
-
-uint32_t parse_ifx(const std::string &text) {
-    return parse_number(text, BRI_PORT_SLOTS - 1);
-}
-
 void parse_mac(const std::string &text, uint8_t (&mac)[6]) {
-    std::string digits;
-    std::copy_if(text.begin(), text.end(), std::back_inserter(digits),
-                 [](char c) { return c != '.' && c != ':' && c != '-'; });
+    std::string digits = text;
+    std::erase_if(digits, [](char c) { return c == '.' || c == ':' || c == '-'; });
     const auto is_digit = [](unsigned char c) { return std::isxdigit(c) != 0; };
     if (digits.size() != 2 * sizeof mac || !std::all_of(digits.begin(), digits.end(), is_digit))
         throw std::invalid_argument("not a MAC address: " + text);
@@ -52,13 +42,50 @@ Microseconds parse_seconds(const std::string &text) {
     return Microseconds(std::llround(seconds * 1e6));
 }
 
-std::string event_text(uint32_t type) {
-    const std::string number = std::to_string(type);
-    return wire::find_event(type) != nullptr ? wire::event_name(type) + "(" + number + ")" : number;
+vlanset parse_vlans(const std::string &text) {
+    vlanset set{};
+    if (text == "all")
+        return all_vlans();
+    if (text.empty() || (text != "none" && bri_vlanset_from_text(&set, text.c_str()) != 0))
+        throw std::invalid_argument("not a VLAN list: " + text);
+    return set;
 }
 
-uint32_t parse_event(const std::string &text) {
-    return wire::parse_event(text);
+std::string vlans_text(const vlanset &set) {
+    char text[BRI_SET_TEXT_SIZE];
+    return bri_vlanset_to_text(&set, text, sizeof text) != 0 ? text : "none";
+}
+
+template <> uint16_t word_as(const std::string &word) {
+    return static_cast<uint16_t>(parse_number(word, BRI_VID_MAX));
+}
+template <> uint32_t word_as(const std::string &word) {
+    return parse_number(word);
+}
+template <> uint8_t word_as(const std::string &word) {
+    return static_cast<uint8_t>(parse_number(word, UINT8_MAX));
+}
+template <> vlanset word_as(const std::string &word) {
+    return parse_vlans(word);
+}
+template <> std::string word_as(const std::string &word) {
+    return word;
+}
+template <> bool word_as(const std::string &word) {
+    if (word != "on" && word != "off")
+        throw std::invalid_argument("on or off, not " + word);
+    return word == "on";
+}
+template <> bri_port_mode word_as(const std::string &word) {
+    for (uint32_t mode = BRI_PORT_ROUTE; mode <= BRI_PORT_HYBRID; ++mode)
+        if (strcasecmp(word.c_str(), swport_vlan_mode_name(mode)) == 0)
+            return static_cast<bri_port_mode>(mode);
+    throw std::invalid_argument("no such port mode: " + word);
+}
+template <> bri_vlan_mode word_as(const std::string &word) {
+    if (word != "static" && word != "dynamic" && word != "super")
+        throw std::invalid_argument("no such VLAN mode: " + word);
+    return static_cast<bri_vlan_mode>(wire::parse_text_as<vl_evt_vlan_rec>("mode=" + word).mode);
 }
 
 } // namespace sandbox

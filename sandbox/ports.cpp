@@ -1,17 +1,11 @@
 #include "sandbox/ports.h"
 
-#include "base/shared_word.h"
 #include "wire/own.h"
 
-#include <cstddef>
 #include <cstring>
 #include <stdexcept>
-#include <strings.h>
 
 namespace sandbox {
-
-namespace word = bri::word;
-namespace bits = bri::bits;
 
 namespace {
 
@@ -26,8 +20,11 @@ OwnWords &own(spcb &port) {
 
 // The dynamic memberships of a port, in the server's own part of its block.
 static_assert(sizeof(spcb::server3) == sizeof(vlanset) && offsetof(spcb, server3) % alignof(vlanset) == 0);
-bits::SharedSet dynamic_vlans(spcb &port) {
-    return bits::SharedSet(reinterpret_cast<uint32_t *>(port.server3));
+uint32_t *dynamic_vlans(spcb &port) {
+    return reinterpret_cast<uint32_t *>(port.server3);
+}
+void set_dynamic(spcb &port, const vlanset &vlans, bool on) {
+    for_each_vlan(vlans, [&](uint16_t vid) { set_shared(dynamic_vlans(port), vid, on); });
 }
 
 void check_vid(uint16_t vid) {
@@ -35,46 +32,57 @@ void check_vid(uint16_t vid) {
         throw std::invalid_argument("no VLAN id: " + std::to_string(vid));
 }
 
+std::string port_text(uint32_t ifx) {
+    return "port " + std::to_string(ifx);
+}
+
+bool is_member(uint16_t vid, uint32_t ifx) {
+    return vl_is_vlan_member(vid, static_cast<int32_t>(ifx)) != 0;
+}
+
+void set_member(uint16_t vid, uint32_t ifx, bool on) {
+    on ? vl_add_static_member(static_cast<int32_t>(ifx), vid) : vl_del_static_member(static_cast<int32_t>(ifx), vid);
+}
+
 bool carries(const spcb &port, uint16_t vid) {
-    switch (word::load(port.mode)) {
+    switch (load(port.mode)) {
     case BRI_PORT_ROUTE:
         return false;
     case BRI_PORT_TRUNK:
     case BRI_PORT_UPLINK:
     case BRI_PORT_HYBRID:
-        return bits::test(port.allow_vlan.words, vid);
+        return holds_shared(port.allow_vlan.words, vid);
     default:
-        return word::load(port.default_vid) == vid;
+        return load(port.default_vid) == vid;
     }
 }
 
 // Ports that are in no VLAN but the ones that they carry.
 bool takes_no_others(const spcb &port) {
-    const uint32_t mode = word::load(port.mode);
-    return mode == BRI_PORT_ROUTE || mode == BRI_PORT_ACCESS;
+    return load(port.mode) == BRI_PORT_ROUTE || load(port.mode) == BRI_PORT_ACCESS;
 }
 
 spcb &open_to_others(uint32_t ifx) {
     spcb &port = port_at(ifx);
     if (takes_no_others(port))
-        throw std::invalid_argument("port " + std::to_string(ifx) + " is an access or a routed port");
+        throw std::invalid_argument(port_text(ifx) + " is an access or a routed port");
     return port;
 }
 
 vl_evt_intf_rec record_of(const spcb &port) {
     vl_evt_intf_rec record{};
-    record.ifx = word::load(port.ifx);
-    record.mode = word::load(port.mode);
-    record.pvid = word::load(port.default_vid);
+    record.ifx = load(port.ifx);
+    record.mode = load(port.mode);
+    record.pvid = load(port.default_vid);
     return record;
 }
 
 vlanset memberships(uint32_t ifx) {
-    return those_of(all_vlans(), [&](uint16_t vid) { return vl_is_vlan_member(vid, static_cast<int32_t>(ifx)) != 0; });
+    return those_of(all_vlans(), [&](uint16_t vid) { return is_member(vid, ifx); });
 }
 
 void changed(spcb &port) {
-    word::add(port.version, uint32_t{1});
+    __atomic_fetch_add(&port.version, 1, __ATOMIC_RELAXED);
 }
 
 } // namespace
@@ -85,20 +93,20 @@ void Ports::open() {
     for_each_port([](uint32_t) { swport_inc_total_num(); }); // this process's own count
 }
 
-void Ports::add(uint32_t ifx, uint32_t mode, uint16_t pvid) {
+void Ports::add(uint32_t ifx, bri_port_mode mode, uint16_t pvid) {
     spcb *port = ifx < BRI_PORT_SLOTS ? swport_get_raw_spcb(static_cast<int32_t>(ifx)) : nullptr;
     if (port == nullptr)
         throw std::invalid_argument("no port number: " + std::to_string(ifx));
-    if (word::load(port->ifx) != 0)
-        throw std::invalid_argument("there is a port " + std::to_string(ifx) + " already");
+    if (load(port->ifx) != 0)
+        throw std::invalid_argument("there is a " + port_text(ifx) + " already");
     check_vid(pvid);
-    const uint32_t version = word::load(port->version);
+    const auto version = load(port->version);
     std::memset(port, 0, sizeof *port);
     port->version = version + 1;
     port->mode = mode;
     port->default_mode = mode;
     port->default_vid = pvid;
-    word::store(port->ifx, ifx); // from now on it is there
+    store(port->ifx, ifx); // from now on it is there
     swport_inc_total_num();
     announce_port(ifx);
     refresh(ifx, all_vlans());
@@ -108,87 +116,72 @@ void Ports::remove(uint32_t ifx) {
     spcb &port = port_at(ifx);
     take_out(ifx, memberships(ifx));
     const vl_evt_intf_rec record = record_of(port);
-    word::store(port.ifx, uint32_t{0});
+    store(port.ifx, 0);
     changed(port);
     swport_dec_total_num();
     on_removed(ifx);
-    announce_(VLAN_EVENT_DESTROY_INTF, bytes_of(record));
+    tell(VLAN_EVENT_DESTROY_INTF, record);
 }
 
-void Ports::set_mode(uint32_t ifx, uint32_t mode) {
+void Ports::set_mode(uint32_t ifx, bri_port_mode mode) {
     spcb &port = port_at(ifx);
-    const bool was_routed = word::load(port.mode) == BRI_PORT_ROUTE;
-    word::store(port.mode, mode);
+    const bool was_routed = load(port.mode) == BRI_PORT_ROUTE;
+    store(port.mode, mode);
     if (takes_no_others(port))
-        for_each_vlan(all_vlans(), [&](uint16_t vid) { dynamic_vlans(port).clear(vid); });
+        set_dynamic(port, all_vlans(), false);
     changed(port);
-    const vl_evt_intf_mode_rec record{ifx, mode};
     if (was_routed)
         announce_port(ifx); // replays leave routed ports out, so there are clients that do not know it
     else
-        announce_(VLAN_EVENT_MODIFY_INTF_MODE, bytes_of(record));
+        tell(VLAN_EVENT_MODIFY_INTF_MODE, vl_evt_intf_mode_rec{ifx, mode});
     refresh(ifx, all_vlans());
 }
 
 void Ports::set_pvid(uint32_t ifx, uint16_t pvid) {
     spcb &port = port_at(ifx);
     check_vid(pvid);
-    vlanset concerned = only(pvid);
-    put(concerned, word::load(port.default_vid));
-    word::store(port.default_vid, pvid);
+    const vlanset concerned = both(only(pvid), only(load(port.default_vid)));
+    store(port.default_vid, pvid);
     changed(port);
-    const vl_evt_intf_pvid_rec record{ifx, pvid, 0};
-    announce_(VLAN_EVENT_MODIFY_INTF_PVID, bytes_of(record));
+    tell(VLAN_EVENT_MODIFY_INTF_PVID, vl_evt_intf_pvid_rec{ifx, pvid, 0});
     refresh(ifx, concerned);
 }
 
 void Ports::set_allowed(uint32_t ifx, const vlanset &vlans) {
     spcb &port = port_at(ifx);
-    const vlanset concerned =
-        those_of(all_vlans(), [&](uint16_t vid) { return holds(vlans, vid) != holds(port.allow_vlan, vid); });
-    for_each_vlan(concerned, [&](uint16_t vid) {
-        if (holds(vlans, vid))
-            bits::SharedSet(port.allow_vlan.words).set(vid);
-        else
-            bits::SharedSet(port.allow_vlan.words).clear(vid);
-    });
+    const vlanset before = port.allow_vlan;
+    const vlanset concerned = both(without(vlans, before), without(before, vlans));
+    for_each_vlan(concerned, [&](uint16_t vid) { set_shared(port.allow_vlan.words, vid, holds(vlans, vid)); });
     changed(port);
-    announce_allowed(ifx);
+    tell(VLAN_EVENT_MODIFY_INTF_ALLOWVL, vl_evt_intf_allow_rec{ifx, port.allow_vlan, {}});
     refresh(ifx, concerned);
 }
 
 void Ports::allow(uint32_t ifx, const vlanset &vlans) {
-    vlanset wanted = port_at(ifx).allow_vlan;
-    bits::merge(wanted.words, vlans.words, bits::kSetWords);
-    set_allowed(ifx, wanted);
+    set_allowed(ifx, both(port_at(ifx).allow_vlan, vlans));
 }
 
 void Ports::disallow(uint32_t ifx, const vlanset &vlans) {
-    vlanset wanted = port_at(ifx).allow_vlan;
-    bits::remove(wanted.words, vlans.words, bits::kSetWords);
-    set_allowed(ifx, wanted);
+    set_allowed(ifx, without(port_at(ifx).allow_vlan, vlans));
 }
 
 void Ports::add_dynamic(uint32_t ifx, const vlanset &vlans) {
-    spcb &port = open_to_others(ifx);
-    const vlanset live = those_of(vlans, [](uint16_t vid) { return vl_exist(vid, 0) != 0; });
-    for_each_vlan(live, [&](uint16_t vid) { dynamic_vlans(port).set(vid); });
+    const vlanset live = those_of(vlans, there_is_vlan);
+    set_dynamic(open_to_others(ifx), live, true);
     refresh(ifx, live, BRI_MEMBERSHIP_DYNAMIC);
 }
 
 void Ports::remove_dynamic(uint32_t ifx, const vlanset &vlans) {
     spcb &port = open_to_others(ifx);
-    const vlanset dynamic = those_of(vlans, [&](uint16_t vid) { return dynamic_vlans(port).test(vid); });
-    for_each_vlan(dynamic, [&](uint16_t vid) { dynamic_vlans(port).clear(vid); });
+    const vlanset dynamic = those_of(vlans, [&](uint16_t vid) { return holds_shared(dynamic_vlans(port), vid); });
+    set_dynamic(port, dynamic, false);
     refresh(ifx, dynamic, BRI_MEMBERSHIP_DYNAMIC);
 }
 
 void Ports::add_members(uint32_t ifx, const vlanset &vlans) {
     open_to_others(ifx);
-    const auto index = static_cast<int32_t>(ifx);
-    const vlanset added =
-        those_of(vlans, [&](uint16_t vid) { return vl_exist(vid, 0) != 0 && vl_is_vlan_member(vid, index) == 0; });
-    for_each_vlan(added, [&](uint16_t vid) { vl_add_static_member(index, vid); });
+    const vlanset added = those_of(vlans, [&](uint16_t vid) { return there_is_vlan(vid) && !is_member(vid, ifx); });
+    for_each_vlan(added, [&](uint16_t vid) { set_member(vid, ifx, true); });
     announce_change(ifx, {}, added, BRI_MEMBERSHIP_STATIC);
 }
 
@@ -199,12 +192,9 @@ void Ports::remove_members(uint32_t ifx, const vlanset &vlans) {
 
 void Ports::take_out(uint32_t ifx, const vlanset &vlans) {
     spcb &port = port_at(ifx);
-    const auto index = static_cast<int32_t>(ifx);
-    const vlanset removed = those_of(vlans, [&](uint16_t vid) { return vl_is_vlan_member(vid, index) != 0; });
-    for_each_vlan(removed, [&](uint16_t vid) {
-        vl_del_static_member(index, vid);
-        dynamic_vlans(port).clear(vid);
-    });
+    const vlanset removed = those_of(vlans, [&](uint16_t vid) { return is_member(vid, ifx); });
+    for_each_vlan(removed, [&](uint16_t vid) { set_member(vid, ifx, false); });
+    set_dynamic(port, removed, false);
     announce_change(ifx, removed, {}, BRI_MEMBERSHIP_STATIC);
 }
 
@@ -213,30 +203,26 @@ void Ports::vlans_created(const vlanset &vlans) {
 }
 
 void Ports::vlans_leaving(const vlanset &vlans) {
-    for_each_port(
-        [&](uint32_t ifx) { for_each_vlan(vlans, [&](uint16_t vid) { dynamic_vlans(port_at(ifx)).clear(vid); }); });
+    for_each_port([&](uint32_t ifx) { set_dynamic(port_at(ifx), vlans, false); });
 }
 
 // Brings the member bits of those VLANs in line with what the port carries.
 void Ports::refresh(uint32_t ifx, const vlanset &concerned, uint32_t kind) {
     spcb &port = port_at(ifx);
-    const auto index = static_cast<int32_t>(ifx);
     vlanset added{};
     vlanset removed{};
     for_each_vlan(concerned, [&](uint16_t vid) {
-        const bool wanted = vl_exist(vid, 0) != 0 && (carries(port, vid) || dynamic_vlans(port).test(vid));
-        if (wanted == (vl_is_vlan_member(vid, index) != 0))
+        const bool wanted = there_is_vlan(vid) && (carries(port, vid) || holds_shared(dynamic_vlans(port), vid));
+        if (wanted == is_member(vid, ifx))
             return;
         put(wanted ? added : removed, vid);
-        wanted ? vl_add_static_member(index, vid) : vl_del_static_member(index, vid);
+        set_member(vid, ifx, wanted);
     });
     announce_change(ifx, removed, added, kind);
 }
 
 void Ports::announce_change(uint32_t ifx, const vlanset &removed, const vlanset &added, uint32_t kind) const {
-    vlanset concerned = removed;
-    bits::merge(concerned.words, added.words, bits::kSetWords);
-    const vlanset counted = count_up(concerned);
+    const vlanset counted = count_up(both(removed, added));
     announce_members(ifx, removed, false, kind);
     announce_members(ifx, added, true, kind);
     announce_up(counted);
@@ -248,12 +234,9 @@ vlanset Ports::count_up(const vlanset &vlans) {
         if (entry == nullptr)
             return false;
         uint32_t number = 0;
-        for_each_port([&](uint32_t ifx) {
-            if (vl_is_vlan_member(vid, static_cast<int32_t>(ifx)) != 0 && !link_is_down(ifx))
-                ++number;
-        });
-        const bool another = word::load(entry->up_mem) != number;
-        word::store(entry->up_mem, number);
+        for_each_port([&](uint32_t ifx) { number += is_member(vid, ifx) && !link_is_down(ifx) ? 1U : 0U; });
+        const bool another = load(entry->up_mem) != number;
+        store(entry->up_mem, number);
         return another;
     });
 }
@@ -261,8 +244,7 @@ vlanset Ports::count_up(const vlanset &vlans) {
 void Ports::announce_up(const vlanset &counted) const {
     for_each_vlan(counted, [&](uint16_t vid) {
         if (const uint32_t svi = vl_get_svi_ifx(vid); svi != 0)
-            announce_(VLAN_EVENT_SVI_MODIFY_UP_NUM,
-                      sandbox::bytes_of(wire::svi_up_num{svi, vid, 0, vl_get_vlan_up_mem(vid)}));
+            tell(VLAN_EVENT_SVI_MODIFY_UP_NUM, wire::svi_up_num{svi, vid, 0, vl_get_vlan_up_mem(vid)});
     });
 }
 
@@ -270,18 +252,17 @@ void Ports::set_link(uint32_t ifx, bool up) {
     spcb &port = port_at(ifx);
     if (link_is_down(ifx) != up)
         return;
-    word::store(own(port).link_down, up ? uint32_t{0} : uint32_t{1});
+    store(own(port).link_down, up ? 0 : 1);
     const vlanset counted = count_up(memberships(ifx));
     if (!up)
         on_down(ifx);
-    announce_(VLAN_EVENT_INTF_STATE, sandbox::bytes_of(wire::intf_state{ifx, up ? uint32_t{1} : uint32_t{0}}));
+    tell(VLAN_EVENT_INTF_STATE, wire::intf_state{ifx, up ? 1U : 0U});
     announce_up(counted);
 }
 
 // Access ports have a record for one VLAN, all others the one for a set.
 void Ports::announce_members(uint32_t ifx, const vlanset &vlans, bool added, uint32_t kind) const {
-    const auto rule = [&](uint16_t vid) { return swport_get_vlan_tag_rule(static_cast<int32_t>(ifx), vid); };
-    const uint32_t mode = word::load(port_at(ifx).mode);
+    const uint32_t mode = load(port_at(ifx).mode);
     if (!added && count(vlans) != 0)
         on_left(ifx, vlans);
     if (mode == BRI_PORT_ACCESS && count(vlans) == 1) {
@@ -290,38 +271,30 @@ void Ports::announce_members(uint32_t ifx, const vlanset &vlans, bool added, uin
         record.vid = lowest(vlans);
         record.value = BRI_TAG_UNTAGGED;
         record.mode = mode;
-        announce_(added ? VLAN_EVENT_ADD_INTF : VLAN_EVENT_DEL_INTF, bytes_of(record));
+        tell(added ? VLAN_EVENT_ADD_INTF : VLAN_EVENT_DEL_INTF, record);
     } else if (count(vlans) != 0) {
         vl_evt_intf_vlanset_rec record{};
         record.ifx = ifx;
         record.vlans = vlans;
-        record.tagged = those_of(vlans, [&](uint16_t vid) { return rule(vid) == BRI_TAG_TAGGED; });
+        record.tagged = those_of(vlans, [&](uint16_t vid) {
+            return swport_get_vlan_tag_rule(static_cast<int32_t>(ifx), vid) == BRI_TAG_TAGGED;
+        });
         record.kind = kind;
-        announce_(added ? VLAN_EVENT_RANGE_ADD_INTF : VLAN_EVENT_RANGE_DEL_INTF, bytes_of(record));
+        tell(added ? VLAN_EVENT_RANGE_ADD_INTF : VLAN_EVENT_RANGE_DEL_INTF, record);
     }
 }
 
 void Ports::announce_port(uint32_t ifx) const {
     const spcb &port = port_at(ifx);
-    announce_(VLAN_EVENT_CREATE_INTF, bytes_of(record_of(port)));
-    const vl_evt_intf_mode_rec mode{ifx, word::load(port.mode)};
-    announce_(VLAN_EVENT_MODIFY_INTF_MODE, bytes_of(mode));
-    const vl_evt_intf_pvid_rec pvid{ifx, word::load(port.default_vid), 0};
-    announce_(VLAN_EVENT_MODIFY_INTF_PVID, bytes_of(pvid));
-    announce_allowed(ifx);
-}
-
-void Ports::announce_allowed(uint32_t ifx) const {
-    vl_evt_intf_allow_rec record{};
-    record.ifx = ifx;
-    record.allow = port_at(ifx).allow_vlan;
-    announce_(VLAN_EVENT_MODIFY_INTF_ALLOWVL, bytes_of(record));
+    tell(VLAN_EVENT_CREATE_INTF, record_of(port));
+    tell(VLAN_EVENT_MODIFY_INTF_MODE, vl_evt_intf_mode_rec{ifx, load(port.mode)});
+    tell(VLAN_EVENT_MODIFY_INTF_PVID, vl_evt_intf_pvid_rec{ifx, load(port.default_vid), 0});
+    tell(VLAN_EVENT_MODIFY_INTF_ALLOWVL, vl_evt_intf_allow_rec{ifx, port.allow_vlan, {}});
 }
 
 Answer Ports::show() {
     Answer answer;
     answer.begin("ports");
-    unsigned number = 0;
     for_each_port([&](uint32_t ifx) {
         const spcb &port = port_at(ifx);
         const bool down = link_is_down(ifx);
@@ -329,14 +302,13 @@ Answer Ports::show() {
                    "  port {ifx} {mode} native {pvid} allows {allow} member of {member}" +
                        std::string(down ? " {link}" : ""),
                    {{"ifx", ifx},
-                    {"mode", swport_vlan_mode_name(word::load(port.mode))},
-                    {"pvid", word::load(port.default_vid)},
+                    {"mode", swport_vlan_mode_name(load(port.mode))},
+                    {"pvid", load(port.default_vid)},
                     {"allow", vlans_text(port.allow_vlan)},
                     {"member", vlans_text(memberships(ifx))},
                     {"link", down ? "down" : "up"}});
-        ++number;
     });
-    return answer.say("ports: {count}", {{"count", number}});
+    return answer.total("ports");
 }
 
 bool there_is_port(uint32_t ifx) {
@@ -344,20 +316,23 @@ bool there_is_port(uint32_t ifx) {
 }
 
 bool link_is_down(uint32_t ifx) {
-    return there_is_port(ifx) && word::load(own(port_at(ifx)).link_down) != 0;
+    return there_is_port(ifx) && load(own(port_at(ifx)).link_down) != 0;
 }
 
 spcb &port_at(uint32_t ifx) {
     if (!there_is_port(ifx))
-        throw std::invalid_argument("no port " + std::to_string(ifx));
+        throw std::invalid_argument("no " + port_text(ifx));
     return *swport_get_raw_spcb(static_cast<int32_t>(ifx));
 }
 
-uint32_t parse_port_mode(const std::string &text) {
-    for (uint32_t mode = BRI_PORT_ROUTE; mode <= BRI_PORT_HYBRID; ++mode)
-        if (strcasecmp(text.c_str(), swport_vlan_mode_name(mode)) == 0)
-            return mode;
-    throw std::invalid_argument("no such port mode: " + text);
+std::string misplaced(uint16_t vid, uint32_t ifx) {
+    if (vid != 0 && !there_is_vlan(vid))
+        return "no VLAN " + std::to_string(vid);
+    if (ifx != 0 && !there_is_port(ifx))
+        return "no " + port_text(ifx);
+    return vid != 0 && ifx != 0 && !is_member(vid, ifx)
+               ? port_text(ifx) + " is not a member of VLAN " + std::to_string(vid)
+               : "";
 }
 
 } // namespace sandbox

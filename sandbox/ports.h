@@ -2,15 +2,9 @@
 #pragma once
 
 #include "sandbox/answer.h"
-#include "sandbox/batch.h"
 #include "sandbox/vlan_sets.h"
 
-#include <bridge/port_db.h>
 #include <bridge/vlan_client.h>
-
-#include <cstdint>
-#include <functional>
-#include <string>
 
 namespace sandbox {
 
@@ -32,9 +26,9 @@ class Ports {
     // A link has failed: told when the tables have it, before anybody else is.
     std::function<void(uint32_t ifx)> on_down = [](uint32_t) {};
 
-    void add(uint32_t ifx, uint32_t mode, uint16_t pvid);
+    void add(uint32_t ifx, bri_port_mode mode, uint16_t pvid);
     void remove(uint32_t ifx);
-    void set_mode(uint32_t ifx, uint32_t mode);
+    void set_mode(uint32_t ifx, bri_port_mode mode);
     void set_pvid(uint32_t ifx, uint16_t pvid);
     void set_allowed(uint32_t ifx, const vlanset &vlans);
     void allow(uint32_t ifx, const vlanset &vlans);
@@ -43,6 +37,8 @@ class Ports {
     // The link of a new port is up. Each VLAN's number of members that are up follows, and clients are told that of a
     // VLAN with a routed interface. Nobody is told anything when the link is so already.
     void set_link(uint32_t ifx, bool up);
+    void link_up(uint32_t ifx) { set_link(ifx, true); }
+    void link_down(uint32_t ifx) { set_link(ifx, false); }
 
     // Memberships that clients ask for; VLANs that do not exist are passed over. These four also throw
     // std::invalid_argument for an access or a routed port.
@@ -68,14 +64,18 @@ class Ports {
     void announce_members(uint32_t ifx, const vlanset &vlans, bool added, uint32_t kind) const;
     void announce_up(const vlanset &counted) const;
     void announce_port(uint32_t ifx) const;
-    void announce_allowed(uint32_t ifx) const;
+    // Announces a record of this kind.
+    template <class Record> void tell(uint32_t type, const Record &record) const { announce_(type, bytes_of(record)); }
 
     Announce announce_;
 };
 
-// A port's block; throws std::invalid_argument when it is not there.
+inline bool there_is_vlan(uint16_t vid) {
+    return vl_exist(vid, 0) != 0;
+}
 bool there_is_port(uint32_t ifx);
 bool link_is_down(uint32_t ifx); // of a port that is there
+// A port's block; throws std::invalid_argument when it is not there.
 spcb &port_at(uint32_t ifx);
 template <class Fn> void for_each_port(Fn &&fn) {
     for (uint32_t ifx = 1; ifx < BRI_PORT_SLOTS; ++ifx)
@@ -83,7 +83,8 @@ template <class Fn> void for_each_port(Fn &&fn) {
             fn(ifx);
 }
 
-// "trunk" as BRI_PORT_TRUNK; throws std::invalid_argument.
-uint32_t parse_port_mode(const std::string &text);
+// Why an address cannot be there, empty when it can: the port and the VLAN exist, and the port is a member. With one of
+// them 0 only the other one counts.
+std::string misplaced(uint16_t vid, uint32_t ifx);
 
 } // namespace sandbox

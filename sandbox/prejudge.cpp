@@ -47,7 +47,7 @@ void Prejudge::answer(const Connection &client, uint32_t type, const std::string
     if (!asking_ || type != type_ || waiting_.erase(client.id()) == 0)
         return;
     if (!objection.empty())
-        settle(client.text() + " " + objection);
+        settle(client.party()->text() + " " + objection);
     else if (waiting_.empty())
         settle("");
 }

@@ -2,16 +2,9 @@
 #pragma once
 
 #include "sandbox/announcer.h"
-#include "sandbox/loop.h"
-#include "sandbox/server.h"
 
-#include <cstdint>
 #include <deque>
-#include <functional>
-#include <map>
 #include <optional>
-#include <set>
-#include <string>
 
 namespace sandbox {
 
@@ -34,8 +27,7 @@ class Prejudge {
     void look_for_lost() { lost_.start(Milliseconds(0)); }
 
     // How long the clients have for an answer.
-    void set_patience(Milliseconds patience) { patience_ = patience; }
-    [[nodiscard]] Milliseconds patience() const { return patience_; }
+    void set_patience(uint32_t milliseconds) { patience_ = Milliseconds(milliseconds); }
 
   private:
     struct Question {

@@ -1,6 +1,6 @@
 #include "sandbox/rules.h"
 
-#include "sandbox/parse.h"
+#include "sandbox/sandbox.h"
 
 #include <algorithm>
 #include <cstdlib>
@@ -10,12 +10,11 @@ namespace sandbox {
 
 namespace {
 
-struct FaultName {
+constexpr struct FaultName {
     Fault fault;
     const char *word;
     const char *done;
-};
-constexpr FaultName kFaults[] = {
+} kFaults[] = {
     {Fault::kRefuse, "refuse", "refused"},
     {Fault::kDrop, "drop", "dropped"},
     {Fault::kDelay, "delay", "delayed"},
@@ -23,12 +22,17 @@ constexpr FaultName kFaults[] = {
     {Fault::kReorder, "reorder", "put behind the next"},
 };
 
-const FaultName &fault_named(const std::string &word) {
-    const auto *const row = std::find_if(std::begin(kFaults), std::end(kFaults),
-                                         [&](const FaultName &known) { return word == known.word; });
-    if (row == std::end(kFaults))
-        throw std::invalid_argument("no such fault: " + word);
-    return *row;
+Fault fault_named(const std::string &word) {
+    for (const FaultName &row : kFaults)
+        if (word == row.word)
+            return row.fault;
+    throw std::invalid_argument("no such fault: " + word);
+}
+
+const std::string &word_at(const Words &words, size_t index, const char *what) {
+    if (index >= words.size())
+        throw std::invalid_argument(std::string(what) + " is missing");
+    return words[index];
 }
 
 double parse_chance(const std::string &text) {
@@ -51,38 +55,63 @@ Kind take_kind(Fault fault, const Words &words, size_t &next) {
 
 } // namespace
 
+MessagePattern::MessagePattern(Kind kind, const Words &words, size_t &next)
+    : kind_(kind), type_(parse_event(word_at(words, next, "the event"))) {
+    std::string conditions;
+    for (++next; next < words.size() && words[next].find('=') != std::string::npos; ++next)
+        conditions += " " + words[next];
+    if (!conditions.empty())
+        filter_ = wire::Filter(wire::payload_of(type_, direction_of(kind)), conditions);
+    if (next < words.size() && words[next][0] == '@')
+        client_ = words[next++];
+    else if (next < words.size() && (words[next] == "from" || words[next] == "to")) {
+        client_ = word_at(words, next + 1, "the client");
+        next += 2;
+    }
+}
+
+bool MessagePattern::matches(Kind kind, uint32_t type, Bytes payload, const Party &client) const {
+    return kind == kind_ && type == type_ && (client_.empty() || client.is(client_)) && filter_.matches(payload);
+}
+
+bool MessagePattern::matches(const Record &record) const {
+    const bool lost = record.kind == Kind::kEvent && !record.result.empty();
+    return record.type == type_ && !lost &&
+           std::any_of(record.clients.begin(), record.clients.end(), [&](const Client &client) {
+               return matches(record.kind, record.type, record.payload, *client);
+           });
+}
+
 std::string Verdict::text() const {
-    const auto *const row = std::find_if(std::begin(kFaults), std::end(kFaults),
-                                         [&](const FaultName &known) { return known.fault == fault; });
-    return row == std::end(kFaults) ? "" : std::string(row->done) + " by rule " + std::to_string(rule);
+    for (const FaultName &row : kFaults)
+        if (row.fault == fault)
+            return std::string(row.done) + " by rule " + std::to_string(rule);
+    return "";
 }
 
 unsigned Rules::add(const std::string &fault, const Words &words, std::mt19937_64 &random) {
     size_t next = 0;
-    const Fault what = fault_named(fault).fault;
+    const Fault what = fault_named(fault);
     const Kind kind = take_kind(what, words, next);
-    Rule rule(next_number_, fault, what, kind, MessagePattern(kind, words, next));
+    Rule rule{next_number_, fault, what, MessagePattern(kind, words, next)};
     for (const std::string &word : words)
         rule.text += " " + word;
     bool seeded = false;
     while (next < words.size()) {
         const std::string &word = words[next++];
         const std::string operand = next < words.size() ? words[next] : "";
-        if (word == "once") {
+        next += word == "once" ? 0U : 1U;
+        if (word == "once")
             rule.left = 1;
-        } else if (operand == "times") {
+        else if (operand == "times")
             rule.left = parse_number(word);
-            ++next;
-        } else if (word == "by") {
+        else if (word == "by")
             rule.delay = parse_seconds(operand);
-            ++next;
-        } else if (word == "chance") {
+        else if (word == "chance")
             rule.chance = parse_chance(operand);
-            ++next;
-        } else if (word == "seed") {
+        else if (word == "seed") {
             rule.random.seed(parse_number(operand));
             seeded = true;
-            ++next;
         } else
             throw std::invalid_argument("not understood: " + word);
     }
@@ -101,8 +130,7 @@ unsigned Rules::remove(unsigned number) {
 
 Verdict Rules::decide(Kind kind, uint32_t type, Bytes payload, const Party &client) {
     for (Rule &rule : rules_) {
-        if (rule.kind != kind || rule.left == 0 || !rule.pattern.concerns(client) ||
-            !rule.pattern.matches(type, payload))
+        if (rule.left == 0 || !rule.pattern.matches(kind, type, payload, client))
             continue;
         if (rule.chance != 1 && std::uniform_real_distribution<double>()(rule.random) >= rule.chance)
             continue;
@@ -120,6 +148,66 @@ Answer Rules::show() const {
         answer.row("rules", "  {rule}: {text}, applied {applied} times",
                    {{"rule", rule.number}, {"text", rule.text}, {"applied", rule.applied}});
     return answer.say("rules: {count}", {{"count", rules_.size()}});
+}
+
+bool Detour::pass(unsigned client, const Message &message, const Verdict &verdict) {
+    if (verdict.fault == Fault::kReorder)
+        held_[client].push_back(message);
+    else if (verdict.fault == Fault::kDelay || verdict.fault == Fault::kDuplicate)
+        later_.after(verdict.delay, [this, client, message] { arrive_(client, message); });
+    return verdict.fault == Fault::kNone || verdict.fault == Fault::kDuplicate;
+}
+
+void Detour::release(unsigned client) {
+    if (held_.empty())
+        return;
+    if (const auto messages = held_.extract(client))
+        for (const Message &message : messages.mapped())
+            arrive_(client, message);
+}
+
+namespace {
+
+Outcome add_rule(Sandbox &sandbox, const Call &call) {
+    const unsigned number = sandbox.rules.add(call.command, call.words, sandbox.random);
+    return Answer().say("rule {rule}: {text}", {{"rule", number}, {"text", call.command + " " + call.rest()}});
+}
+
+Outcome show_rules(Sandbox &sandbox, const Call &) {
+    return sandbox.rules.show();
+}
+
+// "drop" and "drop @CLIENT" close connections; behind it, an event's name makes a rule.
+Outcome drop(Sandbox &sandbox, const Call &call) {
+    if (!call.words.empty() && (call.words.size() > 1 || call.words[0][0] != '@'))
+        return add_rule(sandbox, call);
+    return Answer().say("drop: {clients} clients", {{"clients", sandbox.bridge.server.drop(Target(call.rest()))}});
+}
+
+Outcome remove_rules(Sandbox &sandbox, const Call &call) {
+    const uint32_t number = call.words.empty() ? 0 : parse_number(call.words[0]);
+    const unsigned count = sandbox.rules.remove(number);
+    if (count == 0 && number != 0)
+        throw std::invalid_argument("no rule " + call.words[0]);
+    return Answer().say("rules: {removed} removed", {{"removed", count}});
+}
+
+constexpr const char *kPattern = "[event|request] TYPE [FIELD=VALUE...] [@CLIENT] [once|N times|chance P [seed S]]";
+
+constexpr Command kRuleCommands[] = {
+    {"refuse", kPattern, "requests like that are refused as the switch does it", add_rule},
+    {"drop", "[@CLIENT|RULE...]", "close connections; with an event's name: messages like that are lost", drop},
+    {"delay", "RULE... by SECONDS", "they come later, and others overtake them", add_rule},
+    {"duplicate", "RULE...", "they come twice", add_rule},
+    {"reorder", "RULE...", "they come behind the next one", add_rule},
+    {"rules", "", "the rules, and how often each was applied", show_rules},
+    {"rules clear", "[N]", "take one away, or all", remove_rules},
+};
+
+} // namespace
+
+Family rule_commands() {
+    return kRuleCommands;
 }
 
 } // namespace sandbox

@@ -1,14 +1,33 @@
 // What goes wrong on purpose: rules about messages of clients and for clients.
 #pragma once
 
-#include "sandbox/pattern.h"
+#include "sandbox/command.h"
+#include "sandbox/trace.h"
+#include "wire/text.h"
 
-#include <cstdint>
 #include <list>
+#include <map>
 #include <random>
-#include <string>
 
 namespace sandbox {
+
+// Which messages a rule or a condition is about, as words: "VLAN_EVENT_CREATE_INDEX vid=10 @authd".
+class MessagePattern {
+  public:
+    // Takes TYPE [FIELD=VALUE...] [@CLIENT | from CLIENT | to CLIENT] from the words, beginning at `next`, which is
+    // then the first word that is none of that. Throws std::invalid_argument.
+    MessagePattern(Kind kind, const Words &words, size_t &next);
+
+    [[nodiscard]] bool matches(Kind kind, uint32_t type, Bytes payload, const Party &client) const;
+    // Of that kind, about one of those clients; what was not delivered is no event.
+    [[nodiscard]] bool matches(const Record &record) const;
+
+  private:
+    Kind kind_;
+    uint32_t type_;
+    wire::Filter filter_;
+    std::string client_;
+};
 
 enum class Fault {
     kNone,
@@ -44,23 +63,37 @@ class Rules {
 
   private:
     struct Rule {
-        Rule(unsigned rule, std::string words, Fault what, Kind about, MessagePattern which)
-            : number(rule), text(std::move(words)), fault(what), kind(about), pattern(std::move(which)) {}
-
         unsigned number;
         std::string text;
         Fault fault;
-        Kind kind;
         MessagePattern pattern;
         Microseconds delay{};
         uint64_t left = UINT64_MAX; // how often it still applies
         double chance = 1;
-        std::mt19937_64 random;
+        std::mt19937_64 random{};
         uint64_t applied = 0;
     };
 
     std::list<Rule> rules_;
     unsigned next_number_ = 1;
+};
+
+// Where the messages of one road go that do not go straight.
+class Detour {
+  public:
+    // `arrive` gets those that come later, with their client's number.
+    using Arrive = std::function<void(unsigned client, const Message &message)>;
+    Detour(Loop &loop, Arrive arrive) : later_(loop), arrive_(std::move(arrive)) {}
+
+    // Does what the rules have decided; true when the message goes straight on, too.
+    bool pass(unsigned client, const Message &message, const Verdict &verdict);
+    // One of the client's messages has gone straight on: those that were to come behind it do.
+    void release(unsigned client);
+
+  private:
+    Later later_;
+    Arrive arrive_;
+    std::map<unsigned, std::vector<Message>> held_;
 };
 
 } // namespace sandbox

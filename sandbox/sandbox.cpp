@@ -14,15 +14,14 @@ bool asks_for_help(const Words &line) {
 } // namespace
 
 void Sandbox::open() {
-    bridge.kernel().open();
+    bridge.kernel.open();
     Vlans::open();
     Groups::open();
 }
 
 std::span<const Family> all_commands() {
-    static const Family families[] = {core_commands(),  client_commands(), wait_commands(), port_commands(),
-                                      link_commands(),  vlan_commands(),   mac_commands(),  topology_commands(),
-                                      group_commands(), super_commands(),  rule_commands()};
+    static const Family families[] = {client_commands(), wait_commands(), switch_commands(), mac_commands(),
+                                      rule_commands()};
     return families;
 }
 
@@ -36,8 +35,7 @@ Outcome run_command(Sandbox &sandbox, const std::string &line, Session &session)
     const Command &row = find_command(all_commands(), words, call);
     Outcome outcome = row.run(sandbox, call);
     if (!outcome.wait && outcome.answer.lines().empty())
-        outcome.answer.say("{command}: done",
-                           {{"command", call.command + (call.words.empty() ? "" : " ") + call.rest()}});
+        outcome.answer.say("{command}: done", {{"command", call.line}});
     return outcome;
 }
 

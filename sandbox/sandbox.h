@@ -3,13 +3,8 @@
 
 #include "sandbox/bridge.h"
 #include "sandbox/command.h"
-#include "sandbox/loop.h"
-#include "sandbox/trace.h"
-#include "sandbox/traffic.h"
 
-#include <map>
 #include <random>
-#include <string>
 
 namespace sandbox {
 
@@ -23,7 +18,7 @@ struct Options {
 struct Sandbox {
     explicit Sandbox(const Options &options)
         : loop(options.time_scale), trace(loop), random(options.seed),
-          bridge(loop, options.tmpdir, trace, rules, options.slave), traffic(loop, bridge.addresses()) {}
+          bridge(loop, options.tmpdir, trace, rules, options.slave), traffic(loop, bridge.addresses) {}
 
     // The kernel and the tables; not before the server listens, and so is the only one. Throws std::runtime_error.
     void open();
@@ -43,22 +38,13 @@ struct Sandbox {
     Traffic traffic;
 };
 
-// The families of commands; each is a table in the file that its name tells.
-Family core_commands();     // core_commands.cpp
-Family client_commands();   // client_commands.cpp
-Family wait_commands();     // wait_commands.cpp
-Family rule_commands();     // rule_commands.cpp
-Family port_commands();     // vlan_commands.cpp
-Family link_commands();     // link_commands.cpp
-Family vlan_commands();     // the same
-Family mac_commands();      // mac_commands.cpp
-Family group_commands();    // group_commands.cpp
-Family super_commands();    // super_commands.cpp
-Family topology_commands(); // topology_commands.cpp
+// The families of commands; each is a table in the file that its name tells, rules.cpp for the last one.
+Family client_commands();
+Family wait_commands();
+Family switch_commands();
+Family mac_commands();
+Family rule_commands();
 std::span<const Family> all_commands();
-
-// What a client shows of itself.
-Fields client_fields(const Connection &client);
 
 // Runs one line; one that says nothing is answered with nothing. Throws std::exception with the reason when it fails.
 Outcome run_command(Sandbox &sandbox, const std::string &line, Session &session);

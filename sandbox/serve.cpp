@@ -1,11 +1,9 @@
 // bridge-sandbox without a subcommand: the server itself.
 #include "sandbox/console.h"
-#include "sandbox/console_lines.h"
 #include "sandbox/control.h"
 #include "sandbox/local_socket.h"
-#include "sandbox/output.h"
 #include "sandbox/programs.h"
-#include "sandbox/trace_file.h"
+#include "sandbox/trace.h"
 #include "wire/segments.h"
 
 #include <CLI/CLI.hpp>
@@ -36,9 +34,9 @@ class Program {
     explicit Program(const ServeOptions &options)
         : options_(options), sandbox_(options), control_(sandbox_, options.tmpdir) {
         if (!options.quiet)
-            console_.emplace(sandbox_.trace, options.with_time);
+            console_ = print_records(sandbox_.trace, options.with_time);
         if (!options.trace_file.empty())
-            trace_file_.emplace(sandbox_.trace, options.trace_file);
+            trace_file_ = write_records(sandbox_.trace, options.trace_file);
         for (const int number : {SIGINT, SIGTERM})
             end_on(number);
         for (const std::string &path : options.scripts)
@@ -52,11 +50,13 @@ class Program {
 
     int run() {
         const int32_t vsd = wire::vsd_of_environment();
-        sandbox_.bridge.server().listen(); // before it touches what may belong to another server
-        const size_t found = options_.fresh ? remove_tables(vsd) : wire::system_objects(vsd).size();
+        sandbox_.bridge.server.listen(); // before it touches what may belong to another server
+        if (options_.fresh)
+            remove_tables(vsd);
+        const size_t found = wire::system_objects(vsd).size();
         sandbox_.open();
         control_.listen();
-        say("listening at %s, VSDID %d, seed %llu", escaped(sandbox_.bridge.server().path()).c_str(), vsd,
+        say("listening at %s, VSDID %d, seed %llu", escaped(sandbox_.bridge.server.path()).c_str(), vsd,
             static_cast<unsigned long long>(options_.seed));
         if (found != 0)
             say("the tables of VSDID %d were there already; --fresh begins without them", vsd);
@@ -69,13 +69,6 @@ class Program {
     }
 
   private:
-    // What is left: nothing, unless the system refuses, which throws std::runtime_error.
-    static size_t remove_tables(int32_t vsd) {
-        for (const wire::SystemObject &object : wire::system_objects(vsd))
-            if (!wire::remove(object))
-                throw std::runtime_error("cannot remove the " + wire::text_of(object) + ": " + std::strerror(errno));
-        return 0;
-    }
     CommandStream &add_stream(std::function<bool(const std::string &)> failed) {
         const auto answered = [](const Answer &answer) {
             for (const std::string &line : answer.lines())
@@ -92,8 +85,8 @@ class Program {
     const ServeOptions &options_;
     Sandbox sandbox_;
     Control control_;
-    std::optional<ConsoleLines> console_;
-    std::optional<TraceFile> trace_file_;
+    Trace::Subscription console_;
+    Trace::Subscription trace_file_;
     std::list<CommandStream> streams_;
     std::list<Event> signals_;
     int exit_code_ = EXIT_SUCCESS;

@@ -1,7 +1,5 @@
 #include "sandbox/server.h"
 
-#include "sandbox/local_socket.h"
-
 #include <algorithm>
 #include <stdexcept>
 #include <sys/socket.h>
@@ -17,34 +15,20 @@ constexpr Milliseconds kBetweenBursts{5};
 
 } // namespace
 
-bool Target::matches(const Connection &client) const {
-    return all() || client.party()->is(text_);
-}
-
 Server::Server(Loop &loop, const std::string &tmpdir, Trace &trace, ConnectionOwner &owner)
     : loop_(loop), trace_(trace), path_(socket_path(tmpdir, ".server_socket")), owner_(owner),
       listen_again_(loop, [this] { listen_again(); }), accept_again_(loop, [this] { let_new_clients_in(); }) {}
 
-Server::~Server() {
-    if (listener_ != nullptr)
-        remove_socket(path_);
-}
-
 void Server::listen() {
-    const auto on_accept = [](evconnlistener *, evutil_socket_t descriptor, sockaddr *, int, void *self) {
-        static_cast<Server *>(self)->accept(descriptor);
-    };
-    const auto on_error = [](evconnlistener *, void *self) { static_cast<Server *>(self)->accept_failed(); };
-    const unsigned options = LEV_OPT_CLOSE_ON_FREE | LEV_OPT_CLOSE_ON_EXEC;
-    listener_.reset(evconnlistener_new(loop_.base(), on_accept, this, options, 0, listen_at(path_, SOCK_STREAM)));
-    evconnlistener_set_error_cb(listener_.get(), on_error);
+    acceptor_.emplace(
+        loop_, path_, SOCK_STREAM, Access::kEverybody, [this](evutil_socket_t descriptor) { accept(descriptor); },
+        [this] { accept_failed(); });
     stalled_ = false;
 }
 
 void Server::restart(Microseconds pause) {
     drop(Target());
-    listener_.reset();
-    remove_socket(path_);
+    acceptor_.reset();
     listen_again_.start(pause);
 }
 
@@ -78,14 +62,14 @@ void Server::accept_failed() {
 }
 
 void Server::hold_new_clients(Microseconds pause) {
-    evconnlistener_disable(listener_.get());
+    acceptor_->hold();
     accept_again_.start(pause);
 }
 
 void Server::let_new_clients_in() {
     burst_ = 0;
-    if (listener_ != nullptr && !stalled_)
-        evconnlistener_enable(listener_.get());
+    if (acceptor_ && !stalled_)
+        acceptor_->go_on();
 }
 
 size_t Server::queued() const {
@@ -109,9 +93,9 @@ void Server::remove_closed() {
 }
 
 unsigned Server::stall(const Target &target) {
-    if (target.all() && listener_ != nullptr) {
+    if (target.all() && acceptor_) {
         stalled_ = true;
-        evconnlistener_disable(listener_.get());
+        acceptor_->hold();
     }
     return for_each(target, [](Connection &client) { client.stall(); });
 }
@@ -130,10 +114,9 @@ unsigned Server::drop(const Target &target) {
     return count;
 }
 
-unsigned Server::registered() const {
+unsigned Server::registered() {
     unsigned count = 0;
-    for (const auto &client : clients_)
-        count += client->open() && client->registration.complete() ? 1U : 0U;
+    for_each(Target(), [&](const Connection &client) { count += client.registration.complete ? 1U : 0U; });
     return count;
 }
 

@@ -2,7 +2,7 @@
 #pragma once
 
 #include "sandbox/connection.h"
-#include "sandbox/loop.h"
+#include "sandbox/local_socket.h"
 
 #include <functional>
 #include <list>
@@ -15,7 +15,7 @@ namespace sandbox {
 class Target {
   public:
     explicit Target(std::string text = {}) : text_(std::move(text)) {}
-    [[nodiscard]] bool matches(const Connection &client) const;
+    [[nodiscard]] bool matches(const Connection &client) const { return all() || client.party()->is(text_); }
     [[nodiscard]] bool all() const { return text_.empty(); }
     // The name or number, without the @ in front.
     [[nodiscard]] std::string word() const { return text_.substr(text_.find_first_not_of('@')); }
@@ -28,7 +28,6 @@ class Server {
   public:
     // The socket of the bridge server below `tmpdir`, with its directory.
     Server(Loop &loop, const std::string &tmpdir, Trace &trace, ConnectionOwner &owner);
-    ~Server();
     Server(const Server &) = delete;
     Server &operator=(const Server &) = delete;
 
@@ -56,7 +55,13 @@ class Server {
             }
         return count;
     }
-    [[nodiscard]] unsigned registered() const;
+    // Calls fn(client) when the client with that number is still there.
+    template <class Fn> void with(unsigned id, Fn &&fn) {
+        for (const auto &client : clients_)
+            if (client->open() && client->id() == id)
+                return fn(*client);
+    }
+    [[nodiscard]] unsigned registered();
     [[nodiscard]] const std::string &path() const { return path_; }
 
     // Connections were closed by a drop or a restart, which tell nobody else.
@@ -76,7 +81,7 @@ class Server {
     Trace &trace_;
     std::string path_;
     ConnectionOwner &owner_;
-    Listener listener_;
+    std::optional<Acceptor> acceptor_;
     std::list<std::unique_ptr<Connection>> clients_;
     unsigned next_id_ = 1;
     unsigned burst_ = 0; // clients accepted since the last pause

@@ -1,13 +1,8 @@
 #include "sandbox/topology.h"
 
-#include "base/shared_word.h"
 #include "sandbox/parse.h"
-#include "sandbox/ports.h"
 #include "wire/json.h"
 #include "wire/text.h"
-
-#include <bridge/events.h>
-#include <bridge/vlan_db.h>
 
 #include <array>
 #include <set>
@@ -15,8 +10,6 @@
 #include <vector>
 
 namespace sandbox {
-
-namespace word = bri::word;
 
 namespace {
 
@@ -34,8 +27,8 @@ class StateBatches {
     }
     void flush() {
         if (batch_.count != 0)
-            send_(L2TOP_EVENT_PORT_STATUS, {bytes_of(batch_).data, offsetof(l2top_port_status_batch, records) +
-                                                                       batch_.count * sizeof(l2top_port_status)});
+            send_(L2TOP_EVENT_PORT_STATUS, bytes_of(batch_).first(offsetof(l2top_port_status_batch, records) +
+                                                                  batch_.count * sizeof batch_.records[0]));
         batch_ = {};
     }
 
@@ -50,17 +43,6 @@ std::string refusal_of(const l2top_port_status &record) {
     if (record.state > UINT16_MAX)
         return "no state " + std::to_string(record.state);
     return there_is_port(record.ifx) ? "" : "no port " + std::to_string(record.ifx);
-}
-
-// One record for each instance that it stands for.
-template <class Fn> void for_each_instance(l2top_port_status record, Fn &&fn) {
-    const bool all = record.instance == BRI_L2TOP_INSTANCE_ALL;
-    const uint16_t first = all ? 0 : record.instance;
-    const uint16_t last = all ? BRI_STP_INSTANCES - 1 : record.instance;
-    for (uint16_t instance = first; instance <= last; ++instance) {
-        record.instance = instance;
-        fn(record);
-    }
 }
 
 void check_protocol(uint32_t protocol) {
@@ -86,12 +68,8 @@ std::array<uint16_t, 4096> instances_now() {
     std::array<uint16_t, 4096> copy{};
     const uint16_t *table = swport_get_stp_instance_table();
     for (size_t vid = 0; table != nullptr && vid < copy.size(); ++vid)
-        copy[vid] = word::load(table[vid]);
+        copy[vid] = load(table[vid]);
     return copy;
-}
-
-Bytes table_bytes(const std::array<uint16_t, 4096> &table) {
-    return bytes_of(table);
 }
 
 vlanset vlans_in(uint16_t instance) {
@@ -101,7 +79,7 @@ vlanset vlans_in(uint16_t instance) {
 // Those that a VLAN that exists is in.
 std::set<uint16_t> instances_in_use() {
     std::set<uint16_t> found;
-    for_each_vlan(those_of(all_vlans(), [](uint16_t vid) { return vl_exist(vid, 0) != 0; }), [&](uint16_t vid) {
+    for_each_vlan(those_of(all_vlans(), there_is_vlan), [&](uint16_t vid) {
         if (const uint16_t instance = swport_get_stp_instance(vid); instance < BRI_STP_INSTANCES)
             found.insert(instance);
     });
@@ -115,13 +93,17 @@ void Topology::set_states(std::span<const l2top_port_status> records) {
     std::vector<l2top_port_status> done;
     for (const l2top_port_status &record : records) {
         const std::string reason = refusal_of(record);
-        if (!reason.empty())
+        if (!reason.empty()) {
             refusal = refusal.empty() ? reason : refusal;
-        else
-            for_each_instance(record, [&](const l2top_port_status &one) {
-                word::store(port_at(one.ifx).fwd_state[one.instance], static_cast<uint16_t>(one.state));
-                done.push_back(one);
-            });
+            continue;
+        }
+        const bool all = record.instance == BRI_L2TOP_INSTANCE_ALL; // it stands for one record of each
+        const uint16_t end = all ? BRI_STP_INSTANCES : static_cast<uint16_t>(record.instance + 1);
+        for (uint16_t instance = all ? 0 : record.instance; instance < end; ++instance) {
+            store(port_at(record.ifx).fwd_state[instance], static_cast<uint16_t>(record.state));
+            done.push_back(record);
+            done.back().instance = instance;
+        }
     }
     StateBatches batches(announce_);
     for (const l2top_port_status &record : done)
@@ -138,7 +120,7 @@ void Topology::set_instances(std::span<const uint16_t> instances) {
                                         std::to_string(vid));
     });
     swport_set_instance_table(instances.data());
-    announce_(L2TOP_EVENT_INSTANCE_CONFIG, table_bytes(instances_now()));
+    announce_(L2TOP_EVENT_INSTANCE_CONFIG, bytes_of(instances_now()));
 }
 
 void Topology::move_vlans(uint16_t instance, const vlanset &vlans) {
@@ -173,12 +155,12 @@ void Topology::replay(uint32_t submodule, const Announce &send) {
     for (uint32_t protocol = 0; protocol < kProtocolsKnown; ++protocol)
         if (bridge_proto_state_get(protocol) != 0)
             announce_config(send, protocol, true);
-    send(L2TOP_EVENT_INSTANCE_CONFIG, table_bytes(instances_now()));
+    send(L2TOP_EVENT_INSTANCE_CONFIG, bytes_of(instances_now()));
     StateBatches batches(send);
     const std::set<uint16_t> instances = instances_in_use();
     for_each_port([&](uint32_t ifx) {
         for (const uint16_t instance : instances)
-            batches.add({ifx, instance, {}, word::load(port_at(ifx).fwd_state[instance]), 0, 0, {}});
+            batches.add({ifx, instance, {}, load(port_at(ifx).fwd_state[instance]), 0, 0, {}});
     });
     batches.flush();
 }
@@ -196,7 +178,7 @@ Answer Topology::show() {
     const std::set<uint16_t> used = instances_in_use();
     for_each_port([&](uint32_t ifx) {
         for (uint16_t instance = 0; instance < BRI_STP_INSTANCES; ++instance) {
-            const uint16_t state = word::load(port_at(ifx).fwd_state[instance]);
+            const uint16_t state = load(port_at(ifx).fwd_state[instance]);
             if (state != 0 || used.count(instance) != 0)
                 answer.row("states", "  port {ifx} instance {instance} state {state}",
                            {{"ifx", ifx}, {"instance", instance}, {"state", state}});
@@ -210,7 +192,7 @@ Answer Topology::show_protocols() {
     answer.begin("conflicts");
     answer.say("protocols: {state}", {{"state", protocols_text(bridge_proto_get_state_all())}});
     for (uint32_t protocol = 0; protocol < kProtocolsKnown; ++protocol)
-        if (const uint32_t mask = word::load(g_vl_mng.proto_state->prejudge[protocol]); mask != 0)
+        if (const uint32_t mask = load(g_vl_mng.proto_state->prejudge[protocol]); mask != 0)
             answer.row("conflicts", "  {protocol} not beside {prejudge}",
                        {{"protocol", protocol_name(protocol)}, {"prejudge", protocols_text(mask)}});
     return answer;
@@ -222,11 +204,6 @@ uint32_t parse_protocol(const std::string &text) {
 
 uint32_t parse_protocols(const std::string &text) {
     return wire::parse_text_as<bri_proto_registry>("state=" + text).state;
-}
-
-uint16_t parse_instance(const std::string &text) {
-    return text == "all" ? uint16_t{BRI_L2TOP_INSTANCE_ALL}
-                         : static_cast<uint16_t>(parse_number(text, BRI_STP_INSTANCES - 1));
 }
 
 } // namespace sandbox

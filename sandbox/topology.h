@@ -2,17 +2,12 @@
 // bridge protocols run.
 #pragma once
 
-#include "sandbox/answer.h"
-#include "sandbox/batch.h"
-#include "sandbox/vlan_sets.h"
+#include "sandbox/ports.h"
 
 #include <bridge/l2_topology.h>
-#include <bridge/port_db.h>
 #include <bridge/protocol_registry.h>
 
-#include <cstdint>
 #include <span>
-#include <string>
 
 namespace sandbox {
 
@@ -49,7 +44,5 @@ class Topology {
 // "mstp" as BRI_PROT_MSTP, "mstp|erps" as the bits of these, "none" as 0; throw std::invalid_argument.
 uint32_t parse_protocol(const std::string &text);
 uint32_t parse_protocols(const std::string &text);
-// A number or "all".
-uint16_t parse_instance(const std::string &text);
 
 } // namespace sandbox

@@ -3,17 +3,13 @@
 #pragma once
 
 #include "sandbox/answer.h"
-#include "sandbox/batch.h"
 #include "sandbox/loop.h"
+#include "sandbox/message.h"
 #include "wire/event.h"
 
-#include <cstdint>
 #include <deque>
-#include <functional>
 #include <list>
 #include <memory>
-#include <string>
-#include <vector>
 
 namespace sandbox {
 
@@ -27,8 +23,6 @@ struct Party {
     [[nodiscard]] bool is(std::string_view word) const;
 };
 using Client = std::shared_ptr<const Party>;
-using Payload = std::shared_ptr<const std::vector<uint8_t>>;
-Payload payload_of(Bytes bytes);
 
 enum class Kind {
     kNote,    // in words: a client connected, the server listens
@@ -41,9 +35,8 @@ struct Record {
     Kind kind = Kind::kNote;
     std::vector<Client> clients; // who sent it, got it, or is spoken of
     uint32_t type = 0;
-    Payload payload;
-    std::string result; // empty when everything took its course
-    std::string note;
+    Buffer payload;
+    std::string result;  // empty when everything took its course; of a note, what it says
     uint64_t number = 0; // from 1; this and the time are the trace's to set
     Microseconds time{};
 };
@@ -83,7 +76,12 @@ class Trace {
     explicit Trace(const Loop &loop) : loop_(loop) {}
 
     void add(Record record);
-    void note(std::string text, std::vector<Client> clients = {});
+    void note(std::string text, std::vector<Client> clients = {}) {
+        add({Kind::kNote, std::move(clients), 0, {}, std::move(text)});
+    }
+    void message(Kind kind, std::vector<Client> clients, uint32_t type, Bytes payload, std::string result = {}) {
+        add({kind, std::move(clients), type, buffer_of(payload), std::move(result)});
+    }
 
     // Every record. Readers run inside of what they read about: they take note and act later.
     using Subscription = std::shared_ptr<void>;
@@ -106,8 +104,15 @@ class Trace {
 // The way that messages of a kind take.
 wire::Direction direction_of(Kind kind);
 
+// "VLAN_EVENT_RENAME(392)"; the number alone for a type without a name.
+std::string event_text(uint32_t type);
 // A record as a line for people, and as JSON.
 std::string record_text(const Record &record);
 Fields record_json(const Record &record);
+
+// The trace in a file: one JSON object a line, written as it happens. Throws std::runtime_error when it cannot be made.
+[[nodiscard]] Trace::Subscription write_records(Trace &trace, const std::string &path);
+// The trace as lines on standard output, with the time in seconds at the begin of each when asked for.
+[[nodiscard]] Trace::Subscription print_records(Trace &trace, bool with_time);
 
 } // namespace sandbox

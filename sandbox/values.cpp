@@ -19,7 +19,7 @@ template <size_t N> bool is_one_of(const char *const (&list)[N], const std::stri
 }
 
 const Value *find_value(const std::string &noun) {
-    static const Values families[] = {client_values(), vlan_values(), mac_values()};
+    static const Values families[] = {client_values(), switch_values(), mac_values()};
     for (const Values family : families)
         for (const Value &row : family)
             if (noun == row.noun)

@@ -16,7 +16,7 @@ using Values = std::span<const Value>;
 
 // The families' tables.
 Values client_values();
-Values vlan_values();
+Values switch_values();
 Values mac_values();
 
 // "vlan 10 members has 3": whether it holds now. A field alone is true or not empty; "exists" and "gone" ask for the

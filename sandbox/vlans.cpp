@@ -1,40 +1,24 @@
 #include "sandbox/vlans.h"
 
-#include "base/shared_word.h"
+#include "sandbox/parse.h"
+#include "wire/json.h"
+#include "wire/own.h"
 
 #include <cstring>
-#include <memory>
-#include <optional>
 #include <stdexcept>
-#include <utility>
 
 namespace sandbox {
 
-namespace word = bri::word;
-
 namespace {
 
-struct ModeName {
-    const char *name;
-    uint32_t mode;
-};
-constexpr ModeName kModes[] = {{"static", BRI_VLAN_STATIC}, {"dynamic", BRI_VLAN_DYNAMIC}, {"super", BRI_VLAN_SUPER}};
-
-const char *mode_name(uint32_t mode) {
-    for (const ModeName &row : kModes)
-        if (row.mode == mode)
-            return row.name;
-    return "unknown";
-}
-
-bool exists(uint16_t vid) {
-    return vl_exist(vid, 0) != 0;
+std::string vlan_text(uint16_t vid) {
+    return "VLAN " + std::to_string(vid);
 }
 
 vle &existing(uint16_t vid) {
     vle *entry = vl_get_vlan_entry(vid);
     if (entry == nullptr)
-        throw std::invalid_argument("no VLAN " + std::to_string(vid));
+        throw std::invalid_argument("no " + vlan_text(vid));
     return *entry;
 }
 
@@ -43,37 +27,150 @@ std::string name_of(uint16_t vid) {
     return {entry.name, strnlen(entry.name, sizeof entry.name - 1)};
 }
 
-// May they be created? One VLAN has a record, several are a set.
+// The VLAN as events tell it. One that has gone has the version of the life that has ended, and nothing else.
+vl_evt_vlan_rec vlan_record(uint16_t vid) {
+    vl_evt_vlan_rec record{};
+    record.vid = vid;
+    record.version = vl_get_vlan_latest_version(vid);
+    if (there_is_vlan(vid)) {
+        name_of(vid).copy(record.name, sizeof record.name - 1);
+        record.mode = existing(vid).mode;
+    }
+    return record;
+}
+
+void announce_vlan(const Announce &announce, uint32_t type, uint16_t vid) {
+    announce(type, bytes_of(vlan_record(vid)));
+}
+
+// One VLAN has a record, several are a set with the versions of their newest lives.
+void announce_vlans(const Announce &announce, uint32_t type_of_one, uint32_t type_of_set, const vlanset &vlans) {
+    if (count(vlans) == 1)
+        return announce_vlan(announce, type_of_one, lowest(vlans));
+    vl_evt_vlanset_rec record{};
+    record.vlans = vlans;
+    for_each_vlan(vlans, [&](uint16_t vid) { record.versions[vid] = vl_get_vlan_latest_version(vid); });
+    if (count(vlans) != 0)
+        announce(type_of_set, bytes_of(record));
+}
+
+// May they be created?
 std::optional<Message> question_about(const vlanset &vlans) {
-    if (count(vlans) == 0)
-        return std::nullopt;
-    const bool one = count(vlans) == 1;
     vl_evt_vlan_rec record{};
     record.vid = lowest(vlans);
-    const Bytes bytes = one ? bytes_of(record) : bytes_of(vlans);
-    return Message{one ? uint32_t{VLAN_EVENT_CREATE_PREJ} : uint32_t{VLAN_EVENT_CREATE_RANGE_PREJ},
-                   {bytes.data, bytes.data + bytes.size}};
+    if (count(vlans) == 0)
+        return std::nullopt;
+    return count(vlans) == 1 ? Message{VLAN_EVENT_CREATE_PREJ, buffer_of(bytes_of(record))}
+                             : Message{VLAN_EVENT_CREATE_RANGE_PREJ, buffer_of(bytes_of(vlans))};
+}
+
+void check_super(uint16_t vid) {
+    if (vl_is_supervlan(vid) == 0)
+        throw std::invalid_argument(vlan_text(vid) + " is no super VLAN");
+}
+
+// Neither super nor sub VLAN.
+void check_plain(uint16_t vid) {
+    existing(vid);
+    if (vl_is_supervlan(vid) != 0)
+        throw std::invalid_argument(vlan_text(vid) + " is a super VLAN");
+    if (vl_is_subvlan(vid) != 0)
+        throw std::invalid_argument(vlan_text(vid) + " belongs to " + vlan_text(vl_get_manage_vid(vid)));
+}
+
+vlanset subs_of(uint16_t vid) {
+    return those_of(all_vlans(),
+                    [&](uint16_t sub) { return vl_is_subvlan(sub) != 0 && vl_get_manage_vid(sub) == vid; });
 }
 
 } // namespace
 
-Vlans::Vlans(Loop &loop, Server &server, Announcer &announcer)
-    : announce_([&announcer](uint32_t type, Bytes payload) { announcer.announce(type, payload); }), ports_(announce_),
-      supers_(announce_), prejudge_(loop, server, announcer) {}
+// To its own id where manage_vid is 0.
+void SuperVlans::change(const vlanset &vlans, uint32_t mode, uint16_t manage_vid) {
+    for_each_vlan(vlans, [&](uint16_t vid) {
+        store(vl_get_raw_vlan_entry(vid)->manage_vid, manage_vid != 0 ? manage_vid : vid);
+        vl_set_vlan_mode(vid, mode);
+    });
+    for_each_vlan(vlans, [&](uint16_t vid) { announce_vlan(announce_, VLAN_EVENT_MODIFY_VLAN_MODE, vid); });
+}
+
+void SuperVlans::free_subs(uint32_t type, uint16_t vid, const vlanset &subs) {
+    if (count(subs) == 0)
+        return;
+    change(subs, BRI_VLAN_STATIC, 0);
+    announce_(type, bytes_of(wire::super_subs{vid, 0, subs}));
+}
+
+void SuperVlans::announce_supers(const vlanset &vlans, bool created) const {
+    announce_vlans(announce_, created ? VLAN_EVENT_SUPER_CREATE : VLAN_EVENT_SUPER_DELETE,
+                   created ? VLAN_EVENT_SUPER_CREATE_RANGE : VLAN_EVENT_SUPER_DELETE_RANGE, vlans);
+}
+
+void SuperVlans::create(const vlanset &vlans) {
+    for_each_vlan(vlans, check_plain);
+    change(vlans, BRI_VLAN_SUPER, 0);
+    announce_supers(vlans, true);
+}
+
+void SuperVlans::remove(const vlanset &vlans) {
+    for_each_vlan(vlans, check_super);
+    for_each_vlan(vlans, [&](uint16_t vid) { free_subs(VLAN_EVENT_SUPER_RANG_DEL_SUB, vid, subs_of(vid)); });
+    change(vlans, BRI_VLAN_STATIC, 0);
+    announce_supers(vlans, false);
+}
+
+void SuperVlans::add(uint16_t vid, const vlanset &subs) {
+    check_super(vid);
+    const vlanset added = without(subs, subs_of(vid));
+    for_each_vlan(added, check_plain);
+    change(added, BRI_VLAN_SUPER, vid);
+    if (count(added) != 0)
+        announce_(VLAN_EVENT_SUPER_ADD_RANGE_SUB, bytes_of(wire::super_subs{vid, 0, added}));
+}
+
+void SuperVlans::take(uint16_t vid, const vlanset &subs) {
+    check_super(vid);
+    if (const vlanset others = without(subs, subs_of(vid)); count(others) != 0)
+        throw std::invalid_argument(vlan_text(lowest(others)) + " does not belong to " + vlan_text(vid));
+    free_subs(VLAN_EVENT_SUPER_DEL_RANGE_SUB, vid, subs);
+}
+
+void SuperVlans::set_proxy(uint16_t vid, bool on) {
+    store(existing(vid).proxy, on ? 1 : 0);
+    announce_(VLAN_EVENT_ARPROXY, bytes_of(wire::vlan_arproxy{vid, 0, on ? 1U : 0U}));
+}
+
+void SuperVlans::dissolve(const vlanset &vlans) {
+    remove(those_of(vlans, [](uint16_t vid) { return vl_is_supervlan(vid) != 0; }));
+    for_each_vlan(vlans, [&](uint16_t vid) {
+        if (vl_is_subvlan(vid) != 0)
+            free_subs(VLAN_EVENT_SUPER_DEL_RANGE_SUB, vl_get_manage_vid(vid), only(vid));
+    });
+}
+
+Answer SuperVlans::show() {
+    Answer answer;
+    answer.begin("supers");
+    for_each_vlan(all_vlans(), [&](uint16_t vid) {
+        if (vl_is_supervlan(vid) != 0)
+            answer.row("supers", "  super vlan {vid} subs {subs}", {{"vid", vid}, {"subs", vlans_text(subs_of(vid))}});
+    });
+    return answer;
+}
 
 void Vlans::open() {
     Ports::open();
     if (vl_vlandb_init() == 0)
         throw std::runtime_error("cannot map the VLAN table");
     vl_set_vlan_range(BRI_VID_MIN, BRI_VID_MAX);
-    word::store(g_vl_mng.stat->max_vlan_num, static_cast<int32_t>(BRI_VID_MAX));
-    word::store(g_vl_mng.stat->max_svi_num, static_cast<int32_t>(BRI_VID_MAX));
+    store(g_vl_mng.stat->max_vlan_num, BRI_VID_MAX);
+    store(g_vl_mng.stat->max_svi_num, BRI_VID_MAX);
 }
 
-void Vlans::create(const vlanset &vlans, uint32_t mode, bool by_operator, Settled settled) {
+void Vlans::create(const vlanset &vlans, bri_vlan_mode mode, bool by_operator, Settled settled) {
     const auto missing = std::make_shared<vlanset>();
     const auto word = [missing, vlans] {
-        *missing = those_of(vlans, [](uint16_t vid) { return !exists(vid); });
+        *missing = without(vlans, those_of(vlans, there_is_vlan));
         return question_about(*missing);
     };
     prejudge_.ask(word, [this, mode, by_operator, missing, settled = std::move(settled)](const std::string &refusal) {
@@ -83,28 +180,23 @@ void Vlans::create(const vlanset &vlans, uint32_t mode, bool by_operator, Settle
     });
 }
 
-void Vlans::create_now(const vlanset &vlans, uint32_t mode, bool by_operator) {
-    if (count(vlans) == 0)
-        return;
+void Vlans::create_now(const vlanset &vlans, bri_vlan_mode mode, bool by_operator) {
     for_each_vlan(vlans, [&](uint16_t vid) {
         vl_initial_vlan_entry(vid, mode);
         if (by_operator)
             vl_set_created_by_cli(vid);
     });
-    if (count(vlans) == 1)
-        announce_vlan(VLAN_EVENT_CREATE_INDEX, lowest(vlans));
-    else
-        announce_set(VLAN_EVENT_CREATE_RANGE, vlans);
+    announce_vlans(announce_, VLAN_EVENT_CREATE_INDEX, VLAN_EVENT_CREATE_RANGE, vlans);
     // The record of a set carries no modes; without more, its VLANs are static.
     if (count(vlans) > 1 && mode != BRI_VLAN_STATIC)
-        for_each_vlan(vlans, [&](uint16_t vid) { announce_vlan(VLAN_EVENT_MODIFY_VLAN_MODE, vid); });
+        for_each_vlan(vlans, [&](uint16_t vid) { announce_vlan(announce_, VLAN_EVENT_MODIFY_VLAN_MODE, vid); });
     if (mode == BRI_VLAN_SUPER)
         supers_.announce_supers(vlans, true);
     ports_.vlans_created(vlans);
 }
 
 vlanset Vlans::remove(const vlanset &vlans) {
-    const vlanset leaving = those_of(vlans, exists);
+    const vlanset leaving = those_of(vlans, there_is_vlan);
     if (count(leaving) == 0)
         return leaving;
     supers_.dissolve(leaving);
@@ -115,24 +207,22 @@ vlanset Vlans::remove(const vlanset &vlans) {
     ports_.vlans_leaving(leaving);
     for_each_vlan(leaving, [](uint16_t vid) { vl_clear_vlan_entry(vid); });
     on_removed(leaving);
-    if (count(leaving) == 1)
-        announce_vlan(VLAN_EVENT_DESTROY_INDEX, lowest(leaving));
-    else
-        announce_set(VLAN_EVENT_DESTROY_RANGE, leaving);
+    announce_vlans(announce_, VLAN_EVENT_DESTROY_INDEX, VLAN_EVENT_DESTROY_RANGE, leaving);
     return leaving;
 }
 
-void Vlans::set_mode(const vlanset &vlans, uint32_t mode) {
-    const vlanset others = those_of(vlans, [&](uint16_t vid) { return exists(vid) && vl_exist(vid, mode) == 0; });
+void Vlans::set_mode(const vlanset &vlans, bri_vlan_mode mode) {
+    const vlanset others =
+        those_of(vlans, [&](uint16_t vid) { return there_is_vlan(vid) && vl_exist(vid, mode) == 0; });
     if (mode == BRI_VLAN_SUPER)
         return supers_.create(others);
     supers_.dissolve(vlans);
     for_each_vlan(others, [&](uint16_t vid) {
         const std::string name = name_of(vid);
         vl_set_vlan_mode(vid, mode);
-        announce_vlan(VLAN_EVENT_MODIFY_VLAN_MODE, vid);
+        announce_vlan(announce_, VLAN_EVENT_MODIFY_VLAN_MODE, vid);
         if (name_of(vid) != name)
-            announce_vlan(VLAN_EVENT_RENAME, vid);
+            announce_vlan(announce_, VLAN_EVENT_RENAME, vid);
     });
 }
 
@@ -143,31 +233,16 @@ void Vlans::rename(uint16_t vid, const std::string &name) {
     char padded[sizeof entry.name] = {};
     name.copy(padded, sizeof padded - 1);
     std::memcpy(entry.name, padded, sizeof padded);
-    announce_vlan(VLAN_EVENT_RENAME, vid);
-}
-
-void Vlans::set_svi(uint16_t vid, uint32_t ifx) {
-    const uint32_t old = existing(vid).svi_ifx;
-    if (vl_set_svi(vid, ifx) != 0)
-        throw std::invalid_argument("VLAN " + std::to_string(vid) + " has the SVI " + std::to_string(old));
-    Ports::count_up(only(vid)); // gone with the interface
-    announce_svi(vid);
-}
-
-void Vlans::announce_vlan(uint32_t type, uint16_t vid) const {
-    announce_(type, bytes_of(vlan_record(vid)));
-}
-
-void Vlans::announce_set(uint32_t type, const vlanset &vlans) const {
-    announce_(type, bytes_of(vlanset_record(vlans)));
+    announce_vlan(announce_, VLAN_EVENT_RENAME, vid);
 }
 
 // Interface 0: the VLAN has none any more.
-void Vlans::announce_svi(uint16_t vid) const {
-    vl_evt_svi_rec record{};
-    record.svi_ifx = vl_get_svi_ifx(vid);
-    record.vid = vid;
-    announce_(VLAN_EVENT_SVI_CREATE_DESTROY, bytes_of(record));
+void Vlans::set_svi(uint16_t vid, uint32_t ifx) {
+    const uint32_t old = existing(vid).svi_ifx;
+    if (vl_set_svi(vid, ifx) != 0)
+        throw std::invalid_argument(vlan_text(vid) + " has the SVI " + std::to_string(old));
+    Ports::count_up(only(vid)); // gone with the interface
+    announce_(VLAN_EVENT_SVI_CREATE_DESTROY, bytes_of(vl_evt_svi_rec{vl_get_svi_ifx(vid), {}, vid, {}}));
 }
 
 Answer Vlans::show() {
@@ -179,17 +254,19 @@ Answer Vlans::show() {
             return;
         Fields members = Fields::array();
         Fields down = Fields::array();
-        bri::bits::for_each(entry.members, 1, BRI_PORT_SLOTS - 1, [&](unsigned ifx) {
+        for (uint32_t ifx = 1; ifx < BRI_PORT_SLOTS; ++ifx) {
+            if (!holds_shared(entry.members, ifx))
+                continue;
             members.push_back(ifx);
             if (link_is_down(ifx))
                 down.push_back(ifx);
-        });
+        }
         answer.row("vlans",
                    "  vlan {vid} {name} {mode} version {version} svi {svi} ports " +
                        std::string(members.empty() ? "none" : "{members}") + (down.empty() ? "" : " down {down}"),
                    {{"vid", vid},
                     {"name", name_of(vid)},
-                    {"mode", mode_name(entry.mode)},
+                    {"mode", wire::json_of(vlan_record(vid))["mode"]},
                     {"version", entry.version},
                     {"svi", entry.svi_ifx},
                     {"members", members},
@@ -197,31 +274,6 @@ Answer Vlans::show() {
                     {"up_mem", entry.up_mem}});
     });
     return answer.say("vlans: {count}", {{"count", vl_get_vlan_number()}});
-}
-
-vl_evt_vlan_rec vlan_record(uint16_t vid) {
-    vl_evt_vlan_rec record{};
-    record.vid = vid;
-    record.version = vl_get_vlan_latest_version(vid);
-    if (exists(vid)) {
-        name_of(vid).copy(record.name, sizeof record.name - 1);
-        record.mode = existing(vid).mode;
-    }
-    return record;
-}
-
-vl_evt_vlanset_rec vlanset_record(const vlanset &vlans) {
-    vl_evt_vlanset_rec record{};
-    record.vlans = vlans;
-    for_each_vlan(vlans, [&](uint16_t vid) { record.versions[vid] = vl_get_vlan_latest_version(vid); });
-    return record;
-}
-
-uint32_t parse_vlan_mode(const std::string &text) {
-    for (const ModeName &row : kModes)
-        if (text == row.name)
-            return row.mode;
-    throw std::invalid_argument("no such VLAN mode: " + text);
 }
 
 } // namespace sandbox

@@ -1,23 +1,46 @@
 // The VLANs: this program is the owner of their table in shared memory, decides on their creation with the clients, and
-// applies what clients ask for.
+// applies what clients ask for. Each change is made first and announced then.
 #pragma once
 
 #include "sandbox/ports.h"
 #include "sandbox/prejudge.h"
-#include "sandbox/super_vlans.h"
-
-#include <bridge/vlan_request.h>
-
-#include <cstdint>
-#include <functional>
-#include <string>
 
 namespace sandbox {
 
-// Each change is made first and announced then, with the version that the table has given the VLAN.
+// A VLAN is made a super VLAN, a sub VLAN of one, or neither; then it is static. Changes are announced as the VLANs'
+// new modes and as the event of its own (records in wire/own.h). All throw std::invalid_argument with the reason when
+// they refuse, and nothing has changed then.
+class SuperVlans {
+  public:
+    explicit SuperVlans(Announce announce) : announce_(std::move(announce)) {}
+
+    // Those that are none yet become super VLANs, or are none any more, nor are their sub VLANs sub VLANs.
+    void create(const vlanset &vlans);
+    void remove(const vlanset &vlans);
+    // Super VLANs have come, or have gone: one of them or several have events of their own.
+    void announce_supers(const vlanset &vlans, bool created) const;
+    void add(uint16_t vid, const vlanset &subs);
+    void take(uint16_t vid, const vlanset &subs);
+    // Whether a VLAN answers ARP for its hosts; a new one does.
+    void set_proxy(uint16_t vid, bool on);
+
+    // These VLANs are about to go, or to be of another mode.
+    void dissolve(const vlanset &vlans);
+
+    static Answer show();
+
+  private:
+    void free_subs(uint32_t type, uint16_t vid, const vlanset &subs);
+    void change(const vlanset &vlans, uint32_t mode, uint16_t manage_vid);
+
+    Announce announce_;
+};
+
+// Changes carry the version that the table has given the VLAN.
 class Vlans {
   public:
-    Vlans(Loop &loop, Server &server, Announcer &announcer);
+    Vlans(Announce announce, Ports &ports, SuperVlans &supers, Prejudge &prejudge)
+        : announce_(std::move(announce)), ports_(ports), supers_(supers), prejudge_(prejudge) {}
 
     // Maps the tables and sets their limits; what they hold stays, as after a server's death. Throws
     // std::runtime_error.
@@ -26,10 +49,10 @@ class Vlans {
     // Creates those of the set that do not exist, when no client objects, and tells which these were and why they were
     // refused, nothing when they were not.
     using Settled = std::function<void(const vlanset &vlans, const std::string &refusal)>;
-    void create(const vlanset &vlans, uint32_t mode, bool by_operator, Settled settled);
-    // The rest pass VLANs over that do not exist, except the ones for a single VLAN, which throw.
+    void create(const vlanset &vlans, bri_vlan_mode mode, bool by_operator, Settled settled);
+    // These pass VLANs over that do not exist, but for those that concern one alone.
     vlanset remove(const vlanset &vlans); // those that there were
-    void set_mode(const vlanset &vlans, uint32_t mode);
+    void set_mode(const vlanset &vlans, bri_vlan_mode mode);
     void rename(uint16_t vid, const std::string &name);
     void set_svi(uint16_t vid, uint32_t ifx);
 
@@ -37,28 +60,14 @@ class Vlans {
     std::function<void(const vlanset &vlans)> on_removed = [](const vlanset &) {};
 
     static Answer show();
-    [[nodiscard]] Ports &ports() { return ports_; }
-    [[nodiscard]] SuperVlans &supers() { return supers_; }
-    [[nodiscard]] Prejudge &prejudge() { return prejudge_; }
 
   private:
-    void create_now(const vlanset &vlans, uint32_t mode, bool by_operator);
-    void announce_vlan(uint32_t type, uint16_t vid) const;
-    void announce_set(uint32_t type, const vlanset &vlans) const;
-    void announce_svi(uint16_t vid) const;
+    void create_now(const vlanset &vlans, bri_vlan_mode mode, bool by_operator);
 
     Announce announce_;
-    Ports ports_;
-    SuperVlans supers_;
-    Prejudge prejudge_;
+    Ports &ports_;
+    SuperVlans &supers_;
+    Prejudge &prejudge_;
 };
-
-// The VLAN as events tell it. One that has gone has the version of the life that has ended, and nothing else.
-vl_evt_vlan_rec vlan_record(uint16_t vid);
-// Several, with the versions of their newest lives.
-vl_evt_vlanset_rec vlanset_record(const vlanset &vlans);
-
-// "static", "dynamic" or "super"; throws std::invalid_argument.
-uint32_t parse_vlan_mode(const std::string &text);
 
 } // namespace sandbox

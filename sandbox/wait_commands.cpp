@@ -1,6 +1,6 @@
 // The commands that wait: for messages in the trace, for values of the switch, for time.
 #include "sandbox/parse.h"
-#include "sandbox/pattern.h"
+#include "sandbox/rules.h"
 #include "sandbox/sandbox.h"
 #include "sandbox/values.h"
 

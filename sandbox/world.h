@@ -2,7 +2,7 @@
 // Nothing of it is left when it is destroyed.
 #pragma once
 
-#include "sandbox/control_client.h"
+#include "sandbox/local_socket.h"
 
 #include <chrono>
 #include <cstdint>

@@ -1,6 +1,5 @@
 // The server's word about addresses, and hosts that send: with the kernel's tables beside them and no process.
 #include "sandbox/addresses.h"
-#include "sandbox/traffic.h"
 #include "sandbox/vlan_sets.h"
 #include "tests/support/bytes.h"
 
@@ -55,16 +54,14 @@ struct AddressesTest : testing::Test {
 
     Announce tell = [this](uint32_t type, Bytes payload) {
         told.push_back(type);
-        last = {payload.data, payload.data + payload.size};
+        last = {payload.begin(), payload.end()};
     };
     std::vector<uint32_t> told;
     test::ByteVec last;
     Microseconds now{0};
     KernelTables tables{tell, [this] { return now; }};
-    Addresses addresses{[this](uint32_t type, Bytes data) {
-                            return handle(tables, Asker::kServer, {type, data});
-                        },
-                        tell, place};
+    Addresses addresses{[this](uint32_t type, Bytes data) { return handle(tables, Asker::kServer, type, data); }, tell,
+                        place};
 };
 
 TEST_F(AddressesTest, configured_address_must_be_able_to_be_there) {
@@ -99,7 +96,7 @@ TEST_F(AddressesTest, settings_reach_the_table_and_are_announced) {
     EXPECT_EQ(announced(), std::vector<uint32_t>{MAC_EVENT_SET_AGETIME_RANGE});
     EXPECT_EQ(addresses.set_age(37), 30U);
     EXPECT_EQ(announced(), std::vector<uint32_t>{MAC_EVENT_SET_AGETIME});
-    EXPECT_EQ(bri::load_at<uint32_t>({last.data(), last.size()}, 0), 30U);
+    EXPECT_EQ(object_of<uint32_t>(last), 30U);
     addresses.set_learning(false);
     EXPECT_EQ(announced(), std::vector<uint32_t>{MAC_EVENT_GLOBAL_LEARN});
     addresses.set_room({1, 2, 3});
@@ -123,12 +120,12 @@ TEST_F(AddressesTest, port_or_vlan_that_goes_takes_everything_along) {
     mvlan_msg host{3, {}};
     host.entry.vlan = 11;
     addresses.apply({add(1, 10, 3), add(2, 10, 4), add(3, 11, 3)});
-    addresses.apply(host);
+    addresses.apply_host(host);
     addresses.vlans_deleted(only(11));
     EXPECT_EQ(addresses.all().size(), 2U);
     EXPECT_EQ(addresses.hosts().size(), 0U);
     EXPECT_EQ(told.back(), uint32_t{MVLAN_EVENT_NOTIFY_ENTRY});
-    EXPECT_EQ(bri::load_at<mvlan_msg>({last.data(), last.size()}, 0).entry.type, uint32_t{kMacVlanDelete});
+    EXPECT_EQ(object_of<mvlan_msg>(last).entry.type, uint32_t{kMacVlanDelete});
     addresses.port_deleted(3);
     EXPECT_EQ(addresses.all().size(), 1U);
 }
@@ -143,16 +140,16 @@ TEST_F(AddressesTest, port_that_leaves_a_vlan_takes_its_addresses_there_along) {
 TEST_F(AddressesTest, vlan_of_a_host_that_cannot_be_is_answered_with_an_error) {
     mvlan_msg host{0, {}};
     host.entry.vlan = 12;
-    EXPECT_EQ(reason_of([&] { addresses.apply(host); }), "no such VLAN");
+    EXPECT_EQ(reason_of([&] { addresses.apply_host(host); }), "no such VLAN");
     EXPECT_EQ(announced(), std::vector<uint32_t>{MVLAN_EVENT_ERROR});
     EXPECT_EQ(last.size(), sizeof(mvlan_entry));
     host.entry.vlan = 10;
     addresses.set_host_room(0);
-    EXPECT_EQ(reason_of([&] { addresses.apply(host); }), "the table of hosts' VLANs is full");
+    EXPECT_EQ(reason_of([&] { addresses.apply_host(host); }), "the table of hosts' VLANs is full");
     host.entry.type = kMacVlanDelete;
-    EXPECT_EQ(reason_of([&] { addresses.apply(host); }), "no such entry");
+    EXPECT_EQ(reason_of([&] { addresses.apply_host(host); }), "no such entry");
     host.entry.type = kMacVlanQuery;
-    EXPECT_EQ(reason_of([&] { addresses.apply(host); }), "neither an add nor a delete");
+    EXPECT_EQ(reason_of([&] { addresses.apply_host(host); }), "neither an add nor a delete");
     EXPECT_EQ(announced(), (std::vector<uint32_t>{MVLAN_EVENT_ERROR, MVLAN_EVENT_ERROR}));
 }
 
@@ -160,9 +157,9 @@ TEST_F(AddressesTest, every_message_from_the_server_has_its_least_size) {
     const uint8_t none[1] = {};
     for (const uint32_t type : {uint32_t{MAC_EVENT_DEL_DYN_ON_VLANMAP}, uint32_t{MAC_EVENT_SET_AGETIME},
                                 uint32_t{MAC_EVENT_INTF_LEARN}, uint32_t{MVLAN_EVENT_NOTIFY_ENTRY}, uint32_t{kForget}})
-        EXPECT_EQ(handle(tables, Asker::kServer, {type, {none, sizeof none}}).error, EINVAL) << type;
-    EXPECT_EQ(handle(tables, Asker::kServer, {MAC_EVENT_SS_NOTIFY_ADDR, {}}).error, EOPNOTSUPP);
-    EXPECT_EQ(handle(tables, Asker::kHost, {kForget, {none, sizeof none}}).error, EOPNOTSUPP);
+        EXPECT_EQ(handle(tables, Asker::kServer, type, {none, sizeof none}).error, EINVAL) << type;
+    EXPECT_EQ(handle(tables, Asker::kServer, MAC_EVENT_SS_NOTIFY_ADDR, {}).error, EOPNOTSUPP);
+    EXPECT_EQ(handle(tables, Asker::kHost, kForget, {none, sizeof none}).error, EOPNOTSUPP);
 }
 
 struct TrafficTest : AddressesTest {

@@ -13,7 +13,7 @@ using namespace sandbox;
 struct ClaimsTest : test::Env {
     ClaimsTest() {
         Vlans::open();
-        sandbox.bridge.vlans().ports().add(3, BRI_PORT_ACCESS, 1);
+        sandbox.bridge.ports.add(3, BRI_PORT_ACCESS, 1);
     }
     // The answer's lines, or why it was refused.
     std::string run(const std::string &line) {
@@ -57,7 +57,7 @@ TEST_F(ClaimsTest, interface_and_words_are_checked) {
     EXPECT_EQ(run("exclude set 1000000 dot1x"), "no interface 1000000");
     EXPECT_EQ(run("exclude clear 1000000 dot1x"), "no interface 1000000");
     EXPECT_NE(run("exclude set 3 colour").find("\"colour\""), std::string::npos);
-    EXPECT_EQ(run("exclude set 3 dot1x beside secure"), "exclude set IFX BITS [against BITS]");
+    EXPECT_EQ(run("exclude set 3 dot1x beside secure"), "usage: exclude set IFX FLAGS [against FLAGS]");
 }
 
 } // namespace

@@ -1,6 +1,5 @@
 // VLAN groups and super VLANs in their tables, and what is announced about them.
 #include "sandbox/groups.h"
-#include "sandbox/super_vlans.h"
 #include "sandbox/vlans.h"
 #include "tests/support/test.h"
 #include "wire/own.h"
@@ -22,7 +21,7 @@ struct Announced : test::Env {
     Types announced() { return std::exchange(types, {}); }
     template <class Record> [[nodiscard]] Record last_record() const {
         EXPECT_EQ(last.size(), sizeof(Record));
-        return bri::load_at<Record>({last.data(), last.size()}, 0);
+        return object_of<Record>(last);
     }
     template <class Fn> static std::string reason_of(Fn &&fn) {
         try {
@@ -37,7 +36,7 @@ struct Announced : test::Env {
     std::vector<uint8_t> last;
     Announce tell = [this](uint32_t type, Bytes payload) {
         types.push_back(type);
-        last = {payload.data, payload.data + payload.size};
+        last = {payload.begin(), payload.end()};
     };
 };
 

@@ -34,7 +34,7 @@ struct LinksTest : test::Env {
     std::vector<uint8_t> last;
     Ports ports{[this](uint32_t type, Bytes payload) {
         types.push_back(type);
-        last = {payload.data, payload.data + payload.size};
+        last = {payload.begin(), payload.end()};
     }};
 };
 
@@ -74,7 +74,7 @@ TEST_F(LinksTest, link_is_announced_when_it_has_changed_and_only_then) {
     EXPECT_TRUE(announced().empty());
     ports.set_link(3, false);
     EXPECT_EQ(announced(), std::vector<uint32_t>{VLAN_EVENT_INTF_STATE});
-    const auto record = bri::load_at<wire::intf_state>({last.data(), last.size()}, 0);
+    const auto record = object_of<wire::intf_state>(last);
     EXPECT_EQ(record.ifx, 3U);
     EXPECT_EQ(record.state, 0U);
     ports.set_link(3, false);
@@ -85,7 +85,7 @@ TEST_F(LinksTest, number_of_a_vlan_with_an_svi_is_announced) {
     ASSERT_EQ(vl_set_svi(11, 900), 0);
     ports.set_link(4, false);
     EXPECT_EQ(announced(), (std::vector<uint32_t>{VLAN_EVENT_INTF_STATE, VLAN_EVENT_SVI_MODIFY_UP_NUM}));
-    const auto record = bri::load_at<wire::svi_up_num>({last.data(), last.size()}, 0);
+    const auto record = object_of<wire::svi_up_num>(last);
     EXPECT_EQ(record.svi_ifx, 900U);
     EXPECT_EQ(record.vid, 11);
     EXPECT_EQ(record.up_num, 0U);

@@ -18,7 +18,7 @@ struct Told {
     std::vector<uint8_t> payload;
 
     template <class Record> [[nodiscard]] Record record(size_t at = 0) const {
-        return bri::load_at<Record>({payload.data(), payload.size()}, at);
+        return object_of<Record>(Bytes(payload).subspan(at));
     }
 };
 
@@ -47,9 +47,7 @@ struct TopologyTest : test::Env {
     }
 
     std::vector<Told> told;
-    Announce tell = [this](uint32_t type, Bytes payload) {
-        told.push_back({type, {payload.data, payload.data + payload.size}});
-    };
+    Announce tell = [this](uint32_t type, Bytes payload) { told.push_back({type, {payload.begin(), payload.end()}}); };
     Topology topology{tell};
 };
 

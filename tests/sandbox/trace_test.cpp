@@ -18,7 +18,7 @@ Record request_of(uint16_t pvid) {
     record.kind = Kind::kRequest;
     record.clients = {std::make_shared<const Party>(Party{1, "authd"})};
     record.type = VLAN_EVENT_MODIFY_INTF_PVID;
-    record.payload = payload_of(bytes_of(payload));
+    record.payload = buffer_of(bytes_of(payload));
     return record;
 }
 
@@ -61,7 +61,7 @@ TEST(Trace, keeps_the_last_records_within_bounds) {
     EXPECT_EQ(trace.history().size(), 2048U);
     EXPECT_EQ(trace.history().back().number, 5000U);
     Record large;
-    large.payload = std::make_shared<const std::vector<uint8_t>>(1U << 20);
+    large.payload.resize(1U << 20);
     for (int i = 0; i < 8; ++i)
         trace.add(large);
     EXPECT_LE(trace.history().size(), 4U);
@@ -78,7 +78,7 @@ TEST(RecordText, shows_the_fields_and_what_became_of_it) {
 
 TEST(RecordText, escapes_a_clients_name) {
     Record record;
-    record.note = "connected";
+    record.result = "connected";
     record.clients = {std::make_shared<const Party>(Party{1, "a\x1b[2J\n"})};
     EXPECT_EQ(record_text(record), "client 1 (a\\x1b[2J\\n): connected");
 }

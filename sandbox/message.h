@@ -1,0 +1,49 @@
+// What everybody here speaks of: bytes and messages, who is told of them, and words that other processes write too.
+#pragma once
+
+#include "wire/bytes.h"
+
+#include <bridge/events.h>
+
+#include <functional>
+
+namespace sandbox {
+
+using wire::Buffer;
+using wire::Bytes;
+using wire::bytes_of;
+using wire::object_of;
+
+// Sends an event to the clients that registered it.
+using Announce = std::function<void(uint32_t type, Bytes payload)>;
+
+inline Buffer buffer_of(Bytes bytes) {
+    return {bytes.begin(), bytes.end()};
+}
+
+// A run of records back to back; one that is cut at its end is passed over.
+template <class Record> std::vector<Record> records_of(Bytes run) {
+    std::vector<Record> records;
+    for (; run.size() >= sizeof(Record); run = run.subspan(sizeof(Record)))
+        records.push_back(object_of<Record>(run));
+    return records;
+}
+template <class Record> Bytes run_of(const std::vector<Record> &records) {
+    return {reinterpret_cast<const uint8_t *>(records.data()), records.size() * sizeof(Record)};
+}
+
+// One message, whole.
+struct Message {
+    uint32_t type;
+    Buffer payload = {};
+};
+
+// Words in shared memory.
+template <class T> T load(const T &word) {
+    return __atomic_load_n(&word, __ATOMIC_RELAXED);
+}
+template <class T> void store(T &word, std::type_identity_t<T> value) {
+    __atomic_store_n(&word, value, __ATOMIC_RELAXED);
+}
+
+} // namespace sandbox

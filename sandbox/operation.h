@@ -1,0 +1,78 @@
+// Operations of the switch as what commands and requests do: a command's words and a request's fields become the
+// operation's arguments, so that what both mean is one operation with another origin.
+#pragma once
+
+#include "sandbox/parse.h"
+#include "sandbox/sandbox.h"
+
+#include <tuple>
+
+namespace sandbox {
+
+template <class Part> Part &part_of(Bridge &bridge) {
+    if constexpr (std::is_same_v<Part, Ports>)
+        return bridge.ports;
+    else if constexpr (std::is_same_v<Part, SuperVlans>)
+        return bridge.supers;
+    else if constexpr (std::is_same_v<Part, Vlans>)
+        return bridge.vlans;
+    else if constexpr (std::is_same_v<Part, Prejudge>)
+        return bridge.prejudge;
+    else if constexpr (std::is_same_v<Part, Topology>)
+        return bridge.topology;
+    else if constexpr (std::is_same_v<Part, Groups>)
+        return bridge.groups;
+    else
+        return bridge.addresses;
+}
+
+template <class Function> struct Signature;
+template <class P, class Result, class... Arguments> struct Signature<Result (P::*)(Arguments...)> {
+    using Part = P;
+    using Indices = std::index_sequence_for<Arguments...>;
+    template <size_t Index> using Argument = std::decay_t<std::tuple_element_t<Index, std::tuple<Arguments...>>>;
+};
+
+// A command whose words are the operation's arguments.
+template <auto Operation> Outcome operation(Sandbox &sandbox, const Call &call) {
+    using S = Signature<decltype(Operation)>;
+    auto &part = part_of<typename S::Part>(sandbox.bridge);
+    [&]<size_t... Index>(std::index_sequence<Index...>) {
+        (part.*Operation)(word_as<typename S::template Argument<Index>>(call.words.at(Index))...);
+    }
+    (typename S::Indices());
+    return Answer();
+}
+// A command that shows something.
+template <auto Show> Outcome show(Sandbox &, const Call &) {
+    return Show();
+}
+
+template <class Member> struct MemberOf;
+template <class Record, class Value> struct MemberOf<Value Record::*> { using Whole = Record; };
+// A field as an argument; the one VLAN of a record as the set that the operation takes.
+template <class Argument, class Field> Argument field_as(const Field &field) {
+    if constexpr (std::is_same_v<Argument, vlanset> && std::is_integral_v<Field>)
+        return only(field);
+    else
+        return field;
+}
+
+// A request of which these fields are the operation's arguments.
+template <auto Operation, auto First, auto... Rest> void request(Bridge &bridge, const Connection &, Bytes payload) {
+    using S = Signature<decltype(Operation)>;
+    const auto record = object_of<typename MemberOf<decltype(First)>::Whole>(payload);
+    const auto fields = std::tuple(record.*First, record.*Rest...);
+    [&]<size_t... Index>(std::index_sequence<Index...>) {
+        (part_of<typename S::Part>(bridge).*
+         Operation)(field_as<typename S::template Argument<Index>>(std::get<Index>(fields))...);
+    }
+    (typename S::Indices());
+}
+// A request whose record is the operation's argument.
+template <auto Operation> void whole_request(Bridge &bridge, const Connection &, Bytes payload) {
+    using S = Signature<decltype(Operation)>;
+    (part_of<typename S::Part>(bridge).*Operation)(object_of<typename S::template Argument<0>>(payload));
+}
+
+} // namespace sandbox

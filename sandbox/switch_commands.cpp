@@ -1,0 +1,305 @@
+// The commands about ports, VLANs, groups, claims on ports, spanning trees and bridge protocols.
+#include "sandbox/operation.h"
+#include "sandbox/values.h"
+#include "wire/own.h"
+#include "wire/value.h"
+
+#include <bridge/port_exclusion.h>
+
+#include <stdexcept>
+
+namespace sandbox {
+
+namespace {
+
+// What becomes of a command that is settled later. The clients' answers have their own bounds.
+struct Pending {
+    bool settled = false;
+    std::string refusal;
+    Answer answer;
+};
+Wait wait_for(const std::shared_ptr<Pending> &pending, Microseconds limit = std::chrono::hours(1)) {
+    const auto done = [pending]() -> std::optional<Answer> {
+        if (!pending->refusal.empty())
+            throw std::runtime_error(pending->refusal);
+        return pending->settled ? std::optional(pending->answer) : std::nullopt;
+    };
+    return {done, limit, [] { return std::string("waited in vain for the end of it"); }, {}};
+}
+
+Outcome create_vlans(Sandbox &sandbox, const Call &call) {
+    const bri_vlan_mode mode = call.words.size() > 1 ? word_as<bri_vlan_mode>(call.words[1]) : BRI_VLAN_STATIC;
+    const auto pending = std::make_shared<Pending>();
+    const auto settled = [pending, &sandbox](const vlanset &vlans, const std::string &refusal) {
+        const std::string created = vlans_text(vlans);
+        if (!refusal.empty())
+            pending->refusal = "vlan create " + created + ": " + refusal;
+        pending->answer.say(created == "none" ? "vlan create: they exist already" : "vlan create {created}: done",
+                            {{"created", created}});
+        pending->settled = true;
+        sandbox.trace.changed();
+    };
+    sandbox.bridge.vlans.create(parse_vlans(call.words[0]), mode, true, settled);
+    return wait_for(pending);
+}
+
+Outcome delete_vlans(Sandbox &sandbox, const Call &call) {
+    const vlanset vlans = parse_vlans(call.words[0]);
+    if (count(sandbox.bridge.vlans.remove(vlans)) == 0)
+        throw std::invalid_argument("no VLAN " + vlans_text(vlans));
+    return Answer();
+}
+
+// Every client that decides on port modes is asked first, when told to.
+Outcome set_port_mode(Sandbox &sandbox, const Call &call) {
+    const auto ifx = word_as<uint32_t>(call.words[0]);
+    const auto mode = word_as<bri_port_mode>(call.words[1]);
+    Ports &ports = sandbox.bridge.ports;
+    if (call.words.size() < 3) {
+        ports.set_mode(ifx, mode);
+        return Answer();
+    }
+    if (call.words[2] != "ask")
+        throw std::invalid_argument("port mode IFX MODE [ask]");
+    port_at(ifx);
+    const auto pending = std::make_shared<Pending>();
+    const auto question = [ifx, mode] {
+        return Message{RESEARCH_EVENT_SWPORT_PREJUDGE, buffer_of(bytes_of(wire::swport_prejudge_request{ifx, mode}))};
+    };
+    sandbox.bridge.prejudge.ask(question,
+                                [&sandbox, &ports, ifx, mode, line = call.line, pending](std::string refusal) {
+                                    if (refusal.empty() && !there_is_port(ifx))
+                                        refusal = "no port " + std::to_string(ifx);
+                                    if (refusal.empty())
+                                        ports.set_mode(ifx, mode);
+                                    else
+                                        pending->refusal = line + ": " + refusal;
+                                    pending->answer.say("{command}: done", {{"command", line}});
+                                    pending->settled = true;
+                                    sandbox.trace.note(line + " settled");
+                                });
+    return wait_for(pending);
+}
+
+// A link that goes down and comes up again, some times in a row.
+struct Flapping : Pending {
+    Flapping(Sandbox &sandbox, uint32_t port, unsigned times, Microseconds between)
+        : trace(sandbox.trace), ports(sandbox.bridge.ports), ifx(port), pause(between), steps(2 * times),
+          timer(sandbox.loop, [this] { step(); }) {
+        step();
+    }
+    void step() {
+        if (steps == 0)
+            return;
+        const bool up = --steps % 2 == 0;
+        try {
+            ports.set_link(ifx, up);
+        } catch (const std::invalid_argument &error) { // the port has been taken away
+            steps = 0;
+            refusal = error.what();
+        }
+        settled = steps == 0;
+        if (settled)
+            trace.note("port " + std::to_string(ifx) + " flaps no more"); // whoever waits looks then
+        else
+            timer.start(pause);
+    }
+
+    Trace &trace;
+    Ports &ports;
+    uint32_t ifx;
+    Microseconds pause;
+    unsigned steps;
+    Timer timer;
+};
+
+Outcome flap(Sandbox &sandbox, const Call &call) {
+    constexpr unsigned most = 10000;
+    const Microseconds pause = call.words.size() > 2 ? parse_seconds(call.words[2]) : Microseconds(100000);
+    const auto ifx = word_as<uint32_t>(call.words[0]);
+    const unsigned times = parse_number(call.words[1], most);
+    port_at(ifx);
+    const auto flapping = std::make_shared<Flapping>(sandbox, ifx, times, pause);
+    flapping->settled = flapping->steps == 0;
+    flapping->answer.say("{command}: done", {{"command", call.line}});
+    return wait_for(flapping, 2 * times * pause + std::chrono::hours(1));
+}
+
+// The two tables of claims; both are every process's to write, this one's too.
+struct Claims {
+    wire::Field field; // how a word of it is written
+    // Both give what is in the way.
+    uint32_t (*set)(uint32_t ifx, uint32_t bits, uint32_t against);
+    void (*clear)(uint32_t ifx, uint32_t bits);
+};
+
+void check_interface(bool there, uint32_t ifx) {
+    if (!there)
+        throw std::invalid_argument("no interface " + std::to_string(ifx));
+}
+
+uint32_t change_attributes(uint32_t ifx, uint32_t bits, uint8_t on, uint32_t against) {
+    uint32_t conflict = 0;
+    port_at(ifx);
+    swport_set_attr_exclude(static_cast<int32_t>(ifx), bits, on, against, &conflict);
+    return conflict;
+}
+
+const Claims &exclusions() {
+    static const Claims claims{
+        wire::element_of(*wire::record_of<bri_exclusion_table>().find("flags"), 0),
+        [](uint32_t ifx, uint32_t bits, uint32_t against) {
+            uint32_t conflict = 0;
+            check_interface(bridge_set_excflag(ifx, bits, against, &conflict) == 0 || conflict != 0, ifx);
+            return conflict;
+        },
+        [](uint32_t ifx, uint32_t bits) { check_interface(bridge_unset_excflag(ifx, bits) == 0, ifx); }};
+    return claims;
+}
+
+const Claims &attributes() {
+    static const Claims claims{
+        *wire::record_of<spcb>().find("attr_exclude"),
+        [](uint32_t ifx, uint32_t bits, uint32_t against) { return change_attributes(ifx, bits, 1, against); },
+        [](uint32_t ifx, uint32_t bits) { change_attributes(ifx, bits, 0, 0); }};
+    return claims;
+}
+
+uint32_t parse_bits(const wire::Field &field, const std::string &text) {
+    Buffer bytes(field.offset + field.width);
+    wire::parse_value(field, text, bytes, wire::Order::kNative);
+    return object_of<uint32_t>(Bytes(bytes).subspan(field.offset));
+}
+
+std::string bits_text(const wire::Field &field, uint32_t bits) {
+    Buffer bytes(field.offset);
+    const Bytes word = bytes_of(bits);
+    bytes.insert(bytes.end(), word.begin(), word.end());
+    return wire::value_text(field, bytes, wire::Order::kNative);
+}
+
+template <const Claims &(*Table)()> Outcome claim(Sandbox &, const Call &call) {
+    const Claims &claims = Table();
+    const uint32_t against = call.words.size() > 2 ? parse_bits(claims.field, call.words[2]) : 0;
+    const uint32_t conflict = claims.set(parse_number(call.words[0]), parse_bits(claims.field, call.words[1]), against);
+    if (conflict != 0)
+        throw std::invalid_argument(bits_text(claims.field, conflict) + " is in the way");
+    return Answer();
+}
+
+template <const Claims &(*Table)()> Outcome release(Sandbox &, const Call &call) {
+    Table().clear(parse_number(call.words[0]), parse_bits(Table().field, call.words[1]));
+    return Answer();
+}
+
+// The table of exclusion flags has no call that gives its words, but a claim against all of them tells what is there.
+Answer show_claims() {
+    Answer answer;
+    answer.begin("exclusions").begin("attributes");
+    for (uint32_t ifx = 0; ifx <= BRI_EXCLUSION_IFX_MAX; ++ifx)
+        if (const uint32_t bits = exclusions().set(ifx, 0, UINT32_MAX); bits != 0)
+            answer.row("exclusions", "  interface {ifx} {flags}",
+                       {{"ifx", ifx}, {"flags", bits_text(exclusions().field, bits)}});
+    for_each_port([&](uint32_t ifx) {
+        if (const uint32_t bits = load(port_at(ifx).attr_exclude); bits != 0)
+            answer.row("attributes", "  port {ifx} attributes {attr_exclude}",
+                       {{"ifx", ifx}, {"attr_exclude", bits_text(attributes().field, bits)}});
+    });
+    return answer;
+}
+
+Outcome set_state(Sandbox &sandbox, const Call &call) {
+    l2top_port_status record{};
+    record.ifx = word_as<uint32_t>(call.words[0]);
+    record.instance = call.words[1] == "all" ? BRI_L2TOP_INSTANCE_ALL : word_as<uint16_t>(call.words[1]);
+    record.state = word_as<uint32_t>(call.words[2]);
+    sandbox.bridge.topology.set_states({&record, 1});
+    return Answer();
+}
+
+template <void (Topology::*Change)(uint32_t protocol)> Outcome change_protocol(Sandbox &sandbox, const Call &call) {
+    (sandbox.bridge.topology.*Change)(parse_protocol(call.words[0]));
+    return Answer();
+}
+
+Outcome set_conflicts(Sandbox &sandbox, const Call &call) {
+    sandbox.bridge.topology.set_conflicts(parse_protocol(call.words[0]), parse_protocols(call.words[1]));
+    return Answer();
+}
+
+constexpr Command kSwitchCommands[] = {
+    {"port add", "IFX MODE PVID",
+     "a new port, 1 to 63; MODE is access, trunk, hybrid, uplink, tunnel, host, promis, route", operation<&Ports::add>},
+    {"port del", "IFX", "take a port away", operation<&Ports::remove>},
+    {"port mode", "IFX MODE [ask]", "another mode; with ask, when no client objects", set_port_mode},
+    {"port pvid", "IFX VID", "another native VLAN", operation<&Ports::set_pvid>},
+    {"port allow", "IFX LIST", "the VLANs that may pass it", operation<&Ports::set_allowed>},
+    {"port join", "IFX LIST", "make it a member of VLANs, whatever it carries", operation<&Ports::add_members>},
+    {"port leave", "IFX LIST", "take it out of VLANs", operation<&Ports::remove_members>},
+    {"port up", "IFX", "its link comes up", operation<&Ports::link_up>},
+    {"port down", "IFX", "its link fails", operation<&Ports::link_down>},
+    {"port flap", "IFX times N [every SECONDS]", "its link fails and comes back N times, 0.1 s apart", flap},
+    {"port show", "", "the ports", show<&Ports::show>},
+    {"vlan create", "LIST [MODE]", "new VLANs, when no client objects", create_vlans},
+    {"vlan delete", "LIST", "take VLANs away", delete_vlans},
+    {"vlan rename", "VID NAME", "another name", operation<&Vlans::rename>},
+    {"vlan mode", "LIST MODE", "another mode: static, dynamic or super", operation<&Vlans::set_mode>},
+    {"vlan svi", "VID IFX", "a routed interface; 0 takes it away", operation<&Vlans::set_svi>},
+    {"vlan patience", "MILLISECONDS", "how long a client may take to object", operation<&Prejudge::set_patience>},
+    {"vlan show", "", "the VLANs", show<&Vlans::show>},
+    {"stp state", "IFX INSTANCE STATE", "a port's state, a number of the protocol, in one instance or in all",
+     set_state},
+    {"stp instance", "N vlans LIST", "the VLANs are in that instance, 0 to 64", operation<&Topology::move_vlans>},
+    {"stp show", "", "the instances and the states in those that are in use", show<&Topology::show>},
+    {"proto set", "PROTOCOL", "it runs: mstp, gvrp, lldp, erps, ... unless one that it conflicts with does",
+     change_protocol<&Topology::start>},
+    {"proto clear", "PROTOCOL", "it runs no more", change_protocol<&Topology::stop>},
+    {"proto conflict", "PROTOCOL LIST", "what keeps it from starting: mstp|erps, or none", set_conflicts},
+    {"proto show", "", "what runs, and what conflicts with what", show<&Topology::show_protocols>},
+    {"group create", "ID", "a new VLAN group, 1 to 128", operation<&Groups::create>},
+    {"group delete", "ID", "take it away", operation<&Groups::remove>},
+    {"group vlans", "ID LIST", "exactly these VLANs are in it", operation<&Groups::set_vlans>},
+    {"group default", "ID VID", "its default VLAN", operation<&Groups::set_default>},
+    {"group mode", "ID MODE", "its VLAN assign mode, a number", operation<&Groups::set_assign_mode>},
+    {"group show", "", "the groups", show<&Groups::show>},
+    {"exclude set", "IFX FLAGS [against FLAGS]", "claim an interface: dot1x|secure, unless one of the others is there",
+     claim<exclusions>},
+    {"exclude clear", "IFX FLAGS", "give it back", release<exclusions>},
+    {"exclude attribute", "IFX BITS [against BITS]", "the same with the attributes of a port", claim<attributes>},
+    {"exclude no-attribute", "IFX BITS", "give them back", release<attributes>},
+    {"exclude show", "", "all claims", show<show_claims>},
+    {"super create", "LIST", "the VLANs are super VLANs from now on", operation<&SuperVlans::create>},
+    {"super delete", "LIST", "they are none any more, nor are their sub VLANs sub VLANs",
+     operation<&SuperVlans::remove>},
+    {"super add", "VID LIST", "these VLANs are its sub VLANs too", operation<&SuperVlans::add>},
+    {"super remove", "VID LIST", "these are not any more", operation<&SuperVlans::take>},
+    {"super arp", "VID on|off", "whether a VLAN answers ARP for its hosts", operation<&SuperVlans::set_proxy>},
+    {"super show", "", "the super VLANs and their sub VLANs", show<&SuperVlans::show>},
+};
+
+// The element of a show command's list whose field is the key.
+Fields element(const Answer &answer, const char *list, const char *field, uint32_t key) {
+    for (const Fields &object : answer.json()[list])
+        if (object[field] == key)
+            return object;
+    return nullptr;
+}
+
+constexpr Value kSwitchValues[] = {
+    {"port", "IFX",
+     [](Sandbox &, const Words &keys) { return element(Ports::show(), "ports", "ifx", parse_number(keys[0])); }},
+    {"vlan", "VID",
+     [](Sandbox &, const Words &keys) { return element(Vlans::show(), "vlans", "vid", parse_number(keys[0])); }},
+};
+
+} // namespace
+
+Family switch_commands() {
+    return kSwitchCommands;
+}
+
+Values switch_values() {
+    return kSwitchValues;
+}
+
+} // namespace sandbox
