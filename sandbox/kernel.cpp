@@ -18,7 +18,7 @@ constexpr Microseconds kExpiryStep{20000}; // what ages within that goes togethe
 constexpr char kFamilyName[] = "EF_BRIDGE";
 constexpr size_t kNetlinkHeaders = sizeof(nlmsghdr) + sizeof(genlmsghdr);
 
-void append(Buffer &to, Bytes bytes) {
+void add_bytes(Buffer &to, Bytes bytes) {
     to.insert(to.end(), bytes.begin(), bytes.end());
 }
 
@@ -30,14 +30,15 @@ struct Attribute {
 Buffer netlink(uint16_t type, uint8_t command, std::initializer_list<Attribute> attributes) {
     Buffer body;
     for (const Attribute &attribute : attributes) {
-        append(body, bytes_of(nlattr{static_cast<uint16_t>(sizeof(nlattr) + attribute.data.size()), attribute.type}));
-        append(body, attribute.data);
+        add_bytes(body,
+                  bytes_of(nlattr{static_cast<uint16_t>(sizeof(nlattr) + attribute.data.size()), attribute.type}));
+        add_bytes(body, attribute.data);
         body.resize((body.size() + NLA_ALIGNTO - 1) / NLA_ALIGNTO * NLA_ALIGNTO);
     }
     Buffer message;
-    append(message, bytes_of(nlmsghdr{static_cast<uint32_t>(kNetlinkHeaders + body.size()), type, 0, 0, 0}));
-    append(message, bytes_of(genlmsghdr{command, 1, 0}));
-    append(message, body);
+    add_bytes(message, bytes_of(nlmsghdr{static_cast<uint32_t>(kNetlinkHeaders + body.size()), type, 0, 0, 0}));
+    add_bytes(message, bytes_of(genlmsghdr{command, 1, 0}));
+    add_bytes(message, body);
     return message;
 }
 
@@ -56,9 +57,9 @@ bool asks_for_family(Bytes packet) {
 Buffer error_answer(int error, Bytes request) {
     const auto cause = object_of<nlmsghdr>(request);
     Buffer bytes;
-    append(bytes, bytes_of(nlmsghdr{sizeof(nlmsghdr) + sizeof error + sizeof cause, NLMSG_ERROR, 0, 0, 0}));
-    append(bytes, bytes_of(-error));
-    append(bytes, bytes_of(cause));
+    add_bytes(bytes, bytes_of(nlmsghdr{sizeof(nlmsghdr) + sizeof error + sizeof cause, NLMSG_ERROR, 0, 0, 0}));
+    add_bytes(bytes, bytes_of(-error));
+    add_bytes(bytes, bytes_of(cause));
     return bytes;
 }
 

@@ -15,7 +15,7 @@ namespace {
 constexpr char kSocketName[] = ".kernel_control";
 constexpr uint32_t kAnswer = 0x30000; // KernelResult: its error, uint32_t, and its answer
 constexpr Microseconds kLookAgain{1000000};
-constexpr timeval kPatience{5, 0}; // with a process that hangs
+constexpr timeval kLinkPatience{5, 0}; // with a process that hangs
 
 Buffer framed(uint32_t type, Bytes data) {
     Buffer bytes = buffer_of(bytes_of(bri_msg_hdr{type, static_cast<uint32_t>(data.size())}));
@@ -42,7 +42,7 @@ bool KernelLink::connect() {
         return false;
     }
     for (const int direction : {SO_RCVTIMEO, SO_SNDTIMEO})
-        setsockopt(fd_->get(), SOL_SOCKET, direction, &kPatience, sizeof kPatience);
+        setsockopt(fd_->get(), SOL_SOCKET, direction, &kLinkPatience, sizeof kLinkPatience);
     const auto on_readable = [](evutil_socket_t, short, void *self) { static_cast<KernelLink *>(self)->take_news(); };
     readable_.reset(event_new(loop_.base(), fd_->get(), EV_READ | EV_PERSIST, on_readable, this));
     event_add(readable_.get(), nullptr);

@@ -86,7 +86,7 @@ template <auto Operation>
 constexpr auto one_vlan = request<Operation, &vl_dyn_member_req::ifx, &vl_dyn_member_req::vid>;
 template <auto Operation>
 constexpr auto some_vlans = request<Operation, &vl_port_vlanset_req::ifx, &vl_port_vlanset_req::vlans>;
-constexpr auto flush_vlans = request<&Addresses::flush, &bri_mac_vlanmap_del::vlans, &bri_mac_vlanmap_del::ifx>;
+constexpr auto flush_learned = request<&Addresses::flush, &bri_mac_vlanmap_del::vlans, &bri_mac_vlanmap_del::ifx>;
 
 // A setting is announced by whoever sets it; the others that are echoed are events of their own.
 constexpr Request kRequests[] = {
@@ -109,8 +109,8 @@ constexpr Request kRequests[] = {
     {MAC_EVENT_ROLLBACK_ADDR, kAny, take_records, true},
     {MAC_EVENT_BYPASS_ADDR, kAny, take_records, true},
     {MAC_EVENT_DYN_FLUSH, kAny, flush_all, true},
-    {MAC_EVENT_DEL_DYN_ON_VLANMAP, kAtLeast, flush_vlans, true},
-    {MAC_EVENT_DEL_DYN_ON_INTF_VLANMAP, kAtLeast, flush_vlans, true},
+    {MAC_EVENT_DEL_DYN_ON_VLANMAP, kAtLeast, flush_learned, true},
+    {MAC_EVENT_DEL_DYN_ON_INTF_VLANMAP, kAtLeast, flush_learned, true},
     {MAC_EVENT_INTF_LEARN, kAtLeast, switch_port_learning},
     {MAC_EVENT_SET_AGETIME_RANGE, kAtLeast, whole_request<&Addresses::set_age_range>},
     {MAC_EVENT_SET_AVAILABLE_MAC, kAtLeast, whole_request<&Addresses::set_room>},
