@@ -13,6 +13,8 @@ namespace {
 constexpr size_t kFraming = sizeof(bri_batch_hdr) + sizeof(bri_msg_hdr);
 constexpr size_t kSyncMessages = 4; // role, begin and end of the backup data, end of the synchronisation, in one batch
 constexpr size_t kSyncBytes = sizeof(bri_batch_hdr) + kSyncMessages * sizeof(bri_msg_hdr) + 1;
+constexpr size_t kOriginMessages = 2; // begin and end of the addresses, in one batch
+constexpr size_t kOriginBytes = sizeof(bri_batch_hdr) + kOriginMessages * sizeof(bri_msg_hdr);
 constexpr size_t kMostFaults = 20;
 
 bool starts_with(const std::string &text, const char *beginning) {
@@ -97,7 +99,7 @@ void Books::server_line(const std::string &line) {
     if (starts_with(line, "error: no such client: "))
         return told_line('d', line);
     if (starts_with(line, "role: "))
-        return role(line == "role: slave");
+        return role(starts_with(line, "role: slave"));
     if (starts_with(line, "switchover: "))
         return switchover(line.find("begin") != std::string::npos, line.find("end") != std::string::npos);
     if (starts_with(line, "restart: "))
@@ -133,6 +135,8 @@ void Books::client_line(unsigned id, const std::string &rest, const std::string 
         request_line(link, rest);
     } else if (ending && rest == "lost, closed by the client") {
         link->over = true;
+    } else if (ending && has_layer(link->host) && rest.find(" events, now ") != std::string::npos) {
+        ++link->received; // the layer's last registrations
     } else {
         fault("client " + std::to_string(id) + " (" + name + "): " + rest);
         link->over = true;
@@ -167,7 +171,7 @@ void Books::request_line(const std::shared_ptr<Link> &link, const std::string &r
         return;
     }
     if (type == BRIDGE_EVENT_ORI_DATA_REQUEST)
-        return; // the library's own, once
+        return origin_request(*link);
     if (type != SOAK_REQUEST)
         return fault("client " + std::to_string(link->id) + " " + rest);
     ++totals.requests;
@@ -177,6 +181,15 @@ void Books::request_line(const std::shared_ptr<Link> &link, const std::string &r
         message(to, sizeof(soak_request));
         item(to, 'q', place);
     });
+}
+
+// The library's own, once a process, and the layer's on every connection. There are no addresses, and only the layer
+// has registered the events around them.
+void Books::origin_request(Link &link) {
+    if (!has_layer(link.host))
+        return;
+    link.bytes += kOriginBytes;
+    link.messages += kOriginMessages;
 }
 
 // The answer to what was told first of what has not been answered yet.

@@ -22,6 +22,11 @@ namespace soak {
 
 constexpr unsigned kHosts = 8;
 
+// Every other host has the layer on top of the library.
+constexpr bool has_layer(int host) {
+    return host % 2 == 1;
+}
+
 struct Report {
     unsigned long requests = 0, flood = 0, refused = 0, dropped = 0, cached = 0, delayed = 0, connects = 0, bad = 0,
                   late = 0, heap = 0;
@@ -96,6 +101,7 @@ class Books {
     void client_line(unsigned id, const std::string &rest, const std::string &name);
     void listed(const std::string &row);
     void register_link(Link &link, const std::string &name);
+    static void origin_request(Link &link);
     void request_line(const std::shared_ptr<Link> &link, const std::string &rest);
     void told_line(char what, const std::string &line);
     void end_links(int host);

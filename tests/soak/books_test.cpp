@@ -140,7 +140,7 @@ struct SlaveBooksTest : BooksTest {
     SlaveBooksTest() { reconnect_as_slave(2); }
 
     void reconnect_as_slave(unsigned id) {
-        books_.server_line("role: slave");
+        books_.server_line("role: slave, 1 clients");
         books_.drop_told(-1);
         books_.server_line("drop: 1 clients");
         connect(id, 0);
@@ -158,10 +158,10 @@ TEST_F(SlaveBooksTest, begin_of_a_switch_over_belongs_to_the_connection_that_wha
 }
 
 TEST_F(SlaveBooksTest, request_belongs_to_the_connection_that_what_follows_fits) {
-    books_.server_line("role: master");
+    books_.server_line("role: master, 1 clients");
     request(2, 0);
     reconnect_as_slave(3);
-    books_.server_line("role: master");
+    books_.server_line("role: master, 1 clients");
     request(3, 0);
     send(1);
     see({"u", "q 0 2 2", "e 1 1"});
@@ -180,9 +180,9 @@ TEST_F(SlaveBooksTest, begin_of_a_switch_over_missing_on_an_open_connection_is_a
 
 TEST_F(BooksTest, slave_sees_nothing) {
     send(1);
-    books_.server_line("role: slave");
+    books_.server_line("role: slave, 1 clients");
     send(2);
-    books_.server_line("role: master");
+    books_.server_line("role: master, 1 clients");
     send(3);
     see({"u", "e 1 1", "e 3 3"});
     expect_right();
@@ -190,7 +190,7 @@ TEST_F(BooksTest, slave_sees_nothing) {
 }
 
 TEST_F(BooksTest, slave_that_sees_something_is_a_fault) {
-    books_.server_line("role: slave");
+    books_.server_line("role: slave, 1 clients");
     send(1);
     see({"u", "e 1 1"});
     expect_fault("event 1 has come, nothing more was sent");

@@ -1,4 +1,5 @@
-/* soak_host INDEX: a host daemon named "h" and its index. It obeys the lines on its standard input,
+/* soak_host INDEX [layer]: a host daemon named "h" and its index, on the bare library or with the host layer, which
+ * must make no difference to what reaches it. It obeys the lines on its standard input,
  *
  *   send N     sends N requests that come back as events
  *   flood N    sends N requests that each leave at once
@@ -16,6 +17,8 @@
 #include "tests/soak/records.h"
 
 #include <bridge/bridge.h>
+#include <bridge/host.h>
+#include <bridge/sets.h>
 
 #include <qv_thread.h>
 
@@ -42,6 +45,9 @@ static struct {
     uint32_t connects;
     uint32_t bad;  /* events that are not what the driver had sent */
     uint32_t late; /* events that a delay had held back */
+    bool layer;
+    uint32_t broken; /* ends of a resynchronisation without a begin, begins within one */
+    uint64_t handled;
 } self;
 
 /* Events whose numbers follow each other and that have not been printed yet. */
@@ -108,6 +114,7 @@ static int on_event(uint32_t type, void *data, uint16_t len) {
         good = take_request(data, len);
     else
         good = take_event(type, data, len);
+    ++self.handled;
     self.bad += good ? 0 : 1;
     self.late += g_bri_msg_delay_num != 0 ? 1 : 0; /* itself is counted while it is handled */
     return 0;
@@ -127,12 +134,24 @@ static void send_requests(uint32_t type, uint32_t *accepted, unsigned long count
     }
 }
 
+/* What the layer says that cannot be: on top of the events that are wrong. */
+static uint32_t layer_faults(void) {
+    struct bridge_host_statistics figures = {.size = sizeof figures};
+    if (!self.layer)
+        return 0;
+    if (bridge_host_get_statistics(&figures) != 0)
+        return 1;
+    return self.broken + (figures.events != self.handled) + figures.dropped_short + figures.dropped_long +
+           (figures.runs_dropped != g_bridge_client->cache_drop) + (figures.resyncs_complete == 0);
+}
+
 static void report(void) {
     show_run();
     printf(
         "report requests %u flood %u refused %u dropped %u cached %u delayed %u connects %u bad %u late %u heap %zu\n",
         self.requests, self.flood, self.refused, g_bridge_client->cache_drop, g_bridge_client->cache_cnt,
-        g_bri_msg_delay_num, self.connects, self.bad, self.late, mallinfo2().uordblks + mallinfo2().hblkhd);
+        g_bri_msg_delay_num, self.connects, self.bad + layer_faults(), self.late,
+        mallinfo2().uordblks + mallinfo2().hblkhd);
     fflush(stdout);
 }
 
@@ -145,6 +164,18 @@ static void obey(const char *line) {
         report();
 }
 
+static void on_stopped(const struct bridge_host_left *left, void *context) {
+    (void)left, (void)context;
+    qv_thread_master_stop(loop);
+}
+
+static void end(void) {
+    if (!self.layer)
+        qv_thread_master_stop(loop);
+    else if (bridge_host_stop(on_stopped) != 0)
+        exit(EXIT_FAILURE);
+}
+
 /* Job: standard input has commands or has ended. */
 static int on_input(void *arg) {
     static char text[4096];
@@ -152,7 +183,7 @@ static int on_input(void *arg) {
     (void)arg;
     const ssize_t length = read(STDIN_FILENO, text + filled, sizeof text - 1 - filled);
     if (length <= 0) {
-        qv_thread_master_stop(loop);
+        end();
         return 0;
     }
     filled += (size_t)length;
@@ -177,31 +208,78 @@ static int show(void *arg) {
     return 0;
 }
 
-static void want(struct event_set *set, uint32_t type) {
-    set->words[type >> 5] |= UINT32_C(1) << (type & 31);
+static const uint32_t other_events[] = {BRIDGE_EVENT_BKUP_DATA_END, BRIDGE_EVENT_SWITCHOVER_BEGIN, SOAK_REQUEST};
+enum {
+    OTHER_EVENTS = sizeof other_events / sizeof *other_events,
+    SOAK_EVENTS = sizeof soak_events / sizeof *soak_events
+};
+
+static uint32_t wanted(size_t at) {
+    return at < OTHER_EVENTS ? other_events[at] : soak_events[at - OTHER_EVENTS];
 }
 
-static int register_events(void) {
+static bool start_bare(const char *name) {
     struct event_set set = {{0}};
-    want(&set, BRIDGE_EVENT_BKUP_DATA_END);
-    want(&set, BRIDGE_EVENT_SWITCHOVER_BEGIN);
-    want(&set, SOAK_REQUEST);
-    for (size_t i = 0; i < sizeof soak_events / sizeof *soak_events; ++i)
-        want(&set, soak_events[i]);
+    for (size_t i = 0; i < OTHER_EVENTS + SOAK_EVENTS; ++i)
+        bri_event_set_add(&set, wanted(i));
+    if (bridge_agent_init(name, loop) != 0)
+        return false;
     bridge_agent_set_connect_callback(on_connect);
-    return bridge_client_reg_event(&set, on_event);
+    return bridge_client_reg_event(&set, on_event) == 0;
+}
+
+static void on_record(const void *record, uint16_t size, void *context) {
+    on_event(*(const uint32_t *)context, (void *)(uintptr_t)record, size);
+}
+
+static void on_connection(int up, void *context) {
+    (void)context;
+    self.connects += up != 0 ? 1 : 0;
+}
+
+static bool resync_open[BRI_SUBMOD_BCFG + 1];
+
+static void on_resync_begin(uint32_t submod, void *context) {
+    (void)context;
+    self.broken += resync_open[submod] ? 1 : 0;
+    resync_open[submod] = true;
+}
+static void on_resync_end(uint32_t submod, int complete, void *context) {
+    (void)complete, (void)context;
+    self.broken += resync_open[submod] ? 0 : 1;
+    resync_open[submod] = false;
+}
+
+static bool start_layer(const char *name) {
+    static uint32_t types[OTHER_EVENTS + SOAK_EVENTS];
+    struct bridge_host_handler handlers[OTHER_EVENTS + SOAK_EVENTS] = {{0}};
+    for (size_t i = 0; i < OTHER_EVENTS + SOAK_EVENTS; ++i) {
+        types[i] = wanted(i);
+        handlers[i] = (struct bridge_host_handler){types[i], 0, on_record, &types[i]};
+    }
+    const struct bridge_host_config config = {.size = sizeof config,
+                                              .flags = BRIDGE_HOST_SWEEP_VLANS | BRIDGE_HOST_SWEEP_PORTS,
+                                              .name = name,
+                                              .master = loop,
+                                              .handlers = handlers,
+                                              .handler_count = OTHER_EVENTS + SOAK_EVENTS,
+                                              .on_connection = on_connection,
+                                              .on_resync_begin = on_resync_begin,
+                                              .on_resync_end = on_resync_end};
+    return bridge_host_start(&config) == 0;
 }
 
 int main(int argc, char **argv) {
     static char buffer[1 << 16]; /* so that printing never allocates */
     char name[16];
-    if (argc != 2)
+    if (argc != 2 && (argc != 3 || strcmp(argv[2], "layer") != 0))
         return 2;
     setvbuf(stdout, buffer, _IOFBF, sizeof buffer);
     self.host = (uint32_t)strtoul(argv[1], NULL, 10);
     snprintf(name, sizeof name, "h%u", self.host);
     loop = qv_thread_master_create();
-    if (loop == NULL || bridge_agent_init(name, loop) != 0 || register_events() != 0)
+    self.layer = argc == 3;
+    if (loop == NULL || !(self.layer ? start_layer : start_bare)(name))
         return 1;
     g_bridge_client->cache_max = CACHE_LIMIT;
     show(NULL);

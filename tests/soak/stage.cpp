@@ -71,7 +71,9 @@ void Stage::start_hosts() {
     environment.push_back(std::string("LD_LIBRARY_PATH=").append(SOAK_KERNEL_SIM_DIR)); // LD_PRELOAD takes no blank
     environment.push_back(std::string("LD_PRELOAD=").append(SOAK_KERNEL_SIM));
     for (unsigned host = 0; host < kHosts; ++host) {
-        const std::vector<std::string> command{SOAK_HOST, std::to_string(host)};
+        std::vector<std::string> command{SOAK_HOST, std::to_string(host)};
+        if (has_layer(static_cast<int>(host)))
+            command.emplace_back("layer");
         const auto enter = [this, host](const std::string &line) { books.host_line(host, line); };
         hosts_.push_back(std::make_unique<Child>(command, environment, enter));
         pids_.push_back(hosts_.back()->pid());
