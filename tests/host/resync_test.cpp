@@ -388,23 +388,20 @@ TEST_F(HostResync, of_vlans_is_not_begun_by_a_look_up_between_empty_markers) {
 }
 
 TEST_F(HostResync, is_not_complete_without_the_tables) {
-    StartedHost::start();
-    start_layer();
-    connect();
-    g_vl_mng = vl_mng{};
-    setenv("VSDID", "-285278209", 1); // gives the VLAN table's key the value 0
     faults::fail("shmget", 1, ENOSPC, 100);
-    faults::fail("semget", 1, ENOSPC, 100);
+    ASSERT_EQ(start_layer(), 0);
+    connect();
+    faults::fail("shmget", 1, ENOSPC, 100);
     synchronise();
+    EXPECT_GT(faults::injected(), 0);
     EXPECT_EQ(told, (Told{"up", "master", "begin 3", "event 389", "cut 3"}));
     EXPECT_EQ(bridge_host_in_step(BRI_SUBMOD_VLAN), 0);
-    setenv("VSDID", std::to_string(vsd()).c_str(), 1);
 }
 
 TEST_F(HostResync, maps_the_tables_that_could_not_be_had_at_the_start) {
-    StartedHost::start();
-    g_vl_mng = vl_mng{};
-    start_layer();
+    faults::fail("shmget", 1, ENOSPC, 100);
+    ASSERT_EQ(start_layer(), 0);
+    EXPECT_EQ(g_vl_mng.entries, nullptr);
     connect();
     synchronise();
     EXPECT_NE(g_vl_mng.entries, nullptr);
