@@ -105,7 +105,7 @@ struct bridge_host_handler {
 /* What a resynchronisation did not tell again. */
 enum bridge_host_kind { BRIDGE_HOST_VLAN = 1, BRIDGE_HOST_PORT = 2, BRIDGE_HOST_ADDRESS = 3 };
 struct bridge_host_vanished {
-    enum bridge_host_kind kind;
+    enum bridge_host_kind kind;   /* what it was */
     uint16_t vid;                 /* the VLAN; of an address its broadcast domain */
     uint32_t ifx;                 /* the port; of an address the port where it was */
     struct bri_mac_entry address; /* the address as it was last told; zero for other kinds */
@@ -149,9 +149,9 @@ struct bridge_host_config {
     /* The role has changed, also without a switch-over. Behind a switch-over it is MASTER at its begin; the data is
      * complete with the resynchronisations that follow its end. */
     void (*on_role)(enum bridge_host_role role, void *context);
-    void (*on_resync_begin)(uint32_t submod, void *context); /* enum bri_submod */
-    void (*on_vanished)(const struct bridge_host_vanished *what, void *context);
-    void (*on_resync_end)(uint32_t submod, int complete, void *context);
+    void (*on_resync_begin)(uint32_t submod, void *context);                     /* enum bri_submod */
+    void (*on_vanished)(const struct bridge_host_vanished *what, void *context); /* between begin and end */
+    void (*on_resync_end)(uint32_t submod, int complete, void *context);         /* as said above */
 };
 
 /* Starts the layer and, unless that has been done, the library (bridge_agent_init). Registers the events of the table
@@ -205,9 +205,9 @@ struct bridge_host_pending {
     void *context; /* passed to all three */
 
     /* The layer's. Zero before the first use. */
-    struct bri_list link;
-    uint32_t since;
-    uint32_t state;
+    struct bri_list link; /* among the outstanding */
+    uint32_t since;       /* number of the last event before it */
+    uint32_t state;       /* 0: not outstanding */
 };
 
 /* Sends the request and watches for its end; any number at once. An event that is in no row is registered for it, and
@@ -241,11 +241,11 @@ struct bridge_host_walk {
     void *context; /* passed to both */
 
     /* The layer's. Zero before the first use. */
-    struct bri_list link;
-    struct bri_mac_entry current;
-    int32_t fd;
-    uint16_t family;
-    uint16_t state;
+    struct bri_list link;         /* among those that run */
+    struct bri_mac_entry current; /* the last entry */
+    int32_t fd;                   /* its socket */
+    uint16_t family;              /* the bridge module's number */
+    uint16_t state;               /* 0: it does not run */
 };
 
 /* Begins a walk; any number at once. BRI_ERR_SOCKET: no socket to the kernel; BRI_ERR_INVALID: it runs already;
@@ -275,9 +275,9 @@ enum bridge_host_refusal_reason {
     BRIDGE_HOST_CLAIM_NO_TABLE = 3 /* the table cannot be had */
 };
 struct bridge_host_refusal {
-    enum bridge_host_refusal_reason reason;
-    uint32_t flags; /* the bits of flag_conflicts that are set */
-    uint32_t attrs; /* the bits of attr_conflicts that are set */
+    enum bridge_host_refusal_reason reason; /* FREE when it was not refused */
+    uint32_t flags;                         /* the bits of flag_conflicts that are set */
+    uint32_t attrs;                         /* the bits of attr_conflicts that are set */
     char text[160]; /* for people, never empty after a refusal: "port 3 is held: BRI_DOT1X BRI_SECURE" */
 };
 
@@ -320,8 +320,8 @@ struct bridge_host_statistics {
     uint32_t requests;           /* accepted by bridge_host_request, */
     uint32_t requests_refused;   /* and not */
     uint32_t requests_done;      /* how the accepted ones ended */
-    uint32_t requests_timed_out;
-    uint32_t requests_lost;
+    uint32_t requests_timed_out; /* by their deadline */
+    uint32_t requests_lost;      /* with the connection */
     uint32_t requests_cancelled; /* bridge_host_cancel and bridge_host_stop */
     uint32_t walks;              /* begun */
     uint32_t runs_dropped;       /* by the library, because its cache was full */
