@@ -9,13 +9,17 @@
 #include <unistd.h>
 
 struct qv_thread_master *host_loop;
+void (*host_at_end)(void);
 
 static int signals = -1;
 
 /* Job: a signal asks us to end. */
 static int on_signal(void *arg) {
     (void)arg;
-    qv_thread_master_stop(host_loop);
+    if (host_at_end != NULL)
+        host_at_end();
+    else
+        qv_thread_master_stop(host_loop);
     return 0;
 }
 
@@ -30,17 +34,23 @@ static bool watch_signals(void) {
     return signals >= 0 && qv_thread_add_read_withname(host_loop, on_signal, NULL, signals, "host-signal") != NULL;
 }
 
-bool host_start(const char *name) {
+static void destroy_loop(void) {
+    qv_thread_master_destroy(host_loop);
+    close(signals);
+}
+
+bool host_make_loop(void) {
     setvbuf(stdout, NULL, _IOLBF, 0);
     host_loop = qv_thread_master_create();
-    return host_loop != NULL && watch_signals() && bridge_agent_init(name, host_loop) == 0;
+    return host_loop != NULL && atexit(destroy_loop) == 0 && watch_signals();
+}
+
+bool host_start(const char *name) {
+    return host_make_loop() && bridge_agent_init(name, host_loop) == 0;
 }
 
 int host_run(void) {
-    const int result = qv_thread_master_run(host_loop);
-    qv_thread_master_destroy(host_loop);
-    close(signals);
-    return result == 0 ? EXIT_SUCCESS : EXIT_FAILURE;
+    return qv_thread_master_run(host_loop) == 0 ? EXIT_SUCCESS : EXIT_FAILURE;
 }
 
 void host_after_ms(long milliseconds, qv_thread_func job, const char *name) {

@@ -9,11 +9,17 @@
 
 #include <stdbool.h>
 
-/* The loop in which everything happens, after host_start(). */
+/* The loop in which everything happens, once it is made. */
 extern struct qv_thread_master *host_loop;
 
-/* Makes the loop and initialises the library with it; standard output goes out line by line. Register handlers and
- * callbacks next: nothing is sent or received before the loop runs. */
+/* What SIGINT and SIGTERM lead to; null: the loop is stopped. Else this sees to it that it is. */
+extern void (*host_at_end)(void);
+
+/* Makes the loop, which lasts until the process ends; standard output goes out line by line. */
+bool host_make_loop(void);
+
+/* Makes the loop and initialises the library with it. Register handlers and callbacks next: nothing is sent or received
+ * before the loop runs. */
 bool host_start(const char *name);
 
 /* Runs the loop until SIGINT or SIGTERM. Gives the exit status. */

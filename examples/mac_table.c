@@ -2,15 +2,14 @@
  * share by port, asks the server to add a static address, and prints every address that the server announces, that one
  * among them.
  *
- * The table is read when the kernel channel has come up; the request waits until the server's data is complete, since
- * announcements do not reach a host before. A channel that comes up later leads to a kernel whose table may be empty:
- * the address is asked for again.
+ * The table is read when the kernel channel has come up, in slices that do not hold the loop. The request waits until
+ * the server has told the addresses that there are. A channel that comes up later leads to a kernel whose table may be
+ * empty: the address is asked for again.
  */
-#include "host.h"
+#include "layer.h"
 
 #include <stdint.h>
 #include <stdio.h>
-#include <string.h>
 #include <unistd.h>
 
 static struct {
@@ -32,95 +31,88 @@ static void print_entry(const char *what, const struct bri_mac_entry *entry) {
            entry->bcast_id, entry->ifx, type_text(entry->type));
 }
 
-/* Prints from the first entry that the key selects to the last. Every step waits for the kernel's answer. */
-static void print_walk(struct bri_mac_entry key, int (*first)(struct bri_mac_entry *),
-                       int (*next)(const struct bri_mac_entry *, struct bri_mac_entry *)) {
-    unsigned count = 0;
-    for (int result = first(&key); result == 0; result = next(&key, &key), ++count)
-        print_entry("  entry", &key);
-    printf("%s:   %u entries\n", options.name, count);
-}
+/* The kernel's table: first all of it, then one port's. */
 
-/* Job: prints the table. An entry's field tells by what a walk goes; the address 0 is the lowest. */
-static int print_table(void *arg) {
-    (void)arg;
-    printf("%s: all addresses\n", options.name);
-    print_walk((struct bri_mac_entry){.field = BRI_MAC_FIELD_MAC}, bridge_maddr_find_first_on_mac,
-               bridge_maddr_find_next_on_mac);
-    printf("%s: addresses of port %u\n", options.name, options.ifx);
-    print_walk((struct bri_mac_entry){.field = BRI_MAC_FIELD_IFX, .ifx = options.ifx}, bridge_maddr_find_first_on_ifx,
-               bridge_maddr_find_next_on_ifx);
+static unsigned entries;
+
+static int print_next(const struct bri_mac_entry *entry, void *context) {
+    (void)context;
+    ++entries;
+    print_entry("  entry", entry);
     return 0;
 }
 
-/* Job: asks the server for the static address. The answer is its announcement. */
-static int add_address(void *arg) {
-    (void)arg;
+static void on_walked(struct bridge_host_walk *walk, int result, void *context);
+static struct bridge_host_walk walk = {.on_entry = print_next, .on_end = on_walked};
+
+static void print_addresses_of(uint32_t ifx) {
+    if (ifx == 0)
+        printf("%s: all addresses\n", options.name);
+    else
+        printf("%s: addresses of port %u\n", options.name, ifx);
+    entries = 0;
+    walk.ifx = ifx;
+    if (bridge_host_walk_start(&walk) != 0)
+        on_walked(&walk, BRI_ERR_SOCKET, NULL);
+}
+
+static void on_walked(struct bridge_host_walk *ended, int result, void *context) {
+    (void)result, (void)context;
+    printf("%s:   %u entries\n", options.name, entries);
+    if (ended->ifx == 0)
+        print_addresses_of(options.ifx);
+}
+
+/* Asks the server for the static address. The answer is its announcement. */
+static void add_address(void) {
     if (bridge_maddr_add_static(options.mac, options.vid, options.ifx) == 0)
         printf("%s: asked for the address\n", options.name);
     else
         printf("%s: could not ask for the address: no port %u, or no server\n", options.name, options.ifx);
-    return 0;
 }
 
-/* Job: whether the address has reached the kernel. */
-static int look_up_address(void *arg) {
+/* Whether the address has reached the kernel. One look-up waits for its answer. */
+static void look_up_address(void) {
     struct bri_mac_entry entry;
-    (void)arg;
     if (bridge_maddr_find_single(options.mac, options.vid, &entry) == 0)
         print_entry("in the kernel's table:", &entry);
     else
         printf("%s: not in the kernel's table\n", options.name);
-    return 0;
 }
 
-/* Runs a job once behind what runs now: a handler returns soon, and look-ups wait for the kernel. */
-static void soon(qv_thread_func job, const char *name) {
-    qv_thread_cancel_by_arg_func(host_loop, NULL, job);
-    if (qv_thread_add_event_withname(host_loop, job, NULL, name) == NULL)
-        fprintf(stderr, "%s: no job %s\n", options.name, name);
-}
-
-static void on_announcement(const struct bri_mac_msg *record) {
+static void on_announcement(const void *payload, uint16_t size, void *context) {
+    const struct bri_mac_msg *record = payload;
     const struct bri_mac_entry *entry = &record->entry;
+    (void)size, (void)context;
     print_entry(record->oper == BRI_MAC_ADD ? "added" : "deleted", entry);
     if (record->oper != BRI_MAC_ADD || entry->type != BRI_MAC_TYPE_STATIC || entry->bcast_id != options.vid ||
         bri_mac_compare(entry->mac, options.mac) != 0)
         return;
     printf("%s: that is the address we asked for\n", options.name);
-    soon(look_up_address, "table-look-up");
+    look_up_address();
 }
 
-/* Gets the registered events. Announcements come one record at a time. */
-static int on_event(uint32_t type, void *data, uint16_t len) {
-    switch (type) {
-    case BRIDGE_EVENT_KERNEL_DATA_REQ: /* twice after a lost channel */
-        soon(print_table, "table-print");
-        if (g_bridge_client->data_synced)
-            soon(add_address, "table-add");
-        break;
-    case BRIDGE_EVENT_BKUP_DATA_END:
-        soon(add_address, "table-add");
-        break;
-    case MAC_EVENT_NOTIFY_ADDR:
-    case MAC_EVENT_NOTIFY_NONDYN:
-        if (len == sizeof(struct bri_mac_msg))
-            on_announcement(data);
-        break;
-    default:
-        break;
-    }
-    return 0;
+/* The kernel has come up: twice after a lost channel. */
+static void on_kernel(const void *record, uint16_t size, void *context) {
+    (void)record, (void)size, (void)context;
+    bridge_host_walk_cancel(&walk);
+    print_addresses_of(0);
+    if (bridge_host_in_step(BRI_SUBMOD_MAC))
+        add_address();
 }
 
-static int register_events(void) {
-    static const uint32_t types[] = {BRIDGE_EVENT_KERNEL_DATA_REQ, BRIDGE_EVENT_BKUP_DATA_END, MAC_EVENT_NOTIFY_ADDR,
-                                     MAC_EVENT_NOTIFY_NONDYN};
-    struct event_set events = {{0}};
-    for (size_t i = 0; i < sizeof types / sizeof *types; ++i)
-        bri_event_set_add(&events, types[i]);
-    return bridge_client_reg_event(&events, on_event);
+/* The server has told the addresses that there are. */
+static void on_resync_end(uint32_t submod, int complete, void *context) {
+    (void)complete, (void)context;
+    if (submod == BRI_SUBMOD_MAC)
+        add_address();
 }
+
+static const struct bridge_host_handler handlers[] = {
+    {BRIDGE_EVENT_KERNEL_DATA_REQ, 0, on_kernel, NULL},
+    {MAC_EVENT_NOTIFY_ADDR, sizeof(struct bri_mac_msg), on_announcement, NULL},
+    {MAC_EVENT_NOTIFY_NONDYN, sizeof(struct bri_mac_msg), on_announcement, NULL},
+};
 
 static bool parse_option(int option) {
     long number;
@@ -159,5 +151,9 @@ int main(int argc, char **argv) {
             return usage();
     if (optind != argc)
         return usage();
-    return host_start(options.name) && register_events() == 0 ? host_run() : 1;
+    struct bridge_host_config config = {.name = options.name,
+                                        .handlers = handlers,
+                                        .handler_count = sizeof handlers / sizeof *handlers,
+                                        .on_resync_end = on_resync_end};
+    return layer_start(&config) ? host_run() : 1;
 }

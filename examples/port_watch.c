@@ -1,5 +1,6 @@
-/* port_watch: a small host daemon. It registers for some events, prints each with its name, sends a request on a timer
- * and tells when its connection or its role changes.
+/* port_watch: a small host daemon on the bare library, without the host layer that the others stand on. It registers
+ * for some events, prints each with its name, sends a request on a timer and tells when its connection or its role
+ * changes.
  *
  * The steps of every host daemon, in main() and host.c: make the event loop, initialise the library with it, register
  * handlers and callbacks, run the loop. All that follows happens in jobs of the loop.

@@ -1,13 +1,11 @@
-/* vlan_follow: a small host daemon that makes a port a dynamic member of every VLAN there is. It learns of VLANs in
- * three ways, as every host does that keeps up with them: the server's announcements, the replay of what the tables
- * hold (asked for on every connection and when a slave has taken over, since what changed meanwhile is not told), and a
- * look-up now and then, by which the library notices an announcement that never came.
+/* vlan_follow: a small host daemon that makes a port a dynamic member of every VLAN there is. It learns of VLANs by the
+ * server's announcements; of those that came or went while nobody told, the host layer tells it, on every connection
+ * and when a slave has taken over. An announcement that never came is noticed by a look-up now and then.
  */
-#include "host.h"
+#include "layer.h"
 
 #include <stdint.h>
 #include <stdio.h>
-#include <string.h>
 #include <unistd.h>
 
 enum { PERIOD_MAX_MS = 3600000, SLOW_MAX_MS = 10000 };
@@ -42,9 +40,11 @@ static void forget(uint16_t vid) {
     bri_vlanset_remove(&asked, vid);
 }
 
-/* Callback of the library, on every new connection: what was asked for may have been lost with the old one. */
-static void on_connect(void) {
-    bri_vlanset_clear(&asked);
+/* What was asked for may have been lost with the old connection. */
+static void on_connection(int up, void *context) {
+    (void)context;
+    if (up != 0)
+        bri_vlanset_clear(&asked);
 }
 
 /* Job: a look-up of each VLAN; what was missed comes as an event while it runs. */
@@ -56,45 +56,41 @@ static int look_around(void *arg) {
     return 0;
 }
 
-/* Gets the registered events. The payload may lie at any address: it is copied before its fields are read. */
-static int on_event(uint32_t type, void *data, uint16_t len) {
-    struct vl_evt_vlan_rec vlan;
-    struct vlanset set;
+/* As a host that has much to do. */
+static void take_time(void) {
     usleep((useconds_t)(options.slow_ms * 1000));
-    switch (type) {
-    case BRIDGE_EVENT_BKUP_DATA_END:
-    case BRIDGE_EVENT_SWITCHOVER_END:
-        bridge_client_request_submod_oridata(BRI_SUBMOD_VLAN);
-        break;
-    case VLAN_EVENT_CREATE_INDEX:
-    case VLAN_EVENT_DESTROY_INDEX:
-        if (len < sizeof vlan)
-            break;
-        memcpy(&vlan, data, sizeof vlan);
-        (type == VLAN_EVENT_CREATE_INDEX ? join : forget)(vlan.vid);
-        break;
-    case VLAN_EVENT_CREATE_RANGE: /* the set comes first in its record */
-    case VLAN_EVENT_DESTROY_RANGE:
-        if (len < sizeof set)
-            break;
-        memcpy(&set, data, sizeof set);
-        for_each(&set, type == VLAN_EVENT_CREATE_RANGE ? join : forget);
-        break;
-    default:
-        break;
-    }
-    return 0;
 }
 
-static int register_events(void) {
-    static const uint32_t types[] = {BRIDGE_EVENT_BKUP_DATA_END, BRIDGE_EVENT_SWITCHOVER_END, VLAN_EVENT_CREATE_INDEX,
-                                     VLAN_EVENT_CREATE_RANGE,    VLAN_EVENT_DESTROY_INDEX,    VLAN_EVENT_DESTROY_RANGE};
-    struct event_set events = {{0}};
-    for (size_t i = 0; i < sizeof types / sizeof *types; ++i)
-        bri_event_set_add(&events, types[i]);
-    bridge_agent_set_connect_callback(on_connect);
-    return bridge_client_reg_event(&events, on_event);
+static void vlan_created(const void *record, uint16_t size, void *context) {
+    const struct vl_evt_vlan_rec *vlan = record;
+    (void)size, (void)context;
+    take_time();
+    join(vlan->vid);
 }
+static void vlan_deleted(const void *record, uint16_t size, void *context) {
+    const struct vl_evt_vlan_rec *vlan = record;
+    (void)size, (void)context;
+    take_time();
+    forget(vlan->vid);
+}
+/* The set comes first in its record. */
+static void set_created(const void *record, uint16_t size, void *context) {
+    (void)size, (void)context;
+    take_time();
+    for_each(record, join);
+}
+static void set_deleted(const void *record, uint16_t size, void *context) {
+    (void)size, (void)context;
+    take_time();
+    for_each(record, forget);
+}
+
+static const struct bridge_host_handler handlers[] = {
+    {VLAN_EVENT_CREATE_INDEX, sizeof(struct vl_evt_vlan_rec), vlan_created, NULL},
+    {VLAN_EVENT_DESTROY_INDEX, sizeof(struct vl_evt_vlan_rec), vlan_deleted, NULL},
+    {VLAN_EVENT_CREATE_RANGE, sizeof(struct vlanset), set_created, NULL},
+    {VLAN_EVENT_DESTROY_RANGE, sizeof(struct vlanset), set_deleted, NULL},
+};
 
 static bool parse_option(int option) {
     switch (option) {
@@ -131,7 +127,11 @@ int main(int argc, char **argv) {
             return usage();
     if (optind != argc)
         return usage();
-    if (!host_start(options.name) || register_events() != 0)
+    struct bridge_host_config config = {.name = options.name,
+                                        .handlers = handlers,
+                                        .handler_count = sizeof handlers / sizeof *handlers,
+                                        .on_connection = on_connection};
+    if (!layer_start(&config))
         return 1;
     if (options.look_ms > 0)
         host_after_ms(options.look_ms, look_around, "follow-look");

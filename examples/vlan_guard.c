@@ -2,11 +2,10 @@
  * it refuses the VLANs that it is told to, accepts the others, and takes one back after its creation, as a host does
  * that finds out too late that it cannot serve it. It prints every question and every creation and deletion.
  */
-#include "host.h"
+#include "layer.h"
 
 #include <stdint.h>
 #include <stdio.h>
-#include <string.h>
 #include <unistd.h>
 
 static struct {
@@ -22,14 +21,18 @@ static const char *list_text(const struct vlanset *set) {
 }
 
 /* The question about one VLAN: zero accepts. Whoever is asked answers exactly once. */
-static void judge_vlan(uint16_t vid) {
-    const uint32_t result = bri_vlanset_has(&options.refused, vid) != 0;
-    printf("%s: VLAN %u asked: %s\n", options.name, vid, result == 0 ? "accepted" : "refused");
+static void judge_vlan(const void *record, uint16_t size, void *context) {
+    const struct vl_evt_vlan_rec *vlan = record;
+    const uint32_t result = bri_vlanset_has(&options.refused, vlan->vid) != 0;
+    (void)size, (void)context;
+    printf("%s: VLAN %u asked: %s\n", options.name, vlan->vid, result == 0 ? "accepted" : "refused");
     bridge_client_vlan_reply(&result);
 }
 
 /* The question about a set: the answer names the VLANs that fail. */
-static void judge_set(const struct vlanset *asked) {
+static void judge_set(const void *record, uint16_t size, void *context) {
+    const struct vlanset *asked = record;
+    (void)size, (void)context;
     struct vl_vlanset_reply reply = {.failure = 0};
     for (uint32_t vid = bri_vlanset_next(asked, 0); vid != 0; vid = bri_vlanset_next(asked, vid))
         if (bri_vlanset_has(&options.refused, vid) != 0) {
@@ -66,50 +69,34 @@ static void on_set(const struct vl_evt_vlanset_rec *record, void (*each)(uint16_
         each((uint16_t)vid, record->versions[vid]);
 }
 
-static void on_vlan_event(uint32_t type, const struct vl_evt_vlan_rec *record) {
-    if (type == VLAN_EVENT_CREATE_PREJ)
-        judge_vlan(record->vid);
-    else if (type == VLAN_EVENT_CREATE_INDEX)
-        on_created(record->vid, record->version);
-    else
-        on_deleted(record->vid, record->version);
+static void vlan_created(const void *record, uint16_t size, void *context) {
+    const struct vl_evt_vlan_rec *vlan = record;
+    (void)size, (void)context;
+    on_created(vlan->vid, vlan->version);
+}
+static void vlan_deleted(const void *record, uint16_t size, void *context) {
+    const struct vl_evt_vlan_rec *vlan = record;
+    (void)size, (void)context;
+    on_deleted(vlan->vid, vlan->version);
+}
+static void set_created(const void *record, uint16_t size, void *context) {
+    (void)size, (void)context;
+    on_set(record, on_created);
+}
+static void set_deleted(const void *record, uint16_t size, void *context) {
+    (void)size, (void)context;
+    on_set(record, on_deleted);
 }
 
-/* Gets the registered events. The payload may lie at any address: it is copied before its fields are read. */
-static int on_event(uint32_t type, void *data, uint16_t len) {
-    static union {
-        struct vl_evt_vlan_rec vlan;
-        struct vl_evt_vlanset_rec set;
-        struct vlanset asked;
-    } record;
-    memset(&record, 0, sizeof record);
-    if (len != 0)
-        memcpy(&record, data, len < sizeof record ? len : sizeof record);
-    switch (type) {
-    case VLAN_EVENT_CREATE_RANGE_PREJ:
-        judge_set(&record.asked);
-        break;
-    case VLAN_EVENT_CREATE_RANGE:
-        on_set(&record.set, on_created);
-        break;
-    case VLAN_EVENT_DESTROY_RANGE:
-        on_set(&record.set, on_deleted);
-        break;
-    default:
-        on_vlan_event(type, &record.vlan);
-        break;
-    }
-    return 0;
-}
-
-static int register_events(void) {
-    static const uint32_t types[] = {VLAN_EVENT_CREATE_PREJ,  VLAN_EVENT_CREATE_RANGE_PREJ, VLAN_EVENT_CREATE_INDEX,
-                                     VLAN_EVENT_CREATE_RANGE, VLAN_EVENT_DESTROY_INDEX,     VLAN_EVENT_DESTROY_RANGE};
-    struct event_set events = {{0}};
-    for (size_t i = 0; i < sizeof types / sizeof *types; ++i)
-        bri_event_set_add(&events, types[i]);
-    return bridge_client_reg_event(&events, on_event);
-}
+/* A question names a VLAN; what else stands in its record is not read. */
+static const struct bridge_host_handler handlers[] = {
+    {VLAN_EVENT_CREATE_PREJ, sizeof(uint16_t), judge_vlan, NULL},
+    {VLAN_EVENT_CREATE_RANGE_PREJ, sizeof(struct vlanset), judge_set, NULL},
+    {VLAN_EVENT_CREATE_INDEX, offsetof(struct vl_evt_vlan_rec, name), vlan_created, NULL},
+    {VLAN_EVENT_DESTROY_INDEX, offsetof(struct vl_evt_vlan_rec, name), vlan_deleted, NULL},
+    {VLAN_EVENT_CREATE_RANGE, sizeof(struct vl_evt_vlanset_rec), set_created, NULL},
+    {VLAN_EVENT_DESTROY_RANGE, sizeof(struct vl_evt_vlanset_rec), set_deleted, NULL},
+};
 
 static bool parse_option(int option) {
     long vid;
@@ -146,5 +133,7 @@ int main(int argc, char **argv) {
             return usage();
     if (optind != argc)
         return usage();
-    return host_start(options.name) && register_events() == 0 ? host_run() : 1;
+    struct bridge_host_config config = {
+        .name = options.name, .handlers = handlers, .handler_count = sizeof handlers / sizeof *handlers};
+    return layer_start(&config) ? host_run() : 1;
 }

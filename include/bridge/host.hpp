@@ -81,6 +81,12 @@ inline error filter_del(const mac_address &address, uint16_t vid) {
     return figures;
 }
 
+// Ends the host; then calls the function, which has no state: one that C could call too.
+template <std::invocable<const left &> F>
+requires std::is_empty_v<F> && std::default_initializable<F> error stop(F) {
+    return static_cast<error>(bridge_host_stop([](const left *what, void *) { F{}(*what); }));
+}
+
 // An object whose address others keep.
 struct pinned {
     pinned() = default;
@@ -178,15 +184,6 @@ template <class... Parts> class host : pinned {
         if (outcome == error::ok)
             running = this;
         return outcome;
-    }
-
-    // Ends it; then calls the function, which can be any that C could call too: one without a state.
-    template <std::invocable<const left &> F>
-    requires std::is_empty_v<F> && std::default_initializable<F> error stop(F) {
-        return static_cast<error>(bridge_host_stop([](const left *what, void *) {
-            running = nullptr;
-            F{}(*what);
-        }));
     }
 
   private:

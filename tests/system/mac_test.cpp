@@ -32,6 +32,7 @@ struct MacHost : World {
     [[nodiscard]] Process start_watching_table() {
         Process host = start_table();
         EXPECT_TRUE(host.shows("table: addresses of port 3\n"));
+        EXPECT_TRUE(host.shows(" entries\n"));
         EXPECT_TRUE(has_shown(host, "table: could not ask for the address: no port 3")); // in either order
         EXPECT_TRUE(has_shown(host, "table: added 02:00:00:00:00:07, VLAN 10, port 4, security\n"));
         World::run(sandbox, "port add 3 access 10");
@@ -71,17 +72,14 @@ struct MacHost : World {
 
 TEST_F(MacHost, walks_the_kernels_table_by_address_and_by_port) {
     Process host = start_table();
-    EXPECT_TRUE(host.shows("table: all addresses\n"
-                           "table:   entry 02:00:00:00:00:01, VLAN 10, port 3, dynamic\n"
-                           "table:   entry 02:00:00:00:00:05, VLAN 10, port 3, dynamic\n"
-                           "table:   entry 02:00:00:00:00:05, VLAN 11, port 3, filter\n"
-                           "table:   entry 02:00:00:00:00:07, VLAN 10, port 4, security\n"
-                           "table:   4 entries\n"
-                           "table: addresses of port 3\n"
-                           "table:   entry 02:00:00:00:00:01, VLAN 10, port 3, dynamic\n"
-                           "table:   entry 02:00:00:00:00:05, VLAN 10, port 3, dynamic\n"
-                           "table:   entry 02:00:00:00:00:05, VLAN 11, port 3, filter\n"
-                           "table:   3 entries\n"));
+    EXPECT_TRUE(shows_all(host, {"all addresses", "  entry 02:00:00:00:00:01, VLAN 10, port 3, dynamic",
+                                 "  entry 02:00:00:00:00:05, VLAN 10, port 3, dynamic",
+                                 "  entry 02:00:00:00:00:05, VLAN 11, port 3, filter",
+                                 "  entry 02:00:00:00:00:07, VLAN 10, port 4, security", "  4 entries",
+                                 "addresses of port 3", "  entry 02:00:00:00:00:01, VLAN 10, port 3, dynamic",
+                                 "  entry 02:00:00:00:00:05, VLAN 10, port 3, dynamic",
+                                 "  entry 02:00:00:00:00:05, VLAN 11, port 3, filter", "  3 entries"}));
+    EXPECT_EQ(host.count("  entry "), 7);
     expect_clean_end({&host, &sandbox});
 }
 

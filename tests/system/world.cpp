@@ -9,6 +9,8 @@ const char *const kSandbox = BRIDGE_SANDBOX;
 const char *const kPortWatch = BRIDGE_PORT_WATCH;
 const char *const kMacTable = BRIDGE_MAC_TABLE;
 const char *const kVlanGuard = BRIDGE_VLAN_GUARD;
+const char *const kPortGuard = BRIDGE_PORT_GUARD;
+const char *const kVlanMirror = BRIDGE_VLAN_MIRROR;
 const char *const kPictureHost = BRIDGE_PICTURE_HOST;
 
 std::vector<std::string> host_environment() {

@@ -17,6 +17,8 @@ extern const char *const kSandbox;
 extern const char *const kPortWatch;
 extern const char *const kMacTable;
 extern const char *const kVlanGuard;
+extern const char *const kPortGuard;
+extern const char *const kVlanMirror;
 extern const char *const kPictureHost;
 
 // For a host daemon: it preloads what stands for the kernel's module, by name, as a blank would end a path.
