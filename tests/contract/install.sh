@@ -36,6 +36,28 @@ libdir=$(pkg-config --variable=libdir bridge_client)
 "$cc" -std=c11 -Wall -Wextra -Werror "$work/port_log.c" $(pkg-config --cflags --libs bridge_client) -o "$work/port_log"
 echo "pkg-config: built with version $(pkg-config --modversion bridge_client)"
 
+# A daemon on the layer, which starts, and stops because nobody answers.
+cat >"$work/on_layer.c" <<'TEXT'
+#include <bridge/host.h>
+#include <qv_thread.h>
+#include <stdio.h>
+static struct qv_thread_master *loop;
+static void on_stopped(const struct bridge_host_left *left, void *context) {
+    (void)context;
+    printf("stopped, %d left\n", (int)left->requests);
+    qv_thread_master_stop(loop);
+}
+int main(void) {
+    loop = qv_thread_master_create();
+    const struct bridge_host_config config = {.size = sizeof config, .name = "on_layer", .master = loop, .stop_ms = 10};
+    if (bridge_host_start(&config) != 0 || bridge_host_stop(on_stopped) != 0)
+        return 1;
+    return qv_thread_master_run(loop) == 0 ? 0 : 1;
+}
+TEXT
+# shellcheck disable=SC2046 # several words are wanted
+"$cc" -std=c11 -Wall -Wextra -Werror "$work/on_layer.c" $(pkg-config --cflags --libs bridge-host) -o "$work/on_layer"
+
 mkdir "$work/cmake"
 cat >"$work/cmake/CMakeLists.txt" <<TEXT
 cmake_minimum_required(VERSION 3.25)
@@ -44,6 +66,10 @@ find_package(bridge_client 1.0 REQUIRED)
 foreach(kind bridge_client bridge_client_static)
   add_executable(port_log_\${kind} ../port_log.c)
   target_link_libraries(port_log_\${kind} PRIVATE bridge::\${kind} bridge::qv-thread)
+endforeach()
+foreach(kind bridge_host bridge_host_static)
+  add_executable(on_layer_\${kind} ../on_layer.c)
+  target_link_libraries(on_layer_\${kind} PRIVATE bridge::\${kind} bridge::qv-thread)
 endforeach()
 TEXT
 "$cmake" -G "$generator" -S "$work/cmake" -B "$work/cmake/build" -DCMAKE_PREFIX_PATH="$prefix" \
@@ -76,6 +102,12 @@ answers() {
     daemon=
     echo "$(basename "$1"): connected, asked and got its event"
 }
+
+for program in "$work/on_layer" "$work/cmake/build/on_layer_bridge_host" "$work/cmake/build/on_layer_bridge_host_static"; do
+    TMPDIR=$work LD_LIBRARY_PATH=$libdir "$program" >"$work/output"
+    waits_for '^stopped, 0 left$' "$work/output"
+    echo "$(basename "$program"): started and stopped the layer"
+done
 
 mkfifo "$work/commands"
 echo "port add 1 access 1" >"$work/switch"
