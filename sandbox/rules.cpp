@@ -1,5 +1,6 @@
 #include "sandbox/rules.h"
 
+#include "sandbox/parse.h"
 #include "sandbox/sandbox.h"
 
 #include <algorithm>
