@@ -1,7 +1,7 @@
 // The commands about the sandbox itself and about clients: what they are told, and how the server treats them.
+#include "sandbox/command.h"
 #include "sandbox/parse.h"
 #include "sandbox/sandbox.h"
-#include "sandbox/values.h"
 #include "wire/text.h"
 #include "wire/value.h"
 

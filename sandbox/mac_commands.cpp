@@ -1,7 +1,6 @@
 // The commands about addresses, the frames they are learned from, and the kernel's bridge module.
-#include "sandbox/parse.h"
-#include "sandbox/sandbox.h"
-#include "sandbox/values.h"
+#include "sandbox/command.h"
+#include "sandbox/operation.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -69,29 +68,25 @@ Outcome remove_addresses(Sandbox &sandbox, const Call &call) {
     return changed(sandbox.bridge.addresses.apply({record_of(BRI_MAC_DEL, call.words)}));
 }
 
-// Addresses that count up from 06:00:00:00:00:00, for the look of a full table.
-template <class Fn> void for_each_of(uint32_t count, Fn &&fn) {
-    for (uint32_t i = 0; i < count; ++i) {
-        uint8_t mac[6] = {6};
+// COUNT VID IFX: entries that count up from 06:00:00:00:00:00, for the look of a full table.
+std::vector<bri_mac_entry> many_of(const Words &words) {
+    const Words one = {"06:00:00:00:00:00", words[1], words[2], "dynamic"};
+    std::vector<bri_mac_entry> all(parse_number(words[0], kFillMost), record_of(BRI_MAC_ADD, one).entry);
+    for (uint32_t i = 0; i < all.size(); ++i)
         for (unsigned byte = 0; byte < sizeof i; ++byte)
-            mac[5 - byte] = static_cast<uint8_t>(i >> 8 * byte);
-        fn(mac);
-    }
+            all[i].mac[5 - byte] = static_cast<uint8_t>(i >> 8 * byte);
+    return all;
 }
 
 Outcome fill_table(Sandbox &sandbox, const Call &call) {
-    const bri_mac_msg one = record_of(BRI_MAC_ADD, {"06:00:00:00:00:00", call.words[1], call.words[2], "dynamic"});
-    std::vector<bri_mac_msg> run;
-    for_each_of(parse_number(call.words[0], kFillMost), [&](const uint8_t(&mac)[6]) {
-        run.push_back(one);
-        std::memcpy(run.back().entry.mac, mac, sizeof mac);
-    });
-    return changed(sandbox.bridge.addresses.apply(run));
+    std::vector<bri_mac_msg> records;
+    for (const bri_mac_entry &entry : many_of(call.words))
+        records.push_back({0, BRI_MAC_ADD, entry});
+    return changed(sandbox.bridge.addresses.apply(records));
 }
 
 Outcome flush_addresses(Sandbox &sandbox, const Call &call) {
-    const vlanset vlans = call.words.empty() ? all_vlans() : parse_vlans(call.words[0]);
-    return changed(sandbox.bridge.addresses.flush(vlans, call.words.size() > 1 ? word_as<uint32_t>(call.words[1]) : 0));
+    return changed(sandbox.bridge.addresses.flush(word_or(call, 0, all_vlans()), word_or<uint32_t>(call, 1)));
 }
 
 Fields fields_of(const bri_mac_entry &entry) {
@@ -193,14 +188,10 @@ Outcome traffic(Sandbox &sandbox, const Call &call) {
 }
 
 Outcome flood(Sandbox &sandbox, const Call &call) {
-    bri_mac_entry frame = record_of(BRI_MAC_ADD, {"06:00:00:00:00:00", call.words[1], call.words[2]}).entry;
-    if (const std::string reason = sandbox.bridge.addresses.refusal(frame); !reason.empty())
+    const std::vector<bri_mac_entry> frames = many_of(call.words);
+    const std::string reason = frames.empty() ? "" : sandbox.bridge.addresses.refusal(frames[0]);
+    if (!reason.empty())
         throw std::invalid_argument(reason);
-    std::vector<bri_mac_entry> frames;
-    for_each_of(parse_number(call.words[0], kFillMost), [&](const uint8_t(&mac)[6]) {
-        std::memcpy(frame.mac, mac, sizeof mac);
-        frames.push_back(frame);
-    });
     const FramesSeen seen = sandbox.bridge.addresses.see(frames);
     Answer answer;
     answer.begin("outcomes");
@@ -248,18 +239,13 @@ mvlan_msg host_entry(MacVlanOper oper, const std::string &mac) {
 Outcome add_host(Sandbox &sandbox, const Call &call) {
     mvlan_msg request = host_entry(kMacVlanAdd, call.words[0]);
     request.entry.vlan = word_as<uint16_t>(call.words[1]);
-    request.ifx = call.words.size() > 2 ? word_as<uint32_t>(call.words[2]) : 0;
+    request.ifx = word_or<uint32_t>(call, 2);
     sandbox.bridge.addresses.apply_host(request);
     return Answer();
 }
 
 Outcome remove_host(Sandbox &sandbox, const Call &call) {
     sandbox.bridge.addresses.apply_host(host_entry(kMacVlanDelete, call.words[0]));
-    return Answer();
-}
-
-Outcome host_capacity(Sandbox &sandbox, const Call &call) {
-    sandbox.bridge.addresses.set_host_room(parse_limit(call.words[0]));
     return Answer();
 }
 
@@ -302,19 +288,17 @@ Outcome set_kernel(Sandbox &sandbox, const Call &call) {
     KernelLink &link = sandbox.bridge.kernel;
     auto module = link.ask(kReadModule).record<KernelModule>();
     const std::string &word = call.words[0];
-    if (word == "delay") {
-        module.delay_ms = parse_number(call.words.size() > 1 ? call.words[1] : "", longest_delay);
-        link.ask(kSetModule, bytes_of(module));
-        return Answer();
-    }
     const auto *const row = std::find(std::begin(kKernelStates), std::end(kKernelStates), word);
-    if (row == std::end(kKernelStates))
+    if (word == "delay")
+        module.delay_ms = parse_number(call.rest(1), longest_delay);
+    else if (row == std::end(kKernelStates))
         throw std::invalid_argument("no such state: " + word);
-    module.state = static_cast<uint32_t>(row - kKernelStates);
-    const bool fails = module.state == static_cast<uint32_t>(KernelState::kError);
-    if (call.words.size() > 1 && !fails)
+    else if (call.words.size() > 1 && word != "error")
         throw std::invalid_argument("only error takes a number");
-    module.error = call.words.size() > 1 ? parse_number(call.words[1], largest_error) : uint32_t{EIO};
+    else {
+        module.state = static_cast<uint32_t>(row - kKernelStates);
+        module.error = call.words.size() > 1 ? parse_number(call.words[1], largest_error) : uint32_t{EIO};
+    }
     link.ask(kSetModule, bytes_of(module));
     return Answer();
 }
@@ -338,7 +322,11 @@ constexpr Command kMacCommands[] = {
     {"traffic show", "", "the hosts that send", show_traffic},
     {"mvlan add", "MAC VID [IFX]", "put the host with that address in a VLAN", add_host},
     {"mvlan delete", "MAC", "withdraw that", remove_host},
-    {"mvlan capacity", "ENTRIES", "the entries that there is room for; any: no limit", host_capacity},
+    {"mvlan capacity", "ENTRIES", "the entries that there is room for; any: no limit",
+     [](Sandbox &sandbox, const Call &call) -> Outcome {
+         sandbox.bridge.addresses.set_host_room(parse_limit(call.words[0]));
+         return Answer();
+     }},
     {"mvlan show", "", "the entries", show_hosts},
     {"kernel", "[STATE [NUMBER]]",
      "the kernel's bridge module: up, down, error [ERRNO], long or silent; delay MS; or show it", set_kernel},

@@ -43,6 +43,10 @@ template <auto Operation> Outcome operation(Sandbox &sandbox, const Call &call) 
     (typename S::Indices());
     return Answer();
 }
+// A word that may lack.
+template <class T> T word_or(const Call &call, size_t index, T otherwise = {}) {
+    return index < call.words.size() ? word_as<T>(call.words[index]) : otherwise;
+}
 // A command that shows something.
 template <auto Show> Outcome show(Sandbox &, const Call &) {
     return Show();

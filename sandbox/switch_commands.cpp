@@ -1,6 +1,6 @@
 // The commands about ports, VLANs, groups, claims on ports, spanning trees and bridge protocols.
+#include "sandbox/command.h"
 #include "sandbox/operation.h"
-#include "sandbox/values.h"
 #include "wire/own.h"
 #include "wire/value.h"
 

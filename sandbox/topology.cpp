@@ -4,6 +4,7 @@
 #include "wire/json.h"
 #include "wire/text.h"
 
+#include <algorithm>
 #include <array>
 #include <set>
 #include <stdexcept>
@@ -15,27 +16,16 @@ namespace {
 
 constexpr uint32_t kProtocolsKnown = std::size(bri_proto_registry{}.prejudge);
 
-// A batch of states on its way out, sent whenever it is full.
-class StateBatches {
-  public:
-    explicit StateBatches(const Announce &send) : send_(send) {}
-
-    void add(const l2top_port_status &record) {
-        batch_.records[batch_.count++] = record;
-        if (batch_.count == BRI_L2TOP_BATCH_MAX)
-            flush();
+// As many events as it takes.
+void send_states(const std::vector<l2top_port_status> &records, const Announce &send) {
+    for (size_t at = 0; at < records.size(); at += BRI_L2TOP_BATCH_MAX) {
+        l2top_port_status_batch batch{};
+        batch.count = static_cast<uint16_t>(std::min<size_t>(BRI_L2TOP_BATCH_MAX, records.size() - at));
+        std::copy_n(&records[at], batch.count, batch.records);
+        send(L2TOP_EVENT_PORT_STATUS,
+             bytes_of(batch).first(offsetof(l2top_port_status_batch, records) + batch.count * sizeof batch.records[0]));
     }
-    void flush() {
-        if (batch_.count != 0)
-            send_(L2TOP_EVENT_PORT_STATUS, bytes_of(batch_).first(offsetof(l2top_port_status_batch, records) +
-                                                                  batch_.count * sizeof batch_.records[0]));
-        batch_ = {};
-    }
-
-  private:
-    const Announce &send_;
-    l2top_port_status_batch batch_{};
-};
+}
 
 std::string refusal_of(const l2top_port_status &record) {
     if (record.instance >= BRI_STP_INSTANCES && record.instance != BRI_L2TOP_INSTANCE_ALL)
@@ -105,10 +95,7 @@ void Topology::set_states(std::span<const l2top_port_status> records) {
             done.back().instance = instance;
         }
     }
-    StateBatches batches(announce_);
-    for (const l2top_port_status &record : done)
-        batches.add(record);
-    batches.flush();
+    send_states(done, announce_);
     if (!refusal.empty())
         throw std::invalid_argument(refusal);
 }
@@ -156,13 +143,13 @@ void Topology::replay(uint32_t submodule, const Announce &send) {
         if (bridge_proto_state_get(protocol) != 0)
             announce_config(send, protocol, true);
     send(L2TOP_EVENT_INSTANCE_CONFIG, bytes_of(instances_now()));
-    StateBatches batches(send);
+    std::vector<l2top_port_status> states;
     const std::set<uint16_t> instances = instances_in_use();
     for_each_port([&](uint32_t ifx) {
         for (const uint16_t instance : instances)
-            batches.add({ifx, instance, {}, load(port_at(ifx).fwd_state[instance]), 0, 0, {}});
+            states.push_back({ifx, instance, {}, load(port_at(ifx).fwd_state[instance]), 0, 0, {}});
     });
-    batches.flush();
+    send_states(states, send);
 }
 
 // Also the states that somebody has set in instances that no VLAN is in.

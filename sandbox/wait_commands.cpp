@@ -1,8 +1,8 @@
 // The commands that wait: for messages in the trace, for values of the switch, for time.
+#include "sandbox/command.h"
 #include "sandbox/parse.h"
 #include "sandbox/rules.h"
 #include "sandbox/sandbox.h"
-#include "sandbox/values.h"
 
 #include <algorithm>
 #include <memory>

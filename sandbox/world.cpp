@@ -180,10 +180,10 @@ void World::kill_server() {
 pid_t World::start(const std::vector<std::string> &command) {
     const std::string libraries = environment("LD_LIBRARY_PATH");
     std::vector<std::string> words = command;
-    std::vector<std::string> entries =
-        environment_with({std::string("LD_PRELOAD=") + kPreload,
-                          "LD_LIBRARY_PATH=" + preload_directory().string() + (libraries.empty() ? "" : ":") + libraries,
-                          "BRIDGE_WORLD=" + fs::path(directory_).filename().string()});
+    std::vector<std::string> entries = environment_with(
+        {std::string("LD_PRELOAD=") + kPreload,
+         "LD_LIBRARY_PATH=" + preload_directory().string() + (libraries.empty() ? "" : ":") + libraries,
+         "BRIDGE_WORLD=" + fs::path(directory_).filename().string()});
     pid_t pid = -1;
     errno = posix_spawnp(&pid, words[0].c_str(), nullptr, nullptr, pointers(words).data(), pointers(entries).data());
     if (errno != 0)
