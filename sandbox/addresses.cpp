@@ -87,21 +87,9 @@ void Addresses::set_age_range(const bri_mac_age_range &range) {
     set(MAC_EVENT_SET_AGETIME_RANGE, bytes_of(range));
 }
 
-void Addresses::set_learning(bool on) {
-    set(MAC_EVENT_GLOBAL_LEARN, bytes_of(on ? 0U : 1U));
-}
-
 void Addresses::set_port_learning(uint32_t ifx, bool on) {
     refuse_for(ifx == 0 ? "no port 0" : misplaced_(0, ifx));
     set(MAC_EVENT_INTF_LEARN, bytes_of(bri_mac_intf_learn{ifx, static_cast<uint8_t>(on ? 0 : 1), {}}));
-}
-
-void Addresses::set_room(const bri_mac_available &room) {
-    set(MAC_EVENT_SET_AVAILABLE_MAC, bytes_of(room));
-}
-
-void Addresses::set_host_room(uint32_t entries) {
-    ask_(kHostRoom, bytes_of(entries));
 }
 
 // The port lets the host in, so it need not be a member. Who reports errors is told which entry it was that failed.

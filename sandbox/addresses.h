@@ -32,10 +32,10 @@ class Addresses {
     // Settings; the clients are told. The ageing time comes back as the range allows it.
     uint32_t set_age(uint32_t seconds);
     void set_age_range(const bri_mac_age_range &range);
-    void set_learning(bool on);
+    void set_learning(bool on) { set(MAC_EVENT_GLOBAL_LEARN, bytes_of(on ? 0U : 1U)); }
     void set_port_learning(uint32_t ifx, bool on);
-    void set_room(const bri_mac_available &room);
-    void set_host_room(uint32_t entries);
+    void set_room(const bri_mac_available &room) { set(MAC_EVENT_SET_AVAILABLE_MAC, bytes_of(room)); }
+    void set_host_room(uint32_t entries) { ask_(kHostRoom, bytes_of(entries)); }
 
     // A host's VLAN by its address; the VLAN of an add must exist.
     void apply_host(const mvlan_msg &request);

@@ -129,10 +129,6 @@ unsigned Synchronisation::advance(const Target &target, unsigned steps) {
     return count;
 }
 
-unsigned Synchronisation::next(const Target &target) {
-    return advance(target, 1);
-}
-
 unsigned Synchronisation::go(const Target &target) {
     if (target.all()) {
         hold_all_ = false;
@@ -162,10 +158,6 @@ unsigned Synchronisation::set_role(const Target &target, bool slave) {
 void Synchronisation::begin_switchover(const Target &target) {
     keep_role(target, false);
     announcer_.announce(BRIDGE_EVENT_SWITCHOVER_BEGIN, {}, target);
-}
-
-void Synchronisation::end_switchover(const Target &target) {
-    announcer_.announce(BRIDGE_EVENT_SWITCHOVER_END, {}, target);
 }
 
 } // namespace sandbox

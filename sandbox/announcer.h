@@ -53,7 +53,7 @@ class Synchronisation {
     // Those that register from now on stop behind the begin of the backup data.
     void hold(const Target &target);
     // The next one for those that stand; how many did.
-    unsigned next(const Target &target);
+    unsigned next(const Target &target) { return advance(target, 1); }
     // All that is left, and no more holding; how many stood.
     unsigned go(const Target &target);
 
@@ -62,7 +62,7 @@ class Synchronisation {
     [[nodiscard]] bool slave() const { return slave_; }
     // A slave takes over: begin makes it a master.
     void begin_switchover(const Target &target);
-    void end_switchover(const Target &target);
+    void end_switchover(const Target &target) { announcer_.announce(BRIDGE_EVENT_SWITCHOVER_END, {}, target); }
 
   private:
     void keep_role(const Target &target, bool slave);

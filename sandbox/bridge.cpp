@@ -109,7 +109,7 @@ void Bridge::register_client(Connection &client, Bytes payload) {
     if (payload.size() != sizeof(bri_reg_msg))
         return trace_.note("registration of " + std::to_string(payload.size()) + " bytes ignored", {client.party()});
     const auto message = object_of<bri_reg_msg>(payload);
-    const bool whole = client.registration.take(message);
+    const bool whole = client.take_registration(message);
     const Registration &known = client.registration;
     const std::string count = std::to_string(bri_event_set_count(&known.types)) + " event types";
     if (!whole)

@@ -2,7 +2,6 @@
 #pragma once
 
 #include "sandbox/addresses.h"
-#include "sandbox/groups.h"
 #include "sandbox/kernel_link.h"
 #include "sandbox/topology.h"
 #include "sandbox/vlans.h"

@@ -1,5 +1,4 @@
-#include "sandbox/command.h"
-
+#include "sandbox/sandbox.h"
 #include "wire/value.h"
 
 #include <algorithm>
@@ -221,6 +220,32 @@ std::string ValueCondition::now(Sandbox &sandbox) const {
         return "it does not exist";
     const auto found = object.find(field_);
     return found == object.end() ? "it exists" : field_ + " is " + plain(*found);
+}
+
+void Sandbox::open() {
+    bridge.kernel.open();
+    Vlans::open();
+    Groups::open();
+}
+
+std::span<const Family> all_commands() {
+    static const Family families[] = {client_commands(), wait_commands(), switch_commands(), mac_commands(),
+                                      rule_commands()};
+    return families;
+}
+
+Outcome run_command(Sandbox &sandbox, const std::string &line, Session &session) {
+    const Words words = split(line);
+    if (words.empty())
+        return Answer();
+    if (words.size() == 2 && words[1] == "help") // "vlan help"
+        return command_help(all_commands(), words[0]);
+    Call call{{}, {}, session};
+    const Command &row = find_command(all_commands(), words, call);
+    Outcome outcome = row.run(sandbox, call);
+    if (!outcome.wait && outcome.answer.lines().empty())
+        outcome.answer.say("{command}: done", {{"command", call.line}});
+    return outcome;
 }
 
 } // namespace sandbox

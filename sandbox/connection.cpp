@@ -34,7 +34,8 @@ bool Registration::take(const bri_reg_msg &message) {
 }
 
 Connection::Connection(Loop &loop, evutil_socket_t descriptor, unsigned id, ConnectionOwner &owner)
-    : channel_(bufferevent_socket_new(loop.base(), descriptor, BEV_OPT_CLOSE_ON_FREE)), id_(id), owner_(owner) {
+    : channel_(bufferevent_socket_new(loop.base(), descriptor, BEV_OPT_CLOSE_ON_FREE)), id_(id),
+      party_(std::make_shared<const Party>(Party{id, {}})), owner_(owner) {
     const auto on_read = [](bufferevent *, void *self) { static_cast<Connection *>(self)->on_readable(); };
     const auto on_end = [](bufferevent *, short what, void *self) {
         const int error = evutil_socket_geterror(-1);
@@ -46,10 +47,10 @@ Connection::Connection(Loop &loop, evutil_socket_t descriptor, unsigned id, Conn
     bufferevent_enable(channel_.get(), EV_READ | EV_WRITE);
 }
 
-const Client &Connection::party() const {
-    if (party_ == nullptr || party_->name != registration.name)
-        party_ = std::make_shared<const Party>(Party{id_, registration.name});
-    return party_;
+bool Connection::take_registration(const bri_reg_msg &message) {
+    const bool whole = registration.take(message);
+    party_ = std::make_shared<const Party>(Party{id_, registration.name});
+    return whole;
 }
 
 size_t Connection::queued() const {

@@ -52,12 +52,15 @@ class Connection {
     // The same, and its owner is told.
     void lose(const std::string &why);
 
+    // Takes what the client tells about itself; true when it was all.
+    bool take_registration(const bri_reg_msg &message);
+
     Registration registration;
     unsigned sync_step = 0; // how many steps of its synchronisation it has been told
 
     [[nodiscard]] unsigned id() const { return id_; }
     // The client as records name it.
-    [[nodiscard]] const Client &party() const;
+    [[nodiscard]] const Client &party() const { return party_; }
     [[nodiscard]] bool open() const { return channel_ != nullptr; }
     [[nodiscard]] size_t queued() const;
     [[nodiscard]] Fields fields() const; // what it shows of itself
@@ -68,7 +71,7 @@ class Connection {
 
     BufferEvent channel_;
     unsigned id_;
-    mutable Client party_;
+    Client party_;
     ConnectionOwner &owner_;
     bool stalled_ = false;
     uint64_t received_ = 0;

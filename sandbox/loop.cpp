@@ -45,10 +45,6 @@ void Timer::start(Microseconds after) {
     event_add(event_.get(), &time);
 }
 
-void Timer::cancel() {
-    event_del(event_.get());
-}
-
 void Later::after(Microseconds time, std::function<void()> act) {
     const auto place = timers_.emplace(timers_.end(), loop_, [] {});
     place->set([this, place, act = std::move(act)] {

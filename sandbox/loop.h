@@ -74,7 +74,7 @@ class Timer {
 
     void set(std::function<void()> fire) { fire_ = std::move(fire); }
     void start(Microseconds after);
-    void cancel();
+    void cancel() { event_del(event_.get()); }
 
   private:
     Loop &loop_;

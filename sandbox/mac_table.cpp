@@ -53,10 +53,6 @@ std::chrono::seconds MacSettings::allowed_age() const {
     return std::chrono::seconds(inside - over);
 }
 
-MacTable::Name MacTable::name_of(const bri_mac_entry &entry) {
-    return {std::to_array(entry.mac), entry.bcast_id};
-}
-
 void MacTable::apply(const bri_mac_msg &record, Microseconds now, MacNews &news) {
     const bri_mac_entry &entry = record.entry;
     if (record.oper == BRI_MAC_ADD)

@@ -88,7 +88,7 @@ class MacTable {
     };
     using Entries = std::map<Name, Known>;
 
-    static Name name_of(const bri_mac_entry &entry);
+    static Name name_of(const bri_mac_entry &entry) { return {std::to_array(entry.mac), entry.bcast_id}; }
     bool add(const bri_mac_entry &given, Microseconds now, MacNews &news);
     [[nodiscard]] bool has_room(uint32_t type, bool new_address) const;
     void refuse(const bri_mac_entry &entry, MacNews &news);

@@ -157,14 +157,6 @@ void Ports::set_allowed(uint32_t ifx, const vlanset &vlans) {
     refresh(ifx, concerned);
 }
 
-void Ports::allow(uint32_t ifx, const vlanset &vlans) {
-    set_allowed(ifx, both(port_at(ifx).allow_vlan, vlans));
-}
-
-void Ports::disallow(uint32_t ifx, const vlanset &vlans) {
-    set_allowed(ifx, without(port_at(ifx).allow_vlan, vlans));
-}
-
 void Ports::add_dynamic(uint32_t ifx, const vlanset &vlans) {
     const vlanset live = those_of(vlans, there_is_vlan);
     set_dynamic(open_to_others(ifx), live, true);
@@ -196,10 +188,6 @@ void Ports::take_out(uint32_t ifx, const vlanset &vlans) {
     for_each_vlan(removed, [&](uint16_t vid) { set_member(vid, ifx, false); });
     set_dynamic(port, removed, false);
     announce_change(ifx, removed, {}, BRI_MEMBERSHIP_STATIC);
-}
-
-void Ports::vlans_created(const vlanset &vlans) {
-    for_each_port([&](uint32_t ifx) { refresh(ifx, vlans); });
 }
 
 void Ports::vlans_leaving(const vlanset &vlans) {

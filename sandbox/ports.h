@@ -8,6 +8,19 @@
 
 namespace sandbox {
 
+inline bool there_is_vlan(uint16_t vid) {
+    return vl_exist(vid, 0) != 0;
+}
+bool there_is_port(uint32_t ifx);
+bool link_is_down(uint32_t ifx); // of a port that is there
+// A port's block; throws std::invalid_argument when it is not there.
+spcb &port_at(uint32_t ifx);
+template <class Fn> void for_each_port(Fn &&fn) {
+    for (uint32_t ifx = 1; ifx < BRI_PORT_SLOTS; ++ifx)
+        if (there_is_port(ifx))
+            fn(ifx);
+}
+
 // A port is a member of the VLANs that it carries: its native VLAN when it is an access port, the allowed ones when it
 // is a trunk or the like, none when it is routed; and, unless it is an access or a routed port, of those that a client
 // made it a dynamic member of. The table knows one kind of member bit; which of them are dynamic stands in the part of
@@ -31,8 +44,8 @@ class Ports {
     void set_mode(uint32_t ifx, bri_port_mode mode);
     void set_pvid(uint32_t ifx, uint16_t pvid);
     void set_allowed(uint32_t ifx, const vlanset &vlans);
-    void allow(uint32_t ifx, const vlanset &vlans);
-    void disallow(uint32_t ifx, const vlanset &vlans);
+    void allow(uint32_t ifx, const vlanset &vlans) { set_allowed(ifx, both(port_at(ifx).allow_vlan, vlans)); }
+    void disallow(uint32_t ifx, const vlanset &vlans) { set_allowed(ifx, without(port_at(ifx).allow_vlan, vlans)); }
 
     // The link of a new port is up. Each VLAN's number of members that are up follows, and clients are told that of a
     // VLAN with a routed interface. Nobody is told anything when the link is so already.
@@ -49,7 +62,9 @@ class Ports {
     void remove_members(uint32_t ifx, const vlanset &vlans);
 
     // These VLANs have just been created, or are about to go.
-    void vlans_created(const vlanset &vlans);
+    void vlans_created(const vlanset &vlans) {
+        for_each_port([&](uint32_t ifx) { refresh(ifx, vlans); });
+    }
     void vlans_leaving(const vlanset &vlans);
 
     // Counts the members of these VLANs that are up, and gives the VLANs whose number is another one than before.
@@ -69,19 +84,6 @@ class Ports {
 
     Announce announce_;
 };
-
-inline bool there_is_vlan(uint16_t vid) {
-    return vl_exist(vid, 0) != 0;
-}
-bool there_is_port(uint32_t ifx);
-bool link_is_down(uint32_t ifx); // of a port that is there
-// A port's block; throws std::invalid_argument when it is not there.
-spcb &port_at(uint32_t ifx);
-template <class Fn> void for_each_port(Fn &&fn) {
-    for (uint32_t ifx = 1; ifx < BRI_PORT_SLOTS; ++ifx)
-        if (there_is_port(ifx))
-            fn(ifx);
-}
 
 // Why an address cannot be there, empty when it can: the port and the VLAN exist, and the port is a member. With one of
 // them 0 only the other one counts.

@@ -61,10 +61,6 @@ void Prejudge::forget_lost() {
         settle("");
 }
 
-void Prejudge::time_out() {
-    settle(std::to_string(waiting_.size()) + " clients did not answer in time");
-}
-
 // Who has not answered by now will do so later, and must not answer the next question by that.
 void Prejudge::settle(const std::string &refusal) {
     limit_.cancel();

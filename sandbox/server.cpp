@@ -88,10 +88,6 @@ void Server::bound_queues(size_t most) {
     }
 }
 
-void Server::remove_closed() {
-    clients_.remove_if([](const auto &client) { return !client->open(); });
-}
-
 unsigned Server::stall(const Target &target) {
     if (target.all() && acceptor_) {
         stalled_ = true;

@@ -75,7 +75,9 @@ class Server {
     void let_new_clients_in();
     [[nodiscard]] size_t queued() const;
     void listen_again();
-    void remove_closed();
+    void remove_closed() {
+        clients_.remove_if([](const auto &client) { return !client->open(); });
+    }
 
     Loop &loop_;
     Trace &trace_;

@@ -1,5 +1,4 @@
 // VLAN groups and super VLANs in their tables, and what is announced about them.
-#include "sandbox/groups.h"
 #include "sandbox/vlans.h"
 #include "tests/support/test.h"
 #include "wire/own.h"
