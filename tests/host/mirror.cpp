@@ -102,6 +102,12 @@ void Mirror::on_address(const bri_mac_msg &record) {
         seen_.addresses.erase(key);
 }
 
+// From here on nothing is told: what had begun has been ended before.
+void Mirror::on_silence(const char *why) {
+    for (const uint32_t submod : open_)
+        fault_ += std::string(why) + " within a resynchronisation of " + std::to_string(submod) + "\n";
+}
+
 // Which VLANs a port is in is told whole, and not swept.
 void Mirror::on_begin(uint32_t submod) {
     if (!open_.insert(submod).second)
@@ -150,8 +156,13 @@ Mirror::Mirror(qv_thread_master *master, std::function<void(uint32_t submod)> in
     config.handler_count = static_cast<uint32_t>(handlers.size());
     config.mac_capacity = 1024;
     config.context = this;
+    config.on_connection = [](int up, void *self) {
+        if (up == 0)
+            static_cast<Mirror *>(self)->on_silence("no connection");
+    };
     config.on_role = [](enum bridge_host_role role, void *self) {
-        static_cast<Mirror *>(self)->slave_ = role == BRIDGE_HOST_ROLE_SLAVE;
+        if (role == BRIDGE_HOST_ROLE_SLAVE)
+            static_cast<Mirror *>(self)->on_silence("slave");
     };
     config.on_resync_begin = [](uint32_t submod, void *self) { static_cast<Mirror *>(self)->on_begin(submod); };
     config.on_vanished = [](const bridge_host_vanished *what, void *self) {

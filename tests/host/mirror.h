@@ -19,7 +19,6 @@ class Mirror {
 
     [[nodiscard]] bool started() const { return started_; }
     [[nodiscard]] const Contents &seen() const { return seen_; }
-    [[nodiscard]] bool slave() const { return slave_; } // as it was told
     // What was told against the rules; empty while all is well.
     [[nodiscard]] const std::string &fault() const { return fault_; }
 
@@ -27,6 +26,7 @@ class Mirror {
     struct Row;
     static const Row kRows[];
 
+    void on_silence(const char *why);
     void on_begin(uint32_t submod);
     void on_end(uint32_t submod, bool complete);
     void on_vanished(const bridge_host_vanished &what);
@@ -41,7 +41,6 @@ class Mirror {
     Contents seen_;
     std::set<uint32_t> open_; // submodules between begin and end
     std::string fault_;
-    bool slave_ = false;
     bool started_ = false;
 };
 

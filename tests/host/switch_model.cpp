@@ -268,10 +268,8 @@ void SwitchModel::forget_all() {
 void SwitchModel::answer_question() {
     if (lost_questions_ != 0) {
         --lost_questions_;
-        most_lost_in_a_row_ = std::max(most_lost_in_a_row_, ++lost_in_a_row_);
         return;
     }
-    lost_in_a_row_ = 0;
     tell(MAC_EVENT_SYNC_DATA_BEGIN);
     for (const auto &[key, ifx] : addresses_)
         tell_address(BRI_MAC_ADD, key.first, key.second, ifx);

@@ -71,11 +71,8 @@ class SwitchModel {
     void begin_switchover();
     void end_switchover();
 
-    [[nodiscard]] bool slave() const { return slave_; }
-    [[nodiscard]] bool all_out() const { return queue_.empty() && held_.empty(); }
+    [[nodiscard]] bool all_out() const { return queue_.empty(); }
     [[nodiscard]] bool registered() const { return registered_; }
-    // Whether three questions in a row were lost at any time, behind which nobody asks again by itself.
-    [[nodiscard]] bool let_down() const { return most_lost_in_a_row_ >= 3; }
     // What the answers had that were let out: those that the daemon may be reading, the last one at the end.
     [[nodiscard]] const std::vector<Contents> &answered() const { return answered_; }
     // It has read all of them.
@@ -104,8 +101,6 @@ class SwitchModel {
     std::map<std::pair<uint8_t, uint16_t>, uint32_t> addresses_;
     std::vector<Contents> answered_{1};
     unsigned lost_questions_ = 0; // still to be lost
-    unsigned lost_in_a_row_ = 0;
-    unsigned most_lost_in_a_row_ = 0;
     bool hold_ = false;
     bool registered_ = false;
     bool slave_ = false;
