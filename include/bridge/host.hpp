@@ -149,7 +149,9 @@ struct options {
 
 // The one host of a process, of any number of parts; of each callback one.
 template <class... Parts> class host : pinned {
-    static constexpr size_t count_of(part_kind kind) { return (size_t{0} + ... + size_t{Parts::kind == kind}); }
+    static constexpr size_t count_of([[maybe_unused]] part_kind kind) {
+        return (size_t{0} + ... + size_t{Parts::kind == kind});
+    }
     static_assert(((Parts::kind == part_kind::event_row || count_of(Parts::kind) == 1) && ...),
                   "a callback stands twice");
 
@@ -158,10 +160,10 @@ template <class... Parts> class host : pinned {
     // One that runs is ended as by stop(); what is on its way is flushed as far as the loop still runs. None of its
     // parts is called any more.
     ~host() {
-        if (running == this)
-            bridge_host_stop([](const left *, void *) {});
-        if (running == this)
-            running = nullptr;
+        if (running != this)
+            return;
+        running = nullptr;
+        bridge_host_stop([](const left *, void *) {});
     }
 
     [[nodiscard]] error start() {
@@ -190,7 +192,9 @@ template <class... Parts> class host : pinned {
     // The callbacks go through this rather than through the object's address, which may end before the layer does.
     inline static host *running = nullptr;
 
-    template <size_t... I> void fill(bridge_host_config &config, bridge_host_handler *row, std::index_sequence<I...>) {
+    template <size_t... I>
+    void fill([[maybe_unused]] bridge_host_config &config, [[maybe_unused]] bridge_host_handler *row,
+              std::index_sequence<I...>) {
         (fill_one<I>(config, row), ...);
     }
     template <size_t I> void fill_one(bridge_host_config &config, bridge_host_handler *&row) {
