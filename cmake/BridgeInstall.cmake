@@ -17,9 +17,13 @@ if(BRIDGE_WORKSTATION)
   set(programs bridge-sandbox)
   set(examples port_watch mac_table vlan_guard vlan_follow) # the daemons of the scenarios
   if(BRIDGE_TOOLS)
-    list(APPEND programs bridge-inspect)
+    list(APPEND programs bridge-inspect bridge-monitor)
   endif()
   install(TARGETS ${programs} bridge_testkit EXPORT bridge_client)
+  foreach(program IN LISTS programs) # bash looks for a file of the command's name
+    install(FILES completion/bridge.bash DESTINATION "${CMAKE_INSTALL_DATADIR}/bash-completion/completions"
+            RENAME ${program})
+  endforeach()
   install(TARGETS ef_bridge_sim)
   install(TARGETS ${examples} DESTINATION "${CMAKE_INSTALL_LIBEXECDIR}/bridge_client")
   install(DIRECTORY sandbox/scenarios DESTINATION "${CMAKE_INSTALL_DATADIR}/bridge_client")
