@@ -64,6 +64,18 @@ TEST_F(TypedHost, keeps_records_that_are_too_short_from_the_functions) {
     EXPECT_EQ(bridge::statistics().dropped_short, 1U);
 }
 
+TEST_F(TypedHost, takes_no_memory_for_an_event) {
+    unsigned calls = 0;
+    bridge::host host{wanted(), bridge::on<event::port_pvid>([&](const bridge::port_pvid &) { ++calls; })};
+    begin(host);
+    const ByteVec record = pvid(10);
+    const int before = faults::calls("malloc") + faults::calls("calloc");
+    bridge_call_event_handlers(VLAN_EVENT_MODIFY_INTF_PVID, const_cast<uint8_t *>(record.data()),
+                               static_cast<uint32_t>(record.size()));
+    EXPECT_EQ(faults::calls("malloc") + faults::calls("calloc"), before);
+    EXPECT_EQ(calls, 1U);
+}
+
 TEST_F(TypedHost, takes_functions_that_can_only_be_moved) {
     auto last = std::make_unique<unsigned>(0);
     unsigned *seen = last.get();
