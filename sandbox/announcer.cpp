@@ -101,8 +101,8 @@ void Announcer::deliver(unsigned id, const Message &message) {
 void Synchronisation::begin(Connection &client) {
     const std::string &name = client.registration.name;
     const auto own = roles_.find(name);
-    const bool slave = own == roles_.end() ? slave_ : own->second;
-    std::vector<Message> messages = {{BRIDGE_EVEVT_SERVER_STAT, {uint8_t{slave}}}};
+    client.slave = own == roles_.end() ? slave_ : own->second;
+    std::vector<Message> messages = {{BRIDGE_EVEVT_SERVER_STAT, {uint8_t{client.slave}}}};
     client.sync_step = hold_all_ || held_.count(name) != 0 ? 1 : kSynchronised;
     for (unsigned step = 0; step < client.sync_step; ++step)
         messages.push_back({kSteps[step]});
@@ -143,8 +143,12 @@ void Synchronisation::keep_role(const Target &target, bool slave) {
     if (target.all()) {
         slave_ = slave;
         roles_.clear();
-    } else
-        server_.for_each(target, [&](const Connection &client) { roles_[client.registration.name] = slave; });
+    }
+    server_.for_each(target, [&](Connection &client) {
+        client.slave = slave;
+        if (!target.all())
+            roles_[client.registration.name] = slave;
+    });
 }
 
 unsigned Synchronisation::set_role(const Target &target, bool slave) {

@@ -56,6 +56,7 @@ class Connection {
     bool take_registration(const bri_reg_msg &message);
 
     Registration registration;
+    bool slave = false;     // what it has been told
     unsigned sync_step = 0; // how many steps of its synchronisation it has been told
 
     [[nodiscard]] unsigned id() const { return id_; }

@@ -2,6 +2,15 @@
 
 namespace sandbox {
 
+namespace {
+
+// The library of a slave, or of a client that lacks the server's data, drops the question, and no answer would come.
+bool listens(const Connection &client) {
+    return !client.slave && client.sync_step > 1;
+}
+
+} // namespace
+
 Prejudge::Prejudge(Loop &loop, Server &server, Announcer &announcer)
     : server_(server), announcer_(announcer), limit_(loop, [this] { time_out(); }),
       next_(loop, [this] { begin_next(); }), lost_(loop, [this] { forget_lost(); }) {}
@@ -29,7 +38,7 @@ void Prejudge::begin_next() {
 void Prejudge::send_question(const Message &question) {
     type_ = question.type;
     server_.for_each(Target(), [&](Connection &client) {
-        if (!gets(client, type_))
+        if (!gets(client, type_) || !listens(client))
             return;
         announcer_.tell(client, {question});
         if (client.open())

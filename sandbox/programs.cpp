@@ -26,6 +26,7 @@ constexpr struct {
     const char *name;
     int (*main)(int argc, char **argv);
 } kPrograms[] = {
+    {"check", check},
     {"clean", clean},
     {"ctl", control},
     {"kernel", kernel_main},

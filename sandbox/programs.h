@@ -17,6 +17,7 @@ inline constexpr int kBadUsage = 64; // exit status
 int serve(int argc, char **argv);
 int control(int argc, char **argv);
 int run(int argc, char **argv);
+int check(int argc, char **argv);
 int clean(int argc, char **argv);
 // The kernel's bridge module in a process of its own, for servers that come and go.
 int kernel_main(int argc, char **argv);

@@ -42,13 +42,14 @@ int run_script(Stage &stage, const std::string &path) {
 
 int run_command(const RunOptions &options) {
     const std::string script = options.script.empty() ? "" : find_script(options.script).string();
-    Stage stage(options.time_scale, options.json ? Log::kRecords : Log::kLines, options.command);
+    const Log log = options.json ? Log::kRecords : Log::kLines;
+    Stage stage({options.time_scale, log, options.command});
     if (!options.command.empty())
         stage.start_daemon({});
     const int status = script.empty() ? stage.wait_for_daemon() : run_script(stage, script);
     if (status != 0)
         std::fprintf(stderr, "bridge-sandbox: status %d; what happened last:\n%s", status,
-                     stage.world().last_lines(kLastLines).c_str());
+                     last_of(stage.world().lines(log), kLastLines).c_str());
     return status;
 }
 

@@ -7,6 +7,7 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <sstream>
 #include <stdexcept>
 
 namespace sandbox {
@@ -27,6 +28,12 @@ std::string rest_of(const Words &words, size_t first) {
 }
 
 } // namespace
+
+void Script::add_text(const std::string &lines) {
+    std::istringstream input(lines);
+    for (std::string line; std::getline(input, line);)
+        add(line);
+}
 
 void Script::add_file(const std::string &path) {
     if (std::filesystem::is_directory(path))

@@ -40,8 +40,7 @@ constexpr struct {
 
 } // namespace
 
-Stage::Stage(double time_scale, Log log, std::vector<std::string> command)
-    : world_(time_scale, log), command_(std::move(command)) {
+Stage::Stage(StageOptions options) : options_(std::move(options)), world_(options_.time_scale, options_.log) {
     world_.start_kernel();
     world_.start_server();
 }
@@ -66,9 +65,11 @@ pid_t Stage::daemon() const {
 }
 
 void Stage::start_daemon(const std::vector<std::string> &command) {
-    if (command.empty() && command_.empty())
+    const std::vector<std::string> &words = command.empty() ? options_.command : command;
+    if (words.empty())
         throw std::runtime_error("start which daemon?");
-    daemon_ = world_.start(command.empty() ? command_ : command);
+    const std::string &output = options_.daemon_output;
+    daemon_ = world_.start(words, output.empty() ? output : world_.directory() + "/" + output);
 }
 
 std::optional<int> Stage::end_daemon() {
@@ -83,6 +84,15 @@ std::optional<int> Stage::end_daemon() {
 int Stage::wait_for_daemon() {
     const int status = World::wait(daemon());
     daemon_ = -1;
+    return status;
+}
+
+std::optional<int> Stage::daemon_ended() {
+    if (daemon_ < 0)
+        return std::nullopt;
+    const std::optional<int> status = World::ended(daemon_, std::chrono::milliseconds(0));
+    if (status)
+        daemon_ = -1;
     return status;
 }
 

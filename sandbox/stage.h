@@ -9,10 +9,17 @@
 
 namespace sandbox {
 
+struct StageOptions {
+    double time_scale = 1;
+    Log log = Log::kLines;
+    std::vector<std::string> command; // what "daemon start" starts by itself; may be empty
+    std::string daemon_output = {};   // a file in the world's directory; empty: where this program's goes
+};
+
 class Stage {
   public:
-    // A kernel and a server run. The command is what "daemon start" starts by itself; it may be empty.
-    Stage(double time_scale, Log log, std::vector<std::string> command);
+    // A kernel and a server run.
+    explicit Stage(StageOptions options);
 
     // Runs "server kill|start", "daemon start [COMMAND...]", "daemon end|wait" or a command of the server, and gives
     // the server's answer. Throws std::runtime_error with the reason when it fails.
@@ -26,10 +33,12 @@ class Stage {
     // Tells it to end: its status; nothing, and it is killed, when it does not.
     std::optional<int> end_daemon();
     int wait_for_daemon();
+    // The status of one that has ended by itself.
+    std::optional<int> daemon_ended();
 
   private:
+    StageOptions options_;
     World world_;
-    std::vector<std::string> command_;
     pid_t daemon_ = -1;
 };
 

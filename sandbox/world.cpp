@@ -112,21 +112,31 @@ World::~World() {
     fs::remove_all(directory_, ignored);
 }
 
-pid_t World::start_own(const std::vector<std::string> &arguments, const std::string &output) const {
-    std::vector<std::string> words = {fs::read_symlink("/proc/self/exe")};
-    words.insert(words.end(), arguments.begin(), arguments.end());
+namespace {
+
+// With nothing to read and its output at the end of that file; or with this process's streams.
+pid_t spawn(std::vector<std::string> words, std::vector<std::string> environment, const std::string &output) {
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
-    posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, (directory_ + "/" + output).c_str(),
-                                     O_WRONLY | O_CREAT | O_APPEND, 0600);
-    posix_spawn_file_actions_adddup2(&actions, STDOUT_FILENO, STDERR_FILENO);
+    if (!output.empty()) {
+        posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
+        posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, output.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0600);
+        posix_spawn_file_actions_adddup2(&actions, STDOUT_FILENO, STDERR_FILENO);
+    }
     pid_t pid = -1;
-    errno = posix_spawn(&pid, words[0].c_str(), &actions, nullptr, pointers(words).data(), environ);
+    errno =
+        posix_spawnp(&pid, words[0].c_str(), &actions, nullptr, pointers(words).data(), pointers(environment).data());
     posix_spawn_file_actions_destroy(&actions);
     if (errno != 0)
         fail_with("cannot start " + words[0]);
     return pid;
+}
+
+} // namespace
+
+pid_t World::start_own(std::vector<std::string> arguments, const std::string &output) const {
+    arguments.insert(arguments.begin(), fs::read_symlink("/proc/self/exe"));
+    return spawn(std::move(arguments), environment_with({}), output);
 }
 
 namespace {
@@ -144,7 +154,7 @@ template <class Try> void wait_until(pid_t pid, const char *what, Try &&happens)
 } // namespace
 
 void World::start_kernel() {
-    kernel_ = start_own({"kernel"}, "kernel.log");
+    kernel_ = start_own({"kernel"}, directory_ + "/kernel.log");
     wait_until(kernel_, "the kernel's bridge module",
                [this] { return fs::exists(directory_ + "/bridge/.kernel_socket"); });
 }
@@ -152,12 +162,10 @@ void World::start_kernel() {
 void World::start_server() {
     if (server_ > 0)
         throw std::runtime_error("the server runs already");
-    const std::string output = "server." + std::to_string(logs_.size());
-    logs_.push_back(directory_ + "/" + output + (log_ == Log::kRecords ? ".trace" : ""));
     std::vector<std::string> arguments = {"--time"};
     if (log_ == Log::kRecords)
-        arguments = {"--quiet", "--trace", logs_.back()};
-    server_ = start_own(arguments, output);
+        arguments.insert(arguments.end(), {"--trace", log_file(servers_, Log::kRecords)});
+    server_ = start_own(arguments, log_file(servers_++, Log::kLines));
     wait_until(server_, "the server", [this] {
         try {
             control_.emplace(directory_);
@@ -177,18 +185,14 @@ void World::kill_server() {
     server_ = -1;
 }
 
-pid_t World::start(const std::vector<std::string> &command) {
+pid_t World::start(const std::vector<std::string> &command, const std::string &output) {
     const std::string libraries = environment("LD_LIBRARY_PATH");
-    std::vector<std::string> words = command;
-    std::vector<std::string> entries = environment_with(
-        {std::string("LD_PRELOAD=") + kPreload,
-         "LD_LIBRARY_PATH=" + preload_directory().string() + (libraries.empty() ? "" : ":") + libraries,
-         "BRIDGE_WORLD=" + fs::path(directory_).filename().string()});
-    pid_t pid = -1;
-    errno = posix_spawnp(&pid, words[0].c_str(), nullptr, nullptr, pointers(words).data(), pointers(entries).data());
-    if (errno != 0)
-        fail_with("cannot start " + words[0]);
-    return pid;
+    return spawn(command,
+                 environment_with(
+                     {std::string("LD_PRELOAD=") + kPreload,
+                      "LD_LIBRARY_PATH=" + preload_directory().string() + (libraries.empty() ? "" : ":") + libraries,
+                      "BRIDGE_WORLD=" + fs::path(directory_).filename().string()}),
+                 output);
 }
 
 namespace {
@@ -250,23 +254,33 @@ ControlClient::Reply World::run(const std::string &command, bool json) {
     return control_->run(command, json);
 }
 
-std::vector<std::string> World::lines() const {
+std::string World::log_file(unsigned server, Log log) const {
+    return directory_ + "/server." + std::to_string(server) + (log == Log::kRecords ? ".trace" : ".log");
+}
+
+std::vector<std::string> read_lines(const std::string &path) {
     std::vector<std::string> lines;
-    for (const std::string &path : logs_) {
-        std::ifstream file(path);
-        // The last line of a server that was killed may lack its end.
-        for (std::string line; std::getline(file, line) && !file.eof();)
-            lines.push_back(line);
-    }
+    std::ifstream file(path);
+    for (std::string line; std::getline(file, line) && !file.eof();)
+        lines.push_back(line);
     return lines;
 }
 
-std::string World::last_lines(size_t count) const {
-    const std::vector<std::string> all = lines();
+std::string last_of(const std::vector<std::string> &lines, size_t count) {
     std::string text;
-    for (size_t i = all.size() - std::min(count, all.size()); i < all.size(); ++i)
-        text += all[i] + "\n";
+    for (size_t i = lines.size() - std::min(count, lines.size()); i < lines.size(); ++i)
+        text += lines[i] + "\n";
     return text;
+}
+
+// A server that was killed may have left a line without its end.
+std::vector<std::string> World::lines(Log log) const {
+    std::vector<std::string> all;
+    for (unsigned server = 0; server < servers_; ++server) {
+        const std::vector<std::string> lines = read_lines(log_file(server, log));
+        all.insert(all.end(), lines.begin(), lines.end());
+    }
+    return all;
 }
 
 } // namespace sandbox

@@ -17,14 +17,19 @@ namespace sandbox {
 void end_on_signals();
 bool is_told_to_end();
 
-// How the servers of a world tell what happens: as lines for people, or as JSON, a record a line.
+// What happens in a world: as lines for people, or as JSON, a record a line, which the servers keep when they are
+// asked.
 enum class Log { kLines, kRecords };
+
+// The lines of a file that have their end; the last of some lines as a text.
+std::vector<std::string> read_lines(const std::string &path);
+std::string last_of(const std::vector<std::string> &lines, size_t count);
 
 class World {
   public:
     // Makes the directory and sets this process's environment, which its children inherit: TMPDIR, VSDID,
     // QV_THREAD_TIME_SCALE. Throws std::runtime_error.
-    World(double time_scale, Log log);
+    explicit World(double time_scale, Log log = Log::kLines);
     ~World();
     World(const World &) = delete;
     World &operator=(const World &) = delete;
@@ -35,8 +40,9 @@ class World {
     // Ends it at once, as a crash does. The tables and the kernel stay.
     void kill_server();
 
-    // Starts a program with the kernel's stand-in preloaded.
-    pid_t start(const std::vector<std::string> &command);
+    // Starts a program with the kernel's stand-in preloaded. Its output goes to that file, or where this process's
+    // goes.
+    pid_t start(const std::vector<std::string> &command, const std::string &output = {});
     // Waits for its end: its exit status, or 128 and the signal that killed it. A signal for this process goes on to
     // the program.
     static int wait(pid_t program);
@@ -47,16 +53,16 @@ class World {
     // A command of the server. Throws std::runtime_error when the server has gone.
     ControlClient::Reply run(const std::string &command, bool json = false);
 
-    // What the servers have told, oldest first.
-    [[nodiscard]] std::vector<std::string> lines() const;
-    [[nodiscard]] std::string last_lines(size_t count) const;
+    // What has happened at the servers, oldest first.
+    [[nodiscard]] std::vector<std::string> lines(Log log) const;
     [[nodiscard]] const std::string &directory() const { return directory_; }
 
   private:
-    pid_t start_own(const std::vector<std::string> &arguments, const std::string &output) const;
+    pid_t start_own(std::vector<std::string> arguments, const std::string &output) const;
+    [[nodiscard]] std::string log_file(unsigned server, Log log) const;
 
     Log log_;
-    std::vector<std::string> logs_; // a file for each server
+    unsigned servers_ = 0; // that there have been
     std::string directory_;
     int32_t vsd_;
     pid_t server_ = -1;

@@ -1,0 +1,104 @@
+// bridge-sandbox check: what every host must survive, tried on a daemon.
+#include "sandbox/check_story.h"
+#include "sandbox/programs.h"
+
+#include <CLI/CLI.hpp>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+
+namespace sandbox {
+
+namespace {
+
+std::string usage() {
+    std::string text = "Plays stories with a daemon, each in a private world, and tells what it did in them. What it "
+                       "sends when nothing goes wrong is the measure; what cannot be judged by that is said. The exit "
+                       "status is 0, 1 when a point is wrong, 64 for words that are not understood.\nStories:";
+    for (const Story &story : all_stories()) {
+        std::string name = story.name;
+        name.resize(12, ' ');
+        text += "\n  " + name + story.help;
+    }
+    return text;
+}
+
+std::vector<std::string> story_names() {
+    std::vector<std::string> names;
+    for (const Story &story : all_stories())
+        names.emplace_back(story.name);
+    return names;
+}
+
+// The lines for people are written as soon as they are known.
+class Report {
+  public:
+    explicit Report(bool json) : json_(json) { answer_.begin("points"); }
+
+    void add(const Point &point) {
+        ++counts_[static_cast<size_t>(point.verdict)];
+        Fields fields = point_json(point);
+        answer_.element("points", "", fields);
+        if (!json_)
+            std::printf("%-10s %-38s %-10s %s\n", point.story.c_str(), point.name.c_str(),
+                        fields["verdict"].get<std::string>().c_str(), point.why.c_str());
+        std::fflush(stdout);
+    }
+    int end() {
+        const auto [right, wrong, open] = counts_;
+        answer_.say("{right} right, {wrong} wrong, {open} not judged",
+                    {{"right", right}, {"wrong", wrong}, {"open", open}});
+        std::printf("%s\n", json_ ? answer_.json().dump().c_str() : answer_.lines().back().c_str());
+        return wrong == 0 ? EXIT_SUCCESS : EXIT_FAILURE;
+    }
+
+  private:
+    bool json_;
+    Answer answer_;
+    std::array<unsigned, 3> counts_{}; // by Verdict
+};
+
+int play_all(const CheckOptions &options, const std::string &only, bool json) {
+    Report report(json);
+    Habits habits;
+    for (const Story &story : all_stories()) {
+        const bool told = only.empty() || only == story.name;
+        const bool first = &story == all_stories().data();
+        if (!told && !first)
+            continue;
+        const Played played = play(story, options, habits);
+        if (told)
+            std::for_each(played.points.begin(), played.points.end(), [&](const Point &point) { report.add(point); });
+        const bool wrong = std::any_of(played.points.begin(), played.points.end(),
+                                       [](const Point &point) { return point.verdict == Verdict::kWrong; });
+        if (wrong && !only.empty() && told)
+            std::fputs(played.log.c_str(), stderr);
+    }
+    return report.end();
+}
+
+} // namespace
+
+int check(int argc, char **argv) {
+    CheckOptions options;
+    std::string only;
+    bool json = false;
+    CLI::App app(usage());
+    app.add_flag("--json", json, "Tell it all as one JSON object");
+    app.add_option("--time-scale", options.time_scale, "How many times as fast as the wall's all clocks run; 10")
+        ->check(CLI::Range(1.0, 1000.0));
+    app.add_option("--only", only, "Tell one story, and when something is wrong what happened in it")
+        ->check(CLI::IsMember(story_names()))
+        ->type_name("STORY");
+    app.add_option("--script", options.setup, "Commands that make the switch; by default it has ports 1 to 8")
+        ->type_name("FILE");
+    app.add_option("command", options.daemon, "The daemon and its arguments, behind --; it stays in the foreground")
+        ->required();
+    if (const std::optional<int> status = parse_command_line(app, argc, argv))
+        return *status;
+    end_on_signals();
+    return play_all(options, only, json);
+}
+
+} // namespace sandbox
