@@ -56,7 +56,7 @@ class Report {
   private:
     bool json_;
     Answer answer_;
-    std::array<unsigned, 3> counts_{}; // by Verdict
+    std::array<unsigned, 3> counts_{}; // by Judgement
 };
 
 int play_all(const CheckOptions &options, const std::string &only, bool json) {
@@ -71,7 +71,7 @@ int play_all(const CheckOptions &options, const std::string &only, bool json) {
         if (told)
             std::for_each(played.points.begin(), played.points.end(), [&](const Point &point) { report.add(point); });
         const bool wrong = std::any_of(played.points.begin(), played.points.end(),
-                                       [](const Point &point) { return point.verdict == Verdict::kWrong; });
+                                       [](const Point &point) { return point.verdict == Judgement::kWrong; });
         if (wrong && !only.empty() && told)
             std::fputs(played.log.c_str(), stderr);
     }

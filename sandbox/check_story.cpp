@@ -85,7 +85,7 @@ class Player {
             has_ended();
         }
         if (!over_)
-            say("stays alive", Verdict::kRight);
+            say("stays alive", Judgement::kRight);
         return {std::move(points_), last_words()};
     }
 
@@ -110,14 +110,14 @@ class Player {
     void try_command(const Words &words);
 
     // What is missing of a daemon that has ended is not told beside that.
-    void say(const std::string &name, Verdict verdict, const std::string &why = "") {
-        if (verdict == Verdict::kWrong && has_ended())
+    void say(const std::string &name, Judgement verdict, const std::string &why = "") {
+        if (verdict == Judgement::kWrong && has_ended())
             return;
         points_.push_back({story_.name, name, verdict, why});
     }
     bool has_ended() {
         if (const std::optional<int> status = stage_.daemon_ended()) {
-            points_.push_back({story_.name, "stays alive", Verdict::kWrong,
+            points_.push_back({story_.name, "stays alive", Judgement::kWrong,
                                "ended with status " + std::to_string(*status) + " at \"" + line_ + "\""});
             over_ = true;
         }
@@ -223,7 +223,7 @@ void Player::begin(const Words &) {
     stage_.start_daemon({});
     std::string why;
     const bool registered = well("wait clients registered >= 1 within " + std::to_string(kPatience), why);
-    say("registers", registered ? Verdict::kRight : Verdict::kWrong, why);
+    say("registers", registered ? Judgement::kRight : Judgement::kWrong, why);
     over_ = !registered;
     settle(2 * kStep);
     mark_ = place();
@@ -238,7 +238,7 @@ void Player::learn(const Words &words) {
     habits_.at_work = work();
     for (const auto &[name, types] : {std::pair("sends something at its start", &habits_.at_start),
                                       std::pair("acts on what happens", &habits_.at_work)})
-        say(name, types->empty() ? Verdict::kOpen : Verdict::kRight,
+        say(name, types->empty() ? Judgement::kOpen : Judgement::kRight,
             types->empty() ? "it asks for nothing" : list(*types));
     const unsigned vid = parse_number(words.at(0));
     for (const Seen &message : seen())
@@ -248,7 +248,7 @@ void Player::learn(const Words &words) {
 void Player::again(const Words &) {
     std::string why;
     const bool registered = well("wait clients registered >= 1 within " + std::to_string(kPatience), why);
-    say("registers again", registered ? Verdict::kRight : Verdict::kWrong, why);
+    say("registers again", registered ? Judgement::kRight : Judgement::kWrong, why);
     over_ = over_ || !registered;
     settle(2 * kStep);
 }
@@ -279,15 +279,15 @@ void Player::do_something(const Words &words) {
 
 void Player::acts(const Words &) {
     if (habits_.at_work.empty())
-        return say("acts as before", Verdict::kOpen, "it never asks for anything then");
+        return say("acts as before", Judgement::kOpen, "it never asks for anything then");
     const bool acted = look_for(created_ ? kPatience : kQuiet, [&] {
         const std::set<std::string> now = work();
         return std::any_of(now.begin(), now.end(),
                            [&](const std::string &type) { return habits_.at_work.count(type) != 0; });
     });
     if (!acted && !created_)
-        return say("acts as before", Verdict::kOpen, "no VLAN came, as it was asked and did not agree");
-    say("acts as before", acted ? Verdict::kRight : Verdict::kWrong,
+        return say("acts as before", Judgement::kOpen, "no VLAN came, as it was asked and did not agree");
+    say("acts as before", acted ? Judgement::kRight : Judgement::kWrong,
         acted ? list(work()) : "it no longer sends " + list(habits_.at_work));
 }
 
@@ -304,13 +304,13 @@ void Player::asks(const Words &words) {
     };
     const std::optional<std::string> found = look_for(habits_.names_new ? kPatience : kQuiet, sign);
     if (found)
-        say("asks for origin data", Verdict::kRight, *found);
+        say("asks for origin data", Judgement::kRight, *found);
     else if (habits_.names_new)
-        say("asks for origin data", Verdict::kWrong,
+        say("asks for origin data", Judgement::kWrong,
             "it does nothing about VLAN " + words[0] + " and port " + std::to_string(kNewPort) +
                 ", which came while it did not listen");
     else
-        say("asks for origin data", Verdict::kOpen, "it asks the server nothing, and for nothing about what is new");
+        say("asks for origin data", Judgement::kOpen, "it asks the server nothing, and for nothing about what is new");
     settle(kStep);
 }
 
@@ -321,11 +321,11 @@ void Player::silent(const Words &words) {
     sleep(kQuiet);
     const std::set<std::string> sent = work();
     if (!sent.empty())
-        say(name, Verdict::kWrong, "it sends " + list(sent));
+        say(name, Judgement::kWrong, "it sends " + list(sent));
     else if (habits_.at_start.empty() && habits_.at_work.empty())
-        say(name, Verdict::kOpen, "it sends nothing as a master either");
+        say(name, Judgement::kOpen, "it sends nothing as a master either");
     else
-        say(name, Verdict::kRight);
+        say(name, Judgement::kRight);
 }
 
 // What is wrong with its answers since the mark, if anything; the slowest one.
@@ -378,11 +378,11 @@ void Player::answers(const Words &words) {
         judged = judge_answers(seen());
     }
     if (judged.questions == 0)
-        say("answers in time", Verdict::kOpen, "it has registered none of the questions");
+        say("answers in time", Judgement::kOpen, "it has registered none of the questions");
     else if (!judged.wrong.empty())
-        say("answers in time", Verdict::kWrong, judged.wrong);
+        say("answers in time", Judgement::kWrong, judged.wrong);
     else
-        say("answers in time", Verdict::kRight,
+        say("answers in time", Judgement::kRight,
             std::to_string(judged.questions) + " answers within " + seconds(judged.slowest));
 }
 
@@ -394,9 +394,9 @@ void Player::addresses(const Words &) {
     };
     const char *name = "gives its addresses again";
     if (!gives(habits_.at_start))
-        return say(name, Verdict::kOpen, "it gives the kernel none at its start");
+        return say(name, Judgement::kOpen, "it gives the kernel none at its start");
     const bool gave = look_for(kPatience, [&] { return gives(work()); });
-    say(name, gave ? Verdict::kRight : Verdict::kWrong);
+    say(name, gave ? Judgement::kRight : Judgement::kWrong);
 }
 
 void Player::idle(const Words &words) {
@@ -405,15 +405,15 @@ void Player::idle(const Words &words) {
     const double busy = processor.busy();
     const std::string why = std::to_string(static_cast<int>(100 * busy)) + " % of a processor";
     if (busy < 0)
-        say("does not spin", Verdict::kOpen, "the system does not tell");
+        say("does not spin", Judgement::kOpen, "the system does not tell");
     else
-        say("does not spin", busy < kBusy ? Verdict::kRight : Verdict::kWrong, why);
+        say("does not spin", busy < kBusy ? Judgement::kRight : Judgement::kWrong, why);
 }
 
 void Player::stops(const Words &) {
     const std::optional<int> status = stage_.end_daemon();
     const bool killed = status && *status > 128 && *status != 128 + SIGTERM;
-    say("stops on SIGTERM", status && !killed ? Verdict::kRight : Verdict::kWrong,
+    say("stops on SIGTERM", status && !killed ? Judgement::kRight : Judgement::kWrong,
         status ? "status " + std::to_string(*status) : "it does not");
     over_ = true;
 }
@@ -434,10 +434,10 @@ std::string Player::last_words() {
 } // namespace
 
 Fields point_json(const Point &point) {
-    static constexpr const char *kVerdicts[] = {"right", "wrong", "not judged"};
+    static constexpr const char *kJudgements[] = {"right", "wrong", "not judged"};
     return {{"story", point.story},
             {"point", point.name},
-            {"verdict", kVerdicts[static_cast<size_t>(point.verdict)]},
+            {"verdict", kJudgements[static_cast<size_t>(point.verdict)]},
             {"why", point.why}};
 }
 

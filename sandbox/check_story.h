@@ -35,12 +35,12 @@ struct Story {
 };
 std::span<const Story> all_stories(); // the first one learns
 
-enum class Verdict { kRight, kWrong, kOpen };
+enum class Judgement { kRight, kWrong, kOpen };
 
 struct Point {
     std::string story;
     std::string name;
-    Verdict verdict = Verdict::kOpen;
+    Judgement verdict = Judgement::kOpen;
     std::string why; // what was seen, or why nothing can be said
 };
 Fields point_json(const Point &point);
