@@ -40,12 +40,12 @@ with_includers() {
     now=$(printf '%s\n' "$@" | sort -u)
     while [ "$now" != "$seen" ]; do
         seen=$now
-        names=$(grep -E '\.(h|def|inc)$' <<<"$now" | sed 's#^\(platform/\)\{0,1\}include/##; h; s#.*/##; x; G' |
+        names=$(grep -E '\.(h|hpp|def|inc)$' <<<"$now" | sed 's#^\(platform/\)\{0,1\}include/##; h; s#.*/##; x; G' |
             sort -u | sed 's/[.]/[.]/g' | paste -sd'|')
         [ -n "$names" ] || break
         now=$({
             echo "$seen"
-            git grep -lE --untracked "^ *# *include [\"<]($names)[\">]" -- '*.h' '*.c' '*.cpp' '*.def'
+            git grep -lE --untracked "^ *# *include [\"<]($names)[\">]" -- '*.h' '*.hpp' '*.c' '*.cpp' '*.def'
         } | sort -u)
     done
     echo "$now"
@@ -68,7 +68,7 @@ choose_files() {
 chosen() { grep -E "^($1)$" "$files" || true; }
 
 formatted() {
-    chosen '.*\.(h|c|cpp)' | grep -v '^tests/contract/agreed_interface.h$' | xargs -r -P "$jobs" -n 8 \
+    chosen '.*\.(h|hpp|c|cpp)' | grep -v '^tests/contract/agreed_interface.h$' | xargs -r -P "$jobs" -n 8 \
         clang-format --dry-run -Werror
 }
 

@@ -116,7 +116,7 @@ struct port_states {
     static constexpr uint16_t least = offsetof(::l2top_port_status_batch, records);
 
     static argument argument_of(const void *payload, uint16_t size) {
-        uint16_t count; // NOLINT(cppcoreguidelines-init-variables): copied in
+        uint16_t count;
         std::memcpy(&count, payload, sizeof count);
         const size_t there = (size - least) / sizeof(record);
         const auto *first = reinterpret_cast<const record *>(static_cast<const uint8_t *>(payload) + least);

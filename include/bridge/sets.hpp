@@ -100,7 +100,7 @@ template <class Set> class id_set : public Set {
     using iterator = set_iterator<kind::last>;
 
     id_set() : Set{} {}
-    id_set(const Set &set) : Set(set) {} // NOLINT(google-explicit-constructor): it is one
+    id_set(const Set &set) : Set(set) {} // it is one
     // Numbers out of range are left out.
     id_set(std::initializer_list<uint32_t> ids) : Set{} {
         for (const uint32_t id : ids)
@@ -155,7 +155,7 @@ template <class Set> class id_set : public Set {
         [[nodiscard]] const char *c_str() const { return chars; }
     };
     [[nodiscard]] list_text text() const {
-        list_text text; // NOLINT(cppcoreguidelines-pro-type-member-init): up to its end
+        list_text text;
         bri_words_to_text(this->words, kind::last, text.chars, sizeof text.chars);
         return text;
     }
@@ -192,7 +192,7 @@ class mac_address {
         [[nodiscard]] const char *c_str() const { return chars; }
     };
     [[nodiscard]] mac_text text() const {
-        mac_text text; // NOLINT(cppcoreguidelines-pro-type-member-init): all of it
+        mac_text text;
         bri_mac_to_text(bytes_.data(), text.chars, sizeof text.chars);
         return text;
     }
