@@ -18,11 +18,6 @@ void refuse_for(const std::string &reason) {
         throw std::invalid_argument(reason);
 }
 
-Seen outcome_of(const FramesSeen &seen) {
-    const auto *const found = std::find(std::begin(seen.times), std::end(seen.times), 1U);
-    return static_cast<Seen>(found - std::begin(seen.times));
-}
-
 } // namespace
 
 std::string Addresses::refusal(const bri_mac_entry &frame) const {
@@ -142,62 +137,33 @@ std::optional<bri_mac_entry> Addresses::find(const bri_mac_entry &key) {
     return query.found != 0 ? std::optional(query.result) : std::nullopt;
 }
 
-Traffic::Traffic(Loop &loop, Addresses &addresses)
-    : loop_(loop), addresses_(addresses), timer_(loop, [this] { send_due(); }) {}
-
 Seen Traffic::send(const bri_mac_entry &frame) {
-    if (const std::string reason = addresses_.refusal(frame); !reason.empty())
-        throw std::invalid_argument(reason);
-    return outcome_of(addresses_.see({frame}));
+    refuse_for(addresses_.refusal(frame));
+    const FramesSeen seen = addresses_.see({frame});
+    return static_cast<Seen>(std::find(std::begin(seen.times), std::end(seen.times), 1U) - std::begin(seen.times));
 }
 
 Seen Traffic::start(const bri_mac_entry &frame, Microseconds period) {
     const Seen seen = send(frame);
-    const Name name{std::to_array(frame.mac), frame.bcast_id};
-    if (const auto known = sources_.find(name); known != sources_.end())
-        due_.erase({known->second.due, name});
-    const Microseconds due = loop_.now() + period;
-    sources_[name] = {frame, period, due};
-    due_.emplace(due, name);
-    wait_for_next();
+    sources_.remove_if([&](const Source &source) {
+        return std::ranges::equal(source.frame.mac, frame.mac) && source.frame.bcast_id == frame.bcast_id;
+    });
+    const auto place = sources_.emplace(sources_.end(), frame, period, loop_);
+    place->timer.set([this, place] { send_again(*place); });
+    place->timer.start(period);
     return seen;
 }
 
-size_t Traffic::stop(const uint8_t (&mac)[6]) {
-    return std::erase_if(sources_, [&](const auto &item) {
-        if (item.first.first != std::to_array(mac))
-            return false;
-        due_.erase({item.second.due, item.first});
-        return true;
-    });
-}
-
-size_t Traffic::stop_all() {
-    due_.clear();
-    return std::exchange(sources_, {}).size();
-}
-
-void Traffic::send_due() {
-    std::vector<bri_mac_entry> frames;
-    while (!due_.empty() && due_.begin()->first <= loop_.now()) {
-        const Name name = due_.begin()->second;
-        due_.erase(due_.begin());
-        Source &source = sources_.at(name);
-        source.due = loop_.now() + source.period;
-        due_.emplace(source.due, name);
-        if (addresses_.refusal(source.frame).empty())
-            frames.push_back(source.frame);
-    }
+void Traffic::send_again(Source &source) {
     try {
-        addresses_.see(frames);
-    } catch (const std::invalid_argument &) { // the kernel has gone and sees nothing
+        send(source.frame);
+    } catch (const std::invalid_argument &) { // nothing lets it in, or the kernel has gone and sees nothing
     }
-    wait_for_next();
+    source.timer.start(source.period);
 }
 
-void Traffic::wait_for_next() {
-    if (!due_.empty())
-        timer_.start(std::max(due_.begin()->first - loop_.now(), Microseconds(1)));
+size_t Traffic::stop(const uint8_t (&mac)[6]) {
+    return sources_.remove_if([&](const Source &source) { return std::ranges::equal(source.frame.mac, mac); });
 }
 
 } // namespace sandbox

@@ -7,8 +7,6 @@
 #include "sandbox/loop.h"
 #include "sandbox/ports.h"
 
-#include <set>
-
 namespace sandbox {
 
 class Addresses {
@@ -72,12 +70,15 @@ class Addresses {
 class Traffic {
   public:
     struct Source {
-        bri_mac_entry frame{}; // address, VLAN and port
-        Microseconds period{};
-        Microseconds due{};
+        bri_mac_entry frame; // address, VLAN and port
+        Microseconds period;
+        Timer timer;
+
+        Source(const bri_mac_entry &which, Microseconds each, Loop &loop)
+            : frame(which), period(each), timer(loop, [] {}) {}
     };
 
-    Traffic(Loop &loop, Addresses &addresses);
+    Traffic(Loop &loop, Addresses &addresses) : loop_(loop), addresses_(addresses) {}
 
     // One frame now. Throws std::invalid_argument, as Addresses does, when none can come in there.
     Seen send(const bri_mac_entry &frame);
@@ -85,24 +86,16 @@ class Traffic {
     Seen start(const bri_mac_entry &frame, Microseconds period);
     // Those with that address; how many there were.
     size_t stop(const uint8_t (&mac)[6]);
-    size_t stop_all();
+    size_t stop_all() { return std::exchange(sources_, {}).size(); }
 
-    template <class Fn> void for_each(Fn &&fn) const {
-        for (const auto &[name, source] : sources_)
-            fn(source);
-    }
+    [[nodiscard]] const std::list<Source> &sources() const { return sources_; }
 
   private:
-    using Name = std::pair<std::array<uint8_t, 6>, uint16_t>; // address and VLAN
-
-    void send_due();
-    void wait_for_next();
+    void send_again(Source &source);
 
     Loop &loop_;
     Addresses &addresses_;
-    std::map<Name, Source> sources_;
-    std::set<std::pair<Microseconds, Name>> due_;
-    Timer timer_;
+    std::list<Source> sources_;
 };
 
 } // namespace sandbox

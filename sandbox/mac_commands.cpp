@@ -214,15 +214,13 @@ Outcome stop_traffic(Sandbox &sandbox, const Call &call) {
 Outcome show_traffic(Sandbox &sandbox, const Call &) {
     Answer answer;
     answer.begin("hosts");
-    sandbox.traffic.for_each([&](const Traffic::Source &source) {
+    for (const Traffic::Source &source : sandbox.traffic.sources())
         answer.row("hosts", "  {mac} VLAN {vlan} port {ifx} every {seconds} s",
                    {{"mac", mac_text(source.frame.mac)},
                     {"vlan", source.frame.bcast_id},
                     {"ifx", source.frame.ifx},
                     {"seconds", static_cast<double>(source.period.count()) / 1e6}});
-    });
-    const size_t count = answer.json()["hosts"].size();
-    return answer.say("traffic: {count} hosts send", {{"count", count}});
+    return answer.say("traffic: {count} hosts send", {{"count", sandbox.traffic.sources().size()}});
 }
 
 // A host's entry as the library asks for it: one address, dynamic.
