@@ -12,7 +12,7 @@ namespace sandbox {
 
 namespace {
 
-std::string usage() {
+std::string check_usage() {
     std::string text = "Plays stories with a daemon, each in a private world, and tells what it did in them. What it "
                        "sends when nothing goes wrong is the measure; what cannot be judged by that is said. The exit "
                        "status is 0, 1 when a point is wrong, 64 for words that are not understood.\nStories:";
@@ -84,7 +84,7 @@ int check(int argc, char **argv) {
     CheckOptions options;
     std::string only;
     bool json = false;
-    CLI::App app(usage());
+    CLI::App app(check_usage());
     app.add_flag("--json", json, "Tell it all as one JSON object");
     app.add_option("--time-scale", options.time_scale, "How many times as fast as the wall's all clocks run; 10")
         ->check(CLI::Range(1.0, 1000.0));

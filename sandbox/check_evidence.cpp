@@ -11,11 +11,11 @@ namespace sandbox {
 
 namespace {
 
-bool ends_with(const std::string &text, std::string_view end) {
+bool ends_as(const std::string &text, std::string_view end) {
     return text.size() >= end.size() && text.compare(text.size() - end.size(), end.size(), end) == 0;
 }
 
-bool begins_with(const std::string &text, std::string_view begin) {
+bool starts_as(const std::string &text, std::string_view begin) {
     return text.compare(0, begin.size(), begin) == 0;
 }
 
@@ -45,8 +45,8 @@ bool speaks_of(const std::string &name, const Fields &value, unsigned vid, unsig
 
 } // namespace
 
-std::vector<Seen> seen_since(const World &world, size_t line) {
-    std::vector<Seen> all;
+std::vector<Observed> observed_since(const World &world, size_t line) {
+    std::vector<Observed> all;
     const std::vector<std::string> lines = world.lines(Log::kRecords);
     for (; line < lines.size(); ++line) {
         const Fields record = Fields::parse(lines[line]);
@@ -59,22 +59,22 @@ std::vector<Seen> seen_since(const World &world, size_t line) {
     return all;
 }
 
-bool is_question(const Seen &message) {
-    return !message.request && (ends_with(message.type, "_PREJ") || message.type == "RESEARCH_EVENT_SWPORT_PREJUDGE");
+bool is_question(const Observed &message) {
+    return !message.request && (ends_as(message.type, "_PREJ") || message.type == "RESEARCH_EVENT_SWPORT_PREJUDGE");
 }
 
-bool is_answer(const Seen &message, const std::string &question_type) {
-    const bool undecided = message.type == "RESEARCH_EVENT_FAILED" && begins_with(question_type, "RESEARCH_");
+bool is_answer(const Observed &message, const std::string &question_type) {
+    const bool undecided = message.type == "RESEARCH_EVENT_FAILED" && starts_as(question_type, "RESEARCH_");
     return message.request && (message.type == question_type || undecided);
 }
 
-bool is_work(const Seen &message) {
+bool is_work(const Observed &message) {
     // One of client management is spelt in another way than the rest.
-    return message.request && !begins_with(message.type, "BRIDGE_EVE") && !begins_with(message.type, "RESEARCH_") &&
-           !ends_with(message.type, "_PREJ");
+    return message.request && !starts_as(message.type, "BRIDGE_EVE") && !starts_as(message.type, "RESEARCH_") &&
+           !ends_as(message.type, "_PREJ");
 }
 
-bool speaks_of(const Seen &message, unsigned vid, unsigned ifx) {
+bool speaks_of(const Observed &message, unsigned vid, unsigned ifx) {
     return speaks_of("", message.fields, vid, ifx);
 }
 

@@ -12,7 +12,7 @@
 namespace sandbox {
 
 // A request of a daemon, or an event that went to one.
-struct Seen {
+struct Observed {
     bool request = false;
     std::string type;
     double time = 0; // seconds of the world, since its server began
@@ -20,14 +20,14 @@ struct Seen {
 };
 
 // What is in the trace from that line on.
-std::vector<Seen> seen_since(const World &world, size_t line);
+std::vector<Observed> observed_since(const World &world, size_t line);
 
 // Whether it is what a daemon does with the switch: no registration, no talk about data, no answer to a question.
-bool is_work(const Seen &message);
-bool is_question(const Seen &message);
-bool is_answer(const Seen &message, const std::string &question_type);
+bool is_work(const Observed &message);
+bool is_question(const Observed &message);
+bool is_answer(const Observed &message, const std::string &question_type);
 // Whether a VLAN or a port of that number is spoken of.
-bool speaks_of(const Seen &message, unsigned vid, unsigned ifx);
+bool speaks_of(const Observed &message, unsigned vid, unsigned ifx);
 
 // How much each thread of a process has run and has waited for a processor.
 class Processor {

@@ -17,7 +17,7 @@ namespace sandbox {
 namespace {
 
 // Eight ports, unless the author has a switch of their own: two carry all VLANs, two their native one alone.
-constexpr const char *kSwitch = R"(vlan create 10,20
+constexpr const char *kDefaultSwitch = R"(vlan create 10,20
     port add 1 trunk 1
     port add 2 trunk 1
     port add 3 trunk 1
@@ -32,10 +32,10 @@ constexpr const char *kSwitch = R"(vlan create 10,20
 constexpr unsigned kWorkPort = 61;
 constexpr unsigned kNewPort = 62;
 constexpr const char *kDaemonOutput = "daemon.log";
-constexpr size_t kLastLines = 40;
+constexpr size_t kLogLines = 40;
 
 // Seconds of the world.
-constexpr double kPatience = 30;      // for what must come
+constexpr double kComing = 30;        // for what must come
 constexpr double kQuiet = 3;          // for what must not come
 constexpr double kRest = 2;           // by which it has done what it does by itself
 constexpr double kSwitchPatience = 3; // of the server with a question
@@ -43,14 +43,14 @@ constexpr double kStep = 0.5;
 
 constexpr double kBusy = 0.5; // of a processor: it does nothing else
 
-std::string list(const std::set<std::string> &names) {
+std::string names_text(const std::set<std::string> &names) {
     std::string text;
     for (const std::string &name : names)
         text += (text.empty() ? "" : ", ") + name;
     return text;
 }
 
-std::string seconds(double time) {
+std::string seconds_text(double time) {
     std::ostringstream text;
     text.precision(2);
     text << time << " s";
@@ -64,7 +64,7 @@ class Player {
           stage_({options.time_scale, Log::kRecords, options.daemon, kDaemonOutput}) {
         Script script;
         if (options.setup.empty())
-            script.add_text(kSwitch);
+            script.add_text(kDefaultSwitch);
         else
             script.add_file(find_script(options.setup));
         while (const std::optional<std::string> line = script.next())
@@ -144,11 +144,11 @@ class Player {
     }
     void sleep(double time) const { std::this_thread::sleep_for(std::chrono::duration<double>(time / scale_)); }
     [[nodiscard]] size_t place() { return stage_.world().lines(Log::kRecords).size(); }
-    [[nodiscard]] std::vector<Seen> seen() { return seen_since(stage_.world(), mark_); }
+    [[nodiscard]] std::vector<Observed> seen() { return observed_since(stage_.world(), mark_); }
     // The types of the requests since the mark by which it works.
     [[nodiscard]] std::set<std::string> work() {
         std::set<std::string> types;
-        for (const Seen &message : seen())
+        for (const Observed &message : seen())
             if (is_work(message))
                 types.insert(message.type);
         return types;
@@ -222,7 +222,7 @@ void Player::run_line(const std::string &line) {
 void Player::begin(const Words &) {
     stage_.start_daemon({});
     std::string why;
-    const bool registered = well("wait clients registered >= 1 within " + std::to_string(kPatience), why);
+    const bool registered = well("wait clients registered >= 1 within " + std::to_string(kComing), why);
     say("registers", registered ? Judgement::kRight : Judgement::kWrong, why);
     over_ = !registered;
     settle(2 * kStep);
@@ -239,15 +239,15 @@ void Player::learn(const Words &words) {
     for (const auto &[name, types] : {std::pair("sends something at its start", &habits_.at_start),
                                       std::pair("acts on what happens", &habits_.at_work)})
         say(name, types->empty() ? Judgement::kOpen : Judgement::kRight,
-            types->empty() ? "it asks for nothing" : list(*types));
+            types->empty() ? "it asks for nothing" : names_text(*types));
     const unsigned vid = parse_number(words.at(0));
-    for (const Seen &message : seen())
+    for (const Observed &message : seen())
         habits_.names_new = habits_.names_new || (is_work(message) && speaks_of(message, vid, kWorkPort));
 }
 
 void Player::again(const Words &) {
     std::string why;
-    const bool registered = well("wait clients registered >= 1 within " + std::to_string(kPatience), why);
+    const bool registered = well("wait clients registered >= 1 within " + std::to_string(kComing), why);
     say("registers again", registered ? Judgement::kRight : Judgement::kWrong, why);
     over_ = over_ || !registered;
     settle(2 * kStep);
@@ -280,7 +280,7 @@ void Player::do_something(const Words &words) {
 void Player::acts(const Words &) {
     if (habits_.at_work.empty())
         return say("acts as before", Judgement::kOpen, "it never asks for anything then");
-    const bool acted = look_for(created_ ? kPatience : kQuiet, [&] {
+    const bool acted = look_for(created_ ? kComing : kQuiet, [&] {
         const std::set<std::string> now = work();
         return std::any_of(now.begin(), now.end(),
                            [&](const std::string &type) { return habits_.at_work.count(type) != 0; });
@@ -288,13 +288,13 @@ void Player::acts(const Words &) {
     if (!acted && !created_)
         return say("acts as before", Judgement::kOpen, "no VLAN came, as it was asked and did not agree");
     say("acts as before", acted ? Judgement::kRight : Judgement::kWrong,
-        acted ? list(work()) : "it no longer sends " + list(habits_.at_work));
+        acted ? names_text(work()) : "it no longer sends " + names_text(habits_.at_work));
 }
 
 void Player::asks(const Words &words) {
     const unsigned vid = parse_number(words.at(0));
     const auto sign = [&]() -> std::optional<std::string> {
-        for (const Seen &message : seen()) {
+        for (const Observed &message : seen()) {
             if (message.request && message.type == "BRIDGE_EVENT_ORI_DATA_REQUEST")
                 return "sends " + message.type;
             if (is_work(message) && speaks_of(message, vid, kNewPort))
@@ -302,7 +302,7 @@ void Player::asks(const Words &words) {
         }
         return std::nullopt;
     };
-    const std::optional<std::string> found = look_for(habits_.names_new ? kPatience : kQuiet, sign);
+    const std::optional<std::string> found = look_for(habits_.names_new ? kComing : kQuiet, sign);
     if (found)
         say("asks for origin data", Judgement::kRight, *found);
     else if (habits_.names_new)
@@ -321,7 +321,7 @@ void Player::silent(const Words &words) {
     sleep(kQuiet);
     const std::set<std::string> sent = work();
     if (!sent.empty())
-        say(name, Judgement::kWrong, "it sends " + list(sent));
+        say(name, Judgement::kWrong, "it sends " + names_text(sent));
     else if (habits_.at_start.empty() && habits_.at_work.empty())
         say(name, Judgement::kOpen, "it sends nothing as a master either");
     else
@@ -334,14 +334,14 @@ struct Judged {
     double slowest = 0;
     std::string wrong;
 };
-Judged judge_answers(const std::vector<Seen> &messages) {
+Judged judge_answers(const std::vector<Observed> &messages) {
     Judged judged;
     std::map<std::string, std::vector<double>> asked;
     std::map<std::string, std::vector<double>> answered;
-    for (const Seen &message : messages)
+    for (const Observed &message : messages)
         if (is_question(message))
             asked[message.type].push_back(message.time);
-    for (const Seen &message : messages)
+    for (const Observed &message : messages)
         for (const auto &[type, times] : asked)
             if (is_answer(message, type))
                 answered[type].push_back(message.time);
@@ -355,8 +355,8 @@ Judged judge_answers(const std::vector<Seen> &messages) {
             judged.slowest = std::max(judged.slowest, answers[i] - times[i]);
     }
     if (judged.wrong.empty() && judged.slowest > kSwitchPatience)
-        judged.wrong =
-            "an answer after " + seconds(judged.slowest) + "; the switch waits for " + seconds(kSwitchPatience);
+        judged.wrong = "an answer after " + seconds_text(judged.slowest) + "; the switch waits for " +
+                       seconds_text(kSwitchPatience);
     return judged;
 }
 
@@ -383,7 +383,7 @@ void Player::answers(const Words &words) {
         say("answers in time", Judgement::kWrong, judged.wrong);
     else
         say("answers in time", Judgement::kRight,
-            std::to_string(judged.questions) + " answers within " + seconds(judged.slowest));
+            std::to_string(judged.questions) + " answers within " + seconds_text(judged.slowest));
 }
 
 void Player::addresses(const Words &) {
@@ -395,7 +395,7 @@ void Player::addresses(const Words &) {
     const char *name = "gives its addresses again";
     if (!gives(habits_.at_start))
         return say(name, Judgement::kOpen, "it gives the kernel none at its start");
-    const bool gave = look_for(kPatience, [&] { return gives(work()); });
+    const bool gave = look_for(kComing, [&] { return gives(work()); });
     say(name, gave ? Judgement::kRight : Judgement::kWrong);
 }
 
@@ -427,8 +427,8 @@ void Player::try_command(const Words &words) {
 
 std::string Player::last_words() {
     World &world = stage_.world();
-    return "what happened last:\n" + last_of(world.lines(Log::kLines), kLastLines) + "the daemon's output:\n" +
-           last_of(read_lines(world.directory() + "/" + kDaemonOutput), kLastLines);
+    return "what happened last:\n" + last_of(world.lines(Log::kLines), kLogLines) + "the daemon's output:\n" +
+           last_of(read_lines(world.directory() + "/" + kDaemonOutput), kLogLines);
 }
 
 } // namespace

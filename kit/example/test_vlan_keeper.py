@@ -8,7 +8,7 @@ import pytest
 @pytest.fixture
 def world(bridge_world):
     bridge_world.keeper = bridge_world.start(os.environ["VLAN_KEEPER"], "900")
-    bridge_world.wait("vlan 900 exists", within=20)
+    bridge_world.wait("vlan 900 exists")
     return bridge_world
 
 
@@ -39,7 +39,7 @@ def test_slave_asks_for_nothing_until_it_is_master(world):
 def test_killed_server_finds_it_again(world):
     world.kill_server()
     world.start_server()
-    world.wait("client vlan_keeper registered", within=20)
+    world.wait("client vlan_keeper registered")
     world.run("vlan delete 900")
     world.wait("vlan 900 exists")
     assert world.keeper.prints("VLAN 900 is missing\n")

@@ -21,7 +21,7 @@ def world(bridge_world):
 
 def wait_until_it_follows(world):
     """It asks for the addresses when it is synchronised; what is announced from then on reaches it."""
-    world.wait("request BRIDGE_EVENT_ORI_DATA_REQUEST from portsec", within=20)
+    world.wait("request BRIDGE_EVENT_ORI_DATA_REQUEST from portsec")
 
 
 def send(world, host, port):

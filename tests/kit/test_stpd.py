@@ -6,6 +6,8 @@ import time
 
 import pytest
 
+pytestmark = pytest.mark.bridge_time_scale(20)  # its delays are seconds
+
 DAEMON = pathlib.Path(os.environ["BRIDGE_TEST_DAEMONS"]) / "stpd"
 TELLS = "request L2TOP_EVENT_PORT_STATUS from stpd"
 DISCARDING, FORWARDING = 1, 2
@@ -21,7 +23,7 @@ def world(bridge_world):
 
 def start(world):
     world.daemon = world.start(DAEMON, "-d", "2000")
-    world.wait("client stpd registered", within=20)
+    world.wait("client stpd registered")
 
 
 def states(world):
