@@ -8,8 +8,9 @@
 
 namespace bri::counters {
 
-// Every figure but those of Senders. client/counters.cpp, like the other one.
-extern bri_counters g_loop;
+// Every figure but those of Senders. client/counters.cpp, like the other one. Said to be hidden, a figure is counted by
+// one instruction: where it lies need not be looked up.
+[[gnu::visibility("hidden")]] extern bri_counters g_loop;
 
 // A count beyond 32 bits that one thread at a time adds to and any other reads, on processors without a 64-bit atomic
 // word. The upper half is written before and behind the lower one: a reader, who goes the other way, that meets two
@@ -45,6 +46,6 @@ struct Senders {
     uint32_t dropped;                       // the same
     uint32_t refused;                       // any thread, by word::add
 };
-extern Senders g_senders;
+[[gnu::visibility("hidden")]] extern Senders g_senders;
 
 } // namespace bri::counters

@@ -33,32 +33,34 @@ struct Message {
 // message was announced that does not lie whole inside the batch.
 class MessageIterator {
   public:
-    MessageIterator(MutableBytes messages, uint32_t count) : left_(messages), count_(count) {}
+    MessageIterator(MutableBytes messages, uint32_t count) : rest_(messages), count_(count) {}
 
-    [[nodiscard]] bool ok() const { return more() && whole_size() <= left_.size; }
-    [[nodiscard]] bool cut() const { return more() && whole_size() > left_.size; }
+    [[nodiscard]] bool ok() const { return more() && whole_size() <= rest_.size; }
+    [[nodiscard]] bool cut() const { return more() && whole_size() > rest_.size; }
 
     [[nodiscard]] Message message() const {
-        const auto header = load_as<bri_msg_hdr>(left_.data);
-        return {header, {left_.data + sizeof header, header.len}};
+        const auto header = load_as<bri_msg_hdr>(rest_.data);
+        return {header, {rest_.data + sizeof header, header.len}};
     }
 
     void next() {
-        left_ = left_.from(whole_size());
+        rest_ = rest_.from(whole_size());
         --count_;
     }
 
+    [[nodiscard]] uint32_t left() const { return count_; } // messages that were announced and not taken
+
   private:
-    [[nodiscard]] bool more() const { return count_ != 0 && left_.size != 0; }
+    [[nodiscard]] bool more() const { return count_ != 0 && rest_.size != 0; }
     // Header and payload, without wrapping on 32-bit machines; a header that is itself cut counts as too long.
     [[nodiscard]] size_t whole_size() const {
-        if (left_.size < sizeof(bri_msg_hdr))
+        if (rest_.size < sizeof(bri_msg_hdr))
             return SIZE_MAX;
-        const uint32_t len = load_as<bri_msg_hdr>(left_.data).len;
+        const uint32_t len = load_as<bri_msg_hdr>(rest_.data).len;
         return len > BRI_BATCH_MSG_MAX ? SIZE_MAX : sizeof(bri_msg_hdr) + len;
     }
 
-    MutableBytes left_;
+    MutableBytes rest_;
     uint32_t count_;
 };
 

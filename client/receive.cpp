@@ -26,29 +26,25 @@ void clear_buffer() {
     g_received = 0;
 }
 
-// A read that gives fewer bytes than it should has met the end of the stream, or a peer that is gone.
-uint64_t &cause_of_failed_read(int got) {
+// A read that gives fewer bytes than it should has met the end of the stream, or a peer that is gone. Out of line,
+// since the reads that succeed shall not pay for it.
+[[gnu::cold, gnu::noinline]] void note_failed_read(int got) {
     bri_counters &counted = counters::g_loop;
-    if (got >= 0 && errno == 0)
-        return counted.reset_by_peer;
-    switch (errno) {
-    case ECONNRESET:
-        return counted.reset_by_peer;
-    case EAGAIN:
-    case ETIMEDOUT:
-        return counted.reset_timeout;
-    default:
-        return counted.reset_error;
-    }
+    if ((got >= 0 && errno == 0) || errno == ECONNRESET)
+        g_loss_cause = &counted.reset_by_peer;
+    else if (errno == EAGAIN || errno == ETIMEDOUT)
+        g_loss_cause = &counted.reset_timeout;
+    else
+        g_loss_cause = &counted.reset_error;
 }
 
-int read_into_buffer(int fd, uint32_t n, BatchClock &clock) {
+inline int read_into_buffer(int fd, uint32_t n, BatchClock &clock) {
     uint8_t *place = g_bglib_recvbuf + g_received;
     g_received += n; // before the read: it may fail behind some bytes
     errno = 0;       // the end of the stream is no error and would show an old one
     const int got = read_part(fd, place, n, clock);
     if (got != static_cast<int>(n))
-        g_loss_cause = &cause_of_failed_read(got);
+        note_failed_read(got);
     return got;
 }
 
@@ -89,22 +85,28 @@ void take_message(const Message &message) {
 }
 
 // False when host code reset the connection on the way: the rest of the batch belongs to the lost one.
-bool take_batch(const bri_batch_hdr &batch) {
+bool take_messages(MessageIterator &next) {
     const uint32_t connection = connection_number();
-    MessageIterator next({g_bglib_recvbuf + kHeaderSize, batch.msg_len}, batch.msg_cnt);
     while (next.ok()) {
         const Message message = next.message();
         next.next(); // a handler may write to its payload, and to whatever lies behind it
         take_message(message);
-        ++counters::g_loop.messages_in;
         if (connection_number() != connection)
             return false;
     }
-    if (next.cut()) {
+    return true;
+}
+
+bool take_batch(const bri_batch_hdr &batch) {
+    const uint32_t count = batch.msg_cnt;
+    MessageIterator next({g_bglib_recvbuf + kHeaderSize, batch.msg_len}, count);
+    const bool kept = take_messages(next);
+    counters::g_loop.messages_in += count - next.left();
+    if (kept && next.cut()) {
         ++counters::g_loop.dropped_short;
         BRI_LOG(log::kClient, "[%s] batch-msg ends inside a msg, rest discarded.\n", name());
     }
-    return true;
+    return kept;
 }
 
 int lose_connection() {

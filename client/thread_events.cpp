@@ -76,7 +76,8 @@ bool note_kind(bri_clnt_thread_evt kind, bool taken) {
         return refused_jobs::note(add_again<BRI_CLNT_EVT_RECONNECT>, taken);
     case BRI_CLNT_EVT_MSG_TIMER:
         g_timer_refused = !taken;
-        counters::g_loop.jobs_refused += taken ? 0 : 1;
+        if (!taken)
+            ++counters::g_loop.jobs_refused;
     }
     return taken;
 }
@@ -100,7 +101,8 @@ size_t g_count;
 } // namespace
 
 bool note(Add add, bool taken) {
-    counters::g_loop.jobs_refused += taken ? 0 : 1;
+    if (!taken)
+        ++counters::g_loop.jobs_refused;
     Add *const end = g_refused + g_count;
     Add *const found = std::find(g_refused, end, add);
     if (taken && found != end)
