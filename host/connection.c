@@ -39,12 +39,12 @@ static void gain(bool introduced) {
 }
 
 void bri_host_on_connect(void) {
-    if (!bri_host.started || bri_host.stopping)
+    if (!bri_host_runs())
         return;
     bri_host_keep_tick();
     if (bri_host.connected) /* it went and came between two ticks */
         lose();
-    if (!bri_host.stopping)
+    if (bri_host_runs())
         gain(true);
 }
 

@@ -13,6 +13,7 @@ struct row {
 
 static struct row *rows;
 static uint32_t row_count;
+static uint32_t generation;      /* of the rows */
 static uint8_t first_row[TYPES]; /* of each event, counted from 1; 0: none */
 
 static bool is_row(const struct bridge_host_handler *handler) {
@@ -38,6 +39,7 @@ int bri_host_take_rows(const struct bridge_host_config *config) {
         return BRI_ERR_NO_MEMORY;
     memset(first_row, 0, sizeof first_row);
     row_count = config->handler_count;
+    ++generation;
     for (uint32_t i = 0; i < row_count; ++i) {
         rows[i].handler = config->handlers[i];
         if (rows[i].handler.context == NULL)
@@ -77,19 +79,20 @@ int bri_host_register(const struct event_set *events) {
     return 0;
 }
 
-/* A handler may end the layer, and with it the rows. */
+/* A handler may end the layer, and with it the rows, and start it anew. */
 static void call_rows(uint32_t type, const void *record, uint16_t size) {
     uint8_t next = first_row[type];
     if (next == 0)
         return;
     ++rows[next - 1].count;
     ++bri_host.statistics.events;
-    for (; next != 0 && bri_host.started && !bri_host.stopping; next = rows[next - 1].next) {
-        const struct bridge_host_handler *handler = &rows[next - 1].handler;
-        if (size < handler->least)
+    for (const uint32_t these = generation; next != 0 && bri_host_runs() && these == generation;) {
+        const struct row *row = &rows[next - 1];
+        next = row->next;
+        if (size < row->handler.least)
             ++bri_host.statistics.dropped_short;
         else
-            handler->handler(size != 0 ? record : NULL, size, handler->context);
+            row->handler.handler(size != 0 ? record : NULL, size, row->handler.context);
     }
 }
 
@@ -100,9 +103,9 @@ static void deliver(uint32_t type, const void *record, uint16_t size) {
     bri_host_note_master(type);
     bri_host_sweep_note(type, record, size);
     call_rows(type, record, size);
-    if (!bri_host.stopping)
+    if (bri_host_runs())
         bri_host_requests_event(number, type, record, size);
-    if (!bri_host.stopping)
+    if (bri_host_runs())
         bri_host_resync_after(type);
 }
 
@@ -115,7 +118,7 @@ static __attribute__((noinline)) void deliver_copy(uint32_t type, const void *da
 
 int bri_host_on_event(uint32_t type, void *data, uint16_t len) {
     const uint32_t known = type & 0xFFFF;
-    if (bri_host_is_probe(known, data) || !bri_host.started || bri_host.stopping || known >= TYPES)
+    if (bri_host_is_probe(known, data) || !bri_host_runs() || known >= TYPES)
         return 0;
     bri_host_keep_tick();
     if (data == NULL || (uintptr_t)data % ALIGNMENT == 0)

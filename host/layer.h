@@ -28,6 +28,11 @@ struct layer {
 };
 extern struct layer bri_host;
 
+/* Any callback may end this. */
+static inline bool bri_host_runs(void) {
+    return bri_host.started && !bri_host.stopping;
+}
+
 /* The tick's period in ticks: how many of them make at least so many milliseconds. */
 static inline uint32_t bri_host_ticks(uint32_t ms) {
     return (ms + bri_host.config.tick_ms - 1) / bri_host.config.tick_ms;

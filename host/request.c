@@ -115,7 +115,7 @@ uint32_t bri_host_requests_end(enum bridge_host_result result) {
 }
 
 int bridge_host_may_send(void) {
-    if (!bri_host.started || bri_host.stopping)
+    if (!bri_host_runs())
         return BRI_ERR_NOT_PERMITTED;
     if (g_bridge_client->connected == 0)
         return BRI_ERR_SOCKET;

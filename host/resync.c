@@ -331,13 +331,13 @@ void bri_host_resync_tick(void) {
     due -= due != 0;
     if (needed && due == 0)
         ask();
-    for (struct round *round = rounds; round != rounds + SUBMODULES && !bri_host.stopping; ++round)
+    for (struct round *round = rounds; round != rounds + SUBMODULES && bri_host_runs(); ++round)
         if (round->asked != 0 && --round->wait == 0)
             ask_again(round);
 }
 
 int bridge_host_resync(void) {
-    if (!bri_host.started || bri_host.stopping)
+    if (!bri_host_runs())
         return BRI_ERR_NOT_PERMITTED;
     need(true);
     if (asking || depth != 0)
@@ -349,7 +349,7 @@ int bridge_host_resync(void) {
 
 int bridge_host_in_step(uint32_t submod) {
     const struct round *round = round_of(submod);
-    return bri_host.started && !bri_host.stopping && round != NULL && round->in_step && round->asked == 0 && !needed &&
+    return bri_host_runs() && round != NULL && round->in_step && round->asked == 0 && !needed &&
            missed == bri_host_missed() && !in_backup && bri_host.connected && g_bridge_client->connected != 0 &&
            bridge_host_role() == BRIDGE_HOST_ROLE_MASTER;
 }

@@ -38,14 +38,14 @@ static int tick(void *arg) {
                                           bri_host_resync_tick};
     (void)arg;
     tick_runs = false;
-    for (size_t i = 0; i < sizeof steps / sizeof *steps && bri_host.started && !bri_host.stopping; ++i)
+    for (size_t i = 0; i < sizeof steps / sizeof *steps && bri_host_runs(); ++i)
         steps[i]();
     bri_host_keep_tick();
     return 0;
 }
 
 void bri_host_keep_tick(void) {
-    if (!tick_runs && bri_host.started && !bri_host.stopping)
+    if (!tick_runs && bri_host_runs())
         add_tick();
 }
 

@@ -48,40 +48,43 @@ static struct bridge_host_left what_is_left(bool out) {
     return left;
 }
 
-static void end(bool out) {
+/* Ends everything; how many requests were outstanding. */
+static uint32_t end_all(void) {
     bri_host_walks_end(BRI_ERR_NOT_PERMITTED);
     const uint32_t requests = bri_host_requests_end(BRIDGE_HOST_STOPPED);
-    struct bridge_host_left left = what_is_left(out);
-    left.requests = requests;
     bri_host_release();
     bri_host.started = false;
     bri_host.stopping = false;
-    stopped(&left, bri_host.config.context);
+    return requests;
 }
 
 /* Without its timer it cannot wait: it tells what is left now. */
 static int look(void *arg) {
     (void)arg;
     const bool out = is_out() && flush_rest();
-    if (out || looks_left == 0 || !bri_host_after(look, &bri_host, LOOK_MS * 1000, "host-stop"))
-        end(out);
-    else
+    if (!out && looks_left != 0 && bri_host_after(look, &bri_host, LOOK_MS * 1000, "host-stop")) {
         --looks_left;
+        return 0;
+    }
+    struct bridge_host_left left = what_is_left(out);
+    left.requests = end_all();
+    stopped(&left, bri_host.config.context);
     return 0;
 }
 
 int bridge_host_stop(void (*on_stopped)(const struct bridge_host_left *left, void *context)) {
     if (on_stopped == NULL)
         return BRI_ERR_NULL;
-    if (!bri_host.started || bri_host.stopping)
+    if (!bri_host_runs())
         return BRI_ERR_NOT_PERMITTED;
-    if (qv_thread_add_event_withname(bri_host.config.master, look, &bri_host, "host-stop") == NULL)
-        return BRI_ERR_NO_MEMORY;
     stopped = on_stopped;
     looks_left = bri_host.config.stop_ms / LOOK_MS;
     bri_host.stopping = true;
     bri_host_stop_tick();
     bri_host_resync_cut();
     bri_host_withdraw();
-    return 0;
+    if (qv_thread_add_event_withname(bri_host.config.master, look, &bri_host, "host-stop") != NULL)
+        return 0;
+    end_all();
+    return BRI_ERR_NO_MEMORY;
 }

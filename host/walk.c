@@ -211,7 +211,7 @@ static int begin(struct bridge_host_walk *walk) {
 int bridge_host_walk_start(struct bridge_host_walk *walk) {
     if (walk == NULL || walk->on_entry == NULL)
         return BRI_ERR_NULL;
-    if (!bri_host.started || bri_host.stopping)
+    if (!bri_host_runs())
         return BRI_ERR_NOT_PERMITTED;
     return walk->state != IDLE ? BRI_ERR_INVALID : begin(walk);
 }

@@ -179,7 +179,8 @@ struct bridge_host_left {
  * outstanding requests and walks are ended, and `on_stopped` is called with the context of the configuration; the usual
  * thing to do there is to stop the loop. All of that is done by jobs of the loop, but a resynchronisation that runs is
  * cut within this call, and from then on there are no events, ticks and new requests. The library itself has no end;
- * bridge_host_start may follow, also in `on_stopped`. */
+ * bridge_host_start may follow, also in `on_stopped`. BRI_ERR_NO_MEMORY: the loop refuses the job; the layer has ended
+ * within the call then, without waiting and without `on_stopped`. */
 BRI_API int bridge_host_stop(void (*on_stopped)(const struct bridge_host_left *left, void *context));
 
 /* Requests with an end -------------------------------------------------------------------------------------------- */

@@ -406,11 +406,22 @@ TEST_F(HostStop, is_refused_where_there_is_nothing_to_stop) {
     EXPECT_EQ(stop(), BRI_ERR_NOT_PERMITTED);
     start_layer();
     EXPECT_EQ(bridge_host_stop(nullptr), BRI_ERR_NULL);
-    loop().refused = "host-stop";
-    EXPECT_EQ(stop(), BRI_ERR_NO_MEMORY);
-    loop().refused.clear();
     ASSERT_EQ(stop(), 0);
     EXPECT_EQ(stop(), BRI_ERR_NOT_PERMITTED);
+}
+
+TEST_F(HostStop, ends_the_layer_also_when_the_loop_refuses) {
+    follow(VLAN_EVENT_RENAME);
+    start_synchronised();
+    Request request(*this, "a");
+    ASSERT_EQ(bridge_host_request(&request), 0);
+    loop().refused = "host-stop";
+    EXPECT_EQ(stop(), BRI_ERR_NO_MEMORY);
+    deliver(VLAN_EVENT_RENAME);
+    EXPECT_EQ(told, Told{"a stopped"});
+    EXPECT_EQ(stops, 0);
+    loop().refused.clear();
+    EXPECT_EQ(start_layer(), 0);
 }
 
 TEST_F(HostStop, ends_even_when_the_loop_refuses_to_wait) {
