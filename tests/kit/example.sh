@@ -29,6 +29,9 @@ PYTHONPATH=$work/tree/share/bridge_client/python
 export PATH PYTHONPATH PYTHONDONTWRITEBYTECODE=1 TMPDIR="$work"
 VLAN_KEEPER=$work/build/vlan_keeper pytest-3 -q -p no:cacheprovider "$work/example"
 
+# The scenarios and their daemons are found in the tree that the program is installed in.
+bridge-sandbox run --time-scale 20 --script rollback >/dev/null
+
 # The lines of the kit's guide, as they stand there.
 guide=$source_dir/kit/README.md
 block() {
