@@ -14,8 +14,8 @@ namespace {
 
 using namespace test;
 
-constexpr uint32_t kBackup = BRIDGE_EVENT_BKUP_DATA_BEGIN; // reaches handlers at any time
-constexpr uint32_t kGroup = VG_EVENT_MEM_VLAN;             // passed on as it is
+constexpr uint32_t kAnyTime = BRIDGE_EVENT_BKUP_DATA_BEGIN; // reaches handlers at any time
+constexpr uint32_t kGroup = VG_EVENT_MEM_VLAN;              // passed on as it is
 
 bri_counters counters() {
     bri_counters now{};
@@ -89,24 +89,24 @@ class CountedEvents : public Client {
 };
 
 TEST_F(CountedEvents, handed_on_once_however_many_want_them) {
-    listen({kBackup});
-    listen({kBackup}, handler<2>);
+    listen({kAnyTime});
+    listen({kAnyTime}, handler<2>);
     growth.restart();
-    deliver(kBackup);
+    deliver(kAnyTime);
     EXPECT_EQ(events().size(), 2U);
     growth.expect({{&bri_counters::events_handed_on, 1}});
 }
 
 TEST_F(CountedEvents, dropped_as_slave) {
-    listen({kBackup});
+    listen({kAnyTime});
     state().slave = 1;
     growth.restart();
-    deliver(kBackup);
+    deliver(kAnyTime);
     growth.expect({{&bri_counters::dropped_slave, 1}});
 }
 
 TEST_F(CountedEvents, dropped_that_nobody_registered) {
-    deliver(kBackup);
+    deliver(kAnyTime);
     growth.expect({{&bri_counters::dropped_not_registered, 1}});
 }
 
