@@ -82,6 +82,7 @@ class Soak {
     void await_kernel();
     void await_writing();
     void check_requests();
+    void check_flood(unsigned host);
     void measure();
     void measure_tables();
     void end();
@@ -178,6 +179,23 @@ void Soak::await_writing() {
     stage_.run_until("everything to be written", [this] { return stage_.list() && stage_.books.all_written(); });
 }
 
+// A full cache also drops what the layer asks the server by itself; so with the layer a few of the dropped ones are
+// none of the urgent requests.
+void Soak::check_flood(unsigned i) {
+    constexpr uint64_t kQuestions = 64;
+    const HostBooks &host = stage_.books.hosts[i];
+    const uint64_t known = host.report.dropped + host.flood;
+    const uint64_t others = has_layer(static_cast<int>(i)) ? kQuestions : 0;
+    check(host.report.flood + others >= known, "h%u: %lu urgent requests, dropped %lu, received %llu", i,
+          host.report.flood, host.report.dropped, number(host.flood));
+    const uint64_t lost = host.report.flood > known ? host.report.flood - known : 0;
+    const bool as_before = others != 0 ? lost <= flood_[i].lost : lost == flood_[i].lost;
+    check(as_before || host.registrations != flood_[i].registrations,
+          "h%u: lost %llu urgent requests without losing its connection", i, number(lost - flood_[i].lost));
+    flood_[i] = {host.registrations, lost};
+    flood_lost_ += lost;
+}
+
 void Soak::check_requests() {
     const Books &books = stage_.books;
     uint64_t accepted = 0;
@@ -195,13 +213,7 @@ void Soak::check_requests() {
               report.delayed);
         check(host.last_request_sent == report.requests, "h%u: request %lu was the last, %u came", i, report.requests,
               host.last_request_sent);
-        check(report.flood >= report.dropped + host.flood, "h%u: %lu urgent requests, dropped %lu, received %llu", i,
-              report.flood, report.dropped, number(host.flood));
-        const uint64_t lost = report.flood - report.dropped - host.flood;
-        check(lost == flood_[i].lost || host.registrations != flood_[i].registrations,
-              "h%u: lost %llu urgent requests without losing its connection", i, number(lost - flood_[i].lost));
-        flood_[i] = {host.registrations, lost};
-        flood_lost_ += lost;
+        check_flood(i);
     }
     check(dropped != 0, "no cache was ever full");
     check(late != 0, "no event was ever delayed");
