@@ -20,6 +20,8 @@ static uint32_t unused;
 static bool left_out; /* an address had no room: that it vanishes would not be seen */
 
 int bri_host_addresses_start(uint32_t count) {
+    if (count == 0)
+        return 0;
     nodes = calloc(count, sizeof *nodes);
     buckets = calloc(count, sizeof *buckets);
     if (nodes == NULL || buckets == NULL)

@@ -1,16 +1,14 @@
 /* The connection, as far as it can be seen: the library calls back when one stands and says nothing when it is lost. */
 #include "layer.h"
 
-static int64_t lost_at; /* while there is an outage: when it was seen */
-static bool in_outage;
-
-static void end_outage(int64_t now) {
-    struct bridge_host_statistics *figures = &bri_host.statistics;
-    const int64_t length = now - lost_at;
+/* Adds the outage that lasts. */
+void bri_host_running_outage(struct bridge_host_statistics *figures) {
+    if (bri_host.lost_at == 0)
+        return;
+    const int64_t length = (bri_host_now_us() - bri_host.lost_at) / 1000;
     figures->outage_total_ms += (uint64_t)length;
     if (length > figures->outage_longest_ms)
         figures->outage_longest_ms = (uint32_t)length;
-    in_outage = false;
 }
 
 static void tell(bool up) {
@@ -22,8 +20,7 @@ static void tell(bool up) {
 /* What was under way has gone with the connection. */
 static void lose(void) {
     ++bri_host.statistics.outages;
-    lost_at = bri_host_now_ms();
-    in_outage = true;
+    bri_host.lost_at = bri_host_now_us();
     bri_host.connected = false;
     bri_host_resync_cut();
     bri_host_requests_end(BRIDGE_HOST_LOST);
@@ -32,8 +29,8 @@ static void lose(void) {
 
 static void gain(bool introduced) {
     ++bri_host.statistics.connections;
-    if (in_outage)
-        end_outage(bri_host_now_ms());
+    bri_host_running_outage(&bri_host.statistics);
+    bri_host.lost_at = 0;
     bri_host_resync_connected(introduced);
     tell(true);
 }
@@ -54,13 +51,4 @@ void bri_host_watch_connection(void) {
         lose();
     else if (up && !bri_host.connected) /* the library was started, and connected, before the layer */
         gain(false);
-}
-
-void bri_host_running_outage(struct bridge_host_statistics *out) {
-    if (!in_outage)
-        return;
-    const int64_t length = bri_host_now_ms() - lost_at;
-    out->outage_total_ms += (uint64_t)length;
-    if (length > out->outage_longest_ms)
-        out->outage_longest_ms = (uint32_t)length;
 }

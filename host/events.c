@@ -64,18 +64,15 @@ bool bri_host_has_row_of(uint32_t submod) {
 }
 
 int bri_host_register(const struct event_set *events) {
-    struct event_set missing = *events;
-    bool any = false;
-    for (size_t i = 0; i < sizeof missing.words / sizeof *missing.words; ++i) {
-        missing.words[i] &= ~bri_host.registered.words[i];
-        any = any || missing.words[i] != 0;
-    }
-    if (!any)
+    uint32_t missing = 0;
+    for (size_t i = 0; i < sizeof events->words / sizeof *events->words; ++i)
+        missing |= events->words[i] & ~bri_host.registered.words[i];
+    if (missing == 0)
         return 0;
-    if (bridge_client_reg_event(&missing, bri_host_on_event) != 0)
+    if (bridge_client_reg_event(events, bri_host_on_event) != 0)
         return BRI_ERR_NO_MEMORY;
-    for (size_t i = 0; i < sizeof missing.words / sizeof *missing.words; ++i)
-        bri_host.registered.words[i] |= missing.words[i];
+    for (size_t i = 0; i < sizeof events->words / sizeof *events->words; ++i)
+        bri_host.registered.words[i] |= events->words[i];
     return 0;
 }
 

@@ -24,6 +24,7 @@ struct layer {
     bool started;                /* bridge_host_start to the end of bridge_host_stop */
     bool stopping;               /* bridge_host_stop was called */
     bool connected;              /* as on_connection was told */
+    int64_t lost_at;             /* microseconds, in an outage: when it was seen; 0: none */
     bool heard;                  /* an event of the server has come since the start */
 };
 extern struct layer bri_host;
@@ -38,8 +39,19 @@ static inline uint32_t bri_host_ticks(uint32_t ms) {
     return (ms + bri_host.config.tick_ms - 1) / bri_host.config.tick_ms;
 }
 
-/* Milliseconds of a clock that nobody sets. */
-int64_t bri_host_now_ms(void);
+/* Microseconds of a clock that nobody sets. */
+int64_t bri_host_now_us(void);
+
+static inline void bri_host_append(struct bri_list *list, struct bri_list *link) {
+    *link = (struct bri_list){.next = list, .prev = list->prev};
+    link->prev->next = link;
+    list->prev = link;
+}
+
+static inline void bri_host_unlink(struct bri_list *link) {
+    link->prev->next = link->next;
+    link->next->prev = link->prev;
+}
 
 /* Adds a one-shot timer to the layer's loop; false when the loop refuses it. */
 bool bri_host_after(qv_thread_func job, void *arg, uint64_t usec, const char *name);
@@ -86,11 +98,9 @@ struct bri_counters bri_host_counters(void);
 
 /* sweep.c: what is known of VLANs, ports and addresses. */
 int bri_host_sweep_start(struct event_set *events);
-void bri_host_sweep_end(void);
 bool bri_host_sweeps(uint32_t submod);
 void bri_host_sweep_note(uint32_t type, const void *record, uint16_t size);
 void bri_host_sweep_begin(uint32_t submod);  /* nothing is told yet */
-bool bri_host_sweep_whole(uint32_t submod);  /* all that was told is known */
 void bri_host_sweep_finish(uint32_t submod); /* reports what was not told again, and forgets it */
 void bri_host_report(const struct bridge_host_vanished *what);
 
@@ -99,7 +109,7 @@ int bri_host_addresses_start(uint32_t capacity);
 void bri_host_addresses_end(void);
 void bri_host_addresses_note(const struct bri_mac_msg *record);
 void bri_host_addresses_begin(void);
-bool bri_host_addresses_whole(void);
+bool bri_host_addresses_whole(void); /* all that were told are known */
 void bri_host_addresses_finish(void);
 
 /* request.c, walk.c */

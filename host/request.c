@@ -19,13 +19,6 @@ static struct bridge_host_pending *of_link(struct bri_list *link) {
     return (struct bridge_host_pending *)((char *)link - offsetof(struct bridge_host_pending, link));
 }
 
-static void append(struct bri_list *link) {
-    link->prev = outstanding.prev;
-    link->next = &outstanding;
-    outstanding.prev->next = link;
-    outstanding.prev = link;
-}
-
 static void unlink_one(struct bri_list *link) {
     for (struct cursor *cursor = cursors; cursor != NULL; cursor = cursor->outer) {
         if (cursor->current == link)
@@ -33,8 +26,7 @@ static void unlink_one(struct bri_list *link) {
         if (cursor->next == link)
             cursor->next = link->next;
     }
-    link->prev->next = link->next;
-    link->next->prev = link->prev;
+    bri_host_unlink(link);
 }
 
 /* The next request that was made before this event. */
@@ -158,7 +150,7 @@ int bridge_host_request(struct bridge_host_pending *request) {
     }
     request->since = bri_host.event_number;
     request->state = OUTSTANDING;
-    append(&request->link);
+    bri_host_append(&outstanding, &request->link);
     ++bri_host.statistics.requests;
     return 0;
 }

@@ -28,7 +28,6 @@ enum { SUBMODULES = sizeof submodules / sizeof *submodules };
 
 static struct round {
     const struct submodule *submod;
-    bool followed;
     bool begun;       /* its begin marker was seen, its end marker not yet */
     bool open;        /* on_resync_begin was called, on_resync_end not yet */
     bool in_step;     /* the last one was complete */
@@ -44,14 +43,12 @@ static bool asking;     /* the library's request runs */
 static bool replayed;   /* within it the replay began */
 static bool in_backup;  /* between begin and end of the backup data nothing is told */
 static bool switching;  /* the begin of a switch-over has come, its end not yet */
-static uint32_t
-    depth; /* BRIDGE_EVENT_SYNC_DATA_BEGIN that have no end yet: replays, and the server's end of its data */
+static uint32_t depth;  /* BRIDGE_EVENT_SYNC_DATA_BEGIN without their end yet: of replays, and of the server's end */
+
+static struct round *followed[32]; /* the rounds by their submodules' numbers */
 
 static struct round *round_of(uint32_t submod) {
-    for (struct round *round = rounds; round != rounds + SUBMODULES; ++round)
-        if (round->followed && round->submod->number == submod)
-            return round;
-    return NULL;
+    return submod < sizeof followed / sizeof *followed ? followed[submod] : NULL;
 }
 
 void bri_host_resync_start(struct event_set *events) {
@@ -64,8 +61,9 @@ void bri_host_resync_start(struct event_set *events) {
     for (size_t i = 0; i < SUBMODULES; ++i) {
         const struct submodule *submod = &submodules[i];
         rounds[i] = (struct round){.submod = submod};
-        rounds[i].followed = bri_host_has_row_of(submod->number) || bri_host_sweeps(submod->number);
-        if (!rounds[i].followed)
+        const bool follows = bri_host_has_row_of(submod->number) || bri_host_sweeps(submod->number);
+        followed[submod->number] = follows ? &rounds[i] : NULL;
+        if (!follows)
             continue;
         bri_event_set_add(events, submod->begin);
         bri_event_set_add(events, submod->end);
@@ -74,6 +72,7 @@ void bri_host_resync_start(struct event_set *events) {
     }
     needed = asking = in_backup = switching = false;
     depth = 0;
+    missed = bri_host_missed();
 }
 
 /* Rounds ---------------------------------------------------------------------------------------------------------- */
@@ -93,7 +92,8 @@ static bool tables_mapped(void) {
 /* A callback may cut it in the middle: the end has been told then. */
 static void close_round(struct round *round, bool complete) {
     const uint32_t submod = round->submod->number;
-    complete = complete && (!round->submod->in_tables || tables_mapped()) && bri_host_sweep_whole(submod);
+    complete = complete && (!round->submod->in_tables || tables_mapped()) &&
+               (submod != BRI_SUBMOD_MAC || bri_host_addresses_whole());
     if (complete)
         bri_host_sweep_finish(submod);
     if (!round->open)
@@ -174,7 +174,7 @@ static bool replay(void) {
 
 /* The library asks the server for the addresses by itself. */
 static void ask_server(struct round *round) {
-    if (!round->followed || round->submod->in_tables || g_bridge_client->connected == 0)
+    if (round_of(round->submod->number) == NULL || round->submod->in_tables || g_bridge_client->connected == 0)
         return;
     expect_answer(round);
     if (round->submod->number != BRI_SUBMOD_MAC)
@@ -193,7 +193,7 @@ static void end_replay(struct round *round, bool ran) {
 static bool ask(void) {
     map_tables();
     for (size_t i = 0; i < SUBMODULES; ++i)
-        if (rounds[i].followed && submodules[i].in_tables)
+        if (round_of(submodules[i].number) != NULL && submodules[i].in_tables)
             rounds[i].asked = 1;
     needed = false;
     missed = bri_host_missed();

@@ -11,10 +11,10 @@ enum { FLAGS = BRIDGE_HOST_REFUSE_AS_SLAVE | BRIDGE_HOST_SWEEP_VLANS | BRIDGE_HO
 
 static bool tick_runs;
 
-int64_t bri_host_now_ms(void) {
+int64_t bri_host_now_us(void) {
     struct timespec now;
     clock_gettime(CLOCK_MONOTONIC, &now);
-    return (int64_t)now.tv_sec * 1000 + now.tv_nsec / 1000000;
+    return (int64_t)now.tv_sec * 1000000 + now.tv_nsec / 1000;
 }
 
 bool bri_host_after(qv_thread_func job, void *arg, uint64_t usec, const char *name) {

@@ -17,7 +17,7 @@ void bri_host_withdraw(void) {
 }
 
 void bri_host_release(void) {
-    bri_host_sweep_end();
+    bri_host_addresses_end();
     bri_host_drop_rows();
 }
 

@@ -4,106 +4,100 @@
 #include <bridge/events.h>
 #include <bridge/vlan_client.h>
 
-static struct vlanset vlans_known, vlans_told; /* told: since the resynchronisation began */
-static struct bri_port_set ports_known, ports_told;
+/* What is swept by number, VLANs and ports alike. */
+static struct swept {
+    enum bridge_host_kind kind;
+    uint32_t flag;        /* of the configuration */
+    uint32_t last;        /* greatest number */
+    struct vlanset known; /* told and not taken back */
+    struct vlanset told;  /* since the resynchronisation began */
+} vlans = {.kind = BRIDGE_HOST_VLAN, .flag = BRIDGE_HOST_SWEEP_VLANS, .last = BRI_VID_MAX},
+  ports = {.kind = BRIDGE_HOST_PORT, .flag = BRIDGE_HOST_SWEEP_PORTS, .last = BRI_IFX_MAX};
 
-static bool sweeps_vlans(void) {
-    return (bri_host.config.flags & BRIDGE_HOST_SWEEP_VLANS) != 0;
-}
-
-static bool sweeps_ports(void) {
-    return (bri_host.config.flags & BRIDGE_HOST_SWEEP_PORTS) != 0;
+static bool is_swept(const struct swept *swept) {
+    return (bri_host.config.flags & swept->flag) != 0;
 }
 
 bool bri_host_sweeps(uint32_t submod) {
-    return submod == BRI_SUBMOD_VLAN ? sweeps_vlans() || sweeps_ports()
+    return submod == BRI_SUBMOD_VLAN ? is_swept(&vlans) || is_swept(&ports)
                                      : submod == BRI_SUBMOD_MAC && bri_host.config.mac_capacity != 0;
-}
-
-int bri_host_sweep_start(struct event_set *events) {
-    if (sweeps_vlans())
-        bri_event_set_add_range(events, VLAN_EVENT_CREATE_INDEX, VLAN_EVENT_DESTROY_RANGE);
-    if (sweeps_ports()) {
-        bri_event_set_add_range(events, VLAN_EVENT_CREATE_INTF, VLAN_EVENT_DESTROY_INTF);
-        bri_event_set_add(events, VLAN_EVENT_MODIFY_INTF_MODE);
-    }
-    bri_vlanset_clear(&vlans_known);
-    bri_port_set_clear(&ports_known);
-    if (bri_host.config.mac_capacity == 0)
-        return 0;
-    bri_event_set_add_range(events, MAC_EVENT_NOTIFY_ADDR, MAC_EVENT_NOTIFY_NONDYN);
-    return bri_host_addresses_start(bri_host.config.mac_capacity);
-}
-
-void bri_host_sweep_end(void) {
-    bri_host_addresses_end();
 }
 
 /* What is told ------------------------------------------------------------------------------------------------------
  */
 
-static void add_vlan(uint32_t vid) {
-    bri_vlanset_add(&vlans_known, vid);
-    bri_vlanset_add(&vlans_told, vid);
+static void note(struct swept *swept, uint32_t number, bool there) {
+    if (number > swept->last)
+        return;
+    (there ? bri_vlanset_add : bri_vlanset_remove)(&swept->known, number);
+    (there ? bri_vlanset_add : bri_vlanset_remove)(&swept->told, number);
 }
 
-static void remove_vlan(uint32_t vid) {
-    bri_vlanset_remove(&vlans_known, vid);
-    bri_vlanset_remove(&vlans_told, vid);
-}
-
-static void for_each_vlan(const struct vlanset *vlans, void (*action)(uint32_t vid)) {
-    for (uint32_t vid = bri_vlanset_next(vlans, 0); vid != 0; vid = bri_vlanset_next(vlans, vid))
-        action(vid);
-}
-
-static void note_vlan(uint32_t type, const struct vl_evt_vlan_rec *vlan) {
-    (type == VLAN_EVENT_CREATE_INDEX ? add_vlan : remove_vlan)(vlan->vid);
+static void note_vlan(uint32_t type, const void *record) {
+    note(&vlans, ((const struct vl_evt_vlan_rec *)record)->vid, type == VLAN_EVENT_CREATE_INDEX);
 }
 
 /* The first record of a replay has all VLANs that there are. */
-static void note_vlans(uint32_t type, const struct vl_evt_vlanset_rec *rec) {
+static void note_vlans(uint32_t type, const void *record) {
+    const struct vl_evt_vlanset_rec *rec = record;
     if (type == VLAN_EVENT_CREATE_RANGE && rec->origin_data != 0)
-        bri_vlanset_clear(&vlans_told);
-    for_each_vlan(&rec->vlans, type == VLAN_EVENT_CREATE_RANGE ? add_vlan : remove_vlan);
+        bri_vlanset_clear(&vlans.told);
+    for (uint32_t vid = bri_vlanset_next(&rec->vlans, 0); vid != 0; vid = bri_vlanset_next(&rec->vlans, vid))
+        note(&vlans, vid, type == VLAN_EVENT_CREATE_RANGE);
 }
 
-static void note_port(uint32_t ifx, bool there) {
-    (there ? bri_port_set_add : bri_port_set_remove)(&ports_known, ifx);
-    (there ? bri_port_set_add : bri_port_set_remove)(&ports_told, ifx);
+/* The port comes first in every record of one. */
+static void note_port(uint32_t type, const void *record) {
+    note(&ports, *(const uint32_t *)record, type == VLAN_EVENT_CREATE_INTF);
 }
 
-static void note_vlan_event(uint32_t type, const void *record, uint16_t size) {
-    switch (type) {
-    case VLAN_EVENT_CREATE_INDEX:
-    case VLAN_EVENT_DESTROY_INDEX:
-        if (size >= sizeof(struct vl_evt_vlan_rec))
-            note_vlan(type, record);
-        break;
-    case VLAN_EVENT_CREATE_RANGE:
-    case VLAN_EVENT_DESTROY_RANGE:
-        if (size >= sizeof(struct vl_evt_vlanset_rec))
-            note_vlans(type, record);
-        break;
-    case VLAN_EVENT_CREATE_INTF:
-    case VLAN_EVENT_DESTROY_INTF: /* the port comes first in every record of one */
-        if (size >= sizeof(uint32_t))
-            note_port(*(const uint32_t *)record, type == VLAN_EVENT_CREATE_INTF);
-        break;
-    case VLAN_EVENT_MODIFY_INTF_MODE:
-        if (size >= sizeof(struct vl_evt_intf_mode_rec))
-            note_port(*(const uint32_t *)record, ((const struct vl_evt_intf_mode_rec *)record)->mode != BRI_PORT_ROUTE);
-        break;
-    default:
-        break;
-    }
+static void note_mode(uint32_t type, const void *record) {
+    const struct vl_evt_intf_mode_rec *port = record;
+    (void)type;
+    note(&ports, port->ifx, port->mode != BRI_PORT_ROUTE);
 }
+
+static void note_address(uint32_t type, const void *record) {
+    (void)type;
+    bri_host_addresses_note(record);
+}
+
+static const struct {
+    uint32_t event;
+    uint16_t least;
+    uint16_t kind; /* enum bridge_host_kind */
+    void (*note)(uint32_t type, const void *record);
+} notes[] = {
+    {VLAN_EVENT_CREATE_INDEX, sizeof(struct vl_evt_vlan_rec), BRIDGE_HOST_VLAN, note_vlan},
+    {VLAN_EVENT_DESTROY_INDEX, sizeof(struct vl_evt_vlan_rec), BRIDGE_HOST_VLAN, note_vlan},
+    {VLAN_EVENT_CREATE_RANGE, sizeof(struct vl_evt_vlanset_rec), BRIDGE_HOST_VLAN, note_vlans},
+    {VLAN_EVENT_DESTROY_RANGE, sizeof(struct vl_evt_vlanset_rec), BRIDGE_HOST_VLAN, note_vlans},
+    {VLAN_EVENT_CREATE_INTF, sizeof(uint32_t), BRIDGE_HOST_PORT, note_port},
+    {VLAN_EVENT_DESTROY_INTF, sizeof(uint32_t), BRIDGE_HOST_PORT, note_port},
+    {VLAN_EVENT_MODIFY_INTF_MODE, sizeof(struct vl_evt_intf_mode_rec), BRIDGE_HOST_PORT, note_mode},
+    {MAC_EVENT_NOTIFY_ADDR, sizeof(struct bri_mac_msg), BRIDGE_HOST_ADDRESS, note_address},
+    {MAC_EVENT_NOTIFY_NONDYN, sizeof(struct bri_mac_msg), BRIDGE_HOST_ADDRESS, note_address},
+};
+enum { NOTES = sizeof notes / sizeof *notes };
 
 void bri_host_sweep_note(uint32_t type, const void *record, uint16_t size) {
-    if (type >> 7 == BRI_SUBMOD_VLAN)
-        note_vlan_event(type, record, size);
-    else if ((type == MAC_EVENT_NOTIFY_ADDR || type == MAC_EVENT_NOTIFY_NONDYN) && size >= sizeof(struct bri_mac_msg))
-        bri_host_addresses_note(record);
+    if (!bri_host_sweeps(type >> 7))
+        return;
+    for (size_t i = 0; i < NOTES; ++i)
+        if (notes[i].event == type && size >= notes[i].least)
+            notes[i].note(type, record);
+}
+
+int bri_host_sweep_start(struct event_set *events) {
+    const bool wanted[] = {[BRIDGE_HOST_VLAN] = is_swept(&vlans),
+                           [BRIDGE_HOST_PORT] = is_swept(&ports),
+                           [BRIDGE_HOST_ADDRESS] = bri_host.config.mac_capacity != 0};
+    for (size_t i = 0; i < NOTES; ++i)
+        if (wanted[notes[i].kind])
+            bri_event_set_add(events, notes[i].event);
+    bri_vlanset_clear(&vlans.known);
+    bri_vlanset_clear(&ports.known);
+    return bri_host_addresses_start(bri_host.config.mac_capacity);
 }
 
 /* A resynchronisation -----------------------------------------------------------------------------------------------
@@ -114,12 +108,8 @@ void bri_host_sweep_begin(uint32_t submod) {
         bri_host_addresses_begin();
     if (submod != BRI_SUBMOD_VLAN)
         return;
-    bri_vlanset_clear(&vlans_told);
-    bri_port_set_clear(&ports_told);
-}
-
-bool bri_host_sweep_whole(uint32_t submod) {
-    return submod != BRI_SUBMOD_MAC || bri_host_addresses_whole();
+    bri_vlanset_clear(&vlans.told);
+    bri_vlanset_clear(&ports.told);
 }
 
 void bri_host_report(const struct bridge_host_vanished *what) {
@@ -129,29 +119,26 @@ void bri_host_report(const struct bridge_host_vanished *what) {
 }
 
 /* Callbacks may change what is known. */
-static void finish_vlans(void) {
-    for (uint32_t vid = bri_vlanset_next(&vlans_known, 0); vid != 0; vid = bri_vlanset_next(&vlans_known, vid)) {
-        if (bri_vlanset_has(&vlans_told, vid))
+static void finish(struct swept *swept) {
+    const struct vlanset *known = &swept->known;
+    for (uint32_t number = bri_vlanset_next(known, 0); number != 0; number = bri_vlanset_next(known, number)) {
+        if (!is_swept(swept) || bri_vlanset_has(&swept->told, number))
             continue;
-        remove_vlan(vid);
-        bri_host_report(&(struct bridge_host_vanished){.kind = BRIDGE_HOST_VLAN, .vid = (uint16_t)vid});
-    }
-}
-
-static void finish_ports(void) {
-    for (uint32_t ifx = bri_port_set_next(&ports_known, 0); ifx != 0; ifx = bri_port_set_next(&ports_known, ifx)) {
-        if (bri_port_set_has(&ports_told, ifx))
-            continue;
-        note_port(ifx, false);
-        bri_host_report(&(struct bridge_host_vanished){.kind = BRIDGE_HOST_PORT, .ifx = ifx});
+        note(swept, number, false);
+        struct bridge_host_vanished what = {.kind = swept->kind};
+        if (swept == &vlans)
+            what.vid = (uint16_t)number;
+        else
+            what.ifx = number;
+        bri_host_report(&what);
     }
 }
 
 void bri_host_sweep_finish(uint32_t submod) {
     if (submod == BRI_SUBMOD_MAC)
         bri_host_addresses_finish();
-    if (submod == BRI_SUBMOD_VLAN && sweeps_ports())
-        finish_ports();
-    if (submod == BRI_SUBMOD_VLAN && sweeps_vlans())
-        finish_vlans();
+    if (submod != BRI_SUBMOD_VLAN)
+        return;
+    finish(&ports);
+    finish(&vlans);
 }

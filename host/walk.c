@@ -4,11 +4,10 @@
 
 #include <bridge/events.h>
 
-#include <time.h>
 #include <unistd.h>
 
 enum { SLICE_US = 1000, ANSWER_MS = 10000, PAUSE_US = 1000 };
-enum state { IDLE = 0, RESOLVE, FIRST, NEXT, STATES };
+enum state { IDLE = 0, RESOLVE, FIRST, NEXT };
 enum { ASKED = 0x100 }; /* with a state: its question is out */
 
 static struct bri_list walks = {&walks, &walks};
@@ -27,8 +26,7 @@ static void take_out(struct bridge_host_walk *walk) {
     bri_host_cancel_job(on_answer, walk);
     bri_host_cancel_job(on_silence, walk);
     close(walk->fd);
-    walk->link.prev->next = walk->link.next;
-    walk->link.next->prev = walk->link.prev;
+    bri_host_unlink(&walk->link);
     walk->state = IDLE;
     if (active == walk)
         active = NULL;
@@ -54,25 +52,14 @@ static struct bri_mac_entry key_of(const struct bridge_host_walk *walk) {
     return key;
 }
 
-static int ask_first(struct bridge_host_walk *walk) {
-    const struct bri_mac_find_first question = {.key = key_of(walk)};
-    return bri_host_kernel_ask(walk->fd, walk->family, MAC_EVENT_CLIENT_FIND_FIRST, &question, sizeof question);
-}
-
-static int ask_next(struct bridge_host_walk *walk) {
-    const struct bri_mac_find_next question = {.key = key_of(walk), .current = walk->current};
-    return bri_host_kernel_ask(walk->fd, walk->family, MAC_EVENT_CLIENT_FIND_NEXT, &question, sizeof question);
-}
-
-static int ask_family(struct bridge_host_walk *walk) {
-    return bri_host_kernel_ask_family(walk->fd);
-}
-
-static int take_family(struct bridge_host_walk *walk) {
-    const int result = bri_host_kernel_take_family(walk->fd, &walk->family);
-    if (result == 0)
-        walk->state = FIRST;
-    return result;
+static int ask(struct bridge_host_walk *walk) {
+    const struct bri_mac_find_first first = {.key = key_of(walk)};
+    const struct bri_mac_find_next next = {.key = first.key, .current = walk->current};
+    if (walk->state == RESOLVE)
+        return bri_host_kernel_ask_family(walk->fd);
+    if (walk->state == FIRST)
+        return bri_host_kernel_ask(walk->fd, walk->family, MAC_EVENT_CLIENT_FIND_FIRST, &first, sizeof first);
+    return bri_host_kernel_ask(walk->fd, walk->family, MAC_EVENT_CLIENT_FIND_NEXT, &next, sizeof next);
 }
 
 static bool is_same(const struct bri_mac_entry *left, const struct bri_mac_entry *right) {
@@ -81,8 +68,7 @@ static bool is_same(const struct bri_mac_entry *left, const struct bri_mac_entry
 
 /* The callback may end this walk, or begin it anew: it is looked at no more then. */
 static int take_entry(struct bridge_host_walk *walk, const struct bri_mac_entry *entry) {
-    const bool first = (walk->state & ~ASKED) == FIRST;
-    if (!first && is_same(entry, &walk->current))
+    if (walk->state == (NEXT | ASKED) && is_same(entry, &walk->current))
         return BRI_HOST_NONSENSE;
     walk->current = *entry;
     walk->state = NEXT;
@@ -92,20 +78,11 @@ static int take_entry(struct bridge_host_walk *walk, const struct bri_mac_entry 
     return 0;
 }
 
-static int take_first(struct bridge_host_walk *walk) {
-    struct bri_mac_find_first answer;
-    const int result = bri_host_kernel_take(walk->fd, walk->family, &answer, sizeof answer);
-    if (result != 0)
-        return result;
-    if (answer.found != 0)
-        return take_entry(walk, &answer.result);
-    finish(walk, 0);
-    return 0;
-}
-
-static int take_next(struct bridge_host_walk *walk) {
+/* Both answers end alike, the shorter one begins later. */
+static int take_answer(struct bridge_host_walk *walk) {
     struct bri_mac_find_next answer;
-    const int result = bri_host_kernel_take(walk->fd, walk->family, &answer, sizeof answer);
+    const uint32_t size = walk->state == (FIRST | ASKED) ? sizeof(struct bri_mac_find_first) : sizeof answer;
+    const int result = bri_host_kernel_take(walk->fd, walk->family, (uint8_t *)&answer + sizeof answer - size, size);
     if (result != 0)
         return result;
     if (answer.found != 0)
@@ -113,29 +90,27 @@ static int take_next(struct bridge_host_walk *walk) {
     finish(walk, 0);
     return 0;
 }
+_Static_assert(sizeof(struct bri_mac_find_next) - offsetof(struct bri_mac_find_next, found) ==
+                   sizeof(struct bri_mac_find_first) - offsetof(struct bri_mac_find_first, found),
+               "the answers end alike");
 
-static const struct {
-    int (*ask)(struct bridge_host_walk *walk);
-    int (*take)(struct bridge_host_walk *walk);
-} steps[STATES] = {
-    [RESOLVE] = {ask_family, take_family}, [FIRST] = {ask_first, take_first}, [NEXT] = {ask_next, take_next}};
+static int take(struct bridge_host_walk *walk) {
+    if (walk->state != (RESOLVE | ASKED))
+        return take_answer(walk);
+    const int result = bri_host_kernel_take_family(walk->fd, &walk->family);
+    if (result == 0)
+        walk->state = FIRST;
+    return result;
+}
 
 static int ask_once(struct bridge_host_walk *walk) {
-    if ((walk->state & ASKED) != 0)
-        return 0;
-    const int result = steps[walk->state].ask(walk);
+    const int result = (walk->state & ASKED) != 0 ? 0 : ask(walk);
     if (result == 0)
         walk->state |= ASKED;
     return result;
 }
 
 /* Slices ---------------------------------------------------------------------------------------------------------- */
-
-static int64_t now_us(void) {
-    struct timespec now;
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    return (int64_t)now.tv_sec * 1000000 + now.tv_nsec / 1000;
-}
 
 /* Others have their turn before the next slice, which an event job would not give them. */
 static void pause_walk(struct bridge_host_walk *walk) {
@@ -162,14 +137,14 @@ static void end_slice(struct bridge_host_walk *walk, int result) {
 
 static void run_slice(struct bridge_host_walk *walk) {
     struct bridge_host_walk *const outer = active;
-    const int64_t end = now_us() + (walk->slice_us != 0 ? walk->slice_us : SLICE_US);
+    const int64_t end = bri_host_now_us() + (walk->slice_us != 0 ? walk->slice_us : SLICE_US);
     int result;
     active = walk;
     do {
         result = ask_once(walk);
         if (result == 0)
-            result = steps[walk->state & ~ASKED].take(walk);
-    } while (active == walk && result == 0 && now_us() < end);
+            result = take(walk);
+    } while (active == walk && result == 0 && bri_host_now_us() < end);
     if (active == walk)
         end_slice(walk, result);
     active = outer;
@@ -201,9 +176,7 @@ static int begin(struct bridge_host_walk *walk) {
     }
     memset(&walk->current, 0, sizeof walk->current);
     walk->state = RESOLVE;
-    walk->link = (struct bri_list){&walks, walks.prev};
-    walks.prev->next = &walk->link;
-    walks.prev = &walk->link;
+    bri_host_append(&walks, &walk->link);
     ++bri_host.statistics.walks;
     return 0;
 }
