@@ -1,6 +1,7 @@
 #include "sandbox/loop.h"
 
 #include <cmath>
+#include <csignal>
 #include <utility>
 
 namespace sandbox {
@@ -43,6 +44,13 @@ Timer::Timer(Loop &loop, std::function<void()> fire)
 void Timer::start(Microseconds after) {
     const timeval time = loop_.real(after);
     event_add(event_.get(), &time);
+}
+
+EndOnSignals::EndOnSignals(Loop &loop, std::function<void()> end) : end_(std::move(end)) {
+    for (const int number : {SIGINT, SIGTERM}) {
+        const auto on_signal = [](evutil_socket_t, short, void *self) { static_cast<EndOnSignals *>(self)->end_(); };
+        event_add(events_.emplace_back(evsignal_new(loop.base(), number, on_signal, this)).get(), nullptr);
+    }
 }
 
 void Later::after(Microseconds time, std::function<void()> act) {

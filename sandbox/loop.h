@@ -82,6 +82,16 @@ class Timer {
     Event event_;
 };
 
+// Calls back when this process is interrupted or told to end.
+class EndOnSignals {
+  public:
+    EndOnSignals(Loop &loop, std::function<void()> end);
+
+  private:
+    std::function<void()> end_;
+    std::list<Event> events_;
+};
+
 // Things to do later, each once.
 class Later {
   public:

@@ -1,8 +1,11 @@
 #include "sandbox/programs.h"
 
+#include "sandbox/console.h"
+#include "sandbox/control.h"
 #include "sandbox/kernel_link.h"
 #include "sandbox/local_socket.h"
 #include "sandbox/script.h"
+#include "sandbox/trace.h"
 #include "wire/segments.h"
 
 #include <CLI/CLI.hpp>
@@ -12,10 +15,14 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <fcntl.h>
 #include <iostream>
+#include <list>
+#include <optional>
 #include <sstream>
 #include <stdexcept>
 #include <string>
+#include <unistd.h>
 #include <vector>
 
 namespace sandbox {
@@ -26,17 +33,22 @@ constexpr struct {
     const char *name;
     int (*main)(int argc, char **argv);
 } kPrograms[] = {
-    {"check", check},
-    {"clean", clean},
-    {"ctl", control},
-    {"kernel", kernel_main},
-    {"run", run},
+    {"check", check}, {"clean", clean}, {"ctl", control}, {"kernel", kernel_main}, {"run", run},
 };
 
 constexpr const char *kUsage = "usage: bridge-sandbox ctl [--json] COMMAND...\n"
                                "Runs a command of the server in this TMPDIR and prints its answer (try: ctl help). The "
                                "exit status is 0, or 1\nwhen it fails. With - for the command, each line of standard "
                                "input is one, up to the first that fails.\n";
+
+// Where a world is and how fast its clock runs, by its environment or by option.
+void add_world_options(CLI::App &app, std::string &tmpdir, double &time_scale) {
+    tmpdir = environment("TMPDIR");
+    time_scale = environment_time_scale();
+    app.add_option("--tmpdir", tmpdir, "Where clients look for it; TMPDIR by default")->type_name("DIR");
+    app.add_option("--time-scale", time_scale, "How many times as fast as the wall's clock its time runs")
+        ->check(CLI::Range(1.0, 1000.0));
+}
 
 // True when it went well.
 bool run_one(ControlClient &client, const std::string &command, bool json) {
@@ -60,6 +72,82 @@ bool run_lines(ControlClient &client, std::istream &input, bool json) {
     if (!script.empty())
         throw std::runtime_error("a repetition has no end");
     return true;
+}
+
+struct ServeOptions : Options {
+    std::string role = "master";
+    std::vector<std::string> scripts;
+    std::string trace_file;
+    bool fresh = false;
+    bool quiet = false;
+    bool with_time = false;
+};
+
+class Program {
+  public:
+    explicit Program(const ServeOptions &options)
+        : options_(options), sandbox_(options), control_(sandbox_, options.tmpdir) {
+        if (!options.quiet)
+            console_ = print_records(sandbox_.trace, options.with_time);
+        if (!options.trace_file.empty())
+            trace_file_ = write_records(sandbox_.trace, options.trace_file);
+        for (const std::string &path : options.scripts)
+            add_stream([this, path](const std::string &error) {
+                std::fprintf(stderr, "bridge-sandbox: error in %s: %s\n", path.c_str(), escaped(error).c_str());
+                exit_code_ = EXIT_FAILURE;
+                sandbox_.end();
+                return false;
+            }).add_script(path);
+    }
+
+    int run() {
+        const int32_t vsd = wire::vsd_of_environment();
+        sandbox_.bridge.server.listen(); // before it touches what may belong to another server
+        if (options_.fresh)
+            remove_tables(vsd);
+        const size_t found = wire::system_objects(vsd).size();
+        sandbox_.open();
+        control_.listen();
+        say("listening at %s, VSDID %d, seed %llu", escaped(sandbox_.bridge.server.path()).c_str(), vsd,
+            static_cast<unsigned long long>(options_.seed));
+        if (found != 0)
+            say("the tables of VSDID %d were there already; --fresh begins without them", vsd);
+        const StandardInput input(sandbox_.loop, add_stream([](const std::string &error) {
+                                      say("error: %s", escaped(error).c_str());
+                                      return true;
+                                  }));
+        sandbox_.loop.run();
+        return exit_code_;
+    }
+
+  private:
+    CommandStream &add_stream(std::function<bool(const std::string &)> failed) {
+        const auto answered = [](const Answer &answer) {
+            for (const std::string &line : answer.lines())
+                say("%s", line.c_str());
+        };
+        return streams_.emplace_back(sandbox_, StreamOwner{answered, std::move(failed)});
+    }
+
+    const ServeOptions &options_;
+    Sandbox sandbox_;
+    Control control_;
+    Trace::Subscription console_;
+    Trace::Subscription trace_file_;
+    std::list<CommandStream> streams_;
+    EndOnSignals signals_{sandbox_.loop, [this] { sandbox_.end(); }};
+    int exit_code_ = EXIT_SUCCESS;
+};
+
+// A descriptor that stands for a standard stream must not become a socket.
+void open_standard_streams() {
+    while (true) {
+        const int fd = open("/dev/null", O_RDWR);
+        if (fd > STDERR_FILENO || fd < 0) {
+            close(fd);
+            return;
+        }
+    }
 }
 
 } // namespace
@@ -147,28 +235,48 @@ int control(int argc, char **argv) {
 }
 
 int kernel_main(int argc, char **argv) {
-    std::string tmpdir = environment("TMPDIR");
-    double time_scale = environment_time_scale();
+    std::string tmpdir;
+    double time_scale = 1;
     CLI::App app("The kernel's bridge module of a workstation, in a process of its own: it keeps its addresses when "
                  "the server ends. Start it before the server.");
-    app.add_option("--tmpdir", tmpdir, "Where clients look for it; TMPDIR by default")->type_name("DIR");
-    app.add_option("--time-scale", time_scale, "How many times as fast as the wall's clock its time runs")
-        ->check(CLI::Range(0.001, 100000.0));
+    add_world_options(app, tmpdir, time_scale);
     if (const std::optional<int> status = parse_command_line(app, argc, argv))
         return *status;
     if (tmpdir.empty())
         throw std::runtime_error("TMPDIR is not set");
     Loop loop(time_scale);
-    const auto end = [](evutil_socket_t, short, void *subject) { static_cast<Loop *>(subject)->end(); };
-    const Event interrupted(evsignal_new(loop.base(), SIGINT, end, &loop));
-    const Event terminated(evsignal_new(loop.base(), SIGTERM, end, &loop));
-    event_add(interrupted.get(), nullptr);
-    event_add(terminated.get(), nullptr);
+    const EndOnSignals signals(loop, [&loop] { loop.end(); });
     KernelService kernel(loop, tmpdir);
     kernel.listen();
     say("listening at %s", kernel.path().c_str());
     loop.run();
     return EXIT_SUCCESS;
+}
+
+int serve(int argc, char **argv) {
+    ServeOptions options;
+    CLI::App app("A bridge server for workstations: host daemons connect to it as they do on the switch. It takes "
+                 "commands on standard input (try help), from scripts and through \"bridge-sandbox ctl\".\n"
+                 "Other subcommands: " +
+                 program_names());
+    add_world_options(app, options.tmpdir, options.time_scale);
+    app.add_option("--script", options.scripts, "Commands to run first; a failing one ends the server with status 1")
+        ->type_name("FILE");
+    app.add_option("--role", options.role, "The clients' role: master or slave")
+        ->check(CLI::IsMember({"master", "slave"}));
+    app.add_flag("--fresh", options.fresh, "Remove the tables in shared memory that an earlier server left");
+    app.add_option("--seed", options.seed, "Where its random numbers begin");
+    app.add_option("--trace", options.trace_file, "Write everything that happens there, a JSON object a line")
+        ->type_name("FILE");
+    app.add_flag("-q,--quiet", options.quiet, "Print the answers to commands alone");
+    app.add_flag("-t,--time", options.with_time, "Print the time of everything that happens");
+    if (const std::optional<int> status = parse_command_line(app, argc, argv))
+        return *status;
+    options.slave = options.role == "slave";
+    if (options.tmpdir.empty())
+        throw std::runtime_error("TMPDIR is not set");
+    open_standard_streams();
+    return Program(options).run();
 }
 
 } // namespace sandbox

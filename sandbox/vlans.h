@@ -3,8 +3,8 @@
 // first and announced then.
 #pragma once
 
+#include "sandbox/announcer.h"
 #include "sandbox/ports.h"
-#include "sandbox/prejudge.h"
 
 namespace sandbox {
 
