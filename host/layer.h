@@ -75,7 +75,7 @@ bool bri_host_has_row_of(uint32_t submod);
 /* connection.c: what the tick and the connect callback see of the connection. */
 void bri_host_on_connect(void);
 void bri_host_watch_connection(void);
-void bri_host_running_outage(struct bridge_host_statistics *out); /* adds it */
+void bri_host_running_outage(struct bridge_host_statistics *figures); /* adds it */
 
 /* role.c: the event by which the role is tried, looks at it, and notes that an event has come. */
 enum { BRI_HOST_PROBE = BRI_SUBMOD_CLNT_MNG << 7 | 127 };
@@ -105,7 +105,7 @@ void bri_host_sweep_finish(uint32_t submod); /* reports what was not told again,
 void bri_host_report(const struct bridge_host_vanished *what);
 
 /* addresses.c: the part of it for addresses. */
-int bri_host_addresses_start(uint32_t capacity);
+int bri_host_addresses_start(uint32_t count);
 void bri_host_addresses_end(void);
 void bri_host_addresses_note(const struct bri_mac_msg *record);
 void bri_host_addresses_begin(void);

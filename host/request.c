@@ -80,7 +80,7 @@ static bool is_done(const struct cursor *cursor, const struct bridge_host_pendin
 static void look(uint32_t event_number, uint32_t type, const void *record, uint16_t size) {
     struct cursor cursor = {NULL, outstanding.next, cursors};
     cursors = &cursor;
-    for (struct bridge_host_pending *request; (request = step(&cursor, event_number)) != NULL;)
+    for (struct bridge_host_pending *request = NULL; (request = step(&cursor, event_number)) != NULL;)
         if ((type == 0 || waits_for(request, type)) && is_done(&cursor, request, type, record, size))
             finish(request, BRIDGE_HOST_DONE);
     cursors = cursor.outer;
@@ -100,7 +100,7 @@ uint32_t bri_host_requests_end(enum bridge_host_result result) {
     uint32_t count = 0;
     struct cursor cursor = {NULL, outstanding.next, cursors};
     cursors = &cursor;
-    for (struct bridge_host_pending *request; (request = step(&cursor, number)) != NULL; ++count)
+    for (struct bridge_host_pending *request = NULL; (request = step(&cursor, number)) != NULL; ++count)
         finish(request, result);
     cursors = cursor.outer;
     return count;

@@ -45,10 +45,11 @@ static bool in_backup;  /* between begin and end of the backup data nothing is t
 static bool switching;  /* the begin of a switch-over has come, its end not yet */
 static uint32_t depth;  /* BRIDGE_EVENT_SYNC_DATA_BEGIN without their end yet: of replays, and of the server's end */
 
-static struct round *followed[32]; /* the rounds by their submodules' numbers */
+enum { SUBMOD_NUMBERS = 32 };
+static struct round *followed[SUBMOD_NUMBERS]; /* the rounds by their submodules' numbers */
 
 static struct round *round_of(uint32_t submod) {
-    return submod < sizeof followed / sizeof *followed ? followed[submod] : NULL;
+    return submod < SUBMOD_NUMBERS ? followed[submod] : NULL;
 }
 
 void bri_host_resync_start(struct event_set *events) {

@@ -62,7 +62,7 @@ static uint32_t end_all(void) {
 static int look(void *arg) {
     (void)arg;
     const bool out = is_out() && flush_rest();
-    if (!out && looks_left != 0 && bri_host_after(look, &bri_host, LOOK_MS * 1000, "host-stop")) {
+    if (!out && looks_left != 0 && bri_host_after(look, &bri_host, (uint64_t)LOOK_MS * 1000, "host-stop")) {
         --looks_left;
         return 0;
     }

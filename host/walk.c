@@ -138,7 +138,7 @@ static void end_slice(struct bridge_host_walk *walk, int result) {
 static void run_slice(struct bridge_host_walk *walk) {
     struct bridge_host_walk *const outer = active;
     const int64_t end = bri_host_now_us() + (walk->slice_us != 0 ? walk->slice_us : SLICE_US);
-    int result;
+    int result = 0;
     active = walk;
     do {
         result = ask_once(walk);
