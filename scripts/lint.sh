@@ -86,7 +86,7 @@ clang_build() {
 
 # One file a run: the analyzer carries its idea of variable arguments over from one file to the next.
 tidy() {
-    chosen '(client|shared|vlan|l2|wire|platform|sandbox|tools)/.*\.cpp' | xargs -r -P "$jobs" -n 1 \
+    chosen '(client|shared|vlan|l2|wire|platform|sandbox|tools)/.*\.cpp|host/.*\.c' | xargs -r -P "$jobs" -n 1 \
         clang-tidy --quiet -p build/clang
 }
 

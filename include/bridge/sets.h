@@ -122,8 +122,8 @@ static inline const char *bri_words_number(const char *text, uint32_t last, uint
 /* Reads a list text: 0, or -1 with the set as it was. */
 static inline int bri_words_from_text(uint32_t *words, uint32_t last, const char *text) {
     uint32_t read[128] = {0};
-    uint32_t first;
-    uint32_t end;
+    uint32_t first = 0;
+    uint32_t end = 0;
     if (text == NULL)
         return -1;
     for (const char *at = text; *at != '\0'; ++at) {
@@ -147,7 +147,8 @@ static inline size_t bri_words_to_text(const uint32_t *words, uint32_t last, cha
     size_t length = 0;
     size_t written = 0;
     char item[24];
-    for (uint32_t first = bri_words_next(words, last, 0), end; first != 0; first = bri_words_next(words, last, end)) {
+    for (uint32_t first = bri_words_next(words, last, 0), end = 0; first != 0;
+         first = bri_words_next(words, last, end)) {
         for (end = first; bri_words_has(words, last, end + 1);)
             ++end;
         const char *comma = length == 0 ? "" : ",";
@@ -335,7 +336,7 @@ static inline int bri_mac_from_text(uint8_t mac[6], const char *text) {
     char between = 0;
     for (unsigned i = 0; i < 6; ++i) {
         if (i == 1)
-            between = *at == ':' || *at == '-' ? *at : '.';
+            between = (char)(*at == ':' || *at == '-' ? *at : '.');
         if (i != 0 && (between != '.' || i % 2 == 0) && *at++ != between)
             return -1;
         const int high = bri_mac_digit(at[0]);
@@ -356,7 +357,7 @@ static inline int bri_mac_from_text(uint8_t mac[6], const char *text) {
 static inline char *bri_mac_to_text(const uint8_t mac[6], char *buf, size_t size) {
     static const char digits[] = "0123456789abcdef";
     if (size >= BRI_MAC_TEXT_SIZE)
-        for (unsigned i = 0; i < 6; ++i) {
+        for (size_t i = 0; i < 6; ++i) {
             buf[3 * i] = digits[mac[i] >> 4];
             buf[3 * i + 1] = digits[mac[i] & 15];
             buf[3 * i + 2] = i < 5 ? ':' : '\0';
