@@ -1,6 +1,8 @@
 // Walks over the kernel's address table.
 #include "tests/host/layer_fixture.h"
 
+#include <bridge/host.hpp>
+
 #include <optional>
 
 using namespace test;
@@ -341,6 +343,48 @@ TEST_F(HostWalk, tries_again_when_the_socket_is_full) {
     run();
     EXPECT_EQ(seen, std::vector<int>{1});
     EXPECT_EQ(ends, std::vector<int>{0});
+}
+
+// As C++ has it.
+
+TEST_F(HostWalk, is_an_object_that_gives_every_entry) {
+    fill(3);
+    bridge::walk typed{{},
+                       [&](const bri_mac_entry &entry) { seen.push_back(entry.mac[5]); },
+                       [&](bridge::error end) { ends.push_back(static_cast<int>(end)); }};
+    ASSERT_EQ(typed.start(), bridge::error::ok);
+    EXPECT_EQ(typed.start(), bridge::error::invalid); // it runs
+    run();
+    EXPECT_EQ(seen, (std::vector<int>{1, 2, 3}));
+    EXPECT_EQ(ends, std::vector<int>{0});
+}
+
+TEST_F(HostWalk, is_an_object_that_goes_on_while_it_is_told_to) {
+    fill(5);
+    bridge::walk typed{{.ifx = 1},
+                       [&](const bri_mac_entry &entry) {
+                           seen.push_back(entry.mac[5]);
+                           return seen.size() < 2;
+                       },
+                       [&](bridge::error end) { ends.push_back(static_cast<int>(end)); }};
+    ASSERT_EQ(typed.start(), bridge::error::ok);
+    run();
+    EXPECT_EQ(seen, (std::vector<int>{1, 3}));
+    EXPECT_EQ(ends, std::vector<int>{0});
+}
+
+TEST_F(HostWalk, is_an_object_with_which_it_ends) {
+    fill(5);
+    {
+        bridge::walk typed{{},
+                           [&](const bri_mac_entry &entry) { seen.push_back(entry.mac[5]); },
+                           [&](bridge::error end) { ends.push_back(static_cast<int>(end)); }};
+        ASSERT_EQ(typed.start(), bridge::error::ok);
+    }
+    run();
+    EXPECT_TRUE(seen.empty());
+    EXPECT_TRUE(ends.empty());
+    EXPECT_EQ(kernel->open_sockets(), 0);
 }
 
 } // namespace
