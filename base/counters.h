@@ -2,6 +2,7 @@
 // under the send lock or one by one, and read by the loop's thread without the lock.
 #pragma once
 
+#include "base/probes.h"
 #include "base/shared_word.h"
 
 #include <bridge/counters.h>
@@ -11,6 +12,18 @@ namespace bri::counters {
 // Every figure but those of Senders. client/counters.cpp, like the other one. Said to be hidden, a figure is counted by
 // one instruction: where it lies need not be looked up.
 [[gnu::visibility("hidden")]] extern bri_counters g_loop;
+
+// Why an event or message goes no further.
+enum class Drop { kSlave, kNotRegistered, kBeforeData, kStale, kShort, kUnknown };
+inline constexpr uint64_t bri_counters::*kDrops[] = {
+    &bri_counters::dropped_slave, &bri_counters::dropped_not_registered, &bri_counters::dropped_before_data,
+    &bri_counters::dropped_stale, &bri_counters::dropped_short,          &bri_counters::dropped_unknown}; // by Drop
+
+// Said to be inline, as compilers take a probe for longer than it is.
+template <Drop kReason> [[gnu::always_inline]] inline void drop([[maybe_unused]] uint32_t type) {
+    ++(g_loop.*kDrops[static_cast<size_t>(kReason)]);
+    BRI_PROBE(dropped, static_cast<int>(kReason), type);
+}
 
 // A count beyond 32 bits that one thread at a time adds to and any other reads, on processors without a 64-bit atomic
 // word. The upper half is written before and behind the lower one: a reader, who goes the other way, that meets two

@@ -96,7 +96,7 @@ void on_switchover_end(const Message &) {
 }
 
 void on_other_management(const Message &message) {
-    ++counters::g_loop.dropped_unknown;
+    counters::drop<counters::Drop::kUnknown>(message.type());
     BRI_LOG(log::kClient, "Error mng-msg type(%s), discarded.\n", bri_msg_type_name(message.type()));
 }
 
@@ -119,7 +119,7 @@ void on_ss_origin_mac(const Message &) {
 }
 
 void on_other_research(const Message &message) {
-    ++counters::g_loop.dropped_unknown;
+    counters::drop<counters::Drop::kUnknown>(message.type());
     BRI_LOG(log::kClient, "Failed to parse research-msg from BRIDGE, type %s.\n", bri_msg_type_name(message.type()));
 }
 
@@ -148,7 +148,7 @@ template <size_t kCount> void route(const TypeRoute (&routes)[kCount], const Mes
             continue;
         if (message.payload.size >= row.least)
             return row.entry(message);
-        ++counters::g_loop.dropped_short;
+        counters::drop<counters::Drop::kShort>(message.type());
         BRI_LOG(log::kClient, "[%s] msg is too short: type[%s, %d], len[%d], discarded.\n", name(),
                 bri_msg_type_name(row.type), log::number(row.type), log::number(message.header.len));
         return;
@@ -216,7 +216,7 @@ void runtime::dispatch(const Message &message) {
     const uint32_t submod = submod_of(message.type());
     if (submod < kSubmods && kEntries.of[submod] != nullptr)
         return kEntries.of[submod](message);
-    ++counters::g_loop.dropped_unknown;
+    counters::drop<counters::Drop::kUnknown>(message.type());
     BRI_LOG(log::kClient, "[%s] error msg, module[%d], type[%d].\n", name(), log::number(submod),
             log::number(message.type()));
 }

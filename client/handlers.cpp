@@ -71,17 +71,17 @@ void announce(const event_set &set, RegOp op) {
 // in which only client management speaks before the backup data has ended.
 bool admits(uint32_t type, unsigned bit) {
     if (g_state.slave != 0) {
-        ++counters::g_loop.dropped_slave;
+        counters::drop<counters::Drop::kSlave>(type);
         return false;
     }
     if (bit >= bits::kSetBits || !bits::test(g_bridge_client->event_set.words, bit)) {
-        ++counters::g_loop.dropped_not_registered;
+        counters::drop<counters::Drop::kNotRegistered>(type);
         BRI_LOG(log::kClient, "[%s] dose not care this event[%s, %d].\n", name(), bri_msg_type_name(type),
                 static_cast<int>(type));
         return false;
     }
     if (g_state.sync_state != client::kSyncEnded && submod_of(type) != BRI_SUBMOD_CLNT_MNG) {
-        ++counters::g_loop.dropped_before_data;
+        counters::drop<counters::Drop::kBeforeData>(type);
         BRI_LOG(log::kClient, "[%s] data-sync is not end, ignored[%d].\n", name(), static_cast<int>(type));
         return false;
     }
@@ -124,6 +124,7 @@ void bridge_call_event_handlers(uint32_t type, void *data, uint32_t len) {
     if (!admits(type, bit))
         return;
     ++counters::g_loop.events_handed_on;
+    BRI_PROBE(handed_on, type, len);
     // The bit is tested when the walk reaches a node: a type that an earlier handler withdrew is not delivered any
     // more, a handler that it registered is called.
     list::for_each<EventHandler>(g_bridge_client->handlers, [&](EventHandler &node) {

@@ -18,10 +18,12 @@ void link_before(bri_clnt_ctx &ctx, bri_list &place, Run &run) {
     counters::g_senders.cached.add(1);
     if (ctx.cache_cnt > counters::g_senders.most_cached)
         word::store(counters::g_senders.most_cached, uint32_t{ctx.cache_cnt});
+    BRI_PROBE(cache_in, ctx.cache_cnt);
 }
 
-bool drop() {
+bool drop([[maybe_unused]] const bri_clnt_ctx &ctx) {
     word::store(counters::g_senders.dropped, counters::g_senders.dropped + 1);
+    BRI_PROBE(cache_drop, ctx.cache_cnt);
     return false;
 }
 
@@ -38,12 +40,12 @@ bool cache_msg(bri_clnt_ctx &ctx, const void *bytes, uint32_t n, uint32_t writte
     if (written == 0 && ctx.cache_cnt >= ctx.cache_max) {
         word::store(ctx.cache_drop, ctx.cache_drop + 1);
         BRI_LOG(log::kClient, "Failed to create msg node, reach maximun cache msg.\n");
-        return drop();
+        return drop(ctx);
     }
     Run *run = make_run(n);
     if (run == nullptr) {
         BRI_LOG(log::kClient, "Failed to create msg node.\n");
-        return drop();
+        return drop(ctx);
     }
     std::memcpy(run->bytes(), bytes, n);
     run->written = written;
@@ -59,6 +61,7 @@ void drop_run(bri_clnt_ctx &ctx, Run &run) {
     run_leaves(run);
     list::unlink(run.link);
     word::store(ctx.cache_cnt, ctx.cache_cnt - 1);
+    BRI_PROBE(cache_out, ctx.cache_cnt);
     std::free(&run);
 }
 

@@ -103,7 +103,7 @@ bool take_batch(const bri_batch_hdr &batch) {
     const bool kept = take_messages(next);
     counters::g_loop.messages_in += count - next.left();
     if (kept && next.cut()) {
-        ++counters::g_loop.dropped_short;
+        counters::drop<counters::Drop::kShort>(0);
         BRI_LOG(log::kClient, "[%s] batch-msg ends inside a msg, rest discarded.\n", name());
     }
     return kept;
@@ -147,6 +147,7 @@ int bridge_client_read_msg(int fd, struct bri_batch_hdr **out) {
         return -1;
     ++counters::g_loop.batches_in;
     counters::g_loop.bytes_in += g_received;
+    BRI_PROBE(batch_in, batch->msg_cnt, g_received);
     *out = batch;
     return 0;
 }

@@ -50,7 +50,7 @@ bool urgent(uint32_t type) {
 }
 
 int refuse() {
-    word::add(counters::g_senders.refused, 1U);
+    count_refused();
     return -1;
 }
 
@@ -119,6 +119,12 @@ void count_batch(const uint8_t *bytes) {
     counters::g_senders.batches.add(1);
     counters::g_senders.messages.add(header.msg_cnt);
     counters::g_senders.bytes.add(static_cast<uint32_t>(sizeof header) + header.msg_len);
+    BRI_PROBE(batch_out, header.msg_cnt, header.msg_len + static_cast<uint32_t>(sizeof header));
+}
+
+void count_refused() {
+    word::add(counters::g_senders.refused, 1U);
+    BRI_PROBE(refused);
 }
 
 void put_message(uint8_t *at, const void *data, uint32_t len, uint32_t type) {

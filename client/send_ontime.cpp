@@ -1,5 +1,4 @@
 // One message that does not wait: a batch of its own that overtakes what is collected or cached.
-#include "base/counters.h"
 #include "base/log.h"
 #include "base/raii.h"
 #include "client/transport.h"
@@ -73,7 +72,7 @@ using namespace bri::client;
 int bridge_client_send_message_ontime(const void *data, uint32_t len, uint32_t type) {
     if (client::send_ontime(data, len, type))
         return 0;
-    word::add(counters::g_senders.refused, 1U);
+    client::count_refused();
     BRI_LOG(log::kClient, "Client send msg failed!\n");
     return -1;
 }

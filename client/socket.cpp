@@ -148,6 +148,7 @@ void reset_connection(uint64_t &cause) {
         return;
     }
     cause += g_bridge_client->connected;
+    BRI_PROBE(reset, static_cast<int>(&cause - &counters::g_loop.reset_by_peer), g_bridge_client->connected);
     reset(*g_bridge_client);
 }
 
@@ -194,10 +195,12 @@ int bridge_client_socket_connect(struct bri_clnt_ctx *ctx) {
     open_path_to_all(*ctx);
     if (!connect_to_server(*ctx)) {
         ++counters::g_loop.connect_failed;
+        BRI_PROBE(connect_failed, errno);
         BRI_LOG(log::kClient, "[%s] connect failed: %s\n", ctx->name, strerror(errno));
         return -1;
     }
     ++counters::g_loop.connections;
+    BRI_PROBE(connected, ctx->sock);
     BRI_LOG(log::kClient, "Bridge client sock conn SUCC.\n");
     return 0;
 }

@@ -95,6 +95,9 @@ void flush(bri_clnt_ctx &ctx);
 // A batch, whose header stands at `bytes`, went out whole.
 void count_batch(const uint8_t *bytes);
 
+// A send gives -1. Any thread.
+void count_refused();
+
 // Writes one message, header and payload, at any address; without data its payload is zeros.
 void put_message(uint8_t *at, const void *data, uint32_t len, uint32_t type);
 

@@ -84,7 +84,7 @@ void unpack(const Message &message) {
          payload = payload.from(std::min(payload.size, sizeof(bri_mac_msg)))) {
         bri_mac_msg record = first_of(payload);
         if (record.oper != BRI_MAC_ADD && record.oper != BRI_MAC_DEL) {
-            ++counters::g_loop.dropped_unknown;
+            counters::drop<counters::Drop::kUnknown>(message.type());
             BRI_MAC_LOG(&record.entry, "(%s), notify addr : drop null msg\n", g_bglib_client_name_mac);
             return;
         }
@@ -98,7 +98,7 @@ void unpack(const Message &message) {
 }
 
 void drop_short(const Message &message) {
-    ++counters::g_loop.dropped_short;
+    counters::drop<counters::Drop::kShort>(message.type());
     BRI_MAC_LOG(nullptr, "(%s), msg type(%s) is too short, len(%u), Drop.\n", g_bglib_client_name_mac,
                 bri_msg_type_name(message.type()), message.header.len);
 }
@@ -140,7 +140,7 @@ void mac::on_message(const Message &message) {
         unpack(message);
         break;
     default: // the server's own business
-        ++counters::g_loop.dropped_unknown;
+        counters::drop<counters::Drop::kUnknown>(message.type());
         break;
     }
 }

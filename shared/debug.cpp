@@ -197,7 +197,7 @@ static_assert(rising(), "one row per debug command, in the order of their types"
 void run(const Command &command, const Message &message) {
     if (message.payload.size >= command.least)
         return command.action(message.payload);
-    ++counters::g_loop.dropped_short;
+    counters::drop<counters::Drop::kShort>(message.type());
     BRI_LOG(log::kClient, "[%s] debug-msg[%x] is too short, len[%d], discarded.\n", g_client->name, command.type,
             log::number(message.header.len));
 }
@@ -260,7 +260,7 @@ void bri::debug::on_message(const Message &message) {
     for (const Command &command : kCommands)
         if (command.type == message.type())
             return run(command, message);
-    ++counters::g_loop.dropped_unknown;
+    counters::drop<counters::Drop::kUnknown>(message.type());
 }
 
 void bri_clnt_on_debug_msg(const bri_msg_hdr *msg) {

@@ -40,10 +40,12 @@ uint64_t microseconds() {
 }
 
 // errno is that of the failure.
-[[nodiscard]] void *counted(void *answer, uint64_t begun) {
+[[nodiscard]] void *counted(void *answer, [[maybe_unused]] int32_t type, uint64_t begun) {
     bri_counters &count = counters::g_loop;
     ++(answer != nullptr ? count.lookups_done : errno == EAGAIN ? count.lookups_timed_out : count.lookups_failed);
-    count.lookup_longest = std::max(count.lookup_longest, microseconds() - begun);
+    const uint64_t taken = microseconds() - begun;
+    count.lookup_longest = std::max(count.lookup_longest, taken);
+    BRI_PROBE(lookup_end, type, answer != nullptr ? 1 : 0, taken);
     return answer;
 }
 
@@ -60,8 +62,9 @@ void *bridge_lib_query_netlink(const void *data, uint32_t len, int32_t type) {
         return nullptr;
     }
     const uint64_t begun = bri::netlink::microseconds();
+    BRI_PROBE(lookup_begin, type);
     errno = 0;
-    return bri::netlink::counted(bri::netlink::query(data, len, type), begun);
+    return bri::netlink::counted(bri::netlink::query(data, len, type), type, begun);
 }
 
 void *bridge_lib_feedback_netlink(int fd, int32_t family_id) {

@@ -62,13 +62,14 @@ bool is_fresh(const Message &message) {
         if (event.type != message.type())
             continue;
         if (message.payload.size < event.least_len) {
-            ++counters::g_loop.dropped_short;
+            counters::drop<counters::Drop::kShort>(message.type());
             BRI_LOG(log::kVlan, "VLAN msg type(%s) is too short, len(%u), Drop.\n", bri_msg_type_name(event.type),
                     message.header.len);
             return false;
         }
         const bool fresh = event.accepts(message.payload.data) != 0;
-        counters::g_loop.dropped_stale += fresh ? 0 : 1;
+        if (!fresh)
+            counters::drop<counters::Drop::kStale>(message.type());
         return fresh;
     }
     return true;
