@@ -151,6 +151,9 @@ void Soak::await_events() {
         return std::all_of(stage_.books.hosts.begin(), stage_.books.hosts.end(),
                            [this](const HostBooks &host) { return host.last_event == stage_.last_event(); });
     });
+    for (unsigned i = 0; i < kHosts; ++i)
+        check(stage_.books.hosts[i].last_event == stage_.last_event(), "h%u: event %u was the last, not %u", i,
+              stage_.books.hosts[i].last_event, stage_.last_event());
 }
 
 // One more request of each host, likewise.
