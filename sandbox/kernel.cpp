@@ -16,7 +16,12 @@ constexpr uint32_t kControllerNotices = 0x8000; // the group mask of the control
 constexpr uint8_t kDataCommand = 3;
 constexpr Microseconds kExpiryStep{20000}; // what ages within that goes together
 constexpr char kFamilyName[] = "EF_BRIDGE";
-constexpr size_t kNetlinkHeaders = sizeof(nlmsghdr) + sizeof(genlmsghdr);
+
+struct NetlinkHead {
+    nlmsghdr message;
+    genlmsghdr generic;
+};
+constexpr size_t kNetlinkHeaders = sizeof(NetlinkHead);
 
 void add_bytes(Buffer &to, Bytes bytes) {
     to.insert(to.end(), bytes.begin(), bytes.end());
@@ -35,9 +40,8 @@ Buffer netlink(uint16_t type, uint8_t command, std::initializer_list<Attribute> 
         add_bytes(body, attribute.data);
         body.resize((body.size() + NLA_ALIGNTO - 1) / NLA_ALIGNTO * NLA_ALIGNTO);
     }
-    Buffer message;
-    add_bytes(message, bytes_of(nlmsghdr{static_cast<uint32_t>(kNetlinkHeaders + body.size()), type, 0, 0, 0}));
-    add_bytes(message, bytes_of(genlmsghdr{command, 1, 0}));
+    const auto length = static_cast<uint32_t>(kNetlinkHeaders + body.size());
+    Buffer message = buffer_of(bytes_of(NetlinkHead{{length, type, 0, 0, 0}, {command, 1, 0}}));
     add_bytes(message, body);
     return message;
 }
@@ -55,12 +59,12 @@ bool asks_for_family(Bytes packet) {
 
 // The error word, then the head of the request that caused it.
 Buffer error_answer(int error, Bytes request) {
-    const auto cause = object_of<nlmsghdr>(request);
-    Buffer bytes;
-    add_bytes(bytes, bytes_of(nlmsghdr{sizeof(nlmsghdr) + sizeof error + sizeof cause, NLMSG_ERROR, 0, 0, 0}));
-    add_bytes(bytes, bytes_of(-error));
-    add_bytes(bytes, bytes_of(cause));
-    return bytes;
+    struct {
+        nlmsghdr head;
+        int error;
+        nlmsghdr cause;
+    } const answer{{sizeof answer, NLMSG_ERROR, 0, 0, 0}, -error, object_of<nlmsghdr>(request)};
+    return buffer_of(bytes_of(answer));
 }
 
 // A message to the family as kHostSaid has it; nothing when it is cut or its length word is wrong.
