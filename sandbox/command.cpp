@@ -46,9 +46,13 @@ template <size_t N> bool is_one_of(const char *const (&list)[N], const std::stri
     return std::find(std::begin(list), std::end(list), word) != std::end(list);
 }
 
-const Value *find_value(const std::string &noun) {
+std::span<const Values> all_values() {
     static const Values families[] = {client_values(), switch_values(), mac_values()};
-    for (const Values family : families)
+    return families;
+}
+
+const Value *find_value(const std::string &noun) {
+    for (const Values family : all_values())
         for (const Value &row : family)
             if (noun == row.noun)
                 return &row;
@@ -177,6 +181,14 @@ Answer command_help(std::span<const Family> families, const std::string &word) {
     if (answer.lines().empty())
         throw std::invalid_argument("no such command: " + word + " (try help)");
     return answer;
+}
+
+std::string ValueCondition::nouns() {
+    std::string text;
+    for (const Values family : all_values())
+        for (const Value &row : family)
+            text += std::string(", ") + row.noun + (*row.keys != '\0' ? " " : "") + row.keys;
+    return text;
 }
 
 bool ValueCondition::begins(const std::string &noun) {

@@ -112,6 +112,8 @@ class ValueCondition {
 
     // Whether a condition begins with that word.
     static bool begins(const std::string &noun);
+    // ", port IFX, vlan VID": what there is.
+    static std::string nouns();
 
   private:
     const Value *value_;

@@ -285,9 +285,22 @@ Fields element(const Answer &answer, const char *list, const char *field, uint32
     return nullptr;
 }
 
+// Of every port and instance, also where nobody has set a state yet.
+Fields state_value(Sandbox &, const Words &keys) {
+    const uint32_t ifx = parse_number(keys[0]);
+    const uint32_t instance = parse_number(keys[1], BRI_STP_INSTANCES - 1);
+    uint32_t state = 0;
+    if (swport_check_exist(static_cast<int32_t>(ifx)) == 0 ||
+        bridge_get_port_instance_status(ifx, static_cast<uint16_t>(instance), &state) != 0)
+        return nullptr;
+    return {{"ifx", ifx}, {"instance", instance}, {"state", state}};
+}
+
 constexpr Value kSwitchValues[] = {
     {"port", "IFX",
      [](Sandbox &, const Words &keys) { return element(Ports::show(), "ports", "ifx", parse_number(keys[0])); }},
+    {"stp", "IFX INSTANCE", state_value},
+    {"proto", "", [](Sandbox &, const Words &) { return Topology::show_protocols().json(); }},
     {"vlan", "VID",
      [](Sandbox &, const Words &keys) { return element(Vlans::show(), "vlans", "vid", parse_number(keys[0])); }},
 };

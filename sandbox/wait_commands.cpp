@@ -55,7 +55,8 @@ class Condition {
         else if (ValueCondition::begins(word))
             what_.emplace(ValueCondition(words, next));
         else
-            throw std::invalid_argument("no such condition: " + word + " (try help wait)");
+            throw std::invalid_argument("no such condition: " + word +
+                                        "; there are event TYPE, request TYPE, refusal TYPE" + ValueCondition::nouns());
         std::string text;
         for (size_t i = begin; i < next; ++i)
             text += (i == begin ? "" : " ") + words[i];

@@ -182,8 +182,14 @@ ParsedMessage parse_message(std::string_view text, Direction direction, Order or
 }
 
 Filter::Filter(const Payload &payload, std::string_view conditions) : payload_(payload) {
+    const Record *record = &record_in(payload);
+    conditions.remove_prefix(std::min(conditions.find_first_not_of(' '), conditions.size()));
+    if (record->open() && record->find(conditions.substr(0, conditions.find('='))) == nullptr) {
+        inside_ = &record->fields.back();
+        record = inside_->record;
+    }
     Parser parser(conditions, Order::kNative);
-    const Draft draft = parser.draft(record_in(payload));
+    const Draft draft = parser.draft(*record);
     parser.end();
     wanted_ = draft.bytes();
     fields_ = draft.fields();
@@ -192,10 +198,11 @@ Filter::Filter(const Payload &payload, std::string_view conditions) : payload_(p
 bool Filter::matches(Bytes payload, Order order) const {
     if (fields_.empty())
         return true;
-    if (payload_.shape != Shape::kRun)
+    if (inside_ == nullptr && payload_.shape != Shape::kRun)
         return holds_in(payload, order);
-    return std::ranges::any_of(pieces_of(payload, payload_.record->size),
-                               [&](Bytes record) { return holds_in(record, order); });
+    const Record &record = inside_ != nullptr ? *inside_->record : *payload_.record;
+    const Bytes records = inside_ != nullptr ? payload.subspan(std::min(inside_->offset, payload.size())) : payload;
+    return std::ranges::any_of(pieces_of(records, record.size), [&](Bytes piece) { return holds_in(piece, order); });
 }
 
 bool Filter::holds_in(Bytes record, Order order) const {

@@ -36,8 +36,9 @@ struct ParsedMessage {
 };
 [[nodiscard]] ParsedMessage parse_message(std::string_view text, Direction direction, Order order = Order::kNative);
 
-// Conditions on fields, as in "vid=10 mode=trunk": all must hold, in one record of a run. A number, text or address
-// must be equal; of a set, those that are named must be in it.
+// Conditions on fields, as in "vid=10 mode=trunk": all must hold, in one record of a run, or in one of the records at a
+// message's end when they name fields of those. A number, text or address must be equal; of a set, those that are named
+// must be in it.
 class Filter {
   public:
     Filter() = default; // holds for everything
@@ -49,7 +50,8 @@ class Filter {
     [[nodiscard]] bool holds_in(Bytes record, Order order) const;
 
     Payload payload_;
-    Buffer wanted_; // native
+    const Field *inside_ = nullptr; // of the records at a message's end, when the conditions are about those
+    Buffer wanted_;                 // native
     std::vector<const Field *> fields_;
 };
 

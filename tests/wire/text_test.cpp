@@ -231,6 +231,17 @@ TEST(WireText, filter_holds_when_every_named_field_agrees) {
     EXPECT_TRUE(Filter().matches(bytes));
 }
 
+TEST(WireText, filter_looks_into_the_records_at_a_messages_end) {
+    const Payload payload = one(record_of<l2top_port_status_batch>());
+    const Buffer bytes = parse_text(payload, "count=2 records={ifx=1 state=2},{ifx=3 instance=1 state=1}");
+    for (const char *yes : {"ifx=1 state=2", " ifx=3 instance=1", "count=2"})
+        EXPECT_TRUE(Filter(payload, yes).matches(bytes)) << yes;
+    for (const char *no : {"ifx=1 state=1", "ifx=4", "count=1"})
+        EXPECT_FALSE(Filter(payload, no).matches(bytes)) << no;
+    EXPECT_FALSE(Filter(payload, "ifx=0").matches(Bytes(bytes).first(1))) << "no records";
+    EXPECT_THROW(Filter(payload, "port=3"), std::invalid_argument);
+}
+
 TEST(WireText, sets_are_arrays_in_json) {
     const auto request = parse_text_as<vl_port_vlanset_req>("ifx=1 vlans=2-4");
     EXPECT_EQ(json_of(request).dump(), R"({"ifx":1,"vlans":[2,3,4]})");
