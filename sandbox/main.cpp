@@ -4,15 +4,25 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
-#include <exception>
+#include <stdexcept>
+
+namespace {
+
+int fail(int status, const std::exception &error) {
+    std::fprintf(stderr, "bridge-sandbox: %s\n", error.what());
+    return status;
+}
+
+} // namespace
 
 // NOLINTNEXTLINE(bugprone-exception-escape): out of memory before there is anything to say it with
 int main(int argc, char **argv) {
     std::signal(SIGPIPE, SIG_IGN);
     try {
         return sandbox::start(argc, argv);
+    } catch (const std::invalid_argument &error) { // of the command line and the environment
+        return fail(sandbox::kBadUsage, error);
     } catch (const std::exception &error) {
-        std::fprintf(stderr, "bridge-sandbox: %s\n", error.what());
-        return EXIT_FAILURE;
+        return fail(EXIT_FAILURE, error);
     }
 }

@@ -183,7 +183,7 @@ TEST_F(SandboxCtl, banner_tells_of_tables_that_are_there_and_fresh_removes_them)
 TEST_F(SandboxCtl, vsdid_that_is_no_number_is_refused) {
     for (const char *value : {"abc", "1x", "-1"}) {
         Process sandbox({kSandbox}, {std::string("VSDID=") + value});
-        EXPECT_EQ(sandbox.wait(), 1) << value;
+        EXPECT_EQ(sandbox.wait(), 64) << value;
         EXPECT_TRUE(sandbox.shows("VSDID")) << value;
     }
 }
