@@ -321,6 +321,28 @@ TEST_F(HostWalk, is_refused_with_the_reason) {
     bridge_host_walk_cancel(&walk);
 }
 
+TEST_F(HostWalk, leaves_no_socket_that_cannot_be_bound) {
+    faults::fail("bind", 1, EPERM);
+    EXPECT_EQ(bridge_host_walk_start(&walk), BRI_ERR_SOCKET);
+    EXPECT_EQ(kernel->open_sockets(), 0);
+    EXPECT_TRUE(loop().pending.empty());
+}
+
+TEST_F(HostWalk, ends_when_its_socket_fails) {
+    fill(2);
+    for (const char *call : {"sendto", "recv"})
+        for (int nth = 1; nth <= 3; ++nth) { // for the family, the first and the next
+            ASSERT_EQ(bridge_host_walk_start(&walk), 0);
+            faults::fail(call, nth, ECONNRESET);
+            run();
+            EXPECT_EQ(ends, std::vector<int>{BRI_ERR_SOCKET}) << call << nth;
+            EXPECT_EQ(seen.size(), nth == 3 ? 1U : 0U) << call << nth;
+            EXPECT_EQ(kernel->open_sockets(), 0);
+            ends.clear();
+            seen.clear();
+        }
+}
+
 TEST_F(HostWalk, ends_when_the_loop_refuses_its_jobs) {
     kernel->silent = true;
     for (const char *job : {"host-walk-limit", "host-walk-read"}) {
