@@ -12,6 +12,12 @@ struct Mirror : World {
             run(sandbox, command);
         EXPECT_TRUE(mirror.shows("mirror: in step: "));
     }
+    // The server goes away when the mirror has been sent all that happened until now.
+    void begin_outage() {
+        sandbox.write_line("wait client mirror queue is 0");
+        EXPECT_TRUE(sandbox.shows("client mirror queue is 0\n"));
+        run(sandbox, "restart 3");
+    }
     // A mark at which the mirror is in step again.
     void expect_in_step(const std::string &figures) { EXPECT_TRUE(mirror.shows("mirror: in step: " + figures + "\n")); }
     void expect_clean_end() {
@@ -24,7 +30,7 @@ struct Mirror : World {
 };
 
 TEST_F(Mirror, prints_what_changed_in_an_outage) {
-    run(sandbox, "restart 2");
+    begin_outage();
     run(sandbox, "vlan delete 21");
     run(sandbox, "vlan create 30");
     run(sandbox, "port pvid 3 20");
@@ -44,7 +50,7 @@ TEST_F(Mirror, has_followed_what_it_was_told_when_nothing_happened_meanwhile) {
                                 "port add 6 access 40", "port del 4"})
         run(sandbox, command);
     run(sandbox, "event VLAN_EVENT_MODIFY_INTF_PVID ifx=9 pvid=1"); // a port that is not there
-    run(sandbox, "restart 2");
+    begin_outage();
     expect_in_step("3 VLANs, 2 ports");
     for (const char *word : {" lost ", " changed "})
         EXPECT_EQ(mirror.count(word), 0) << mirror.output();
@@ -146,7 +152,7 @@ TEST_F(PortGuard, forgets_what_has_gone_in_an_outage) {
     Process guard = start_guard();
     frame_from(1, 3);
     frame_from(2, 3);
-    run("restart 2");
+    run("restart 3");
     run("mac delete 02:00:00:00:00:01");
     run("mac delete 02:00:00:00:00:02");
     EXPECT_TRUE(guard.shows("guard: in step, 0 addresses\n"));
