@@ -129,7 +129,11 @@ void Bridge::answer_origin_request(Connection &client, Bytes payload) {
         return trace_.note("no origin data of submodule " + std::to_string(number), {client.party()});
     const auto send = [&](uint32_t type, Bytes data) { announcer.tell(client, {{type, buffer_of(data)}}); };
     send(sync->begin, {});
-    addresses.replay(number, send);
+    try {
+        addresses.replay(number, send);
+    } catch (const std::invalid_argument &error) { // the kernel's process has gone
+        refuse(client, BRIDGE_EVENT_ORI_DATA_REQUEST, payload, error.what());
+    }
     Topology::replay(number, send);
     Groups::replay(number, send);
     send(sync->end, {});

@@ -104,6 +104,9 @@ void KernelLink::deliver() {
 }
 
 void KernelLink::take_news() {
+    // Whoever has asked since the line was found readable has taken along what was there.
+    if (char first = 0; recv(fd_->get(), &first, 1, MSG_PEEK | MSG_DONTWAIT) < 0 && errno == EAGAIN)
+        return;
     std::optional<Message> message = read_message();
     if (!message)
         return lose();
