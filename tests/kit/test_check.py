@@ -74,7 +74,7 @@ def test_fault_is_found_where_it_shows(fault, story, point, why):
 
 def test_daemon_that_does_not_register_or_ends_is_found():
     for command, point in ((("sleep", "60"), "registers"), (("true",), "stays alive")):
-        status, report = check("--time-scale", "100", "--only", "start", "--", *command)
+        status, report = check("--time-scale", "100", "--", *command)
         assert (status, list(named(report, "wrong"))) == (1, [("start", point)])
 
 
