@@ -105,6 +105,17 @@ TEST_F(KernelProcess, server_finds_the_kernel_again) {
     EXPECT_EQ(server->end(), 0);
 }
 
+TEST_F(KernelProcess, client_that_asks_for_addresses_without_it_gets_none) {
+    kernel->signal(SIGKILL);
+    EXPECT_EQ(kernel->wait(), 1000 + SIGKILL);
+    EXPECT_TRUE(server->shows("kernel: its process has gone"));
+    Peer client = register_client({MAC_EVENT_SYNC_DATA_BEGIN, MAC_EVENT_SYNC_DATA_END}, "raw");
+    client.send({{BRIDGE_EVENT_ORI_DATA_REQUEST, bytes_of(uint32_t{BRI_SUBMOD_MAC})}});
+    EXPECT_EQ(next(client), (std::vector<Message>{{MAC_EVENT_SYNC_DATA_BEGIN, {}}}));
+    EXPECT_EQ(next(client), (std::vector<Message>{{MAC_EVENT_SYNC_DATA_END, {}}}));
+    EXPECT_EQ(server->end(), 0);
+}
+
 TEST_F(KernelProcess, second_one_is_refused) {
     Process second({kSandbox, "kernel"});
     EXPECT_TRUE(second.shows("a server is already listening at "));
