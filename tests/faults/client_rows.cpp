@@ -24,9 +24,9 @@ int extra_handler(uint32_t, void *, uint16_t) {
 }
 
 // A process that was started stays started; from then on the row looks whether that client can be used.
-Got start(World &) {
+Got start(SweptHost &) {
     if (g_bridge_client == nullptr)
-        return zero(bridge_agent_init("unit", World::loop().master()));
+        return zero(bridge_agent_init("unit", SweptHost::loop().master()));
     return zero(bridge_client_thread_event(BRI_CLNT_EVT_CONNECT));
 }
 
@@ -43,59 +43,59 @@ Got append(void (*set)(bri_clnt_cb), const bri_list &callbacks) {
     return length_of(callbacks) > before ? Got::kSuccess : Got::kFailure;
 }
 
-void disconnect(World &) {
+void disconnect(SweptHost &) {
     bridge_client_connect_reset();
 }
 
-void new_socket(World &world) {
-    disconnect(world);
-    bridge_client_socket_create(&World::ctx());
+void new_socket(SweptHost &host) {
+    disconnect(host);
+    bridge_client_socket_create(&SweptHost::ctx());
 }
 
-void all_down(World &world) {
-    disconnect(world);
-    bridge_lib_nlclient_deinit(&World::ctx());
+void all_down(SweptHost &host) {
+    disconnect(host);
+    bridge_lib_nlclient_deinit(&SweptHost::ctx());
     bridge_client_thread_event(BRI_CLNT_EVT_CONNECT);
 }
 
 // A failed step is tried again in a second.
-Got connect_job(World &world) {
-    World::loop().run("bri-conn");
-    world.accept();
-    const bri_clnt_ctx &ctx = World::ctx();
-    if (ctx.connected != 0 && ctx.conn_done != 0 && ctx.nl_ready != 0 && World::loop().count("bri-read") == 1)
+Got connect_job(SweptHost &host) {
+    SweptHost::loop().run("bri-conn");
+    host.accept();
+    const bri_clnt_ctx &ctx = SweptHost::ctx();
+    if (ctx.connected != 0 && ctx.conn_done != 0 && ctx.nl_ready != 0 && SweptHost::loop().count("bri-read") == 1)
         return Got::kSuccess;
-    return World::loop().count("bri-reconn") == 1 ? Got::kFailure : Got::kElse;
+    return SweptHost::loop().count("bri-reconn") == 1 ? Got::kFailure : Got::kElse;
 }
 
-void batch_comes(World &world) {
-    world.peer.send({{VG_EVENT_MEM_VLAN, ByteVec(4)}, {VG_EVENT_MEM_VLAN, ByteVec(4)}});
-    g_before = world.handled;
+void batch_comes(SweptHost &host) {
+    host.peer.send({{VG_EVENT_MEM_VLAN, ByteVec(4)}, {VG_EVENT_MEM_VLAN, ByteVec(4)}});
+    g_before = host.handled;
 }
 
-Got read_job(World &world) {
-    World::loop().run("bri-read");
-    if (world.handled == g_before + 2 && World::loop().count("bri-read") == 1)
+Got read_job(SweptHost &host) {
+    SweptHost::loop().run("bri-read");
+    if (host.handled == g_before + 2 && SweptHost::loop().count("bri-read") == 1)
         return Got::kSuccess;
-    return World::loop().count("bri-reconn") == 1 ? Got::kFailure : Got::kElse;
+    return SweptHost::loop().count("bri-reconn") == 1 ? Got::kFailure : Got::kElse;
 }
 
-void pair_with_bytes(World &) {
+void pair_with_bytes(SweptHost &) {
     const faults::Pause pause;
     if (socketpair(AF_UNIX, SOCK_STREAM, 0, g_ends) != 0 || write(g_ends[1], kBytes, sizeof kBytes) != sizeof kBytes)
         throw std::runtime_error("no pair");
 }
-void open_pipe(World &) {
+void open_pipe(SweptHost &) {
     const faults::Pause pause;
     if (pipe(g_ends) != 0)
         throw std::runtime_error("no pipe");
 }
-void close_ends(World &) {
+void close_ends(SweptHost &) {
     for (const int fd : g_ends)
         faults::real_close(fd);
 }
 
-Got write_once(World &) {
+Got write_once(SweptHost &) {
     uint32_t written = 0;
     const int result = bridge_writen_dontwait(g_ends[0], kBytes, sizeof kBytes, &written);
     if (result == 0)
@@ -103,25 +103,25 @@ Got write_once(World &) {
     return (result == 5 || result == 6) && written == 0 ? Got::kFailure : Got::kElse;
 }
 
-void collect(World &) {
+void collect(SweptHost &) {
     bridge_client_send_message(kBytes, sizeof kBytes, kPlain);
 }
 
-void collect_for_full_socket(World &world) {
-    collect(world);
+void collect_for_full_socket(SweptHost &host) {
+    collect(host);
     faults::hooks.send = [](int, const void *, size_t, int) {
         errno = EAGAIN;
         return ssize_t{-1};
     };
 }
-void socket_takes_again(World &) {
+void socket_takes_again(SweptHost &) {
     faults::hooks.send = nullptr;
 }
 
-Got flush_into_cache(World &) {
-    const uint32_t before = World::ctx().cache_cnt;
-    World::tick();
-    return World::ctx().cache_cnt == before + 1 ? Got::kSuccess : Got::kFailure;
+Got flush_into_cache(SweptHost &) {
+    const uint32_t before = SweptHost::ctx().cache_cnt;
+    SweptHost::tick();
+    return SweptHost::ctx().cache_cnt == before + 1 ? Got::kSuccess : Got::kFailure;
 }
 
 event_set one_type() {
@@ -161,22 +161,22 @@ std::vector<Row> client_rows() {
           {"shmat", Got::kSuccess}}},
         {"bridge_agent_set_connect_callback",
          Level::kStarted,
-         [](World &) { return append(bridge_agent_set_connect_callback, World::ctx().conn_cbs); },
+         [](SweptHost &) { return append(bridge_agent_set_connect_callback, SweptHost::ctx().conn_cbs); },
          {{"malloc", Got::kFailure}}},
         {"bridge_agent_set_oridata_callback",
          Level::kStarted,
-         [](World &) { return append(bridge_agent_set_oridata_callback, World::ctx().oridata_cbs); },
+         [](SweptHost &) { return append(bridge_agent_set_oridata_callback, SweptHost::ctx().oridata_cbs); },
          {{"malloc", Got::kFailure}}},
         {"bridge_client_socket_create",
          Level::kStarted,
-         [](World &) {
-             const int result = bridge_client_socket_create(&World::ctx());
+         [](SweptHost &) {
+             const int result = bridge_client_socket_create(&SweptHost::ctx());
              return result > 0 ? Got::kSuccess : result == -1 ? Got::kFailure : Got::kElse;
          },
          {{"socket", Got::kFailure}, {"setsockopt", Got::kSuccess}}},
         {"bridge_client_socket_connect",
          Level::kConnected,
-         [](World &) { return zero(bridge_client_socket_connect(&World::ctx())); },
+         [](SweptHost &) { return zero(bridge_client_socket_connect(&SweptHost::ctx())); },
          {{"mkdir", Got::kSuccess}, {"open", Got::kSuccess}, {"chmod", Got::kSuccess}, {"connect", Got::kFailure}},
          0,
          new_socket},
@@ -204,14 +204,14 @@ std::vector<Row> client_rows() {
          batch_comes},
         {"bridge_client_read_msg",
          Level::kConnected,
-         [](World &) { return zero(bridge_client_read_msg(World::ctx().sock, &g_batch)); },
+         [](SweptHost &) { return zero(bridge_client_read_msg(SweptHost::ctx().sock, &g_batch)); },
          {{"read", Got::kFailure}, {"read", Got::kSuccess, EINTR}},
          0,
          batch_comes,
          disconnect},
         {"job bri-msg-timer", Level::kConnected,
-         [](World &) {
-             World::tick();
+         [](SweptHost &) {
+             SweptHost::tick();
              return done();
          },
          kBatched, kPlain, collect},
@@ -227,21 +227,21 @@ std::vector<Row> client_rows() {
          socket_takes_again},
         {"bridge_readn",
          Level::kBare,
-         [](World &) { return whole(bridge_readn(g_ends[0], g_bytes, sizeof g_bytes), sizeof g_bytes); },
+         [](SweptHost &) { return whole(bridge_readn(g_ends[0], g_bytes, sizeof g_bytes), sizeof g_bytes); },
          {{"read", Got::kFailure}, {"read", Got::kSuccess, EINTR}},
          0,
          pair_with_bytes,
          close_ends},
         {"bridge_writen",
          Level::kBare,
-         [](World &) { return whole(bridge_writen(g_ends[0], kBytes, sizeof kBytes), sizeof kBytes); },
+         [](SweptHost &) { return whole(bridge_writen(g_ends[0], kBytes, sizeof kBytes), sizeof kBytes); },
          {{"send", Got::kFailure}, {"send", Got::kSuccess, EAGAIN}, {"send", Got::kSuccess, EINTR}},
          0,
          pair_with_bytes,
          close_ends},
         {"bridge_writen, to a pipe",
          Level::kBare,
-         [](World &) { return whole(bridge_writen(g_ends[1], kBytes, sizeof kBytes), sizeof kBytes); },
+         [](SweptHost &) { return whole(bridge_writen(g_ends[1], kBytes, sizeof kBytes), sizeof kBytes); },
          {{"send", Got::kFailure},
           {"send", Got::kSuccess, EAGAIN},
           {"send", Got::kSuccess, EINTR},
@@ -251,37 +251,38 @@ std::vector<Row> client_rows() {
          close_ends},
         {"bridge_writen_dontwait", Level::kBare, write_once, {{"send", Got::kFailure}}, 0, pair_with_bytes, close_ends},
         {"bridge_client_send_message", Level::kConnected,
-         [](World &) { return zero(bridge_client_send_message(kBytes, sizeof kBytes, kUrgent)); }, kBatched, kUrgent},
+         [](SweptHost &) { return zero(bridge_client_send_message(kBytes, sizeof kBytes, kUrgent)); }, kBatched,
+         kUrgent},
         {"bridge_client_send_message_ontime", Level::kConnected,
-         [](World &) { return zero(bridge_client_send_message_ontime(kBytes, sizeof kBytes, kPlain)); }, kWrittenAtOnce,
-         kPlain},
+         [](SweptHost &) { return zero(bridge_client_send_message_ontime(kBytes, sizeof kBytes, kPlain)); },
+         kWrittenAtOnce, kPlain},
         {"bridge_client_reg_event",
          Level::kConnected,
-         [](World &) {
+         [](SweptHost &) {
              const event_set set = one_type();
              return zero(bridge_client_reg_event(&set, extra_handler));
          },
          {{"calloc", Got::kFailure}, {"send", Got::kSuccess}},
          BRIDGE_EVENT_REG_MSG},
         {"bridge_client_unreg_event", Level::kConnected,
-         [](World &) {
+         [](SweptHost &) {
              event_set set = one_type();
              return zero(bridge_client_unreg_event(&set, extra_handler));
          },
          kBatched, BRIDGE_EVENT_REG_MSG},
         {"bridge_client_msg_dspch, origin data asked for", Level::kConnected,
-         [](World &) { return dispatch(BRIDGE_EVENT_ORI_DATA_REQUEST); }, kBatched, BRIDGE_EVENT_ORI_DATA_OVER},
+         [](SweptHost &) { return dispatch(BRIDGE_EVENT_ORI_DATA_REQUEST); }, kBatched, BRIDGE_EVENT_ORI_DATA_OVER},
         {"bridge_client_msg_dspch, end of the backup data",
          Level::kConnected,
-         [](World &) { return dispatch(BRIDGE_EVENT_BKUP_DATA_END); },
+         [](SweptHost &) { return dispatch(BRIDGE_EVENT_BKUP_DATA_END); },
          {{"send", Got::kSuccess}, {"calloc", Got::kSuccess}},
          BRIDGE_EVENT_ORI_DATA_REQUEST,
-         [](World &) { bri::client::g_state.oridata_state = bri::client::kOridataNone; }},
+         [](SweptHost &) { bri::client::g_state.oridata_state = bri::client::kOridataNone; }},
         {"bridge_client_msg_dspch, a question", Level::kConnected,
-         [](World &) { return dispatch(RESEARCH_EVENT_SWPORT_PREJUDGE, 8); }, kAnswered, RESEARCH_EVENT_FAILED},
+         [](SweptHost &) { return dispatch(RESEARCH_EVENT_SWPORT_PREJUDGE, 8); }, kAnswered, RESEARCH_EVENT_FAILED},
         {"bridge_client_msg_dspch, a print",
          Level::kConnected,
-         [](World &) { return dispatch(DEBUG_EVENT_SHOW_VLAN); },
+         [](SweptHost &) { return dispatch(DEBUG_EVENT_SHOW_VLAN); },
          {{"malloc", Got::kSuccess}}},
     };
 }

@@ -22,28 +22,28 @@ std::string semaphore_name() {
 }
 char g_name[64];
 
-void no_lock(World &world) {
+void no_lock(SweptHost &host) {
     const faults::Pause pause;
-    g_key = world.key(kBase);
+    g_key = host.key(kBase);
     g_lock = nullptr;
     const int set = semget(g_key, 0, 0);
     if (set >= 0)
         semctl(set, 0, IPC_RMID);
 }
-void a_lock(World &world) {
-    g_key = world.key(kBase);
+void a_lock(SweptHost &host) {
+    g_key = host.key(kBase);
     free(bridge_lock_create(g_key));
     g_lock = nullptr;
 }
-void own_lock(World &world) {
-    g_key = world.key(kBase);
+void own_lock(SweptHost &host) {
+    g_key = host.key(kBase);
     g_lock = bridge_lock_create(g_key);
 }
-void held_lock(World &world) {
-    own_lock(world);
+void held_lock(SweptHost &host) {
+    own_lock(host);
     bridge_wr_lock(g_lock);
 }
-void free_lock(World &) {
+void free_lock(SweptHost &) {
     free(g_lock);
 }
 
@@ -54,30 +54,30 @@ Got changed_to(int value, void (*change)(bri_sem_lock *)) {
     return semctl(g_lock->semid, 0, GETVAL) == value ? Got::kSuccess : Got::kFailure;
 }
 
-// The name lives until the world ends, and its value is above 0.
-void named(World &world) {
+// The name lives until the host ends, and its value is above 0.
+void named(SweptHost &host) {
     std::strcpy(g_name, semaphore_name().c_str());
-    world.at_end = [] { sem_unlink(g_name); };
+    host.at_end = [] { sem_unlink(g_name); };
     bridge_plock_creat(g_name);
     bridge_psem_up(g_name);
 }
 
-void key_of(World &world) {
-    g_key = world.key(kBase);
+void key_of(SweptHost &host) {
+    g_key = host.key(kBase);
     g_handle = nullptr;
 }
-void a_segment(World &world) {
-    key_of(world);
+void a_segment(SweptHost &host) {
+    key_of(host);
     bridge_shm_dettach(bridge_shm_create("unit", g_key, kSize));
 }
-void own_segment(World &world) {
-    key_of(world);
+void own_segment(SweptHost &host) {
+    key_of(host);
     g_handle = bridge_shm_create("unit", g_key, kSize);
 }
-void detach(World &) {
+void detach(SweptHost &) {
     bridge_shm_dettach(g_handle);
 }
-void free_handle(World &) {
+void free_handle(SweptHost &) {
     free(g_handle);
 }
 
@@ -93,33 +93,33 @@ const Effects kOperated{{"semop", Got::kFailure}};
 
 std::vector<Row> ipc_rows() {
     return {
-        {"bridge_lock_create", Level::kBare, [](World &) { return made(g_lock = bridge_lock_create(g_key)); },
+        {"bridge_lock_create", Level::kBare, [](SweptHost &) { return made(g_lock = bridge_lock_create(g_key)); },
          kLockMade, 0, no_lock, free_lock},
         {"bridge_lock_create, one being there", Level::kBare,
-         [](World &) { return made(g_lock = bridge_lock_create(g_key)); }, kLockMade, 0, a_lock, free_lock},
-        {"bridge_lock_get", Level::kBare, [](World &) { return made(g_lock = bridge_lock_get(g_key)); }, kLock, 0,
+         [](SweptHost &) { return made(g_lock = bridge_lock_create(g_key)); }, kLockMade, 0, a_lock, free_lock},
+        {"bridge_lock_get", Level::kBare, [](SweptHost &) { return made(g_lock = bridge_lock_get(g_key)); }, kLock, 0,
          a_lock, free_lock},
-        {"bridge_rd_lock", Level::kBare, [](World &) { return changed_to(0, bridge_rd_lock); }, kOperated, 0, own_lock,
-         free_lock},
-        {"bridge_wr_lock", Level::kBare, [](World &) { return changed_to(0, bridge_wr_lock); }, kOperated, 0, own_lock,
-         free_lock},
-        {"bridge_unlock", Level::kBare, [](World &) { return changed_to(1, bridge_unlock); }, kOperated, 0, held_lock,
-         free_lock},
+        {"bridge_rd_lock", Level::kBare, [](SweptHost &) { return changed_to(0, bridge_rd_lock); }, kOperated, 0,
+         own_lock, free_lock},
+        {"bridge_wr_lock", Level::kBare, [](SweptHost &) { return changed_to(0, bridge_wr_lock); }, kOperated, 0,
+         own_lock, free_lock},
+        {"bridge_unlock", Level::kBare, [](SweptHost &) { return changed_to(1, bridge_unlock); }, kOperated, 0,
+         held_lock, free_lock},
         {"bridge_plock_creat",
          Level::kBare,
-         [](World &) { return one(bridge_plock_creat(g_name)); },
+         [](SweptHost &) { return one(bridge_plock_creat(g_name)); },
          {{"sem_open", Got::kFailure}, {"sem_close", Got::kSuccess}},
          0,
          named},
         {"bridge_close_plock",
          Level::kBare,
-         [](World &) { return zero(bridge_close_plock(g_name)); },
+         [](SweptHost &) { return zero(bridge_close_plock(g_name)); },
          {{"sem_open", Got::kSuccess}, {"sem_close", Got::kFailure}},
          0,
          named},
         {"bridge_get_plock_value",
          Level::kBare,
-         [](World &) {
+         [](SweptHost &) {
              int value = 0;
              return one(bridge_get_plock_value(g_name, &value));
          },
@@ -128,25 +128,26 @@ std::vector<Row> ipc_rows() {
          named},
         {"bridge_psem_up",
          Level::kBare,
-         [](World &) { return zero(bridge_psem_up(g_name)); },
+         [](SweptHost &) { return zero(bridge_psem_up(g_name)); },
          {{"sem_open", Got::kFailure}, {"sem_post", Got::kFailure}},
          0,
          named},
         {"bridge_psem_down",
          Level::kBare,
-         [](World &) { return zero(bridge_psem_down(g_name)); },
+         [](SweptHost &) { return zero(bridge_psem_down(g_name)); },
          {{"sem_open", Got::kFailure}, {"sem_wait", Got::kFailure}, {"sem_wait", Got::kSuccess, EINTR}},
          0,
          named},
         {"bridge_shm_create", Level::kBare,
-         [](World &) { return made(g_handle = bridge_shm_create("unit", g_key, kSize)); }, kSegment, 0, key_of, detach},
-        {"bridge_shm_attach", Level::kBare, [](World &) { return made(g_handle = bridge_shm_attach(g_key)); }, kSegment,
-         0, a_segment, detach},
+         [](SweptHost &) { return made(g_handle = bridge_shm_create("unit", g_key, kSize)); }, kSegment, 0, key_of,
+         detach},
+        {"bridge_shm_attach", Level::kBare, [](SweptHost &) { return made(g_handle = bridge_shm_attach(g_key)); },
+         kSegment, 0, a_segment, detach},
         {"bridge_shm_attach_rdonly", Level::kBare,
-         [](World &) { return made(g_handle = bridge_shm_attach_rdonly(g_key)); }, kSegment, 0, a_segment, detach},
+         [](SweptHost &) { return made(g_handle = bridge_shm_attach_rdonly(g_key)); }, kSegment, 0, a_segment, detach},
         {"bridge_shm_dettach",
          Level::kBare,
-         [](World &) {
+         [](SweptHost &) {
              bridge_shm_dettach(g_handle);
              return done();
          },
@@ -155,7 +156,7 @@ std::vector<Row> ipc_rows() {
          own_segment},
         {"bridge_shm_destroy",
          Level::kBare,
-         [](World &) {
+         [](SweptHost &) {
              bridge_shm_destroy(g_handle->hdr);
              return done();
          },

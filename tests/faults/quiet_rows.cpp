@@ -36,7 +36,7 @@ bri_msg_hdr *message(uint32_t type) {
 }
 
 Row quiet(const char *operation, void (*call)()) {
-    const auto attempt = [call](World &) {
+    const auto attempt = [call](SweptHost &) {
         call();
         return done();
     };
@@ -173,7 +173,7 @@ std::vector<Row> quiet_rows() {
         QUIET(bridge_proto_get_state_all, ()),
         QUIET(bridge_proto_set_prejudge, (BRI_PROT_ERPS, 0)),
         QUIET(bridge_proto_state_show, ()),
-        QUIET(bridge_lib_nlclient_deinit, (&World::ctx())),
+        QUIET(bridge_lib_nlclient_deinit, (&SweptHost::ctx())),
         QUIET(bridge_lib_nlmsg_dispch, (nullptr)),
 
         QUIET(vl_clnt_on_server_msg, (message(VLAN_EVENT_RENAME))),
@@ -247,7 +247,7 @@ std::vector<Row> quiet_rows() {
         QUIET(swport_clnt_judge_notify_port_status, (nullptr)),
         QUIET(swport_clnt_notify_port_status_flush, ()),
 
-        QUIET(mac_client_init, (&World::ctx())),
+        QUIET(mac_client_init, (&SweptHost::ctx())),
         QUIET(bridge_maddr_get_available_total, (&g_number)),
         QUIET(mac_client_on_server_msg, (message(MAC_EVENT_SYNC_DATA_BEGIN))),
         QUIET(mac_client_get_available_total, ()),

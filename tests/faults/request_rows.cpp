@@ -12,15 +12,15 @@ char g_error[128];
 
 // Requests wait for the timer, so an attempt is the call and the next flush.
 Got flushed(Got result) {
-    World::tick();
+    SweptHost::tick();
     return result;
 }
 
-template <class Call> std::function<Got(World &)> request(Call call) {
-    return [call](World &) { return flushed(zero(call())); };
+template <class Call> std::function<Got(SweptHost &)> request(Call call) {
+    return [call](SweptHost &) { return flushed(zero(call())); };
 }
-template <class Call> std::function<Got(World &)> order(Call call) {
-    return [call](World &) {
+template <class Call> std::function<Got(SweptHost &)> order(Call call) {
+    return [call](SweptHost &) {
         call();
         return flushed(done());
     };
@@ -41,7 +41,7 @@ l2top_port_instance_req instance_request() {
     return wanted;
 }
 
-void no_protocol(World &) {
+void no_protocol(SweptHost &) {
     bridge_proto_state_unset(BRI_PROT_ERPS);
 }
 
@@ -107,13 +107,13 @@ std::vector<Row> request_rows() {
          kBatched, VLAN_EVENT_DYN_MEM_ADD_RANG},
 
         {"vl_clnt_check_vlan_set", kStarted,
-         [](World &) {
+         [](SweptHost &) {
              const int result = vl_clnt_check_vlan_set("1,3-5", g_error, sizeof g_error);
              return result == 1 ? Got::kSuccess : result == 0 ? Got::kFailure : Got::kElse;
          },
          kListed},
         {"vl_clnt_vlist_str_to_map", kStarted,
-         [](World &) {
+         [](SweptHost &) {
              const int result = vl_clnt_vlist_str_to_map("1,3-5", &g_vlans, g_error, sizeof g_error);
              return result == 0 ? Got::kSuccess : result == -2 ? Got::kFailure : Got::kElse;
          },
@@ -141,7 +141,7 @@ std::vector<Row> request_rows() {
          kBatched, L2TOP_EVENT_PROTO_CONFIG, no_protocol},
         {"l2top_clnt_notify_origin_data",
          kStarted,
-         [](World &) {
+         [](SweptHost &) {
              l2top_clnt_notify_origin_data();
              return done();
          },

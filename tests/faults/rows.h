@@ -15,8 +15,8 @@ std::vector<Row> request_rows();
 std::vector<Row> quiet_rows();
 
 // What the operations are called with.
-inline constexpr int32_t kPort = World::kPort;
-inline constexpr uint16_t kVlan = World::kVlan;
+inline constexpr int32_t kPort = SweptHost::kPort;
+inline constexpr uint16_t kVlan = SweptHost::kVlan;
 inline constexpr uint8_t kMac[6] = {0x00, 0xD0, 0xF8, 0x00, 0x00, 0x01};
 inline int agree(void *, void *) {
     return 0;

@@ -77,22 +77,22 @@ template <class Body> std::string in_child(Body &&body) {
     return written;
 }
 
-Got attempt(const Row &row, World &world) {
+Got attempt(const Row &row, SweptHost &host) {
     if (row.before)
-        row.before(world);
-    return row.attempt(world);
+        row.before(host);
+    return row.attempt(host);
 }
 
-void clean_up(const Row &row, World &world) {
+void clean_up(const Row &row, SweptHost &host) {
     if (row.after)
-        row.after(world);
-    world.settle();
+        row.after(host);
+    host.settle();
 }
 
-bool works(const Row &row, World &world) {
-    const Got got = attempt(row, world);
-    const bool there = row.sends == 0 || world.arrived(static_cast<uint32_t>(row.sends)) == 1;
-    clean_up(row, world);
+bool works(const Row &row, SweptHost &host) {
+    const Got got = attempt(row, host);
+    const bool there = row.sends == 0 || host.arrived(static_cast<uint32_t>(row.sends)) == 1;
+    clean_up(row, host);
     return got == Got::kSuccess && there;
 }
 
@@ -117,14 +117,14 @@ struct Calls {
 Calls count_calls(const Row &row) {
     Calls calls;
     const std::string report = in_child([&](FILE *out) {
-        World world(row.level);
-        clean_up(row, world);
+        SweptHost host(row.level);
+        clean_up(row, host);
         if (row.before)
-            row.before(world);
+            row.before(host);
         std::map<std::string, int> before;
         for (const Fault &fault : kFaults)
             before[fault.call] = faults::calls(fault.call);
-        const Got got = row.attempt(world);
+        const Got got = row.attempt(host);
         std::map<std::string, int> made;
         for (const auto &[call, count] : before)
             made[call] = faults::calls(call) - count;
@@ -162,17 +162,17 @@ const Effect *effect_of(const Row &row, const Fault &fault, int nth) {
 
 // One failing call, several times over, the last time with all debug flags off, and then none.
 void inject(const Row &row, const Fault &fault, int nth, const Effect &effect, FILE *out) {
-    World world(row.level);
-    clean_up(row, world);
-    World::Holdings settled{};
+    SweptHost host(row.level);
+    clean_up(row, host);
+    SweptHost::Holdings settled{};
     for (int round = 0; round < kRounds; ++round) {
         if (row.before)
-            row.before(world);
+            row.before(host);
         if (round == kRounds - 1)
             all_flags_off();
         const int injected = faults::injected();
         faults::fail(fault.call, nth, fault.error);
-        const Got got = row.attempt(world);
+        const Got got = row.attempt(host);
         faults::fail(fault.call, 1, 0, 0); // disarmed
         const bool failed = faults::injected() != injected;
         const Got expected = failed ? effect.result : Got::kSuccess;
@@ -184,12 +184,12 @@ void inject(const Row &row, const Fault &fault, int nth, const Effect &effect, F
             std::fprintf(out, "gave %s instead of %s; ", text(got), text(expected));
         // A socket that was only full takes the message later.
         if (row.sends != 0 && got == Got::kSuccess && (fault.error == EAGAIN || fault.error == EINTR)) {
-            World::tick();
-            if (world.arrived(static_cast<uint32_t>(row.sends)) != 1)
+            SweptHost::tick();
+            if (host.arrived(static_cast<uint32_t>(row.sends)) != 1)
                 std::fprintf(out, "the message did not arrive; ");
         }
-        clean_up(row, world);
-        const World::Holdings now = world.holdings();
+        clean_up(row, host);
+        const SweptHost::Holdings now = host.holdings();
         if (round == 1)
             settled = now;
         if (effect.keeps_mapping)
@@ -200,7 +200,7 @@ void inject(const Row &row, const Fault &fault, int nth, const Effect &effect, F
             std::fprintf(out, "left %d blocks, %d descriptors, %d mappings; ", now.blocks - settled.blocks,
                          now.descriptors - settled.descriptors, now.mappings - settled.mappings);
     }
-    if (!works(row, world))
+    if (!works(row, host))
         std::fprintf(out, "does not work afterwards; ");
 }
 
@@ -244,12 +244,12 @@ std::string calls_of(const Row &row) {
 
 std::string unasked_lines(const Row &row) {
     return in_child([&](FILE *out) {
-        World world(row.level);
-        clean_up(row, world);
+        SweptHost host(row.level);
+        clean_up(row, host);
         if (row.before)
-            row.before(world);
+            row.before(host);
         all_flags_off();
-        row.attempt(world);
+        row.attempt(host);
         report_unasked(out);
     });
 }

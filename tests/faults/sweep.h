@@ -4,7 +4,7 @@
 // with nothing failing, it must work.
 #pragma once
 
-#include "tests/faults/world.h"
+#include "tests/faults/swept_host.h"
 
 #include <functional>
 #include <string>
@@ -47,11 +47,11 @@ using Effects = std::vector<Effect>;
 struct Row {
     const char *operation; // exported name, or in words the job of the loop
     Level level;
-    std::function<Got(World &)> attempt;
+    std::function<Got(SweptHost &)> attempt;
     Effects effects; // exactly the calls that the attempt makes
     int sends = 0;   // the message that reaches the server when it works, also later when the socket was only full
-    std::function<void(World &)> before = {}; // each attempt: what it needs
-    std::function<void(World &)> after = {};  // each attempt: gives back what it got
+    std::function<void(SweptHost &)> before = {}; // each attempt: what it needs
+    std::function<void(SweptHost &)> after = {};  // each attempt: gives back what it got
 };
 
 // Sweeps the rows and prints the count of injected failures per operation. Fails the running test for each deviation.

@@ -15,9 +15,9 @@ uint32_t g_conflict;
 char g_status[64];
 
 // A table that another process has made, with a flag set.
-void flagged(World &world) {
+void flagged(SweptHost &host) {
     const faults::Pause pause;
-    const int id = shmget(world.key(0x33330001), kExclusionHeader + sizeof(bri_exclusion_table), IPC_CREAT | 0777);
+    const int id = shmget(host.key(0x33330001), kExclusionHeader + sizeof(bri_exclusion_table), IPC_CREAT | 0777);
     void *segment = shmat(id, nullptr, 0);
     put_at<uint32_t>(segment, kExclusionHeader + kIfx * 4, BRI_DOT1X);
     shmdt(segment);
@@ -49,8 +49,8 @@ Effects behind_another(Effects effects) {
 }
 
 // What a process does that comes up: a lock that was not given back is free again.
-void come_up(World &world) {
-    free(bridge_lock_create(world.key(0x33330001)));
+void come_up(SweptHost &host) {
+    free(bridge_lock_create(host.key(0x33330001)));
 }
 
 // Who does not get the lock goes on without it.
@@ -69,35 +69,39 @@ Got make_vlan() {
 
 std::vector<Row> table_rows() {
     return {
-        {"bridge_portdb_init", Level::kBare, [](World &) { return one(bridge_portdb_init()); }, anew(kSetUp)},
-        {"vl_vlandb_init", Level::kBare, [](World &) { return one(vl_vlandb_init()); }, anew(kSetUp)},
-        {"vlan_group_shm_init", Level::kBare, [](World &) { return one(vlan_group_shm_init()); }, anew(kSetUp)},
-        {"vl_clnt_manage_init", Level::kStarted, [](World &) { return made(vl_clnt_manage_init(&World::ctx())); },
-         behind_another(kSetUp)},
+        {"bridge_portdb_init", Level::kBare, [](SweptHost &) { return one(bridge_portdb_init()); }, anew(kSetUp)},
+        {"vl_vlandb_init", Level::kBare, [](SweptHost &) { return one(vl_vlandb_init()); }, anew(kSetUp)},
+        {"vlan_group_shm_init", Level::kBare, [](SweptHost &) { return one(vlan_group_shm_init()); }, anew(kSetUp)},
+        {"vl_clnt_manage_init", Level::kStarted,
+         [](SweptHost &) { return made(vl_clnt_manage_init(&SweptHost::ctx())); }, behind_another(kSetUp)},
         {"bridge_set_excflag",
          Level::kBare,
-         [](World &) { return zero(bridge_set_excflag(kIfx, BRI_HOST, BRI_SECURE, &g_conflict)); },
+         [](SweptHost &) { return zero(bridge_set_excflag(kIfx, BRI_HOST, BRI_SECURE, &g_conflict)); },
          locking(kSetUp),
          0,
          {},
          come_up},
         {"bridge_unset_excflag",
          Level::kBare,
-         [](World &) { return zero(bridge_unset_excflag(kIfx, BRI_HOST)); },
+         [](SweptHost &) { return zero(bridge_unset_excflag(kIfx, BRI_HOST)); },
          locking(kSetUp),
          0,
          {},
          come_up},
         {"bridge_coxmng_get_status", Level::kBare,
-         [](World &) { return one(bridge_coxmng_get_status(kIfx, g_status, sizeof g_status)); }, kSetUp, 0, flagged},
+         [](SweptHost &) { return one(bridge_coxmng_get_status(kIfx, g_status, sizeof g_status)); }, kSetUp, 0,
+         flagged},
         {"swport_set_attr_exclude",
          Level::kStarted,
-         [](World &) { return one(swport_set_attr_exclude(kPort, 64, 1, 128, &g_conflict)); },
+         [](SweptHost &) { return one(swport_set_attr_exclude(kPort, 64, 1, 128, &g_conflict)); },
          {{"semop", Got::kSuccess}},
          0,
          {},
-         [](World &world) { free(bridge_lock_create(world.key(0x22220001))); }},
-        {"vl_initial_vlan_entry", Level::kStarted, [](World &) { return make_vlan(); }, {{"sysinfo", Got::kSuccess}}},
+         [](SweptHost &host) { free(bridge_lock_create(host.key(0x22220001))); }},
+        {"vl_initial_vlan_entry",
+         Level::kStarted,
+         [](SweptHost &) { return make_vlan(); },
+         {{"sysinfo", Got::kSuccess}}},
     };
 }
 

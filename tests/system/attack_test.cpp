@@ -1,5 +1,5 @@
 // A sandbox server that many connect to, or that runs out of descriptors, serves those who are there.
-#include "tests/system/world.h"
+#include "tests/system/workstation.h"
 
 #include <chrono>
 #include <fstream>
@@ -13,7 +13,7 @@ namespace {
 
 using namespace test;
 
-struct Attack : World {
+struct Attack : Workstation {
     // A connection that is not waited for; -1 when the queue of those that wait is full.
     int try_to_connect() const {
         const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);

@@ -1,11 +1,11 @@
 // The daemons of the examples that are written in C++: one keeps a copy of VLANs and ports, one limits addresses.
-#include "tests/system/world.h"
+#include "tests/system/workstation.h"
 
 namespace {
 
 using namespace test;
 
-struct Mirror : World {
+struct Mirror : Workstation {
     Mirror() {
         for (const char *command :
              {"vlan create 10,20-22", "port add 3 access 10", "port add 4 trunk 1", "port allow 4 20-22"})
@@ -66,12 +66,12 @@ TEST_F(Mirror, refuses_a_command_line_that_it_does_not_understand) {
     expect_clean_end();
 }
 
-struct PortGuard : World {
+struct PortGuard : Workstation {
     PortGuard() {
         for (const char *command : {"vlan create 10", "port add 3 access 10", "port add 4 access 10"})
             run(command);
     }
-    void run(const std::string &command) { World::run(sandbox, command); }
+    void run(const std::string &command) { Workstation::run(sandbox, command); }
     void frame_from(unsigned host, unsigned port) {
         run("traffic 02:00:00:00:00:0" + std::to_string(host) + " 10 " + std::to_string(port));
     }

@@ -1,5 +1,5 @@
 // Debugging of running host daemons by commands of the sandbox server: what goes over the socket, and what it does.
-#include "tests/system/world.h"
+#include "tests/system/workstation.h"
 
 #include <bridge/debug.h>
 #include <bridge/mac_client.h>
@@ -19,7 +19,7 @@ ByteVec filter_payload(uint8_t enable, uint16_t vid = 0, const ByteVec &mac = By
     return ByteVec{enable, 0} + bytes_of(vid) + ByteVec(6, 0) + mac + ByteVec(4, 0) + bytes_of(ifx);
 }
 
-struct DebugMessages : World {};
+struct DebugMessages : Workstation {};
 
 TEST_F(DebugMessages, each_command_is_one_message_to_one_client) {
     const ByteVec mac{0x00, 0x1a, 0x2b, 0x3c, 0x4d, 0xfe};
@@ -111,7 +111,7 @@ TEST_F(DebugMessages, help_tells_them) {
 }
 
 // A host "alpha" whose log lines go to a file, apart from what it prints.
-class DebuggedHost : public World {
+class DebuggedHost : public Workstation {
   protected:
     DebuggedHost()
         : log_path_(tmpdir() + "/log"), sandbox_(start_sandbox()),

@@ -1,11 +1,11 @@
 // Real host daemons against the sandbox server: port_watch, linked against the shared library.
-#include "tests/system/world.h"
+#include "tests/system/workstation.h"
 
 namespace {
 
 using namespace test;
 
-struct Host : World {
+struct Host : Workstation {
     // A host that has registered and been synchronised, without requests of its own.
     Process start_ready_host(const std::string &name, std::vector<std::string> options = {}) const {
         options.insert(options.end(), {"-p", "0"});

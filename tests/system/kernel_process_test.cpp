@@ -1,5 +1,5 @@
 // The kernel's bridge module in a process of its own: it outlives the server->
-#include "tests/system/world.h"
+#include "tests/system/workstation.h"
 
 #include <csignal>
 #include <filesystem>
@@ -10,7 +10,7 @@ namespace {
 
 using namespace test;
 
-struct KernelProcess : World {
+struct KernelProcess : Workstation {
     [[nodiscard]] static Process start_kernel() {
         Process process({kSandbox, "kernel"});
         EXPECT_TRUE(process.shows("listening at "));
@@ -26,7 +26,7 @@ struct KernelProcess : World {
         server->write_line(command);
         return server->shows(text);
     }
-    void run(const std::string &command) { World::run(*server, command); }
+    void run(const std::string &command) { Workstation::run(*server, command); }
     [[nodiscard]] bool has_socket(const char *name) const {
         return std::filesystem::exists(tmpdir() + "/bridge/" + name);
     }

@@ -1,6 +1,6 @@
 // The kernel's bridge module of the sandbox, as raw sockets of the kernel channel and raw clients see it.
 #include "tests/support/kernel.h"
-#include "tests/system/world.h"
+#include "tests/system/workstation.h"
 
 #include <cerrno>
 #include <poll.h>
@@ -107,7 +107,7 @@ mvlan_msg host_vlan(uint32_t type, uint8_t last, uint16_t vlan, uint32_t ifx = 0
 }
 
 // On a switch whose ports 3 to 6 are in VLANs 10 to 40.
-struct SandboxKernel : World {
+struct SandboxKernel : Workstation {
     SandboxKernel() {
         run("vlan create 10-40");
         for (const char *port : {"3", "4", "5", "6"}) {
@@ -117,7 +117,7 @@ struct SandboxKernel : World {
     }
     Process sandbox = start_sandbox();
 
-    void run(const std::string &command) { World::run(sandbox, command); }
+    void run(const std::string &command) { Workstation::run(sandbox, command); }
     // The table as `mac show` prints it, without the blanks in front.
     std::vector<std::string> shown(const std::string &table = "mac") {
         run("print the table");

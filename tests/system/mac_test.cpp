@@ -1,6 +1,6 @@
 // Hosts and the kernel's bridge module of the sandbox: the example mac_table, and the library's own calls.
 #include "base/list.h"
-#include "tests/system/world.h"
+#include "tests/system/workstation.h"
 
 #include <algorithm>
 #include <chrono>
@@ -16,14 +16,14 @@ size_t descriptors_of(const Process &process) {
     return static_cast<size_t>(std::distance(begin(all), end(all)));
 }
 
-struct MacHost : World {
+struct MacHost : Workstation {
     MacHost() {
         for (const char *command : {"vlan create 10-11,40", "port add 4 access 10", "mac add 02:00:00:00:00:05 10 3",
                                     "mac add 02:00:00:00:00:05 11 3 filter", "mac add 02:00:00:00:00:01 10 3",
                                     "mac add 02:00:00:00:00:07 10 4 security"})
             run(command);
     }
-    void run(const std::string &command) { World::run(sandbox, command); }
+    void run(const std::string &command) { Workstation::run(sandbox, command); }
     // A mac_table that would add 02:00:00:00:00:77 in VLAN 10 on port 3.
     [[nodiscard]] Process start_table() const {
         return start_host("table", {"-m", "02:00:00:00:00:77", "-v", "10", "-i", "3"}, kMacTable);
@@ -35,7 +35,7 @@ struct MacHost : World {
         EXPECT_TRUE(host.shows(" entries\n"));
         EXPECT_TRUE(has_shown(host, "table: could not ask for the address: no port 3")); // in either order
         EXPECT_TRUE(has_shown(host, "table: added 02:00:00:00:00:07, VLAN 10, port 4, security\n"));
-        World::run(sandbox, "port add 3 access 10");
+        Workstation::run(sandbox, "port add 3 access 10");
         return host;
     }
     // Waits until the text stands anywhere in the output.

@@ -1,5 +1,5 @@
 // bridge-sandbox run, ctl and the server's options, as a person or a test uses them.
-#include "tests/system/world.h"
+#include "tests/system/workstation.h"
 
 #include <csignal>
 #include <fcntl.h>
@@ -22,7 +22,7 @@ ByteVec pvid(uint16_t vid) {
     return bytes_of(record);
 }
 
-struct SandboxCtl : World {
+struct SandboxCtl : Workstation {
     // Runs ctl to its end: its status and what it printed.
     static std::pair<int, std::string> ctl(std::vector<std::string> words) {
         words.insert(words.begin(), {kSandbox, "ctl"});
@@ -234,7 +234,7 @@ TEST_F(SandboxCtl, closed_standard_input_is_none) {
     EXPECT_EQ(sandbox.end(), 0);
 }
 
-struct SandboxRun : World {
+struct SandboxRun : Workstation {
     // Runs it to its end: its status and what was printed.
     static std::pair<int, std::string> sandbox_run(std::vector<std::string> words) {
         words.insert(words.begin(), {kSandbox, "run"});

@@ -1,5 +1,5 @@
 // The sandbox server as raw clients see it.
-#include "tests/system/world.h"
+#include "tests/system/workstation.h"
 
 #include <filesystem>
 
@@ -7,7 +7,7 @@ namespace {
 
 using namespace test;
 
-struct Sandbox : World {
+struct Sandbox : Workstation {
     // Nothing has been sent to it: an event that it wants comes first.
     static void expect_nothing_before(Peer &peer, const Message &marker) {
         EXPECT_EQ(next(peer), std::vector<Message>{marker});

@@ -1,6 +1,6 @@
 // The sandbox as a switch: spanning-tree states, links and port modes, by command and by request, as clients and the
 // shared tables see them.
-#include "tests/system/world.h"
+#include "tests/system/workstation.h"
 #include "wire/own.h"
 
 #include <bridge/l2_topology.h>
@@ -14,7 +14,7 @@ namespace {
 
 using namespace test;
 
-struct Switch : World {
+struct Switch : Workstation {
     // A server whose tables this process reads as any client does.
     Process start_switch() const {
         Process sandbox = start_sandbox();

@@ -1,11 +1,11 @@
 // Clients that are held on their way to being synchronised, and roles of single ones.
-#include "tests/system/world.h"
+#include "tests/system/workstation.h"
 
 namespace {
 
 using namespace test;
 
-struct SandboxSync : World {};
+struct SandboxSync : Workstation {};
 
 TEST_F(SandboxSync, held_client_is_told_one_step_at_a_time) {
     Process sandbox = start_sandbox();

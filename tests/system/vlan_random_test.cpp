@@ -1,7 +1,7 @@
 // Random changes of ports and VLANs by the server's commands and by hosts' requests, while a host is slow and the
 // server dies and comes back: in the end every host knows what the tables hold, from its events alone.
 #include "tests/system/picture.h"
-#include "tests/system/world.h"
+#include "tests/system/workstation.h"
 
 #include <array>
 #include <cstdlib>
@@ -94,7 +94,7 @@ class Operations {
     std::mt19937 random_;
 };
 
-struct RandomVlans : World {
+struct RandomVlans : Workstation {
     RandomVlans() {
         const char *given = std::getenv("BRIDGE_TEST_SEED");
         seed = given != nullptr ? static_cast<unsigned>(std::strtoul(given, nullptr, 10)) : 8;

@@ -1,6 +1,6 @@
 // Ports and VLANs of the sandbox server: what its commands and its clients' requests do to the shared tables, and what
 // it announces.
-#include "tests/system/world.h"
+#include "tests/system/workstation.h"
 
 namespace {
 
@@ -19,7 +19,7 @@ bool operator==(const vlanset &left, const vlanset &right) {
 }
 
 // This process reads the tables as any client does.
-struct SandboxVlans : World {
+struct SandboxVlans : Workstation {
     Process start_with_tables(const std::vector<std::string> &options = {}) const {
         Process sandbox = start_sandbox(options);
         sandbox.write_line("vlan patience 60000"); // a busy machine refuses nothing

@@ -7,7 +7,7 @@ namespace {
 
 using namespace test;
 
-struct Completion : World {
+struct Completion : Workstation {
     // The words that complete the last one of the line, between blanks.
     static std::string offered(const std::string &program, const std::string &line) {
         const std::string script = "source " BRIDGE_COMPLETION "; COMP_WORDS=(" + program + " " + line +

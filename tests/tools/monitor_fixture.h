@@ -2,7 +2,7 @@
 #pragma once
 
 #include "tests/support/children.h"
-#include "tests/system/world.h"
+#include "tests/system/workstation.h"
 
 #include <nlohmann/json.hpp>
 
@@ -12,7 +12,7 @@
 
 namespace test {
 
-class Monitor : public World {
+class Monitor : public Workstation {
   protected:
     using Words = std::vector<std::string>;
 

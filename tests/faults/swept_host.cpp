@@ -1,4 +1,4 @@
-#include "tests/faults/world.h"
+#include "tests/faults/swept_host.h"
 
 #include "base/list.h"
 #include "client/state.h"
@@ -14,7 +14,7 @@ namespace {
 
 constexpr uint32_t kKeyBases[] = {0x11110001, 0x22220001, 0x33330001, 0x5A5B7C3D};
 
-World *g_world;
+SweptHost *g_world;
 
 int on_event(uint32_t, void *, uint16_t) {
     ++g_world->handled;
@@ -29,7 +29,7 @@ void drop_repeated_jobs(std::vector<Job> &jobs) {
 
 } // namespace
 
-World::World(Level level) : level_(level) {
+SweptHost::SweptHost(Level level) : level_(level) {
     g_world = this;
     faults::redirect("/data/.zenx/vsd/0/dev/dm_cfg.txt", tmpdir() + "/device");
     faults::redirect("./tmp/dm/.sysmac", tmpdir() + "/system");
@@ -43,14 +43,14 @@ World::World(Level level) : level_(level) {
         connect();
 }
 
-World::~World() {
+SweptHost::~SweptHost() {
     if (at_end)
         at_end();
     bridge_lib_nlclient_deinit(nullptr);
     bridge_client_connect_reset();
 }
 
-void World::start() {
+void SweptHost::start() {
     if (bridge_agent_init("unit", loop().master()) != 0)
         throw std::runtime_error("not started");
     make_tables();
@@ -62,7 +62,7 @@ void World::start() {
 }
 
 // What the server keeps in shared memory.
-void World::make_tables() const {
+void SweptHost::make_tables() const {
     vl_set_vlan_range(1, 4094);
     vl_initial_vlan_entry(kVlan, BRI_VLAN_STATIC);
     g_vlan_private_version[kVlan] = vl_get_vlan_latest_version(kVlan);
@@ -71,37 +71,37 @@ void World::make_tables() const {
     port.mode = BRI_PORT_TRUNK;
 }
 
-void World::connect() {
+void SweptHost::connect() {
     server_.emplace();
     reconnect();
     if (arrived(BRIDGE_EVENT_REG_MSG) != 1 || ctx().nl_ready == 0)
         throw std::runtime_error("not connected");
 }
 
-void World::reconnect() {
+void SweptHost::reconnect() {
     bridge_client_thread_event(BRI_CLNT_EVT_CONNECT);
     loop().run("bri-conn");
     accept();
 }
 
 // The last of those that wait: the client has given up the others.
-void World::accept() {
+void SweptHost::accept() {
     for (Peer fresh = server_->accept(0); fresh.open(); fresh = server_->accept(0))
         peer = std::move(fresh);
 }
 
-void World::tick() {
+void SweptHost::tick() {
     bri::client::flush_job(nullptr);
 }
 
-int World::arrived(uint32_t type) {
+int SweptHost::arrived(uint32_t type) {
     int count = 0;
     for (const Message &message : peer.read_messages())
         count += message.type == type ? 1 : 0;
     return count;
 }
 
-void World::settle() {
+void SweptHost::settle() {
     if (level_ == Level::kConnected) {
         std::erase_if(loop().pending,
                       [](const Job &job) { return job.name == "bri-reconn" || job.name == "bri-conn"; });
@@ -117,7 +117,7 @@ void World::settle() {
     clear_log();
 }
 
-World::Holdings World::holdings() const {
+SweptHost::Holdings SweptHost::holdings() const {
     Holdings now{faults::live_blocks(), open_descriptors() - kernel.open_sockets(), 0};
     for (const uint32_t base : kKeyBases) {
         const faults::Pause pause;

@@ -32,7 +32,7 @@ template <class T> std::string hex_of(T value) {
     return hex(bytes_of(value));
 }
 
-class World : public Env {
+class Workstation : public Env {
   protected:
     // A server that listens.
     Process start_sandbox(const std::vector<std::string> &options = {}) const;

@@ -1,4 +1,4 @@
-#include "tests/system/world.h"
+#include "tests/system/workstation.h"
 
 #include <csignal>
 #include <sys/socket.h>
@@ -52,7 +52,7 @@ std::string hex(const ByteVec &bytes) {
     return text;
 }
 
-Process World::start_sandbox(const std::vector<std::string> &options) const {
+Process Workstation::start_sandbox(const std::vector<std::string> &options) const {
     std::vector<std::string> command{kSandbox};
     command.insert(command.end(), options.begin(), options.end());
     Process sandbox(command);
@@ -60,13 +60,14 @@ Process World::start_sandbox(const std::vector<std::string> &options) const {
     return sandbox;
 }
 
-Process World::start_host(const std::string &name, const std::vector<std::string> &options, const char *program) const {
+Process Workstation::start_host(const std::string &name, const std::vector<std::string> &options,
+                                const char *program) const {
     std::vector<std::string> command{program, "-n", name};
     command.insert(command.end(), options.begin(), options.end());
     return Process(command, host_environment());
 }
 
-void World::run(Process &sandbox, const std::string &command) {
+void Workstation::run(Process &sandbox, const std::string &command) {
     static int commands = 0;
     const std::string done = "done " + std::to_string(++commands);
     sandbox.write_line(command);
@@ -74,18 +75,18 @@ void World::run(Process &sandbox, const std::string &command) {
     EXPECT_TRUE(sandbox.shows(done + "\n"));
 }
 
-sockaddr_un World::kernel_address() const {
+sockaddr_un Workstation::kernel_address() const {
     return unix_address(tmpdir() + "/bridge/.kernel_socket");
 }
 
-Peer World::connect_client() const {
+Peer Workstation::connect_client() const {
     const sockaddr_un address = unix_address(socket_path());
     Peer peer(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
     EXPECT_EQ(connect(peer.fd(), reinterpret_cast<const sockaddr *>(&address), sizeof address), 0);
     return peer;
 }
 
-Peer World::register_client(std::initializer_list<unsigned> types, const std::string &name, unsigned pid) const {
+Peer Workstation::register_client(std::initializer_list<unsigned> types, const std::string &name, unsigned pid) const {
     Peer peer = connect_client();
     peer.send({{BRIDGE_EVENT_REG_MSG, registration(types, pid, name)}});
     const auto answer = peer.read_batch();
@@ -95,12 +96,12 @@ Peer World::register_client(std::initializer_list<unsigned> types, const std::st
     return peer;
 }
 
-std::vector<Message> World::next(Peer &peer) {
+std::vector<Message> Workstation::next(Peer &peer) {
     const auto batch = peer.read_batch(kPatienceMs);
     return batch ? batch->messages() : std::vector<Message>{};
 }
 
-std::vector<Message> World::synchronisation(uint8_t role) {
+std::vector<Message> Workstation::synchronisation(uint8_t role) {
     return {{BRIDGE_EVEVT_SERVER_STAT, {role}},
             {BRIDGE_EVENT_BKUP_DATA_BEGIN, {}},
             {BRIDGE_EVENT_BKUP_DATA_END, {}},

@@ -1,4 +1,4 @@
-// Where a swept operation runs: a process with nothing, with a started client, or with one that is connected to a
+// Where a swept operation runs: a host process with nothing, with a started client, or with one that is connected to a
 // server, has a kernel, a port and a VLAN.
 #pragma once
 
@@ -13,15 +13,15 @@ namespace test {
 
 enum class Level { kBare, kStarted, kConnected };
 
-class World : public Env {
+class SweptHost : public Env {
   public:
     static constexpr int32_t kPort = 1;
     static constexpr uint16_t kVlan = 10;
 
-    explicit World(Level level);
-    ~World() override;
-    World(const World &) = delete;
-    World &operator=(const World &) = delete;
+    explicit SweptHost(Level level);
+    ~SweptHost() override;
+    SweptHost(const SweptHost &) = delete;
+    SweptHost &operator=(const SweptHost &) = delete;
 
     void TestBody() override {}
     using Env::write_file;
