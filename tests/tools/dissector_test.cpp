@@ -1,5 +1,5 @@
 // The analyser's dissector on recordings of both byte orders, made by wire/ and read by the analyser's command line.
-#include "tests/system/world.h"
+#include "tests/system/workstation.h"
 #include "tools/record_format.h"
 #include "wire/batch.h"
 #include "wire/text.h"
