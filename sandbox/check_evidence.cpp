@@ -5,7 +5,9 @@
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
+#include <map>
 #include <string_view>
+#include <thread>
 
 namespace sandbox {
 
@@ -43,6 +45,20 @@ bool speaks_of(const std::string &name, const Fields &value, unsigned vid, unsig
     return has_number(value, name == "ifx" ? ifx : vid);
 }
 
+std::vector<std::string> runnable_threads(pid_t process) {
+    std::vector<std::string> threads;
+    std::error_code ended;
+    for (const auto &task : std::filesystem::directory_iterator("/proc/" + std::to_string(process) + "/task", ended)) {
+        std::ifstream file(task.path() / "stat");
+        std::string line;
+        std::getline(file, line);
+        const size_t name_end = line.rfind(") "); // the name may hold anything
+        if (name_end != std::string::npos && line.compare(name_end, 3, ") R") == 0)
+            threads.push_back(task.path().filename());
+    }
+    return threads;
+}
+
 } // namespace
 
 std::vector<Observed> observed_since(const World &world, size_t line) {
@@ -78,32 +94,18 @@ bool speaks_of(const Observed &message, unsigned vid, unsigned ifx) {
     return speaks_of("", message.fields, vid, ifx);
 }
 
-Processor::Processor(pid_t process) : process_(process), before_(times()) {}
-
-std::map<std::string, Processor::Times> Processor::times() const {
-    std::map<std::string, Times> all;
-    std::error_code ended;
-    for (const auto &task : std::filesystem::directory_iterator("/proc/" + std::to_string(process_) + "/task", ended)) {
-        std::ifstream file(task.path() / "schedstat"); // nanoseconds
-        Times times{};
-        if (file >> times.ran >> times.waited)
-            all[task.path().filename()] = {times.ran / 1e9, times.waited / 1e9};
+double busy_part(pid_t process, std::chrono::duration<double> time) {
+    constexpr unsigned looks = 40;
+    std::map<std::string, unsigned> found; // by thread
+    for (unsigned look = 0; look < looks; ++look) {
+        std::this_thread::sleep_for(time / looks);
+        for (const std::string &thread : runnable_threads(process))
+            ++found[thread];
     }
-    return all;
-}
-
-double Processor::busy() const {
-    const double passed = std::chrono::duration<double>(std::chrono::steady_clock::now() - start_).count();
-    double most = -1;
-    for (const auto &[thread, now] : times()) {
-        const auto found = before_.find(thread);
-        if (found == before_.end())
-            continue;
-        const double ran = now.ran - found->second.ran;
-        const double free = passed - (now.waited - found->second.waited);
-        most = std::max(most, ran / std::max(free, ran));
-    }
-    return most;
+    unsigned most = 0;
+    for (const auto &[thread, times] : found)
+        most = std::max(most, times);
+    return most / double{looks};
 }
 
 } // namespace sandbox

@@ -5,7 +5,6 @@
 #include "sandbox/world.h"
 
 #include <chrono>
-#include <map>
 #include <string>
 #include <vector>
 
@@ -29,24 +28,8 @@ bool is_answer(const Observed &message, const std::string &question_type);
 // Whether a VLAN or a port of that number is spoken of.
 bool speaks_of(const Observed &message, unsigned vid, unsigned ifx);
 
-// How much each thread of a process has run and has waited for a processor.
-class Processor {
-  public:
-    explicit Processor(pid_t process);
-    // The part of the time that a processor was free for it in which its busiest thread ran, of 1, since this was made;
-    // negative when the system does not tell.
-    [[nodiscard]] double busy() const;
-
-  private:
-    struct Times {
-        double ran;
-        double waited;
-    };
-    [[nodiscard]] std::map<std::string, Times> times() const;
-
-    pid_t process_;
-    std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
-    std::map<std::string, Times> before_;
-};
+// Looks at a process for that long: the part of the looks, of 1, in which its busiest thread ran or waited for a
+// processor, so that a busy machine makes no difference.
+double busy_part(pid_t process, std::chrono::duration<double> time);
 
 } // namespace sandbox

@@ -41,7 +41,7 @@ constexpr double kRest = 2;           // by which it has done what it does by it
 constexpr double kSwitchPatience = 3; // of the server with a question
 constexpr double kStep = 0.5;
 
-constexpr double kBusy = 0.5; // of a processor: it does nothing else
+constexpr double kBusy = 0.75; // of the time: it does nothing else
 
 std::string names_text(const std::set<std::string> &names) {
     std::string text;
@@ -400,14 +400,9 @@ void Player::addresses(const Words &) {
 }
 
 void Player::idle(const Words &words) {
-    const Processor processor(stage_.daemon());
-    sleep(parse_number(words.at(0)));
-    const double busy = processor.busy();
-    const std::string why = std::to_string(static_cast<int>(100 * busy)) + " % of a processor";
-    if (busy < 0)
-        say("does not spin", Judgement::kOpen, "the system does not tell");
-    else
-        say("does not spin", busy < kBusy ? Judgement::kRight : Judgement::kWrong, why);
+    const double busy = busy_part(stage_.daemon(), std::chrono::duration<double>(parse_number(words.at(0)) / scale_));
+    const std::string why = "busy in " + std::to_string(static_cast<int>(100 * busy)) + " % of the time";
+    say("does not spin", busy < kBusy ? Judgement::kRight : Judgement::kWrong, why);
 }
 
 void Player::stops(const Words &) {
