@@ -18,7 +18,8 @@ namespace {
 
 constexpr uint32_t kHeaderSize = sizeof(bri_batch_hdr);
 
-uint32_t g_received;                                    // bytes of the receive buffer that may differ from zero
+uint32_t g_received; // bytes of the receive buffer that may differ from zero
+// NOLINTNEXTLINE(cppcoreguidelines-interfaces-global-init): an address, which the linker knows
 uint64_t *g_loss_cause = &counters::g_loop.reset_error; // what the last failed read counts as
 
 void clear_buffer() {

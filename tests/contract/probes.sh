@@ -18,8 +18,8 @@ fi
 [ "$wanted" = yes ] || exit 0
 
 for script in "$source_dir"/tools/probes/*.bt; do
-    for probe in $(sed -nE 's/^usdt:\*:bridge_client:([a-z_]+)$/\1/p' "$script"); do
-        echo "$listed" | grep -qx "$probe" || { echo "$script: no probe $probe"; exit 1; }
-    done
-    grep -q '^usdt:\*:bridge_client:' "$script"
+    used=$(sed -nE 's/^usdt:\*:bridge_client:([a-z_]+)$/\1/p' "$script")
+    [ -n "$used" ]
+    unknown=$(echo "$used" | grep -vxF "$listed" || true)
+    [ -z "$unknown" ] || { echo "$script: no such probe: $unknown"; exit 1; }
 done

@@ -87,10 +87,10 @@ class Filters {
   public:
     std::string name_of(const wire::Record &record, const wire::Field &field, const std::string &group) {
         const std::string type = filter_type_of(field);
-        const std::string common = "bridge." + group + "." + field.name;
+        std::string common = "bridge." + group + "." + field.name;
         if (types_.emplace(common, type).first->second == type)
             return common;
-        const std::string own = "bridge." + group + "." + record.name + "." + field.name;
+        std::string own = "bridge." + group + "." + record.name + "." + field.name;
         types_.emplace(own, type);
         return own;
     }
