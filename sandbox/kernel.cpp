@@ -23,10 +23,6 @@ struct NetlinkHead {
 };
 constexpr size_t kNetlinkHeaders = sizeof(NetlinkHead);
 
-void add_bytes(Buffer &to, Bytes bytes) {
-    to.insert(to.end(), bytes.begin(), bytes.end());
-}
-
 struct Attribute {
     uint16_t type;
     Bytes data;
@@ -35,14 +31,13 @@ struct Attribute {
 Buffer netlink(uint16_t type, uint8_t command, std::initializer_list<Attribute> attributes) {
     Buffer body;
     for (const Attribute &attribute : attributes) {
-        add_bytes(body,
-                  bytes_of(nlattr{static_cast<uint16_t>(sizeof(nlattr) + attribute.data.size()), attribute.type}));
-        add_bytes(body, attribute.data);
+        append(body, bytes_of(nlattr{static_cast<uint16_t>(sizeof(nlattr) + attribute.data.size()), attribute.type}));
+        append(body, attribute.data);
         body.resize((body.size() + NLA_ALIGNTO - 1) / NLA_ALIGNTO * NLA_ALIGNTO);
     }
     const auto length = static_cast<uint32_t>(kNetlinkHeaders + body.size());
     Buffer message = buffer_of(bytes_of(NetlinkHead{{length, type, 0, 0, 0}, {command, 1, 0}}));
-    add_bytes(message, body);
+    append(message, body);
     return message;
 }
 

@@ -19,7 +19,7 @@ constexpr timeval kLinkPatience{5, 0}; // with a process that hangs
 
 Buffer framed(uint32_t type, Bytes data) {
     Buffer bytes = buffer_of(bytes_of(bri_msg_hdr{type, static_cast<uint32_t>(data.size())}));
-    bytes.insert(bytes.end(), data.begin(), data.end());
+    append(bytes, data);
     return bytes;
 }
 

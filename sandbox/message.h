@@ -9,6 +9,7 @@
 
 namespace sandbox {
 
+using wire::append;
 using wire::Buffer;
 using wire::Bytes;
 using wire::bytes_of;

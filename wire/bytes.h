@@ -35,6 +35,13 @@ inline void store(std::span<uint8_t> bytes, size_t at, size_t width, Order order
 template <class T> [[nodiscard]] Bytes bytes_of(const T &object) {
     return {reinterpret_cast<const uint8_t *>(&object), sizeof object};
 }
+// Not as an insertion, in whose growing an optimising compiler sees what is not there.
+inline void append(Buffer &to, Bytes bytes) {
+    const size_t at = to.size();
+    to.resize(at + bytes.size());
+    if (!bytes.empty())
+        std::memcpy(to.data() + at, bytes.data(), bytes.size());
+}
 // An object from the front of bytes that may be unaligned, short or long; what is missing is 0.
 template <class T> [[nodiscard]] T object_of(Bytes bytes) {
     T object{};
