@@ -53,7 +53,7 @@ class Actions {
     void delay();
     void kernel();
     void debugging();
-    void listing() { stage_.command("clients"); }
+    void listing() { stage_.ask_list(); }
     void drop_one();
     void drop_all();
     void restart();

@@ -107,7 +107,9 @@ void Books::server_line(const std::string &line) {
     if (starts_with(line, "restart: "))
         return end_links(-1);
     if (starts_with(line, "clients: ")) {
-        ++listings_;
+        if (lists_due_ == 0)
+            return fault("nobody asked the server for: " + line);
+        --lists_due_;
         all_written_ = listing_written_;
         listing_written_ = true;
         return;
@@ -268,6 +270,7 @@ void Books::end_links(int host) {
 void Books::server_died() {
     end_links(-1);
     told_.clear();
+    lists_due_ = 0;
     slave_ = false;
     listing_written_ = true;
 }

@@ -63,6 +63,7 @@ class Books {
     void event_told(uint32_t type, uint32_t number, size_t size, int host);
     void debug_told(size_t size, int host);
     void drop_told(int host);
+    void list_told() { ++lists_due_; }
 
     void server_line(const std::string &line);
     // It was killed, and all that it printed has been entered.
@@ -74,7 +75,8 @@ class Books {
 
     // One open connection of every host, all of them registered.
     [[nodiscard]] bool all_registered() const;
-    [[nodiscard]] unsigned listings() const { return listings_; }
+    // Every list of connections that was told has come, and with it the answers to all that was told before.
+    [[nodiscard]] bool all_listed() const { return lists_due_ == 0; }
     [[nodiscard]] bool all_written() const { return all_written_; }
     [[nodiscard]] unsigned kernel_listeners() const { return kernel_listeners_; }
     [[nodiscard]] unsigned starts() const { return starts_; } // how often a server began to listen
@@ -121,7 +123,7 @@ class Books {
     bool slave_ = false;
     bool all_written_ = true;
     bool listing_written_ = true;
-    unsigned listings_ = 0;
+    unsigned lists_due_ = 0;
     unsigned starts_ = 0;
     unsigned kernel_listeners_ = 0;
 };

@@ -108,11 +108,41 @@ TEST_F(BooksTest, what_a_dead_server_had_written_may_not_be_missing) {
     send(1);
     send(2); // 41 bytes of synchronisation and two of 24; those of the second are still there
     books_.server_line("  1 h0 pid 9 events 6 messages 1 sent 6 queued 24");
+    books_.list_told();
     books_.server_line("clients: 1");
     books_.server_died();
     connect(1, 0);
     see({"u", "u"});
     expect_fault("event 1, which was written");
+}
+
+TEST_F(BooksTest, list_that_was_asked_for_before_is_not_the_last_one) {
+    books_.list_told();
+    books_.drop_told(0);
+    books_.list_told();
+    books_.server_line("clients: 1");
+    EXPECT_FALSE(books_.all_listed()); // the drop is still to come
+    books_.server_line("drop: 1 clients");
+    books_.server_line("clients: 0");
+    EXPECT_TRUE(books_.all_listed());
+    see({"u"});
+    expect_right();
+}
+
+TEST_F(BooksTest, dead_server_owes_no_lists) {
+    books_.list_told();
+    books_.server_died();
+    EXPECT_TRUE(books_.all_listed());
+    books_.list_told();
+    EXPECT_FALSE(books_.all_listed());
+    books_.server_line("clients: 0");
+    EXPECT_TRUE(books_.all_listed());
+}
+
+TEST_F(BooksTest, list_that_nobody_asked_for_is_a_fault) {
+    books_.server_line("clients: 1");
+    see({"u"});
+    expect_fault("nobody asked the server for: clients: 1");
 }
 
 TEST_F(BooksTest, gap_before_the_end_of_a_dead_server_is_a_fault) {

@@ -174,7 +174,7 @@ void Soak::await_kernel() {
     stage_.run_until("the kernel's bridge module to be found by all hosts", [this] {
         stage_.command("kernel");
         stage_.run(Milliseconds(50));
-        return stage_.books.kernel_listeners() == kHosts;
+        return stage_.list() && stage_.books.kernel_listeners() == kHosts;
     });
 }
 

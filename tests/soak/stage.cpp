@@ -112,10 +112,14 @@ void Stage::drop(int host) {
     command("drop " + at(host));
 }
 
-bool Stage::list() {
-    const unsigned before = books.listings();
+void Stage::ask_list() {
+    books.list_told();
     command("clients");
-    return run_until("a list of connections", [&] { return books.listings() != before; });
+}
+
+bool Stage::list() {
+    ask_list();
+    return run_until("a list of connections", [&] { return books.all_listed(); });
 }
 
 void Stage::move_bytes(Milliseconds time) {

@@ -50,7 +50,9 @@ class Stage {
     void send_event(int host, uint32_t type, size_t size);
     void debug(unsigned host, const std::string &words, size_t size);
     void drop(int host);
-    // Asks for the list of connections and waits for it: with it the server has answered all that it was told before.
+    // Asks for the list of connections.
+    void ask_list();
+    // The same, and waits for it: with it the server has answered all that it was told before.
     bool list();
     void tell_host(unsigned host, const std::string &line) { hosts_[host]->tell(line); }
     void signal_host(unsigned host, int number) const { hosts_[host]->signal(number); }
