@@ -45,7 +45,8 @@ inline void append(Buffer &to, Bytes bytes) {
 // An object from the front of bytes that may be unaligned, short or long; what is missing is 0.
 template <class T> [[nodiscard]] T object_of(Bytes bytes) {
     T object{};
-    std::memcpy(&object, bytes.data(), bytes.size() < sizeof object ? bytes.size() : sizeof object);
+    if (!bytes.empty()) // without bytes there may be no address either
+        std::memcpy(&object, bytes.data(), bytes.size() < sizeof object ? bytes.size() : sizeof object);
     return object;
 }
 
