@@ -20,6 +20,7 @@ static uint32_t unused;
 static bool left_out; /* an address had no room: that it vanishes would not be seen */
 
 int bri_host_addresses_start(uint32_t count) {
+    left_out = false;
     if (count == 0)
         return 0;
     nodes = calloc(count, sizeof *nodes);
@@ -27,7 +28,6 @@ int bri_host_addresses_start(uint32_t count) {
     if (nodes == NULL || buckets == NULL)
         return BRI_ERR_NO_MEMORY;
     capacity = count;
-    left_out = false;
     for (uint32_t i = 0; i < count; ++i)
         nodes[i].next = i + 1 < count ? i + 2 : 0;
     unused = 1;
@@ -145,8 +145,8 @@ static struct bridge_host_vanished vanished_of(const struct node *node) {
     return what;
 }
 
-void bri_host_addresses_finish(void) {
-    for (uint32_t i = 0; i < capacity; ++i) {
+void bri_host_addresses_finish(const bool *open) {
+    for (uint32_t i = 0; i < capacity && *open; ++i) {
         if (nodes[i].used == 0 || nodes[i].told != 0)
             continue;
         const struct bridge_host_vanished what = vanished_of(&nodes[i]);

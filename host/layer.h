@@ -100,8 +100,9 @@ struct bri_counters bri_host_counters(void);
 int bri_host_sweep_start(struct event_set *events);
 bool bri_host_sweeps(uint32_t submod);
 void bri_host_sweep_note(uint32_t type, const void *record, uint16_t size);
-void bri_host_sweep_begin(uint32_t submod);  /* nothing is told yet */
-void bri_host_sweep_finish(uint32_t submod); /* reports what was not told again, and forgets it */
+void bri_host_sweep_begin(uint32_t submod);                    /* nothing is told yet */
+void bri_host_sweep_finish(uint32_t submod, const bool *open); /* reports what was not told again, and forgets it, as
+                                                                * long as a callback has not cut it */
 void bri_host_report(const struct bridge_host_vanished *what);
 
 /* addresses.c: the part of it for addresses. */
@@ -110,7 +111,7 @@ void bri_host_addresses_end(void);
 void bri_host_addresses_note(const struct bri_mac_msg *record);
 void bri_host_addresses_begin(void);
 bool bri_host_addresses_whole(void); /* all that were told are known */
-void bri_host_addresses_finish(void);
+void bri_host_addresses_finish(const bool *open);
 
 /* request.c, walk.c */
 void bri_host_requests_event(uint32_t event_number, uint32_t type, const void *record, uint16_t size);

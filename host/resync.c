@@ -96,7 +96,7 @@ static void close_round(struct round *round, bool complete) {
     complete = complete && (!round->submod->in_tables || tables_mapped()) &&
                (submod != BRI_SUBMOD_MAC || bri_host_addresses_whole());
     if (complete)
-        bri_host_sweep_finish(submod);
+        bri_host_sweep_finish(submod, &round->open);
     if (!round->open)
         return;
     round->open = false;
@@ -202,7 +202,7 @@ static bool ask(void) {
     for (size_t i = 0; i < SUBMODULES; ++i)
         if (submodules[i].in_tables)
             end_replay(&rounds[i], ran);
-        else if (ran)
+        else if (ran && bri_host_runs())
             ask_server(&rounds[i]);
     in_backup = in_backup && !ran;
     if (!ran)

@@ -118,10 +118,10 @@ void bri_host_report(const struct bridge_host_vanished *what) {
         bri_host.config.on_vanished(what, bri_host.config.context);
 }
 
-/* Callbacks may change what is known. */
-static void finish(struct swept *swept) {
+/* Callbacks may change what is known, and cut it. */
+static void finish(struct swept *swept, const bool *open) {
     const struct vlanset *known = &swept->known;
-    for (uint32_t number = bri_vlanset_next(known, 0); number != 0; number = bri_vlanset_next(known, number)) {
+    for (uint32_t number = 0; *open && (number = bri_vlanset_next(known, number)) != 0;) {
         if (!is_swept(swept) || bri_vlanset_has(&swept->told, number))
             continue;
         note(swept, number, false);
@@ -134,11 +134,11 @@ static void finish(struct swept *swept) {
     }
 }
 
-void bri_host_sweep_finish(uint32_t submod) {
+void bri_host_sweep_finish(uint32_t submod, const bool *open) {
     if (submod == BRI_SUBMOD_MAC)
-        bri_host_addresses_finish();
+        bri_host_addresses_finish(open);
     if (submod != BRI_SUBMOD_VLAN)
         return;
-    finish(&ports);
-    finish(&vlans);
+    finish(&ports, open);
+    finish(&vlans, open);
 }

@@ -116,6 +116,21 @@ TEST_F(HostSweepVlans, survives_a_callback_that_changes_what_is_known) {
     vanished({"vlan 10", "vlan 12"});
 }
 
+TEST_F(HostSweepVlans, reports_nothing_behind_the_end_when_a_callback_stops_the_layer) {
+    for (const uint16_t vid : std::initializer_list<uint16_t>{10, 11}) {
+        create_vlan(vid);
+        vl_clear_vlan_entry(vid);
+    }
+    told.clear();
+    during = [](const std::string &line) {
+        if (line == "vanished vlan 10")
+            bridge_host_stop([](const bridge_host_left *, void *) {});
+    };
+    backup();
+    EXPECT_EQ(told, (Told{"begin 3", "vanished vlan 10", "cut 3"}));
+    loop().run("host-stop");
+}
+
 class HostSweepPorts : public HostSweep {
   protected:
     HostSweepPorts() { config.flags = BRIDGE_HOST_SWEEP_PORTS; }
@@ -240,6 +255,34 @@ TEST_F(HostSweepAddresses, never_says_complete_when_there_was_no_room) {
     figures.size = sizeof figures;
     bridge_host_get_statistics(&figures);
     EXPECT_EQ(figures.addresses_left_out, 1U);
+}
+
+TEST_F(HostSweepAddresses, reports_nothing_behind_the_end_when_a_callback_stops_the_layer) {
+    tell(address(1));
+    tell(address(2));
+    told.clear();
+    during = [](const std::string &line) {
+        if (line.starts_with("vanished"))
+            bridge_host_stop([](const bridge_host_left *, void *) {});
+    };
+    ask_again({});
+    EXPECT_EQ(told.size(), 3U);
+    EXPECT_EQ(told.back(), "cut 2");
+    loop().run("host-stop");
+}
+
+TEST_F(HostSweepAddresses, of_an_earlier_start_that_had_no_room_are_forgotten) {
+    for (uint8_t last = 1; last <= 5; ++last)
+        tell(address(last));
+    ASSERT_EQ(bridge_host_stop([](const bridge_host_left *, void *) {}), 0);
+    loop().run("host-stop");
+    config.mac_capacity = 0;
+    follow(MAC_EVENT_NOTIFY_ADDR);
+    ASSERT_EQ(start_layer(), 0);
+    tick(); // sees the connection, and asks
+    told.clear();
+    answer_addresses({});
+    EXPECT_EQ(told, (Told{"begin 2", "end 2"}));
 }
 
 TEST_F(HostSweepAddresses, uses_its_room_again) {
