@@ -8,12 +8,12 @@ void bri_host_running_outage(struct bridge_host_statistics *figures) {
     const int64_t length = (bri_host_now_us() - bri_host.lost_at) / 1000;
     figures->outage_total_ms += (uint64_t)length;
     if (length > figures->outage_longest_ms)
-        figures->outage_longest_ms = (uint32_t)length;
+        figures->outage_longest_ms = length < UINT32_MAX ? (uint32_t)length : UINT32_MAX;
 }
 
 static void tell(bool up) {
     bri_host.connected = up;
-    if (bri_host.config.on_connection != NULL)
+    if (bri_host_runs() && bri_host.config.on_connection != NULL)
         bri_host.config.on_connection(up, bri_host.config.context);
 }
 

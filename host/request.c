@@ -3,7 +3,7 @@
 
 #include <bridge/events.h>
 
-enum state { IDLE = 0, OUTSTANDING = 1 };
+enum state { IDLE = 0, OUTSTANDING = 1, SENDING = 2 };
 
 static struct bri_list outstanding = {&outstanding, &outstanding};
 
@@ -133,10 +133,13 @@ static int begin(struct bridge_host_pending *request) {
         result = BRI_ERR_NO_MEMORY;
     if (result != 0)
         return result;
+    request->state = SENDING;
     if (request->send != NULL)
         result = request->send(request->context);
-    if (result != 0)
+    if (result != 0) {
         bri_host_cancel_job(on_deadline, request);
+        request->state = IDLE;
+    }
     return result;
 }
 

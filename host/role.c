@@ -27,6 +27,8 @@ uint64_t bri_host_missed(void) {
 enum bridge_host_role bridge_host_role(void) {
     if (!bri_host.started)
         return BRIDGE_HOST_ROLE_UNKNOWN;
+    if (bri_host.stopping) /* its events are withdrawn */
+        return bri_host.role;
     if (is_slave())
         return BRIDGE_HOST_ROLE_SLAVE;
     return bri_host.heard || bri_host.role != BRIDGE_HOST_ROLE_UNKNOWN ? BRIDGE_HOST_ROLE_MASTER
@@ -41,7 +43,7 @@ static void become(enum bridge_host_role role) {
         bri_host_resync_cut();
     else if (before == BRIDGE_HOST_ROLE_SLAVE)
         bri_host_resync_master();
-    if (bri_host.config.on_role != NULL)
+    if (bri_host_runs() && bri_host.config.on_role != NULL)
         bri_host.config.on_role(role, bri_host.config.context);
 }
 

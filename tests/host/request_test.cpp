@@ -223,6 +223,19 @@ TEST_F(HostRequest, gives_what_sending_gave) {
     EXPECT_EQ(figures().requests_refused, 1U);
 }
 
+TEST_F(HostRequest, is_made_once_when_its_own_sending_makes_it_again) {
+    Request request(*this, "a");
+    request.send = [](void *self) {
+        EXPECT_EQ(bridge_host_request(static_cast<Request *>(self)), BRI_ERR_INVALID);
+        return 0;
+    };
+    ASSERT_EQ(bridge_host_request(&request), 0);
+    deliver(VLAN_EVENT_RENAME);
+    EXPECT_EQ(told, Told{"a done"});
+    EXPECT_EQ(figures().requests, 1U);
+    EXPECT_EQ(figures().requests_refused, 1U);
+}
+
 TEST_F(HostRequest, is_refused_with_the_reason) {
     Request request(*this, "a");
     EXPECT_EQ(bridge_host_request(nullptr), BRI_ERR_NULL);
@@ -367,6 +380,21 @@ TEST_F(HostStop, ends_the_requests) {
     EXPECT_EQ(told, Told{"a stopped"});
     EXPECT_EQ(left.requests, 1U);
     EXPECT_EQ(bridge_host_request(&request), BRI_ERR_NOT_PERMITTED);
+}
+
+TEST_F(HostStop, leaves_the_role_as_it_was_until_the_end) {
+    start_synchronised();
+    Request request(*this, "a");
+    enum bridge_host_role at_the_end = BRIDGE_HOST_ROLE_UNKNOWN;
+    ASSERT_EQ(bridge_host_request(&request), 0);
+    during = [&](const std::string &) { at_the_end = bridge_host_role(); };
+    stop();
+    loop().run("host-stop");
+    EXPECT_EQ(at_the_end, BRIDGE_HOST_ROLE_MASTER);
+    bridge_host_statistics figures{};
+    figures.size = sizeof figures;
+    ASSERT_EQ(bridge_host_get_statistics(&figures), 0);
+    EXPECT_EQ(figures.dropped_missed, 0U);
 }
 
 TEST_F(HostStop, cuts_a_resynchronisation) {
