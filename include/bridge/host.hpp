@@ -81,10 +81,16 @@ inline error filter_del(const mac_address &address, uint16_t vid) {
     return figures;
 }
 
+// The host object that runs, if one does. Not for hosts.
+inline const void *running_host = nullptr;
+
 // Ends the host; then calls the function, which has no state: one that C could call too.
 template <std::invocable<const left &> F>
 requires std::is_empty_v<F> && std::default_initializable<F> error stop(F) {
-    return static_cast<error>(bridge_host_stop([](const left *what, void *) { F{}(*what); }));
+    const auto outcome = static_cast<error>(bridge_host_stop([](const left *what, void *) { F{}(*what); }));
+    if (outcome == error::ok || outcome == error::no_memory)
+        running_host = nullptr;
+    return outcome;
 }
 
 // An object whose address others keep.
@@ -163,7 +169,8 @@ template <class... Parts> class host : pinned {
         if (running != this)
             return;
         running = nullptr;
-        bridge_host_stop([](const left *, void *) {});
+        if (running_host == this)
+            stop([](const left &) {});
     }
 
     [[nodiscard]] error start() {
@@ -184,7 +191,7 @@ template <class... Parts> class host : pinned {
         fill(config, rows.data(), std::index_sequence_for<Parts...>{});
         const auto outcome = static_cast<error>(bridge_host_start(&config));
         if (outcome == error::ok)
-            running = this;
+            running_host = running = this;
         return outcome;
     }
 

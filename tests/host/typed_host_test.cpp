@@ -169,6 +169,22 @@ TEST_F(TypedHost, stops_and_tells_that_all_is_out) {
     EXPECT_EQ(stopped, 1);
 }
 
+TEST_F(TypedHost, that_has_ended_leaves_the_next_one_alone) {
+    static int stopped = 0;
+    int calls = 0;
+    bridge::host next{wanted(), bridge::on<event::port_pvid>([&](const bridge::port_pvid &) { ++calls; })};
+    {
+        bridge::host first{wanted()};
+        begin(first);
+        ASSERT_EQ(bridge::stop([](const bridge::left &) { ++stopped; }), bridge::error::ok);
+        for (int i = 0; i < 20 && stopped == 0; ++i)
+            loop().run("host-stop");
+        ASSERT_EQ(next.start(), bridge::error::ok);
+    }
+    deliver(VLAN_EVENT_MODIFY_INTF_PVID, pvid(10));
+    EXPECT_EQ(calls, 1);
+}
+
 class TypedRequest : public TypedHost {
   protected:
     void SetUp() override { begin(host_); }
