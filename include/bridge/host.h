@@ -288,8 +288,8 @@ struct bridge_host_refusal {
  * not the layer. */
 BRI_API int bridge_host_claim_port(const struct bridge_host_claim *claim, struct bridge_host_refusal *why);
 
-/* Takes the bits of `flags` and `attrs` back, also those that are not set and of a port that has gone. 0, or
- * BRI_ERR_NO_MEMORY when a table cannot be had. */
+/* Takes the bits of `flags` and `attrs` back, also those that are not set and of a port that has gone. 0;
+ * BRI_ERR_NO_MEMORY when a table cannot be had; BRI_ERR_INVALID flags of a port that their table has no place for. */
 BRI_API int bridge_host_release_port(const struct bridge_host_claim *claim);
 
 /* Asks the server to drop, or no longer to drop, all frames of an address in a broadcast domain: an entry of type
