@@ -2,6 +2,7 @@
 #include "wire/value.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstdlib>
 #include <sstream>
 #include <stdexcept>
@@ -92,6 +93,16 @@ bool truth(const Fields &value) {
     if (value.is_number())
         return value.get<double>() != 0;
     return !value.empty() && plain(value) != "" && plain(value) != "none";
+}
+
+// Whether the operator wants a number behind it.
+bool is_order(const std::string &how) {
+    return how[0] == '<' || how[0] == '>';
+}
+
+bool is_number(const std::string &text) {
+    char *end = nullptr;
+    return !std::isnan(std::strtod(text.c_str(), &end)) && end != text.c_str() && *end == '\0';
 }
 
 bool compare(const Fields &value, const std::string &how, const std::string &operand) {
@@ -212,6 +223,8 @@ ValueCondition::ValueCondition(const Words &words, size_t &next) {
     if (!more())
         throw std::invalid_argument(field_ + " " + operator_ + " what?");
     operand_ = words[next++];
+    if (is_order(operator_) && !is_number(operand_))
+        throw std::invalid_argument(field_ + " " + operator_ + " what number? Not " + operand_);
 }
 
 bool ValueCondition::holds(Sandbox &sandbox) const {

@@ -7,6 +7,7 @@
 #include <functional>
 #include <list>
 #include <memory>
+#include <stdexcept>
 #include <string>
 
 namespace sandbox {
@@ -14,7 +15,11 @@ namespace sandbox {
 // Which clients a command is meant for: "" all, "@3" the client with that number, "@name" those of that name.
 class Target {
   public:
-    explicit Target(std::string text = {}) : text_(std::move(text)) {}
+    // Throws std::invalid_argument for an @ alone.
+    explicit Target(std::string text = {}) : text_(std::move(text)) {
+        if (!all() && text_.find_first_not_of('@') == std::string::npos)
+            throw std::invalid_argument("@ which client?");
+    }
     [[nodiscard]] bool matches(const Connection &client) const { return all() || client.party()->is(text_); }
     [[nodiscard]] bool all() const { return text_.empty(); }
     // The name or number, without the @ in front.

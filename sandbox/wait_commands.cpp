@@ -185,12 +185,14 @@ std::optional<Answer> must_fail(const std::function<std::optional<Answer>()> &do
         return refusal(error.what());
     }
     if (answer)
-        throw std::runtime_error("it did not fail: " + answer->text());
+        throw std::runtime_error("it did not fail" + (answer->lines().empty() ? "" : ": " + answer->lines()[0]));
     return std::nullopt;
 }
 
 // A command that has to be refused, now or when it is settled.
 Outcome fails(Sandbox &sandbox, const Call &call) {
+    Call inner{{}, {}, call.session};
+    find_command(all_commands(), call.words, inner); // a misspelt one is not refused, it is an error
     std::optional<Outcome> outcome;
     const auto run = [&]() -> std::optional<Answer> {
         outcome.emplace(run_command(sandbox, call.rest(), call.session));

@@ -72,4 +72,36 @@ TEST(Commands, help_tells_one_word_or_all) {
     EXPECT_THROW(command_help(all_commands(), "fly"), std::invalid_argument);
 }
 
+// Of a command on a sandbox with no client and no table: why it is refused, or its answer.
+std::string outcome_of(const std::string &line) {
+    const Options options{.tmpdir = "/nowhere"};
+    Sandbox sandbox{options};
+    Session session;
+    try {
+        return run_command(sandbox, line, session).answer.text();
+    } catch (const std::exception &error) {
+        return error.what();
+    }
+}
+
+// A scenario whose line is misspelt must not pass.
+TEST(Commands, refusal_that_is_wanted_is_not_that_of_a_misspelt_command) {
+    EXPECT_EQ(outcome_of("fails vlan crate 25"), "no such command: vlan crate (try help vlan)");
+    EXPECT_EQ(outcome_of("fails sleep"), "usage: sleep SECONDS");
+    EXPECT_EQ(outcome_of("fails sleep long"), "fails: not a number of seconds: long\n");
+    EXPECT_EQ(outcome_of("fails print it"), "it did not fail: it");
+}
+
+TEST(Commands, order_is_asked_of_numbers_alone) {
+    EXPECT_EQ(outcome_of("wait clients count > many"), "count > what number? Not many");
+    EXPECT_EQ(outcome_of("wait clients count <= 3x"), "count <= what number? Not 3x");
+    EXPECT_EQ(outcome_of("wait clients count >= nan"), "count >= what number? Not nan");
+    EXPECT_EQ(outcome_of("wait clients count >= 0"), "");
+}
+
+TEST(Commands, target_without_a_name_is_refused) {
+    for (const char *line : {"stall @", "sync hold @", "role @ slave", "drop @@"})
+        EXPECT_EQ(outcome_of(line), "@ which client?") << line;
+}
+
 } // namespace
