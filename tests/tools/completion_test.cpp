@@ -10,10 +10,10 @@ using namespace test;
 struct Completion : Workstation {
     // The words that complete the last one of the line, between blanks.
     static std::string offered(const std::string &program, const std::string &line) {
-        const std::string script = "source " BRIDGE_COMPLETION "; COMP_WORDS=(" + program + " " + line +
-                                   "); COMP_CWORD=$((${#COMP_WORDS[@]} - 1)); _bridge_complete " + program +
+        const std::string script = "source \"$1\"; COMP_WORDS=(\"$2\" " + line +
+                                   "); COMP_CWORD=$((${#COMP_WORDS[@]} - 1)); _bridge_complete \"$2\"" +
                                    "; echo \" ${COMPREPLY[*]} \"";
-        Process shell({"/bin/bash", "-c", script});
+        Process shell({"/bin/bash", "-c", script, "bash", BRIDGE_COMPLETION, program});
         EXPECT_EQ(shell.wait(), 0);
         shell.drain();
         return shell.output();
