@@ -9,9 +9,8 @@ trap 'rm -rf "$work"' EXIT
 export LC_ALL=C
 
 # The headers of the library; bridge/host.h is that of the layer on it.
-headers() { printf '%s\n' "$source_dir"/include/bridge/*.h | grep -v '/host\.h$'; }
-# shellcheck disable=SC2046 # several words are wanted
-declared() { awk -v kind="$1" -f "$here/public_names.awk" $(headers) | sort; }
+in_headers() { find "$source_dir/include/bridge" -name '*.h' ! -name host.h -exec "$@" {} +; }
+declared() { in_headers awk -v kind="$1" -f "$here/public_names.awk" | sort; }
 in_map() { sed -n 's/^ *\([A-Za-z0-9_]*\);.*/\1/p' "$source_dir/cmake/${1:-bridge_client}.map" | sort; }
 
 # defined LIBRARY NM: what it exports.
@@ -42,7 +41,7 @@ headers)
     same headers map
     ;;
 umbrella)
-    headers | sed 's#.*/include/##' | grep -v '^bridge/bridge.h$' | sort >"$work/headers"
+    in_headers printf '%s\n' | sed 's#.*/include/##' | grep -v '^bridge/bridge.h$' | sort >"$work/headers"
     sed -n 's/^#include <\(.*\)>$/\1/p' "$source_dir/include/bridge/bridge.h" | sort >"$work/umbrella"
     same headers umbrella
     ;;
