@@ -94,8 +94,7 @@ int check(int argc, char **argv) {
     bool json = false;
     CLI::App app(check_usage());
     app.add_flag("--json", json, "Tell it all as one JSON object");
-    app.add_option("--time-scale", options.time_scale, "How many times as fast as the wall's all clocks run; 10")
-        ->check(CLI::Range(1.0, 1000.0));
+    add_time_scale(app, options.time_scale, "How many times as fast as the wall's all clocks run; 10");
     app.add_option("--only", only, "Tell one story, and when something is wrong what happened in it")
         ->check(CLI::IsMember(story_names()))
         ->type_name("STORY");

@@ -180,6 +180,8 @@ Outcome traffic(Sandbox &sandbox, const Call &call) {
     const bool again = call.words.size() > 3;
     const Words place(call.words.begin(), call.words.begin() + 3);
     const bri_mac_entry frame = record_of(BRI_MAC_ADD, place).entry;
+    if (bri_mac_is_multicast(frame.mac) != 0)
+        throw std::invalid_argument("a group address is nobody's");
     const Microseconds period = again ? parse_seconds(call.words[3]) : Microseconds(0);
     if (again && period < kFastest)
         throw std::invalid_argument("a millisecond apart at least");

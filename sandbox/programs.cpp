@@ -46,8 +46,7 @@ void add_world_options(CLI::App &app, std::string &tmpdir, double &time_scale) {
     tmpdir = environment("TMPDIR");
     time_scale = environment_time_scale();
     app.add_option("--tmpdir", tmpdir, "Where clients look for it; TMPDIR by default")->type_name("DIR");
-    app.add_option("--time-scale", time_scale, "How many times as fast as the wall's clock its time runs")
-        ->check(CLI::Range(1.0, 1000.0));
+    add_time_scale(app, time_scale, "How many times as fast as the wall's clock its time runs");
 }
 
 // True when it went well.
@@ -181,6 +180,15 @@ std::optional<int> parse_command_line(CLI::App &app, int argc, char **argv) {
 std::string environment(const char *name) {
     const char *value = std::getenv(name);
     return value != nullptr ? value : "";
+}
+
+void add_time_scale(CLI::App &app, double &time_scale, const std::string &what) {
+    const auto is_scale = [](const std::string &word) {
+        double value = 0;
+        const bool fits = CLI::detail::lexical_cast(word, value) && value >= 1 && value <= 1000; // nan is neither
+        return fits ? std::string() : word + " is no number from 1 to 1000";
+    };
+    app.add_option("--time-scale", time_scale, what)->check(is_scale);
 }
 
 double environment_time_scale() {

@@ -30,6 +30,9 @@ std::string program_names();
 // An exit status when there is nothing more to do: help was shown, or a word was not understood, which is said.
 std::optional<int> parse_command_line(CLI::App &app, int argc, char **argv);
 
+// The option --time-scale, 1 to 1000.
+void add_time_scale(CLI::App &app, double &time_scale, const std::string &what);
+
 // Removes what stands in shared memory of that number; how many objects. Throws std::runtime_error.
 size_t remove_tables(int32_t vsd);
 

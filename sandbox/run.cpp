@@ -65,8 +65,7 @@ int run(int argc, char **argv) {
         "Commands of the server, and: server kill|start, daemon start [COMMAND...], daemon end|wait. A file, or the "
         "name of a scenario that comes with the program. The command is the daemon that they are about");
     script->type_name("FILE");
-    app.add_option("--time-scale", options.time_scale, "How many times as fast as the wall's all clocks run")
-        ->check(CLI::Range(1.0, 1000.0));
+    add_time_scale(app, options.time_scale, "How many times as fast as the wall's all clocks run");
     app.add_flag("--json", options.json, "Print what happened last as JSON, a record a line");
     app.add_option("command", options.command, "The command and its arguments, behind --");
     if (const std::optional<int> status = parse_command_line(app, argc, argv))

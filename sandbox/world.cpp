@@ -123,9 +123,18 @@ pid_t spawn(std::vector<std::string> words, std::vector<std::string> environment
         posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, output.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0600);
         posix_spawn_file_actions_adddup2(&actions, STDOUT_FILENO, STDERR_FILENO);
     }
+    // This program ignores SIGPIPE, but a daemon that dies of it must be seen to.
+    sigset_t ignored_here;
+    sigemptyset(&ignored_here);
+    sigaddset(&ignored_here, SIGPIPE);
+    posix_spawnattr_t attributes;
+    posix_spawnattr_init(&attributes);
+    posix_spawnattr_setsigdefault(&attributes, &ignored_here);
+    posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGDEF);
     pid_t pid = -1;
-    errno =
-        posix_spawnp(&pid, words[0].c_str(), &actions, nullptr, pointers(words).data(), pointers(environment).data());
+    errno = posix_spawnp(&pid, words[0].c_str(), &actions, &attributes, pointers(words).data(),
+                         pointers(environment).data());
+    posix_spawnattr_destroy(&attributes);
     posix_spawn_file_actions_destroy(&actions);
     if (errno != 0)
         fail_with("cannot start " + words[0]);

@@ -253,6 +253,23 @@ TEST_F(SandboxRun, has_the_commands_status_and_leaves_nothing) {
     EXPECT_FALSE(fs::exists(text.substr(0, text.find('\n'))));
 }
 
+TEST_F(SandboxRun, command_has_the_usual_signals) {
+    EXPECT_EQ(sandbox_run({"--", "/bin/sh", "-c", "grep -q 'SigIgn:.*[13579bdf]...$' /proc/self/status"}).first, 1);
+}
+
+TEST_F(SandboxRun, time_scale_is_a_number_from_1_to_1000) {
+    for (const char *scale : {"0.5", "1001", "nan", "inf", "x", "-1"})
+        EXPECT_EQ(sandbox_run({"--time-scale", scale, "--", "/bin/true"}).first, 64) << scale;
+    EXPECT_EQ(sandbox_run({"--time-scale", "1000", "--", "/bin/true"}).first, 0);
+}
+
+TEST_F(SandboxRun, group_address_sends_nothing) {
+    const std::string script = write_file("script", "traffic 01:00:00:00:00:aa 10 3\n");
+    const auto [status, text] = sandbox_run({"--script", script});
+    EXPECT_NE(status, 0);
+    EXPECT_NE(text.find("traffic 01:00:00:00:00:aa 10 3: a group address is nobody's"), std::string::npos) << text;
+}
+
 TEST_F(SandboxRun, commands_of_the_world_find_its_server) {
     EXPECT_EQ(sandbox_run({"--", kSandbox, "ctl", "vlan", "create", "10"}),
               std::pair(0, std::string("vlan create 10: done\n")));
