@@ -1,6 +1,6 @@
 // The analyser's dissector on recordings of both byte orders, made by wire/ and read by the analyser's command line.
 #include "tests/system/workstation.h"
-#include "tools/record_format.h"
+#include "tools/recording/format.h"
 #include "wire/batch.h"
 #include "wire/text.h"
 

@@ -1,4 +1,4 @@
--- Recordings of the bridge service (link type USER0; tools/record_format.h) by their fields. `records`, `events` and
+-- Recordings of the bridge service (link type USER0; tools/recording/format.h) by their fields. `records`, `events` and
 -- `filters` stand above. Numbers may be in either byte order; only arithmetic that every Lua has is used.
 
 local bridge = Proto("bridge", "Bridge service")
@@ -10,11 +10,18 @@ for name, kind in pairs(filters) do
   fields[name] = makers[kind](name, name:match("[^.]+$"))
 end
 
+local tables = {[0] = "ports", [1] = "vlans", [2] = "exclusions", [3] = "groups"}
+local changes = {[0] = "connected", [1] = "closed by the client", [2] = "closed by the server"}
 local head = {
   way = ProtoField.uint8("bridge.direction", "Direction", base.DEC, {[0] = "to the server", [1] = "to the client"}),
   order = ProtoField.uint8("bridge.order", "Byte order", base.DEC, {[0] = "little", [1] = "big"}),
-  kind = ProtoField.uint8("bridge.kind", "Kind", base.DEC, {[0] = "batch", [1] = "table change", [2] = "kernel"}),
+  kind = ProtoField.uint8("bridge.kind", "Kind", base.DEC,
+                           {[0] = "batch", [1] = "table change", [2] = "kernel", [3] = "connection"}),
   client = ProtoField.uint32("bridge.client", "Client"),
+  table = ProtoField.uint8("bridge.table", "Table", base.DEC, tables),
+  start = ProtoField.uint8("bridge.start_value", "Start value"),
+  offset = ProtoField.uint32("bridge.offset", "Offset", base.HEX),
+  change = ProtoField.uint8("bridge.change", "Change", base.DEC, changes),
   msg_len = ProtoField.uint32("bridge.msg_len", "Bytes of messages"),
   msg_cnt = ProtoField.uint32("bridge.msg_cnt", "Messages"),
   type = ProtoField.uint32("bridge.type", "Type"),
@@ -316,6 +323,24 @@ local function dissect_kernel(tree, range, way, big, client, packet)
   return (to_kernel and "kernel asked: " or "kernel answers: ") .. name_of(kind)
 end
 
+-- A start value may be without bytes: all of that table is zero.
+local function dissect_table(tree, buffer, bytes)
+  local which, start, offset = buffer(8, 1):uint(), buffer(9, 1):uint() % 2, buffer(12, 4):uint()
+  tree:add(head.table, buffer(8, 1))
+  tree:add(head.start, buffer(9, 1), start)
+  tree:add(head.offset, buffer(12, 4))
+  if bytes then
+    tree:add(head.data, bytes)
+  end
+  return string.format("%s of %s: %d bytes at 0x%x", start == 1 and "start value" or "change",
+                       tables[which] or string.format("table %d", which), bytes and bytes:len() or 0, offset)
+end
+
+local function dissect_change(tree, bytes)
+  tree:add(head.change, bytes(0, 1))
+  return changes[bytes(0, 1):uint()] or "unknown change"
+end
+
 function bridge.dissector(buffer, pinfo, root)
   pinfo.cols.protocol = "BRIDGE"
   local tree = root:add(bridge, buffer())
@@ -333,16 +358,22 @@ function bridge.dissector(buffer, pinfo, root)
   tree:add(head.client, buffer(4, 4))
   pinfo.cols.src = way == "to_client" and "server" or string.format("client %d", client)
   pinfo.cols.dst = way == "to_client" and string.format("client %d", client) or "server"
+  if kind == 1 then
+    pinfo.cols.src, pinfo.cols.dst = "tables", ""
+  end
   local bytes = buffer:len() > HEAD and buffer(HEAD) or nil
-  if kind == 0 and bytes then
-    pinfo.cols.info = dissect_batch(tree, bytes, way, big)
-  elseif kind == 2 and bytes then
-    pinfo.cols.info = dissect_kernel(tree, bytes, way, big, client, pinfo.number)
-  elseif bytes then
-    pinfo.cols.info = "table change"
-    tree:add(head.data, bytes)
-  else
+  if kind == 1 then
+    pinfo.cols.info = dissect_table(tree, buffer, bytes)
+  elseif not bytes then
     tree:add_proto_expert_info(notes.cut)
+  elseif kind == 0 then
+    pinfo.cols.info = dissect_batch(tree, bytes, way, big)
+  elseif kind == 2 then
+    pinfo.cols.info = dissect_kernel(tree, bytes, way, big, client, pinfo.number)
+  elseif kind == 3 then
+    pinfo.cols.info = dissect_change(tree, bytes)
+  else
+    tree:add(head.data, bytes)
   end
 end
 
