@@ -18,8 +18,7 @@ struct layer {
     struct bridge_host_statistics statistics;
     struct event_set registered; /* for the one handler of the layer */
     uint32_t event_number;       /* of the last event, or other occasion at which requests are looked at */
-    struct bri_counters before;  /* the library's at the start, */
-    uint64_t missed_before;      /* and bri_host_missed */
+    struct bri_counters before;  /* the library's at the start */
     enum bridge_host_role role;  /* as on_role was told */
     bool started;                /* bridge_host_start to the end of bridge_host_stop */
     bool stopping;               /* bridge_host_stop was called */
@@ -57,13 +56,8 @@ static inline void bri_host_unlink(struct bri_list *link) {
 bool bri_host_after(qv_thread_func job, void *arg, uint64_t usec, const char *name);
 void bri_host_cancel_job(qv_thread_func job, void *arg);
 
-/* start.c: takes the tick up again when the loop has refused it; ends it. */
+/* life.c: takes the tick up again when the loop has refused it. */
 void bri_host_keep_tick(void);
-void bri_host_stop_tick(void);
-
-/* stop.c: the registrations, which flushes what the library has accepted, and the memory. */
-void bri_host_withdraw(void);
-void bri_host_release(void);
 
 /* events.c */
 int bri_host_on_event(uint32_t type, void *data, uint16_t len);
@@ -72,16 +66,15 @@ int bri_host_take_rows(const struct bridge_host_config *config);
 void bri_host_drop_rows(void);
 bool bri_host_has_row_of(uint32_t submod);
 
-/* connection.c: what the tick and the connect callback see of the connection. */
+/* status.c: what the tick and the connect callback see of the connection; the event by which the role is tried, looks
+ * at it, and notes that an event has come; the library's counters as they are now. */
+enum { BRI_HOST_PROBE = BRI_SUBMOD_CLNT_MNG << 7 | 127 };
 void bri_host_on_connect(void);
 void bri_host_watch_connection(void);
-void bri_host_running_outage(struct bridge_host_statistics *figures); /* adds it */
-
-/* role.c: the event by which the role is tried, looks at it, and notes that an event has come. */
-enum { BRI_HOST_PROBE = BRI_SUBMOD_CLNT_MNG << 7 | 127 };
 bool bri_host_is_probe(uint32_t type, const void *data);
 void bri_host_watch_role(void);
 void bri_host_note_master(uint32_t type);
+struct bri_counters bri_host_counters(void);
 uint64_t bri_host_missed(void); /* events of the server that no handler was called for, because of role or start */
 
 /* resync.c */
@@ -93,25 +86,15 @@ void bri_host_resync_connected(bool introduced); /* the server is still to say t
 void bri_host_resync_master(void);               /* a slave has become it */
 void bri_host_resync_tick(void);
 
-/* statistics.c: the library's counters as they are now. */
-struct bri_counters bri_host_counters(void);
-
 /* sweep.c: what is known of VLANs, ports and addresses. */
 int bri_host_sweep_start(struct event_set *events);
+void bri_host_sweep_end(void);
 bool bri_host_sweeps(uint32_t submod);
+bool bri_host_sweep_whole(uint32_t submod); /* all that were told are known */
 void bri_host_sweep_note(uint32_t type, const void *record, uint16_t size);
 void bri_host_sweep_begin(uint32_t submod);                    /* nothing is told yet */
 void bri_host_sweep_finish(uint32_t submod, const bool *open); /* reports what was not told again, and forgets it, as
                                                                 * long as a callback has not cut it */
-void bri_host_report(const struct bridge_host_vanished *what);
-
-/* addresses.c: the part of it for addresses. */
-int bri_host_addresses_start(uint32_t count);
-void bri_host_addresses_end(void);
-void bri_host_addresses_note(const struct bri_mac_msg *record);
-void bri_host_addresses_begin(void);
-bool bri_host_addresses_whole(void); /* all that were told are known */
-void bri_host_addresses_finish(const bool *open);
 
 /* request.c, walk.c */
 void bri_host_requests_event(uint32_t event_number, uint32_t type, const void *record, uint16_t size);

@@ -93,8 +93,7 @@ static bool tables_mapped(void) {
 /* A callback may cut it in the middle: the end has been told then. */
 static void close_round(struct round *round, bool complete) {
     const uint32_t submod = round->submod->number;
-    complete = complete && (!round->submod->in_tables || tables_mapped()) &&
-               (submod != BRI_SUBMOD_MAC || bri_host_addresses_whole());
+    complete = complete && (!round->submod->in_tables || tables_mapped()) && bri_host_sweep_whole(submod);
     if (complete)
         bri_host_sweep_finish(submod, &round->open);
     if (!round->open)
