@@ -64,15 +64,15 @@ bool bri_host_has_row_of(uint32_t submod) {
 }
 
 int bri_host_register(const struct event_set *events) {
+    struct event_set all = bri_host.registered;
     uint32_t missing = 0;
-    for (size_t i = 0; i < sizeof events->words / sizeof *events->words; ++i)
-        missing |= events->words[i] & ~bri_host.registered.words[i];
-    if (missing == 0)
-        return 0;
-    if (bridge_client_reg_event(events, bri_host_on_event) != 0)
+    for (size_t i = 0; i < sizeof all.words / sizeof *all.words; ++i) {
+        missing |= events->words[i] & ~all.words[i];
+        all.words[i] |= events->words[i];
+    }
+    if (missing != 0 && bridge_client_reg_event(events, bri_host_on_event) != 0)
         return BRI_ERR_NO_MEMORY;
-    for (size_t i = 0; i < sizeof events->words / sizeof *events->words; ++i)
-        bri_host.registered.words[i] |= events->words[i];
+    bri_host.registered = all;
     return 0;
 }
 

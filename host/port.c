@@ -9,18 +9,11 @@
 #include <stdarg.h>
 #include <stdio.h>
 
-static const struct {
-    uint32_t bit;
-    const char *text;
-} names[] = {
-    {BRI_DOT1Q_TUNNEL, "BRI_DOT1Q_TUNNEL"},
-    {BRI_MAC_COPY, "BRI_MAC_COPY"},
-    {BRI_SECURE, "BRI_SECURE"},
-    {BRI_DOT1X, "BRI_DOT1X"},
-    {BRI_MIR_DEST, "BRI_MIR_DEST"},
-    {BRI_HOST, "BRI_HOST"},
-    {BRI_PROMISCUOUS, "BRI_PROMISCUOUS"},
-};
+/* By their bits. */
+static const char *const names[] = {"BRI_DOT1Q_TUNNEL", "BRI_MAC_COPY", "BRI_SECURE",     "BRI_DOT1X",
+                                    "BRI_MIR_DEST",     "BRI_HOST",     "BRI_PROMISCUOUS"};
+enum { NAMED = sizeof names / sizeof *names };
+_Static_assert(BRI_DOT1Q_TUNNEL == 1 && BRI_PROMISCUOUS == 1 << (NAMED - 1), "a name for each");
 
 /* Appends, as far as there is room. */
 static __attribute__((format(printf, 2, 3))) void append(struct bridge_host_refusal *why, const char *format, ...) {
@@ -32,13 +25,10 @@ static __attribute__((format(printf, 2, 3))) void append(struct bridge_host_refu
 }
 
 static void name_holders(struct bridge_host_refusal *why) {
-    uint32_t rest = why->flags;
-    for (size_t i = 0; i < sizeof names / sizeof *names; ++i) {
-        if ((rest & names[i].bit) == 0)
-            continue;
-        append(why, " %s", names[i].text);
-        rest &= ~names[i].bit;
-    }
+    const uint32_t rest = why->flags >> NAMED << NAMED;
+    for (uint32_t bit = 0; bit < NAMED; ++bit)
+        if ((why->flags >> bit & 1) != 0)
+            append(why, " %s", names[bit]);
     if (rest != 0)
         append(why, " flags 0x%x", (unsigned)rest);
     if (why->attrs != 0)
@@ -67,13 +57,6 @@ static enum bridge_host_refusal_reason set_flags(uint32_t ifx, uint32_t flags, u
     return *held != 0 ? BRIDGE_HOST_CLAIM_HELD : BRIDGE_HOST_CLAIM_NO_TABLE;
 }
 
-/* Setting nothing unless anything is set shows what is. */
-static uint32_t flags_of(uint32_t ifx) {
-    uint32_t flags = 0;
-    set_flags(ifx, 0, UINT32_MAX, &flags);
-    return flags;
-}
-
 static enum bridge_host_refusal_reason set_attrs(const struct bridge_host_claim *claim, uint32_t *held) {
     *held = 0;
     if (swport_set_attr_exclude((int32_t)claim->ifx, claim->attrs, 1, claim->attr_conflicts, held) == 0)
@@ -84,9 +67,11 @@ static enum bridge_host_refusal_reason set_attrs(const struct bridge_host_claim 
 static enum bridge_host_refusal_reason set_both(const struct bridge_host_claim *claim,
                                                 struct bridge_host_refusal *why) {
     enum bridge_host_refusal_reason reason = BRIDGE_HOST_CLAIM_FREE;
-    const uint32_t before = claim->flags != 0 ? flags_of(claim->ifx) : 0;
-    if (claim->flags != 0)
+    uint32_t before = 0;
+    if (claim->flags != 0) {
+        set_flags(claim->ifx, 0, UINT32_MAX, &before); /* nothing, unless anything is set: that shows what is */
         reason = set_flags(claim->ifx, claim->flags, claim->flag_conflicts, &why->flags);
+    }
     if (reason != BRIDGE_HOST_CLAIM_FREE || claim->attrs == 0)
         return reason;
     reason = set_attrs(claim, &why->attrs);

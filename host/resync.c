@@ -9,32 +9,30 @@
 
 enum { QUESTIONS = 3, PATIENCE = 8 }; /* see ask_again */
 
-/* The submodules that have origin data. Those in the tables are replayed within the request, the others' data is sent
- * by the server. */
-struct submodule {
-    uint32_t number;
+/* What is known of a submodule's origin data. That in the tables is replayed within the request, the others' is sent by
+ * the server. */
+struct round {
+    uint32_t submod;
     uint32_t begin; /* its markers */
     uint32_t end;
     bool in_tables;
-};
-static const struct submodule submodules[] = {
-    {BRI_SUBMOD_VLAN, VLAN_EVENT_SYNC_DATA_BEGIN, VLAN_EVENT_SYNC_DATA_END, true},
-    {BRI_SUBMOD_L2TOP, L2TOP_EVENT_SYNC_DATA_BEGIN, L2TOP_EVENT_SYNC_DATA_END, true},
-    {BRI_SUBMOD_MAC, MAC_EVENT_SYNC_DATA_BEGIN, MAC_EVENT_SYNC_DATA_END, false},
-    {BRI_SUBMOD_MVLAN, MVLAN_EVENT_SYNC_DATA_BEGIN, MVLAN_EVENT_SYNC_DATA_END, false},
-    {BRI_SUBMOD_VLAN_GROUP, VG_EVENT_SYNC_DATA_BEGIN, VG_EVENT_SYNC_DATA_END, false},
-};
-enum { SUBMODULES = sizeof submodules / sizeof *submodules };
-
-static struct round {
-    const struct submodule *submod;
     bool begun;       /* its begin marker was seen, its end marker not yet */
     bool open;        /* on_resync_begin was called, on_resync_end not yet */
     bool in_step;     /* the last one was complete */
     uint8_t asked;    /* questions without an answer */
     uint8_t question; /* how many times the server was asked in a row */
     uint32_t wait;    /* ticks until it is asked again */
-} rounds[SUBMODULES];
+};
+static const struct round submodules[] = {
+    {.begin = VLAN_EVENT_SYNC_DATA_BEGIN, .end = VLAN_EVENT_SYNC_DATA_END, .in_tables = true},
+    {.begin = L2TOP_EVENT_SYNC_DATA_BEGIN, .end = L2TOP_EVENT_SYNC_DATA_END, .in_tables = true},
+    {.begin = MAC_EVENT_SYNC_DATA_BEGIN, .end = MAC_EVENT_SYNC_DATA_END},
+    {.begin = MVLAN_EVENT_SYNC_DATA_BEGIN, .end = MVLAN_EVENT_SYNC_DATA_END},
+    {.begin = VG_EVENT_SYNC_DATA_BEGIN, .end = VG_EVENT_SYNC_DATA_END},
+};
+enum { SUBMODULES = sizeof submodules / sizeof *submodules, SUBMOD_NUMBERS = 32 };
+static struct round rounds[SUBMODULES];
+static struct round *followed[SUBMOD_NUMBERS]; /* by their submodules' numbers */
 
 static bool needed;     /* something may have been missed and was not asked for yet */
 static uint32_t due;    /* ticks until it is asked for without a sign of the server */
@@ -44,9 +42,6 @@ static bool replayed;   /* within it the replay began */
 static bool in_backup;  /* between begin and end of the backup data nothing is told */
 static bool switching;  /* the begin of a switch-over has come, its end not yet */
 static uint32_t depth;  /* BRIDGE_EVENT_SYNC_DATA_BEGIN without their end yet: of replays, and of the server's end */
-
-enum { SUBMOD_NUMBERS = 32 };
-static struct round *followed[SUBMOD_NUMBERS]; /* the rounds by their submodules' numbers */
 
 static struct round *round_of(uint32_t submod) {
     return submod < SUBMOD_NUMBERS ? followed[submod] : NULL;
@@ -59,16 +54,16 @@ void bri_host_resync_start(struct event_set *events) {
                                    BRIDGE_EVENT_SWITCHOVER_END};
     for (size_t i = 0; i < sizeof own / sizeof *own; ++i)
         bri_event_set_add(events, own[i]);
-    for (size_t i = 0; i < SUBMODULES; ++i) {
-        const struct submodule *submod = &submodules[i];
-        rounds[i] = (struct round){.submod = submod};
-        const bool follows = bri_host_has_row_of(submod->number) || bri_host_sweeps(submod->number);
-        followed[submod->number] = follows ? &rounds[i] : NULL;
-        if (!follows)
+    memcpy(rounds, submodules, sizeof rounds);
+    memset(followed, 0, sizeof followed);
+    for (struct round *round = rounds; round != rounds + SUBMODULES; ++round) {
+        round->submod = round->begin >> 7;
+        if (!bri_host_has_row_of(round->submod) && !bri_host_sweeps(round->submod))
             continue;
-        bri_event_set_add(events, submod->begin);
-        bri_event_set_add(events, submod->end);
-        if (submod->number == BRI_SUBMOD_VLAN)
+        followed[round->submod] = round;
+        bri_event_set_add(events, round->begin);
+        bri_event_set_add(events, round->end);
+        if (round->submod == BRI_SUBMOD_VLAN)
             bri_event_set_add(events, VLAN_EVENT_CREATE_RANGE);
     }
     needed = asking = in_backup = switching = false;
@@ -81,9 +76,9 @@ void bri_host_resync_start(struct event_set *events) {
 static void open_round(struct round *round) {
     round->open = true;
     round->in_step = false;
-    bri_host_sweep_begin(round->submod->number);
+    bri_host_sweep_begin(round->submod);
     if (bri_host.config.on_resync_begin != NULL)
-        bri_host.config.on_resync_begin(round->submod->number, bri_host.config.context);
+        bri_host.config.on_resync_begin(round->submod, bri_host.config.context);
 }
 
 static bool tables_mapped(void) {
@@ -92,8 +87,8 @@ static bool tables_mapped(void) {
 
 /* A callback may cut it in the middle: the end has been told then. */
 static void close_round(struct round *round, bool complete) {
-    const uint32_t submod = round->submod->number;
-    complete = complete && (!round->submod->in_tables || tables_mapped()) && bri_host_sweep_whole(submod);
+    const uint32_t submod = round->submod;
+    complete = complete && (!round->in_tables || tables_mapped()) && bri_host_sweep_whole(submod);
     if (complete)
         bri_host_sweep_finish(submod, &round->open);
     if (!round->open)
@@ -121,13 +116,13 @@ void bri_host_resync_cut(void) {
 /* Between its begin and end the library raises the markers of the server's end of its data. Those of the addresses are
  * no answer, which comes from the server alone. */
 static bool is_raised(const struct round *round) {
-    return depth != 0 && round->submod->number == BRI_SUBMOD_MAC;
+    return depth != 0 && round->submod == BRI_SUBMOD_MAC;
 }
 
 /* With more than one question on the way only what the last answer holds is there. */
 static void on_begin_marker(struct round *round) {
     if (round->open && !round->begun)
-        bri_host_sweep_begin(round->submod->number);
+        bri_host_sweep_begin(round->submod);
     round->begun = true;
     if (round->asked != 0 && !round->open)
         open_round(round);
@@ -158,10 +153,11 @@ static void map_tables(void) {
         vl_vlandb_init();
 }
 
-static void expect_answer(struct round *round) {
+/* The question is one of so many in a row; those behind the last that is waited for are asked less often. */
+static void expect_answer(struct round *round, uint8_t question) {
     round->asked = (uint8_t)(round->asked + (round->asked != UINT8_MAX));
-    round->question = 1;
-    round->wait = bri_host_ticks(bri_host.config.answer_ms);
+    round->question = question;
+    round->wait = bri_host_ticks(bri_host.config.answer_ms) * (question > QUESTIONS ? PATIENCE : 1);
 }
 
 static bool replay(void) {
@@ -174,35 +170,34 @@ static bool replay(void) {
 
 /* The library asks the server for the addresses by itself. */
 static void ask_server(struct round *round) {
-    if (round_of(round->submod->number) == NULL || round->submod->in_tables || g_bridge_client->connected == 0)
+    if (followed[round->submod] == NULL || g_bridge_client->connected == 0)
         return;
-    expect_answer(round);
-    if (round->submod->number != BRI_SUBMOD_MAC)
-        bridge_client_request_submod_oridata(round->submod->number);
+    expect_answer(round, 1);
+    if (round->submod != BRI_SUBMOD_MAC)
+        bridge_client_request_submod_oridata(round->submod);
 }
 
 /* A replay that has not come to its end tells nothing more. */
 static void end_replay(struct round *round, bool ran) {
-    const bool cut = ran && round->asked != 0 && round->open;
-    round->asked = 0;
-    if (cut)
+    if (ran && round->asked != 0 && round->open)
         cut_round(round);
+    round->asked = 0;
 }
 
 /* False: the library keeps the request until the server's data is there and this process is master. */
 static bool ask(void) {
     map_tables();
-    for (size_t i = 0; i < SUBMODULES; ++i)
-        if (round_of(submodules[i].number) != NULL && submodules[i].in_tables)
-            rounds[i].asked = 1;
+    for (struct round *round = rounds; round != rounds + SUBMODULES; ++round)
+        if (followed[round->submod] != NULL && round->in_tables)
+            round->asked = 1;
     needed = false;
     missed = bri_host_missed();
     const bool ran = replay();
-    for (size_t i = 0; i < SUBMODULES; ++i)
-        if (submodules[i].in_tables)
-            end_replay(&rounds[i], ran);
+    for (struct round *round = rounds; round != rounds + SUBMODULES; ++round)
+        if (round->in_tables)
+            end_replay(round, ran);
         else if (ran && bri_host_runs())
-            ask_server(&rounds[i]);
+            ask_server(round);
     in_backup = in_backup && !ran;
     if (!ran)
         need(false);
@@ -215,7 +210,7 @@ static void ask_for_addresses(void) {
     if (round == NULL || needed || in_backup || round->asked != 0 || g_bridge_client->connected == 0)
         return;
     round->in_step = false;
-    expect_answer(round);
+    expect_answer(round, 1);
     bridge_client_request_submod_oridata(BRI_SUBMOD_MAC);
 }
 
@@ -231,31 +226,22 @@ static void ask_again(struct round *round) {
         cut_round(round);
     }
     round->asked = 0;
-    expect_answer(round);
-    round->question = question;
-    if (question > QUESTIONS)
-        round->wait *= PATIENCE;
-    bridge_client_request_submod_oridata(round->submod->number);
+    expect_answer(round, question);
+    bridge_client_request_submod_oridata(round->submod);
 }
 
 /* Events ---------------------------------------------------------------------------------------------------------- */
 
 static void note_management(uint32_t type) {
-    switch (type) {
-    case BRIDGE_EVENT_SYNC_DATA_BEGIN:
+    if (type == BRIDGE_EVENT_SYNC_DATA_BEGIN) {
         ++depth;
         replayed = replayed || asking;
-        break;
-    case BRIDGE_EVENT_BKUP_DATA_BEGIN:
+    } else if (type == BRIDGE_EVENT_BKUP_DATA_BEGIN) {
         in_backup = true;
         bri_host_resync_cut();
-        break;
-    case BRIDGE_EVENT_SWITCHOVER_BEGIN:
+    } else if (type == BRIDGE_EVENT_SWITCHOVER_BEGIN) {
         switching = true;
         need(false);
-        break;
-    default:
-        break;
     }
 }
 
@@ -270,9 +256,9 @@ static bool begins_data(uint32_t type, const void *record, uint16_t size) {
 void bri_host_resync_before(uint32_t type, const void *record, uint16_t size) {
     note_management(type);
     struct round *round = round_of(type >> 7);
-    if (round == NULL || type == round->submod->end)
+    if (round == NULL || type == round->end)
         return;
-    if (type != round->submod->begin) {
+    if (type != round->begin) {
         if (round->begun && !round->open && begins_data(type, record, size))
             open_round(round);
     } else if (!is_raised(round))
@@ -281,30 +267,23 @@ void bri_host_resync_before(uint32_t type, const void *record, uint16_t size) {
 
 /* Behind the handlers, so that those who do without the layer have asked before. */
 static void answer_management(uint32_t type) {
-    switch (type) {
-    case BRIDGE_EVENT_SYNC_DATA_END:
+    if (type == BRIDGE_EVENT_SYNC_DATA_END) {
         depth -= depth != 0;
-        break;
-    case BRIDGE_EVENT_BKUP_DATA_END:
+    } else if (type == BRIDGE_EVENT_BKUP_DATA_END) {
         in_backup = false;
         need(true);
-        break;
-    case BRIDGE_EVENT_SWITCHOVER_END: /* the end of the backup data may have come in between, and answered it */
-        if (needed || !switching)
+    } else if (type == BRIDGE_EVENT_SWITCHOVER_END) {
+        if (needed || !switching) /* else the end of the backup data has come in between, and answered it */
             need(true);
         switching = false;
-        break;
-    case BRIDGE_EVENT_KERNEL_DATA_REQ:
+    } else if (type == BRIDGE_EVENT_KERNEL_DATA_REQ) {
         ask_for_addresses();
-        break;
-    default:
-        break;
     }
 }
 
 void bri_host_resync_after(uint32_t type) {
     struct round *round = round_of(type >> 7);
-    if (round != NULL && type == round->submod->end && !is_raised(round))
+    if (round != NULL && type == round->end && !is_raised(round))
         on_end_marker(round);
     answer_management(type);
     if (needed && due == 0 && depth == 0 && !asking)
