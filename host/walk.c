@@ -114,12 +114,10 @@ static struct bridge_host_walk *of_link(struct bri_list *link) {
 }
 
 static int on_turn(void *arg);
-static int on_answer(void *arg);
 static int on_silence(void *arg);
 
 static void take_out(struct bridge_host_walk *walk) {
     bri_host_cancel_job(on_turn, walk);
-    bri_host_cancel_job(on_answer, walk);
     bri_host_cancel_job(on_silence, walk);
     close(walk->fd);
     bri_host_unlink(&walk->link);
@@ -233,27 +231,20 @@ static int ask_once(struct bridge_host_walk *walk) {
 
 /* Slices ---------------------------------------------------------------------------------------------------------- */
 
-/* Others have their turn before the next slice, which an event job would not give them. */
-static void pause_walk(struct bridge_host_walk *walk) {
-    if (!bri_host_after(on_turn, walk, PAUSE_US, "host-walk"))
-        finish(walk, BRI_ERR_NO_MEMORY);
-}
-
-static void await_answer(struct bridge_host_walk *walk) {
+static bool await_answer(struct bridge_host_walk *walk) {
     const uint64_t limit = (uint64_t)(walk->answer_ms != 0 ? walk->answer_ms : ANSWER_MS) * 1000;
-    if (!bri_host_after(on_silence, walk, limit, "host-walk-limit") ||
-        qv_thread_add_read_withname(bri_host.config.master, on_answer, walk, walk->fd, "host-walk-read") == NULL)
-        finish(walk, BRI_ERR_NO_MEMORY);
+    return bri_host_after(on_silence, walk, limit, "host-walk-limit") &&
+           qv_thread_add_read_withname(bri_host.config.master, on_turn, walk, walk->fd, "host-walk-read") != NULL;
 }
 
-/* What the socket cannot take now is tried again in the next slice. */
+/* What the socket cannot take now is tried again in the next slice. Others have their turn before it, which an event
+ * job would not give them. */
 static void end_slice(struct bridge_host_walk *walk, int result) {
-    if (result == LATER && (walk->state & ASKED) != 0)
-        await_answer(walk);
-    else if (result == 0 || result == LATER)
-        pause_walk(walk);
-    else
+    const bool awaits = result == LATER && (walk->state & ASKED) != 0;
+    if (result != 0 && result != LATER)
         finish(walk, result == GONE ? BRI_ERR_SOCKET : BRI_ERR_UNKNOWN);
+    else if (awaits ? !await_answer(walk) : !bri_host_after(on_turn, walk, PAUSE_US, "host-walk"))
+        finish(walk, BRI_ERR_NO_MEMORY);
 }
 
 static void run_slice(struct bridge_host_walk *walk) {
@@ -272,11 +263,6 @@ static void run_slice(struct bridge_host_walk *walk) {
 }
 
 static int on_turn(void *arg) {
-    run_slice(arg);
-    return 0;
-}
-
-static int on_answer(void *arg) {
     bri_host_cancel_job(on_silence, arg);
     run_slice(arg);
     return 0;
