@@ -22,6 +22,18 @@ void swap_record(const Record &record, std::span<uint8_t> bytes) {
     }
 }
 
+void add_places(const Record &record, size_t base, std::vector<uint32_t> &places) {
+    for (const Field &field : record.fields)
+        for (size_t at = base + field.offset; at < base + field.offset + field.width; at += field.element) {
+            if (field.record != nullptr) {
+                add_places(*field.record, at, places);
+                continue;
+            }
+            for (size_t i = 0; i < field.element; ++i)
+                places[at + i] = static_cast<uint32_t>(at + field.element - 1 - i);
+        }
+}
+
 void swap_header(std::span<uint8_t> bytes) {
     swap_record(record_of<bri_msg_hdr>(), bytes.first(std::min(bytes.size(), sizeof(bri_msg_hdr))));
 }
@@ -112,6 +124,12 @@ void swap_batch(std::span<uint8_t> bytes, Direction direction, Order order) {
         swap_header(bytes.subspan(at - sizeof(bri_msg_hdr)));
         swap(payload_of(message.type, direction), bytes.subspan(at, message.payload.size()));
     }
+}
+
+std::vector<uint32_t> swapped_places(const Record &record) {
+    std::vector<uint32_t> places(record.size);
+    add_places(record, 0, places);
+    return places;
 }
 
 } // namespace wire

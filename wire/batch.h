@@ -39,4 +39,7 @@ void swap(const Payload &payload, std::span<uint8_t> bytes);
 // The same for a batch, its headers included. `order` is the order it has before.
 void swap_batch(std::span<uint8_t> bytes, Direction direction, Order order);
 
+// The place of each byte of a record in the record of the other byte order.
+[[nodiscard]] std::vector<uint32_t> swapped_places(const Record &record);
+
 } // namespace wire

@@ -14,10 +14,11 @@
 
 namespace wire {
 
-const Segment kPortSegment{"SWPORT-SHM", 0x22220001, sizeof(bri_portdb)};
-const Segment kVlanSegment{"VLAN-SHM", 0x11110001, sizeof(bri_vlandb)};
-const Segment kExclusionSegment{"Port-Function-Mutex", 0x33330001, sizeof(bri_exclusion_table)};
-const Segment kGroupSegment{"VLAN-GROUP-SHM", 0x5A5B7C3D, sizeof(bri_vlan_groups)};
+const Segment kPortSegment{"SWPORT-SHM", 0x22220001, sizeof(bri_portdb), record_of<bri_portdb>};
+const Segment kVlanSegment{"VLAN-SHM", 0x11110001, sizeof(bri_vlandb), record_of<bri_vlandb>};
+const Segment kExclusionSegment{"Port-Function-Mutex", 0x33330001, sizeof(bri_exclusion_table),
+                                record_of<bri_exclusion_table>};
+const Segment kGroupSegment{"VLAN-GROUP-SHM", 0x5A5B7C3D, sizeof(bri_vlan_groups), record_of<bri_vlan_groups>};
 
 const std::vector<const Segment *> &all_segments() {
     static const std::vector<const Segment *> all{&kPortSegment, &kVlanSegment, &kExclusionSegment, &kGroupSegment};

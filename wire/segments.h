@@ -1,6 +1,8 @@
 // The System V objects of a virtual switch device: four segments and the semaphore of the same key beside each.
 #pragma once
 
+#include "wire/record.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -10,8 +12,9 @@ namespace wire {
 
 struct Segment {
     const char *name;
-    uint32_t key_base; // the VSDID is added
-    size_t size;       // bytes of the data area, behind the header
+    uint32_t key_base;         // the VSDID is added
+    size_t size;               // bytes of the data area, behind the header
+    const Record &(*record)(); // of the data area
 };
 
 extern const Segment kPortSegment;

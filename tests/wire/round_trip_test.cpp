@@ -111,6 +111,20 @@ TEST(WireRoundTrip, swapped_record_reads_the_same_in_the_other_order) {
     }
 }
 
+TEST(WireRoundTrip, each_byte_of_a_swapped_record_is_at_its_place) {
+    std::mt19937 random(9);
+    for (const Record *record : all_records()) {
+        const Buffer big = random_bytes(record->size, random);
+        const std::vector<uint32_t> places = swapped_places(*record);
+        ASSERT_EQ(places.size(), big.size()) << record->name;
+        Buffer little(big.size());
+        for (size_t i = 0; i < big.size(); ++i)
+            little[places[i]] = big[i];
+        swap(one(*record), little);
+        EXPECT_TRUE(little == big) << record->name;
+    }
+}
+
 TEST(WireRoundTrip, batches_are_split_and_joined_in_either_order) {
     std::mt19937 random(6);
     for (const Order order : kOrders) {
