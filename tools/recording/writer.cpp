@@ -1,5 +1,6 @@
 #include "tools/recording/writer.h"
 
+#include "tools/recording/blocks.h"
 #include "wire/segments.h"
 
 #include <nlohmann/json.hpp>
@@ -17,10 +18,6 @@ namespace recording {
 
 namespace {
 
-enum Block : uint32_t { kSection = 0x0A0D0D0A, kInterface = 1, kPacket = 6 };
-enum Option : uint16_t { kEnd = 0, kComment = 1, kInterfaceName = 2, kUserProgram = 4, kTimeResolution = 9 };
-constexpr uint32_t kByteOrderMagic = 0x1A2B3C4D;
-constexpr uint8_t kNanoseconds = 9;
 constexpr size_t kGathered = size_t{256} << 10; // bytes that wait for a flush at most
 
 constexpr Interface interface_of(Kind kind) {
