@@ -17,7 +17,7 @@ if(BRIDGE_WORKSTATION)
   set(programs bridge-sandbox)
   set(examples port_watch mac_table vlan_guard vlan_follow) # the daemons of the scenarios
   if(BRIDGE_TOOLS)
-    list(APPEND programs bridge-inspect bridge-monitor)
+    list(APPEND programs bridge-inspect bridge-monitor bridge-replay)
     install(FILES tools/dissector/bridge.lua DESTINATION "${CMAKE_INSTALL_DATADIR}/bridge_client")
   endif()
   install(TARGETS ${programs} bridge_testkit EXPORT bridge_client)

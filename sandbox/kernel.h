@@ -22,8 +22,11 @@ enum KernelSays : uint32_t {
 
 class Kernel {
   public:
+    // What a host is answered in the place of the tables; nothing where they are to answer.
+    using Answers = std::function<std::optional<KernelResult>(uint32_t type, Bytes data)>;
+
     // `tell` gets each change of the tables as the event that it is, and what hosts say.
-    Kernel(Loop &loop, const std::string &tmpdir, Announce tell);
+    Kernel(Loop &loop, const std::string &tmpdir, Announce tell, Answers answers = {});
 
     // Throws std::runtime_error, as Acceptor does.
     void listen();
@@ -45,6 +48,7 @@ class Kernel {
     [[nodiscard]] KernelModule module() const;
     void answer(const Socket &socket, Bytes packet);
     void take_message(const Socket &socket, Bytes packet);
+    KernelResult answer_host(uint32_t type, Bytes data);
     void send(const Socket &socket, Bytes message);
     void send_due();
     void expire();
@@ -53,6 +57,7 @@ class Kernel {
     Loop &loop_;
     std::string path_;
     Announce tell_;
+    Answers answers_;
     KernelTables tables_;
     std::optional<Acceptor> acceptor_;
     std::list<std::shared_ptr<Socket>> sockets_;

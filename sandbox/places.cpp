@@ -27,7 +27,7 @@ std::optional<fs::path> directory_of(const fs::path &file, std::initializer_list
 } // namespace
 
 fs::path preload_directory() {
-    if (const std::optional<fs::path> found = directory_of(kPreload, {".", "../" BRIDGE_LIBDIR}))
+    if (const std::optional<fs::path> found = directory_of(kPreload, {".", "../sandbox", "../" BRIDGE_LIBDIR}))
         return *found;
     throw std::runtime_error(std::string("cannot find ") + kPreload);
 }

@@ -123,7 +123,7 @@ echo "bridge-inspect: shows the port"
 TMPDIR=$work LD_LIBRARY_PATH=$libdir LD_PRELOAD=libef_bridge_sim.so "$prefix/bin/bridge-monitor" --count 1 vlan >"$work/events"
 waits_for '^VLAN_EVENT_' "$work/events"
 echo "bridge-monitor: shows an event"
-for program in bridge-inspect bridge-monitor bridge-sandbox; do
+for program in bridge-inspect bridge-monitor bridge-replay bridge-sandbox; do
     test -s "$prefix/share/bash-completion/completions/$program"
 done
 echo "completion: installed for each program"

@@ -1,0 +1,439 @@
+#include "tools/replay/player.h"
+
+#include "sandbox/connection.h"
+#include "sandbox/kernel.h"
+#include "sandbox/programs.h"
+#include "sandbox/world.h"
+#include "tools/replay/kernel_answers.h"
+#include "tools/replay/peer.h"
+#include "tools/replay/said.h"
+#include "tools/replay/tables.h"
+#include "wire/batch.h"
+
+#include <algorithm>
+#include <csignal>
+#include <iostream>
+#include <list>
+#include <optional>
+#include <poll.h>
+#include <stdexcept>
+
+namespace replay {
+
+namespace {
+
+using recording::Change;
+using recording::Kind;
+using recording::Packet;
+using recording::Way;
+using sandbox::Connection;
+using sandbox::Microseconds;
+using Clock = std::chrono::steady_clock;
+
+constexpr Microseconds kLook{1000};                              // between two looks at what is waited for
+constexpr recording::Time kQuick = std::chrono::milliseconds(5); // a daemon is through with what it was told
+constexpr std::chrono::milliseconds kLate{500};                  // for what a daemon does of itself
+constexpr size_t kMostQueued = 256 << 10;                        // bytes that wait for the daemon
+constexpr std::chrono::milliseconds kEnd{3000};                  // to end when it is asked to
+constexpr std::chrono::milliseconds kDrain{200};                 // for what a daemon that has ended had sent
+
+// A connection of the daemon. Those that have closed stay, as nothing may go inside of its own call.
+struct Link {
+    Link(sandbox::Loop &loop, int socket, unsigned number, sandbox::ConnectionOwner &owner)
+        : connection(loop, socket, number, owner), descriptor(socket), process(process_behind(socket)) {}
+
+    Connection connection;
+    int descriptor; // the connection's
+    pid_t process;
+};
+
+class Player : private sandbox::ConnectionOwner {
+  public:
+    Player(const recording::Recording &recording, const Settings &settings);
+
+    Status run();
+
+  private:
+    void on_message(Connection &client, uint32_t type, sandbox::Bytes payload) override;
+    void on_lost(Connection &, const std::string &) override {}
+    void on_drained() override {}
+    void on_falling_behind() override {}
+    std::optional<sandbox::KernelResult> on_question(uint32_t type, sandbox::Bytes data);
+
+    void hear(Said message);
+
+    template <class Condition> bool run_until(Clock::time_point end, Condition &&holds);
+    template <class Condition> bool wait_for(Clock::time_point end, Condition &&holds);
+    template <class Condition> bool wait_for_daemon(Condition &&holds);
+    [[nodiscard]] bool is_over();
+    [[nodiscard]] bool is_settled() const;
+    [[nodiscard]] bool is_connected() const { return link_ != nullptr && link_->connection.open(); }
+
+    void settle(recording::Time now = recording::Time::max());
+    void wait_until_due(const Packet &packet);
+    void set_anchor(const Packet &packet);
+    [[nodiscard]] bool enter_pressed();
+    void wait_for_enter();
+
+    void start_daemon();
+    void take_connection(const Packet &packet);
+    void play_connection(const Packet &packet);
+    void play_batch(const Packet &packet);
+    void await_messages(const Packet &packet);
+    [[nodiscard]] bool comes_of_itself(const Packet &packet);
+    void set_module(bool there);
+    void play_kernel(const Packet &packet);
+    void play(const Packet &packet);
+    void step(const Packet &packet);
+
+    void stop();
+    void end_daemon();
+    [[nodiscard]] bool has_more() const;
+    [[nodiscard]] Status report();
+
+    void say(const std::string &line) const { std::cerr << line << std::endl; }
+    void say_about(const Packet &packet, const std::string &line) const {
+        say("packet " + std::to_string(packet.number) + ": " + line);
+    }
+
+    const Settings &settings_;
+    std::vector<Packet> packets_;
+    sandbox::World world_;
+    Tables tables_;
+    sandbox::Loop loop_;
+    sandbox::Timer look_{loop_, [] {}};
+    KernelAnswers answers_;
+    bool knows_kernel_; // the recording has what this daemon said to the kernel
+    sandbox::Kernel kernel_;
+    sandbox::Acceptor acceptor_;
+    std::list<Link> links_;
+    Link *link_ = nullptr; // the one that the recording has come to
+    size_t taken_ = 0;     // connections
+    Dialogue dialogue_;
+    pid_t daemon_ = -1;
+    std::optional<int> ended_; // the daemon's status
+    bool is_busy_ = false;     // the daemon, for longer than anybody waits
+    size_t played_ = 0;
+    size_t farewell_ = 0;      // the packets from here on are the daemon's end
+    recording::Time told_{};   // when something was sent to it last, in the recording
+    Clock::time_point anchor_; // when the packet of that time was played
+    recording::Time anchor_time_{};
+    bool input_ended_ = false;
+};
+
+double time_scale_of(double speed) {
+    constexpr double most = 1000;
+    return std::clamp(speed, 1.0, most);
+}
+
+std::vector<Packet> packets_of(const recording::Recording &recording, const Choice &choice) {
+    std::vector<Packet> packets;
+    std::ranges::copy_if(recording.packets, std::back_inserter(packets),
+                         [&](const Packet &packet) { return concerns(packet, choice); });
+    return packets;
+}
+
+// Where it is not known who asked, the daemon's questions cannot be compared.
+bool has_kernel(const std::vector<Packet> &packets) {
+    return std::ranges::any_of(
+        packets, [](const Packet &packet) { return packet.head.kind == Kind::kKernel && packet.head.client != 0; });
+}
+
+// Behind all that it is told, when it closes its connection then; else there is none.
+size_t farewell_of(const std::vector<Packet> &packets) {
+    const auto is_told = [](const Packet &packet) {
+        return packet.head.kind == Kind::kBatch && packet.head.way == Way::kToClient;
+    };
+    const auto closes = [](const Packet &packet) {
+        return packet.head.kind == Kind::kConnection && static_cast<Change>(packet.body[0]) == Change::kClosedByClient;
+    };
+    const auto last = std::find_if(packets.rbegin(), packets.rend(), is_told);
+    return std::any_of(packets.rbegin(), last, closes) ? static_cast<size_t>(packets.rend() - last) : packets.size();
+}
+
+Player::Player(const recording::Recording &recording, const Settings &settings)
+    : settings_(settings), packets_(packets_of(recording, settings.choice)), world_(time_scale_of(settings.speed)),
+      answers_(packets_), knows_kernel_(has_kernel(packets_)),
+      kernel_(
+          loop_, world_.directory(), [](uint32_t, sandbox::Bytes) {},
+          [this](uint32_t type, sandbox::Bytes data) { return on_question(type, data); }),
+      acceptor_(loop_, sandbox::socket_path(world_.directory(), ".server_socket"), SOCK_STREAM,
+                sandbox::Access::kEverybody, [this](evutil_socket_t descriptor) {
+                    sandbox::ConnectionOwner &owner = *this;
+                    links_.emplace_back(loop_, descriptor, static_cast<unsigned>(links_.size() + 1), owner);
+                }) {
+    farewell_ = farewell_of(packets_);
+    kernel_.listen();
+    set_module(answers_.is_there());
+}
+
+// --- what comes from the daemon ---
+
+void Player::hear(Said message) {
+    say("sent: " + message.text());
+    dialogue_.hear(std::move(message));
+}
+
+void Player::on_message(Connection &, uint32_t type, sandbox::Bytes payload) {
+    hear({Said::To::kServer, type, sandbox::buffer_of(payload)});
+}
+
+std::optional<sandbox::KernelResult> Player::on_question(uint32_t type, sandbox::Bytes data) {
+    const Said question{Said::To::kKernel, type, sandbox::buffer_of(data)};
+    if (knows_kernel_)
+        hear(question);
+    std::optional<sandbox::KernelResult> answer = answers_.answer(type, data);
+    if (!answer)
+        say("no answer in the recording to " + question.text());
+    return answer;
+}
+
+// --- waiting ---
+
+template <class Condition> bool Player::run_until(Clock::time_point end, Condition &&holds) {
+    while (!holds()) {
+        if (Clock::now() >= end)
+            return false;
+        look_.start(kLook);
+        event_base_loop(loop_.base(), EVLOOP_ONCE);
+    }
+    return true;
+}
+
+// False as well when nothing more can come of it.
+template <class Condition> bool Player::wait_for(Clock::time_point end, Condition &&holds) {
+    return run_until(end, [&] { return holds() || is_over(); }) && holds();
+}
+
+template <class Condition> bool Player::wait_for_daemon(Condition &&holds) {
+    const auto patience =
+        std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(settings_.patience));
+    return wait_for(Clock::now() + patience, holds);
+}
+
+bool Player::is_over() {
+    if (daemon_ > 0 && !ended_)
+        ended_ = sandbox::World::ended(daemon_, std::chrono::milliseconds(0));
+    return ended_.has_value() || sandbox::is_told_to_end();
+}
+
+bool Player::is_settled() const {
+    return !is_connected() ||
+           (link_->connection.queued() == 0 && has_handled_everything(link_->descriptor, link_->process));
+}
+
+// So that it sees the tables as they were when it was told, where it had the time for that in the recording. A daemon
+// that never comes back is waited for once.
+void Player::settle(recording::Time now) {
+    if (daemon_ < 0 || is_busy_ || now - told_ < kQuick)
+        return;
+    is_busy_ = !wait_for_daemon([this] { return is_settled(); });
+    if (is_busy_ && !is_over())
+        say("the daemon does not come back to its loop; going on");
+}
+
+// Who waited too long for something does not hurry afterwards.
+void Player::wait_until_due(const Packet &packet) {
+    if (settings_.speed == 0 || taken_ == 0)
+        return;
+    const auto apart = std::chrono::duration<double, std::nano>(packet.time - anchor_time_) / settings_.speed;
+    const Clock::time_point due = anchor_ + std::chrono::duration_cast<Clock::duration>(apart);
+    if (due > Clock::now())
+        wait_for(due, [] { return false; });
+    else
+        set_anchor(packet);
+}
+
+void Player::set_anchor(const Packet &packet) {
+    anchor_ = Clock::now();
+    anchor_time_ = packet.time;
+}
+
+bool Player::enter_pressed() {
+    pollfd input{STDIN_FILENO, POLLIN, 0};
+    while (!input_ended_ && ::poll(&input, 1, 0) > 0) {
+        char key = 0;
+        input_ended_ = read(STDIN_FILENO, &key, sizeof key) <= 0;
+        if (key == '\n')
+            return true;
+    }
+    return input_ended_;
+}
+
+void Player::wait_for_enter() {
+    wait_for(Clock::time_point::max(), [this] { return enter_pressed(); });
+}
+
+// --- the packets ---
+
+// What is in front of its first one is as it finds it.
+void Player::start_daemon() {
+    if (daemon_ < 0)
+        daemon_ = world_.start(settings_.command);
+}
+
+void Player::take_connection(const Packet &packet) {
+    start_daemon();
+    if (!wait_for_daemon([this] { return links_.size() > taken_; }))
+        return say_about(packet, "the daemon does not connect");
+    link_ = &*std::next(links_.begin(), static_cast<std::ptrdiff_t>(taken_++));
+    set_anchor(packet);
+}
+
+void Player::play_connection(const Packet &packet) {
+    switch (static_cast<Change>(packet.body[0])) {
+    case Change::kOpened:
+        return take_connection(packet);
+    case Change::kClosedByServer:
+        settle(packet.time);
+        if (is_connected())
+            link_->connection.close();
+        break;
+    case Change::kClosedByClient:
+        if (packet.number != packets_.back().number && !wait_for_daemon([this] { return !is_connected(); }))
+            say_about(packet, "the daemon does not close its connection");
+    }
+}
+
+void Player::play_batch(const Packet &packet) {
+    if (taken_ == 0) // the recording began in the middle
+        take_connection(packet);
+    if (packet.head.way == Way::kToServer)
+        return await_messages(packet);
+    if (!wait_for_daemon([this] { return !is_connected() || link_->connection.queued() < kMostQueued; }) && !is_over())
+        return say_about(packet, "not sent, as the daemon does not read");
+    if (!is_connected())
+        return say_about(packet, "not sent, as the daemon has no connection");
+    link_->connection.send(native_body(packet));
+    told_ = packet.time;
+}
+
+// The server's answer must not come in front of its cause.
+void Player::await_messages(const Packet &packet) {
+    dialogue_.expect(packet.number, said_in(packet));
+    if (played_ >= farewell_ && !comes_of_itself(packet))
+        kill(daemon_, SIGTERM);
+    if (wait_for_daemon([this] { return dialogue_.awaited().empty(); }) || is_over())
+        return;
+    say_about(packet, "the daemon does not send " + dialogue_.awaited());
+    dialogue_.wait_no_more();
+}
+
+// What it does not do in the time that it took then, it does when it is told to end.
+bool Player::comes_of_itself(const Packet &packet) {
+    const recording::Time before = packets_[played_ - 1].time;
+    const auto apart = std::chrono::duration<double, std::nano>(packet.time - before) / time_scale_of(settings_.speed);
+    const auto most = std::chrono::duration<double>(settings_.patience);
+    const auto time = std::chrono::duration_cast<Clock::duration>(std::min<decltype(apart)>(apart + kLate, most));
+    return wait_for(Clock::now() + time, [this] { return dialogue_.awaited().empty(); });
+}
+
+void Player::set_module(bool there) {
+    const auto state = there ? sandbox::KernelState::kUp : sandbox::KernelState::kDown;
+    const sandbox::KernelModule module{static_cast<uint32_t>(state), 0, 0, 0, 0, 0};
+    kernel_.ask(sandbox::kSetModule, wire::bytes_of(module));
+}
+
+void Player::play_kernel(const Packet &packet) {
+    if (const std::optional<bool> there = answers_.is_there_from(packet.number)) {
+        settle(packet.time);
+        set_module(*there);
+    }
+    if (packet.head.client != 0)
+        await_messages(packet);
+}
+
+void Player::play(const Packet &packet) {
+    switch (packet.head.kind) {
+    case Kind::kBatch:
+        return play_batch(packet);
+    case Kind::kKernel:
+        return play_kernel(packet);
+    case Kind::kConnection:
+        return play_connection(packet);
+    case Kind::kTable:
+        settle(packet.time);
+        if (!tables_.apply(packet))
+            say_about(packet, "passed over, as it is about no place in a table");
+    }
+}
+
+// Of what the daemon is told.
+void Player::step(const Packet &packet) {
+    if (packet.head.kind == Kind::kTable || packet.head.way == Way::kToServer)
+        return;
+    say_about(packet, "Enter plays it");
+    if (packet.head.kind == Kind::kBatch)
+        for (const std::string &line : wire::batch_text(packet.body, wire::Direction::kToClient, packet.order()))
+            say("  " + line);
+    wait_for_enter();
+}
+
+// --- the end ---
+
+void Player::stop() {
+    settle();
+    say("stopped behind packet " + std::to_string(packets_.back().number) + ": TMPDIR=" + world_.directory() +
+        " VSDID=" + sandbox::environment("VSDID") + ", process " + std::to_string(daemon_) + "; Enter ends it");
+    wait_for_enter();
+}
+
+// What it sends until then counts.
+void Player::end_daemon() {
+    const auto ends = [this] { return ended_.has_value(); };
+    for (const int signal : {SIGTERM, SIGKILL}) {
+        if (is_over() && ends())
+            break;
+        kill(daemon_, signal);
+        run_until(Clock::now() + kEnd, [&] { return is_over() && ends(); });
+    }
+    run_until(Clock::now() + kDrain, [this] { return !is_connected(); });
+}
+
+// What is left of the recording when the daemon has ended: nothing, or its own end.
+bool Player::has_more() const {
+    return std::any_of(packets_.begin() + static_cast<std::ptrdiff_t>(played_), packets_.end(),
+                       [](const Packet &packet) { return packet.head.kind == Kind::kBatch; });
+}
+
+Status Player::report() {
+    std::vector<std::string> lines;
+    std::vector<std::string> moved;
+    if (settings_.compare)
+        lines = dialogue_.differences(settings_.stop, moved);
+    for (const std::string &line : moved)
+        say("order: " + line);
+    for (const std::string &line : lines)
+        say("differs: " + line);
+    say("bridge-replay: " + std::to_string(played_) + " packets played, " + std::to_string(dialogue_.heard()) +
+        " messages from the daemon" + (settings_.compare ? ", " + std::to_string(lines.size()) + " differences" : ""));
+    return lines.empty() ? kFine : kDiffers;
+}
+
+Status Player::run() {
+    for (; played_ < packets_.size() && !is_over(); ++played_) {
+        const Packet &packet = packets_[played_];
+        wait_until_due(packet);
+        if (settings_.step)
+            step(packet);
+        play(packet);
+    }
+    const bool early = is_over() && has_more();
+    if (early)
+        say("bridge-replay: " + (ended_ ? "the daemon ended with status " + std::to_string(*ended_) : "interrupted") +
+            " in front of packet " + std::to_string(packets_[played_].number));
+    else if (settings_.stop)
+        stop();
+    settle();
+    end_daemon();
+    const Status status = report();
+    return early ? kFailed : status;
+}
+
+} // namespace
+
+Status play(const recording::Recording &recording, const Settings &settings) {
+    return Player(recording, settings).run();
+}
+
+} // namespace replay
