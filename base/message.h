@@ -29,35 +29,35 @@ struct Message {
     return {header, {bytes + sizeof header, header.len}};
 }
 
-// Splits a batch: ok() while a whole message lies at the running offset, next() steps behind it. cut() tells that a
-// message was announced that does not lie whole inside the batch.
+// Splits a batch: take() gives the message at the running offset and steps behind it, as long as a whole one lies
+// there. cut() tells that a message was announced that does not lie whole inside the batch.
 class MessageIterator {
   public:
     MessageIterator(MutableBytes messages, uint32_t count) : rest_(messages), count_(count) {}
 
-    [[nodiscard]] bool ok() const { return more() && whole_size() <= rest_.size; }
-    [[nodiscard]] bool cut() const { return more() && whole_size() > rest_.size; }
-
-    [[nodiscard]] Message message() const {
+    [[nodiscard]] bool take(Message &message) {
+        if (!holds_header())
+            return false;
         const auto header = load_as<bri_msg_hdr>(rest_.data);
-        return {header, {rest_.data + sizeof header, header.len}};
+        if (!holds_payload(header))
+            return false;
+        message = {header, {rest_.data + sizeof header, header.len}};
+        rest_ = {message.payload.data + header.len, rest_.size - sizeof header - header.len};
+        --count_;
+        return true;
     }
 
-    void next() {
-        rest_ = rest_.from(whole_size());
-        --count_;
+    [[nodiscard]] bool cut() const {
+        return count_ != 0 && rest_.size != 0 && !(holds_header() && holds_payload(load_as<bri_msg_hdr>(rest_.data)));
     }
 
     [[nodiscard]] uint32_t left() const { return count_; } // messages that were announced and not taken
 
   private:
-    [[nodiscard]] bool more() const { return count_ != 0 && rest_.size != 0; }
-    // Header and payload, without wrapping on 32-bit machines; a header that is itself cut counts as too long.
-    [[nodiscard]] size_t whole_size() const {
-        if (rest_.size < sizeof(bri_msg_hdr))
-            return SIZE_MAX;
-        const uint32_t len = load_as<bri_msg_hdr>(rest_.data).len;
-        return len > BRI_BATCH_MSG_MAX ? SIZE_MAX : sizeof(bri_msg_hdr) + len;
+    [[nodiscard]] bool holds_header() const { return count_ != 0 && rest_.size >= sizeof(bri_msg_hdr); }
+    // Behind its header. Nothing is added, so that nothing wraps.
+    [[nodiscard]] bool holds_payload(const bri_msg_hdr &header) const {
+        return header.len <= rest_.size - sizeof header;
     }
 
     MutableBytes rest_;

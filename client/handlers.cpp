@@ -25,6 +25,42 @@ struct EventHandler {
     bri_event_handler func;
 };
 
+// A type that few of many handlers want is not looked for in all of them each time: here are those who want it, in
+// their order. Found out when the type first comes behind a change of any set; a type that more want has kMany of them.
+constexpr unsigned kFew = 3;
+constexpr unsigned kMany = kFew + 1;
+struct Wanting {
+    uint32_t generation;
+    uint16_t bit;
+    uint16_t count;
+    EventHandler *nodes[kFew];
+};
+
+constexpr unsigned kWorthIt = 8; // nodes: fewer are walked as fast
+constexpr unsigned kTypesKept = 128;
+Wanting g_wanting[kTypesKept];
+unsigned g_nodes;
+uint32_t g_generation = 1; // of all sets
+
+[[gnu::noinline]] void find_wanting(Wanting &wanting, unsigned bit) {
+    wanting = {g_generation, static_cast<uint16_t>(bit), 0, {}};
+    list::for_each<EventHandler>(g_bridge_client->handlers, [&](EventHandler &node) {
+        if (!bits::test(node.set.words, bit) || wanting.count == kMany)
+            return;
+        if (wanting.count < kFew)
+            wanting.nodes[wanting.count] = &node;
+        ++wanting.count;
+    });
+}
+
+// The groups of types are spread so that those of the busy ones share no place.
+const Wanting &wanting_of(unsigned bit) {
+    Wanting &wanting = g_wanting[(bit + (bit >> 7) * 37) % kTypesKept];
+    if (wanting.generation != g_generation || wanting.bit != bit)
+        find_wanting(wanting, bit);
+    return wanting;
+}
+
 EventHandler *find(bri_event_handler handler) {
     EventHandler *found = nullptr;
     list::for_each<EventHandler>(g_bridge_client->handlers, [&](EventHandler &node) {
@@ -37,12 +73,14 @@ EventHandler *find(bri_event_handler handler) {
 // The node of the handler with the types added to it; null when memory is short.
 EventHandler *add_to_node(const event_set &set, bri_event_handler handler) {
     EventHandler *node = find(handler);
+    ++g_generation;
     if (node != nullptr) {
         bits::merge(node->set.words, set.words, bits::kSetWords);
         return node;
     }
     node = static_cast<EventHandler *>(std::calloc(1, sizeof *node));
     if (node != nullptr) {
+        ++g_nodes;
         node->set = set;
         node->func = handler;
         list::append(g_bridge_client->handlers, node->link);
@@ -67,25 +105,77 @@ void announce(const event_set &set, RegOp op) {
     bridge_client_send_message(&message, sizeof message, BRIDGE_EVENT_REG_MSG);
 }
 
+// Lines of the road of every event stand in functions of their own, for which the road itself saves no registers.
+[[gnu::cold, gnu::noinline]] void log_not_init() {
+    BRI_LOG(log::kClient, "Call event-handler failed: client is not init.\n");
+}
+
+[[gnu::cold, gnu::noinline]] void drop_unregistered(uint32_t type) {
+    counters::drop<counters::Drop::kNotRegistered>(type);
+    BRI_LOG(log::kClient, "[%s] dose not care this event[%s, %d].\n", name(), bri_msg_type_name(type),
+            static_cast<int>(type));
+}
+
+[[gnu::cold, gnu::noinline]] void drop_early(uint32_t type) {
+    counters::drop<counters::Drop::kBeforeData>(type);
+    BRI_LOG(log::kClient, "[%s] data-sync is not end, ignored[%d].\n", name(), static_cast<int>(type));
+}
+
+[[gnu::cold, gnu::noinline]] void log_handled(uint32_t type) {
+    BRI_LOG(log::kClient, "[%s] event[%s, %d] is handled.\n", name(), bri_msg_type_name(type), static_cast<int>(type));
+}
+
 // Whether an event passes to the handlers at all: the process's role, its registered set, and the order of the start,
 // in which only client management speaks before the backup data has ended.
-bool admits(uint32_t type, unsigned bit) {
+[[gnu::always_inline]] inline bool admits(uint32_t type, unsigned bit) {
     if (g_state.slave != 0) {
         counters::drop<counters::Drop::kSlave>(type);
         return false;
     }
     if (bit >= bits::kSetBits || !bits::test(g_bridge_client->event_set.words, bit)) {
-        counters::drop<counters::Drop::kNotRegistered>(type);
-        BRI_LOG(log::kClient, "[%s] dose not care this event[%s, %d].\n", name(), bri_msg_type_name(type),
-                static_cast<int>(type));
+        drop_unregistered(type);
         return false;
     }
     if (g_state.sync_state != client::kSyncEnded && submod_of(type) != BRI_SUBMOD_CLNT_MNG) {
-        counters::drop<counters::Drop::kBeforeData>(type);
-        BRI_LOG(log::kClient, "[%s] data-sync is not end, ignored[%d].\n", name(), static_cast<int>(type));
+        drop_early(type);
         return false;
     }
     return true;
+}
+
+unsigned bit_of(uint32_t type) {
+    return type & 0xFFFF;
+}
+
+inline void call(const EventHandler &node, uint32_t type, void *data, uint16_t len) {
+    node.func(type, data, len);
+    if (log::kClient.on())
+        log_handled(type);
+}
+
+// Calls those of a list who want the event, from `link` on. The bit is tested when the walk reaches a node: a type that
+// an earlier handler withdrew is not delivered any more, a handler that it registered is called.
+void call_from(const bri_list *link, const bri_list &handlers, uint32_t type, void *data, uint16_t len) {
+    for (; link != &handlers; link = link->next) {
+        const auto &node = *reinterpret_cast<const EventHandler *>(link);
+        if (bits::test(node.set.words, bit_of(type)))
+            call(node, type, data, len);
+    }
+}
+
+// The same for all of the list, without a look at those who do not want it. Behind a handler that changed any set, or
+// raised an event that took the place in the index, the walk goes on from that handler.
+[[gnu::noinline]] void call_wanting(const bri_list &handlers, uint32_t type, void *data, uint16_t len) {
+    const Wanting &wanting = wanting_of(bit_of(type));
+    if (wanting.count == kMany)
+        return call_from(handlers.next, handlers, type, data, len);
+    const uint32_t generation = g_generation;
+    for (unsigned index = 0; index < wanting.count; ++index) {
+        const EventHandler &node = *wanting.nodes[index];
+        call(node, type, data, len);
+        if (g_generation != generation || wanting.bit != bit_of(type))
+            return call_from(node.link.next, handlers, type, data, len);
+    }
 }
 
 } // namespace
@@ -117,23 +207,18 @@ void client::send_full_registration() {
 
 void bridge_call_event_handlers(uint32_t type, void *data, uint32_t len) {
     if (g_bridge_client == nullptr) {
-        BRI_LOG(log::kClient, "Call event-handler failed: client is not init.\n");
+        log_not_init();
         return;
     }
-    const unsigned bit = type & 0xFFFF;
-    if (!admits(type, bit))
+    if (!admits(type, bit_of(type)))
         return;
     ++counters::g_loop.events_handed_on;
     BRI_PROBE(handed_on, type, len);
-    // The bit is tested when the walk reaches a node: a type that an earlier handler withdrew is not delivered any
-    // more, a handler that it registered is called.
-    list::for_each<EventHandler>(g_bridge_client->handlers, [&](EventHandler &node) {
-        if (!bits::test(node.set.words, bit) || node.func == nullptr)
-            return;
-        node.func(type, data, static_cast<uint16_t>(len));
-        BRI_LOG(log::kClient, "[%s] event[%s, %d] is handled.\n", name(), bri_msg_type_name(type),
-                static_cast<int>(type));
-    });
+    const bri_list &handlers = g_bridge_client->handlers;
+    const auto length = static_cast<uint16_t>(len);
+    if (g_nodes > kWorthIt)
+        return call_wanting(handlers, type, data, length);
+    call_from(handlers.next, handlers, type, data, length);
 }
 
 void runtime::hand_on(const Message &message) {
@@ -170,6 +255,7 @@ int bridge_client_unreg_event(event_set *set, bri_event_handler handler) {
     }
     if (EventHandler *node = find(handler); node != nullptr)
         bits::remove(node->set.words, set->words, bits::kSetWords);
+    ++g_generation;
     keep_unwanted(*set);
     bits::remove(g_bridge_client->event_set.words, set->words, bits::kSetWords);
     announce(*set, kWithdraw);

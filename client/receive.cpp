@@ -18,14 +18,9 @@ namespace {
 
 constexpr uint32_t kHeaderSize = sizeof(bri_batch_hdr);
 
-uint32_t g_received; // bytes of the receive buffer that may differ from zero
+uint32_t g_received; // bytes that the last batch brought, whole or not: behind them the receive buffer is zero
 // NOLINTNEXTLINE(cppcoreguidelines-interfaces-global-init): an address, which the linker knows
 uint64_t *g_loss_cause = &counters::g_loop.reset_error; // what the last failed read counts as
-
-void clear_buffer() {
-    std::memset(g_bglib_recvbuf, 0, g_received);
-    g_received = 0;
-}
 
 // A read that gives fewer bytes than it should has met the end of the stream, or a peer that is gone. Out of line,
 // since the reads that succeed shall not pay for it.
@@ -39,18 +34,25 @@ void clear_buffer() {
         g_loss_cause = &counted.reset_error;
 }
 
-inline int read_into_buffer(int fd, uint32_t n, BatchClock &clock) {
-    uint8_t *place = g_bglib_recvbuf + g_received;
-    g_received += n; // before the read: it may fail behind some bytes
-    errno = 0;       // the end of the stream is no error and would show an old one
-    const int got = read_part(fd, place, n, clock);
+// A batch on its way into the receive buffer.
+struct Arrival {
+    int fd;
+    uint32_t came = 0; // bytes
+    BatchClock clock{};
+};
+
+inline int read_into_buffer(Arrival &batch, uint32_t n) {
+    uint32_t done = 0;
+    errno = 0; // the end of the stream is no error and would show an old one
+    const int got = read_part(batch.fd, g_bglib_recvbuf + batch.came, n, done, batch.clock);
+    batch.came += done;
     if (got != static_cast<int>(n))
         note_failed_read(got);
     return got;
 }
 
-bool read_header(int fd, BatchClock &clock) {
-    const int got = read_into_buffer(fd, kHeaderSize, clock);
+bool read_header(Arrival &batch) {
+    const int got = read_into_buffer(batch, kHeaderSize);
     if (got == static_cast<int>(kHeaderSize))
         return true;
     BRI_LOG(log::kClient, "[%s] failed to receive batch-msg header, received %d, errno = %d, %s\n", name(), got, errno,
@@ -58,14 +60,14 @@ bool read_header(int fd, BatchClock &clock) {
     return false;
 }
 
-bool read_body(int fd, uint32_t length, BatchClock &clock) {
+bool read_body(Arrival &batch, uint32_t length) {
     if (length > BRI_BATCH_MSG_MAX) {
         BRI_LOG(log::kClient, "[%s] excess max batch-msg length, max length %d, received %d.\n", name(),
                 log::number(BRI_BATCH_MSG_MAX), log::number(length));
         g_loss_cause = &counters::g_loop.reset_bad_frame;
         return false;
     }
-    const int got = read_into_buffer(fd, length, clock);
+    const int got = read_into_buffer(batch, length);
     if (got == static_cast<int>(length))
         return true;
     BRI_LOG(log::kClient, "[%s] failed to recv batch-msg, require length %d, recv %d, errno= %d, %s\n", name(),
@@ -73,24 +75,50 @@ bool read_body(int fd, uint32_t length, BatchClock &clock) {
     return false;
 }
 
-void take_message(const Message &message) {
+bool read_batch(Arrival &batch) {
+    if (!read_header(batch))
+        return false;
+    const uint32_t length = reinterpret_cast<const bri_batch_hdr *>(g_bglib_recvbuf)->msg_len;
+    return length == 0 || read_body(batch, length);
+}
+
+// Of an earlier batch nothing is left behind what came; what was overwritten needs no clearing.
+void clear_behind(uint32_t came) {
+    if (g_received > came)
+        std::memset(g_bglib_recvbuf + came, 0, g_received - came);
+    g_received = came;
+}
+
+// Whether messages are logged or held back: one look for both, since hardly ever either is.
+bool watched() {
+    return (static_cast<int>(log::kClient.on()) | delay::interval()) != 0;
+}
+
+// Announces a message; true when it is delayed.
+[[gnu::noinline]] bool hold_back(const Message &message) {
     BRI_LOG(log::kClient, "A msg Start...\n");
     BRI_LOG(log::kClient, "[%s] recv msg: type[%s, %d], len[%d].\n", name(), bri_msg_type_name(message.type()),
             log::number(message.type()), log::number(message.header.len));
-    if (delay::take(message))
-        BRI_LOG(log::kClient, "Msg received is delayed to process.\n");
-    else
+    if (!delay::take(message))
+        return false;
+    BRI_LOG(log::kClient, "Msg received is delayed to process.\n");
+    return true;
+}
+
+void take_message(const Message &message) {
+    if (!watched() || !hold_back(message))
         runtime::dispatch(message);
-    BRI_LOG(log::kClient, "\n");
-    BRI_LOG(log::kClient, "\n");
+    if (!log::kClient.on())
+        return;
+    BRI_LOG_ALWAYS(log::kClient, "\n");
+    BRI_LOG_ALWAYS(log::kClient, "\n");
 }
 
 // False when host code reset the connection on the way: the rest of the batch belongs to the lost one.
 bool take_messages(MessageIterator &next) {
     const uint32_t connection = connection_number();
-    while (next.ok()) {
-        const Message message = next.message();
-        next.next(); // a handler may write to its payload, and to whatever lies behind it
+    // Taken before it is handed on: a handler may write to its payload, and to whatever lies behind it.
+    for (Message message; next.take(message);) {
         take_message(message);
         if (connection_number() != connection)
             return false;
@@ -141,11 +169,12 @@ int bridge_client_read_msg(int fd, struct bri_batch_hdr **out) {
     }
     if (out == nullptr)
         return -1;
-    clear_buffer();
-    auto *batch = reinterpret_cast<bri_batch_hdr *>(g_bglib_recvbuf);
-    BatchClock clock;
-    if (!read_header(fd, clock) || (batch->msg_len != 0 && !read_body(fd, batch->msg_len, clock)))
+    Arrival arrival{fd};
+    const bool whole = read_batch(arrival);
+    clear_behind(arrival.came);
+    if (!whole)
         return -1;
+    auto *batch = reinterpret_cast<bri_batch_hdr *>(g_bglib_recvbuf);
     ++counters::g_loop.batches_in;
     counters::g_loop.bytes_in += g_received;
     BRI_PROBE(batch_in, batch->msg_cnt, g_received);

@@ -83,8 +83,7 @@ bool BatchClock::wait(int fd) const {
     return true;
 }
 
-int read_part(int fd, void *buf, uint32_t n, BatchClock &clock) {
-    uint32_t done = 0;
+int read_part(int fd, void *buf, uint32_t n, uint32_t &done, BatchClock &clock) {
     bool again = false;
     return move_bytes(n, done, Nothing::kEnds, [&](uint32_t offset, uint32_t left) -> ssize_t {
         if (again && !clock.wait(fd)) {

@@ -37,8 +37,9 @@ class BatchClock {
     uint32_t begun_ = 0; // milliseconds
 };
 
-// bridge_readn for the bytes of a batch; a batch whose time is over fails with ETIMEDOUT.
-int read_part(int fd, void *buf, uint32_t n, BatchClock &clock);
+// bridge_readn for the bytes of a batch, which also tells how many came when it fails; a batch whose time is over fails
+// with ETIMEDOUT.
+int read_part(int fd, void *buf, uint32_t n, uint32_t &done, BatchClock &clock);
 
 // bridge_writen that also tells how much went out when it fails.
 int write_all(int fd, const void *bytes, uint32_t n, uint32_t &done);

@@ -137,8 +137,8 @@ ssize_t __wrap_send(int fd, const void *data, size_t size, int) {
     const bri::MutableBytes batch{static_cast<uint8_t *>(const_cast<void *>(data)), size};
     bri::MessageIterator messages(batch.from(sizeof header), header.msg_cnt);
     uint32_t count = 0;
-    for (; messages.ok(); messages.next(), ++count)
-        read_all(messages.message().payload.data, messages.message().payload.size);
+    for (bri::Message message; messages.take(message); ++count)
+        read_all(message.payload.data, message.payload.size);
     require(!messages.cut() && count == header.msg_cnt);
     return static_cast<ssize_t>(size);
 }

@@ -62,10 +62,6 @@ bool deliver(Node &node) {
 
 } // namespace
 
-int32_t interval() {
-    return load_as<int32_t>(&g_bri_clnt_dbg[BRI_DBG_DELAY]);
-}
-
 void set_interval(int32_t seconds) {
     std::memcpy(&g_bri_clnt_dbg[BRI_DBG_DELAY], &seconds, sizeof seconds);
 }

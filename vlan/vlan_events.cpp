@@ -14,6 +14,7 @@
 #include <bridge/vlan_db.h>
 
 #include <cstddef>
+#include <iterator>
 
 namespace bri::vlan {
 
@@ -56,29 +57,45 @@ constexpr VersionedEvent kVersioned[] = {
 };
 static_assert(kSingleLen == 4 && sizeof(vl_evt_vlanset_rec) == 8708);
 
-// Whether a message with a version is new; a type without one always is.
-bool is_fresh(const Message &message) {
-    for (const VersionedEvent &event : kVersioned) {
-        if (event.type != message.type())
-            continue;
-        if (message.payload.size < event.least_len) {
-            counters::drop<counters::Drop::kShort>(message.type());
-            BRI_LOG(log::kVlan, "VLAN msg type(%s) is too short, len(%u), Drop.\n", bri_msg_type_name(event.type),
-                    message.header.len);
+constexpr uint32_t kFirstVersioned = kVersioned[0].type;
+constexpr bool by_type() {
+    for (uint32_t row = 0; row < std::size(kVersioned); ++row)
+        if (kVersioned[row].type != kFirstVersioned + row)
             return false;
-        }
-        const bool fresh = event.accepts(message.payload.data) != 0;
-        if (!fresh)
-            counters::drop<counters::Drop::kStale>(message.type());
-        return fresh;
-    }
     return true;
+}
+static_assert(by_type(), "one row per type, without a gap");
+
+// Null for a type without a version.
+const VersionedEvent *versioned(uint32_t type) {
+    const uint32_t row = type - kFirstVersioned;
+    return row < std::size(kVersioned) ? &kVersioned[row] : nullptr;
+}
+
+// Whether a message with a version is new.
+bool is_fresh(const VersionedEvent &event, const Message &message) {
+    if (message.payload.size < event.least_len) {
+        counters::drop<counters::Drop::kShort>(message.type());
+        BRI_LOG(log::kVlan, "VLAN msg type(%s) is too short, len(%u), Drop.\n", bri_msg_type_name(event.type),
+                message.header.len);
+        return false;
+    }
+    const bool fresh = event.accepts(message.payload.data) != 0;
+    if (!fresh)
+        counters::drop<counters::Drop::kStale>(message.type());
+    return fresh;
 }
 
 // Requests that come back, a counter nobody follows, and the debug switch.
 bool is_internal(uint32_t type) {
     return type == DEBUG_EVENT_VLAN || type == VLAN_EVENT_SET_ADD_DYN_INTF || type == VLAN_EVENT_SET_DEL_DYN_INTF ||
            type == VLAN_EVENT_SVI_MODIFY_UP_NUM;
+}
+
+// Apart from the road of every message, which saves no registers for it.
+[[gnu::cold, gnu::noinline]] void log_ready(uint32_t type) {
+    BRI_LOG(log::kVlan, "Ready to notify event, type(%s), event(%d).\n", bri_msg_type_name(type),
+            static_cast<int>(type));
 }
 
 } // namespace
@@ -93,15 +110,14 @@ using namespace bri;
 using namespace bri::vlan;
 
 void vlan::on_message(const Message &message) {
-    if (!is_fresh(message))
+    if (const VersionedEvent *event = versioned(message.type()); event != nullptr && !is_fresh(*event, message))
         return;
-    const auto number = static_cast<int>(message.type());
-    BRI_LOG(log::kVlan, "Ready to notify event, type(%s), event(%d).\n", bri_msg_type_name(message.type()), number);
-    if (is_internal(message.type())) {
-        BRI_LOG(log::kVlan, "The event(%d) needn't notify.\n", number);
-        return;
-    }
-    runtime::hand_on(message);
+    if (log::kVlan.on())
+        log_ready(message.type());
+    if (!is_internal(message.type()))
+        runtime::hand_on(message);
+    else
+        BRI_LOG(log::kVlan, "The event(%d) needn't notify.\n", static_cast<int>(message.type()));
 }
 
 char *vl_clnt_manage_init(struct bri_clnt_ctx *client) {
