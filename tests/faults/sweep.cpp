@@ -19,18 +19,18 @@ struct Fault {
     int error;
 };
 constexpr Fault kFaults[] = {
-    {"malloc", ENOMEM},      {"calloc", ENOMEM},   {"realloc", ENOMEM},       {"socket", EMFILE},
-    {"bind", EADDRINUSE},    {"setsockopt", EDOM}, {"connect", ECONNREFUSED}, {"connect", EINTR},
-    {"send", EPIPE},         {"send", EAGAIN},     {"send", EINTR},           {"sendto", ENOBUFS},
-    {"sendto", EAGAIN},      {"recv", EAGAIN},     {"recv", ECONNRESET},      {"recvfrom", EAGAIN},
-    {"recvfrom", ENOBUFS},   {"read", EIO},        {"read", EINTR},           {"write", ENOSPC},
-    {"open", ENOENT},        {"open", EMFILE},     {"fopen", ENOENT},         {"fopen", EMFILE},
-    {"mkdir", EACCES},       {"chmod", EPERM},     {"access", ENOENT},        {"shmget", ENOSPC},
-    {"shmget", EACCES},      {"shmat", ENOMEM},    {"shmdt", EINVAL},         {"shmctl", EACCES},
-    {"semget", ENOSPC},      {"semget", EACCES},   {"semctl", EACCES},        {"semop", EINTR},
-    {"semop", EIDRM},        {"sem_open", EMFILE}, {"sem_open", ENOENT},      {"sem_close", EINVAL},
-    {"sem_post", EOVERFLOW}, {"sem_wait", EINTR},  {"sem_wait", EINVAL},      {"sem_getvalue", EINVAL},
-    {"sysinfo", EFAULT},
+    {"malloc", ENOMEM},   {"calloc", ENOMEM},   {"realloc", ENOMEM},       {"socket", EMFILE},
+    {"bind", EADDRINUSE}, {"setsockopt", EDOM}, {"connect", ECONNREFUSED}, {"connect", EINTR},
+    {"send", EPIPE},      {"send", EAGAIN},     {"send", EINTR},           {"sendmsg", EPIPE},
+    {"sendmsg", EAGAIN},  {"sendmsg", EINTR},   {"sendto", ENOBUFS},       {"sendto", EAGAIN},
+    {"recv", EAGAIN},     {"recv", ECONNRESET}, {"recvfrom", EAGAIN},      {"recvfrom", ENOBUFS},
+    {"read", EIO},        {"read", EINTR},      {"write", ENOSPC},         {"open", ENOENT},
+    {"open", EMFILE},     {"fopen", ENOENT},    {"fopen", EMFILE},         {"mkdir", EACCES},
+    {"chmod", EPERM},     {"access", ENOENT},   {"shmget", ENOSPC},        {"shmget", EACCES},
+    {"shmat", ENOMEM},    {"shmdt", EINVAL},    {"shmctl", EACCES},        {"semget", ENOSPC},
+    {"semget", EACCES},   {"semctl", EACCES},   {"semop", EINTR},          {"semop", EIDRM},
+    {"sem_open", EMFILE}, {"sem_open", ENOENT}, {"sem_close", EINVAL},     {"sem_post", EOVERFLOW},
+    {"sem_wait", EINTR},  {"sem_wait", EINVAL}, {"sem_getvalue", EINVAL},  {"sysinfo", EFAULT},
 };
 
 constexpr int kRounds = 4;

@@ -20,11 +20,11 @@ Hooks hooks;
 
 namespace {
 
-constexpr std::array kCalls{"malloc",   "calloc",   "realloc",      "socket",   "bind",  "connect",  "setsockopt",
-                            "send",     "recv",     "sendto",       "recvfrom", "read",  "write",    "close",
-                            "open",     "mkdir",    "chmod",        "access",   "fopen", "shmget",   "shmat",
-                            "shmdt",    "shmctl",   "semget",       "semctl",   "semop", "sem_open", "sem_close",
-                            "sem_post", "sem_wait", "sem_getvalue", "sysinfo",  "getpid"};
+constexpr std::array kCalls{"malloc",    "calloc",   "realloc",  "socket",       "bind",     "connect", "setsockopt",
+                            "send",      "sendmsg",  "recv",     "sendto",       "recvfrom", "read",    "write",
+                            "close",     "open",     "mkdir",    "chmod",        "access",   "fopen",   "shmget",
+                            "shmat",     "shmdt",    "shmctl",   "semget",       "semctl",   "semop",   "sem_open",
+                            "sem_close", "sem_post", "sem_wait", "sem_getvalue", "sysinfo",  "getpid"};
 
 struct Arm {
     std::atomic<int> calls{0};
@@ -153,6 +153,7 @@ WRAP_HOOKED(int, connect, (int fd, const sockaddr *address, socklen_t length), (
 WRAP_HOOKED(int, setsockopt, (int fd, int level, int name, const void *value, socklen_t length),
             (fd, level, name, value, length))
 WRAP_HOOKED(ssize_t, send, (int fd, const void *data, size_t size, int flags), (fd, data, size, flags))
+WRAP_HOOKED(ssize_t, sendmsg, (int fd, const msghdr *message, int flags), (fd, message, flags))
 WRAP_HOOKED(ssize_t, recv, (int fd, void *data, size_t size, int flags), (fd, data, size, flags))
 WRAP_HOOKED(ssize_t, sendto, (int fd, const void *data, size_t size, int flags, const sockaddr *to, socklen_t length),
             (fd, data, size, flags, to, length))

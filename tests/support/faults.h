@@ -49,6 +49,7 @@ struct Hooks {
     std::function<int(int fd, const sockaddr *address, socklen_t length)> connect;
     std::function<int(int fd, int level, int name, const void *value, socklen_t length)> setsockopt;
     std::function<ssize_t(int fd, const void *data, size_t size, int flags)> send;
+    std::function<ssize_t(int fd, const msghdr *message, int flags)> sendmsg;
     std::function<ssize_t(int fd, void *data, size_t size, int flags)> recv;
     std::function<ssize_t(int fd, const void *data, size_t size, int flags, const sockaddr *to, socklen_t length)>
         sendto;
@@ -66,6 +67,7 @@ int real_bind(int fd, const sockaddr *address, socklen_t length);
 int real_connect(int fd, const sockaddr *address, socklen_t length);
 int real_setsockopt(int fd, int level, int name, const void *value, socklen_t length);
 ssize_t real_send(int fd, const void *data, size_t size, int flags);
+ssize_t real_sendmsg(int fd, const msghdr *message, int flags);
 ssize_t real_recv(int fd, void *data, size_t size, int flags);
 ssize_t real_sendto(int fd, const void *data, size_t size, int flags, const sockaddr *to, socklen_t length);
 ssize_t real_recvfrom(int fd, void *data, size_t size, int flags, sockaddr *from, socklen_t *length);
