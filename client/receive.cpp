@@ -154,7 +154,10 @@ int read_job(void *) {
         return lose_connection();
     BRI_LOG(log::kClient, "[%s] batch-msg received: msg-cnt %d, msg-len %d.\n", name(), log::number(batch->msg_cnt),
             log::number(batch->msg_len));
-    return take_batch(*batch) ? bridge_client_thread_event(BRI_CLNT_EVT_READ) : reconnect();
+    if (!take_batch(*batch))
+        return reconnect();
+    drain_meanwhile(*g_bridge_client); // a server that writes may have read, too
+    return bridge_client_thread_event(BRI_CLNT_EVT_READ);
 }
 
 } // namespace bri::client

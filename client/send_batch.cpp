@@ -9,6 +9,10 @@
 
 #include <cstring>
 #include <sys/socket.h>
+#if __has_include(<sys/single_threaded.h>)
+#include <sys/single_threaded.h>
+#define BRI_HAVE_SINGLE_THREADED
+#endif
 
 namespace bri::client {
 
@@ -27,9 +31,9 @@ uint32_t batch_size() {
     return static_cast<uint32_t>(sizeof(bri_batch_hdr)) + batch().msg_len;
 }
 
-// Everything behind the messages is zero already.
+// What lies behind the header stays: every message is written whole.
 void clear_batch() {
-    std::memset(g_bglib_sendbuf, 0, batch_size());
+    batch() = {};
 }
 
 bool batch_takes(uint32_t len) {
@@ -37,9 +41,10 @@ bool batch_takes(uint32_t len) {
 }
 
 void append(const void *data, uint32_t len, uint32_t type) {
-    put_message(g_bglib_sendbuf + batch_size(), data, len, type);
+    uint8_t *const place = g_bglib_sendbuf + batch_size();
     batch().msg_len += static_cast<uint32_t>(sizeof(bri_msg_hdr)) + len;
     batch().msg_cnt += 1;
+    put_message(place, data, len, type);
 }
 
 // These do not wait for the timer.
@@ -54,27 +59,20 @@ int refuse() {
     return -1;
 }
 
-int not_ready() {
+// Out of line, like all that an append shall not pay for.
+[[gnu::cold, gnu::noinline]] int not_ready() {
     BRI_LOG(log::kClient, "Client send msg failed: Socket is not ready.\n");
     return refuse();
 }
 
-// False when a run would not go out whole; the batch then queues behind it.
-bool drain_cache(bri_clnt_ctx &ctx) {
-    while (Run *run = list::first<Run>(ctx.cache)) {
-        uint32_t written = 0;
-        const int result = bridge_writen_dontwait(ctx.sock, run->unsent(), run->left(), &written);
-        if (result == kWritten) {
-            count_batch(run->bytes());
-            drop_run(ctx, *run);
-            continue;
-        }
-        run->written += written;
-        BRI_LOG(log::kClient, "[%s] Socket send FAIL, ret %s, written_len %d, left_len.\n", ctx.name,
-                bri_strerror(-result), log::number(written));
-        return false;
-    }
-    return true;
+[[gnu::cold, gnu::noinline]] int too_large(uint32_t len) {
+    BRI_LOG(log::kClient, "Client send msg failed: msg-len[%d] is too large.\n", log::number(len));
+    return refuse();
+}
+
+[[gnu::cold, gnu::noinline]] int no_buffer() {
+    BRI_LOG(log::kClient, "failed to send msg: buff is not ready.\n");
+    return refuse();
 }
 
 void queue_batch(bri_clnt_ctx &ctx) {
@@ -103,13 +101,46 @@ void write_batch(bri_clnt_ctx &ctx) {
     }
 }
 
+bool flush_due() {
+    return __atomic_load_n(&g_flush_due, __ATOMIC_SEQ_CST);
+}
+
+bool try_lock() {
+    return pthread_mutex_trylock(&g_bglib_send_lock) == 0;
+}
+
 // Does a flush that came due while the lock was held. Looks again behind the release: it may have come in between.
 void release_send_lock(bri_clnt_ctx &ctx) {
     do {
-        if (__atomic_exchange_n(&g_flush_due, false, __ATOMIC_SEQ_CST))
+        if (flush_due() && __atomic_exchange_n(&g_flush_due, false, __ATOMIC_SEQ_CST))
             flush(ctx);
         pthread_mutex_unlock(&g_bglib_send_lock);
-    } while (__atomic_load_n(&g_flush_due, __ATOMIC_SEQ_CST) && pthread_mutex_trylock(&g_bglib_send_lock) == 0);
+    } while (flush_due() && try_lock());
+}
+
+// Whether the process has one thread, as far as the C library tells.
+bool alone() {
+#if defined(BRI_HAVE_SINGLE_THREADED)
+    return __libc_single_threaded != 0;
+#else
+    return false;
+#endif
+}
+
+bool can_write(const bri_clnt_ctx &ctx) {
+    return ctx.sock > 0 && word::load(ctx.connected) != 0;
+}
+
+[[gnu::noinline]] int send_locked(bri_clnt_ctx &ctx, const void *data, uint32_t len, uint32_t type) {
+    const SendLock lock(ctx);
+    if (!batch_takes(len))
+        flush(ctx);
+    if (!batch_takes(len)) // the connection was lost since the first look, and the batch waits for the next one
+        return not_ready();
+    append(data, len, type);
+    if (urgent(type))
+        flush(ctx);
+    return 0;
 }
 
 } // namespace
@@ -142,7 +173,7 @@ void end_stream(const bri_clnt_ctx &ctx) {
 
 // What waits while there is no connection leaves on the next one.
 void flush(bri_clnt_ctx &ctx) {
-    if (g_bglib_sendbuf == nullptr || ctx.sock <= 0 || word::load(ctx.connected) == 0)
+    if (g_bglib_sendbuf == nullptr || !can_write(ctx))
         return;
     if (drain_cache(ctx))
         write_batch(ctx);
@@ -159,11 +190,19 @@ SendLock::~SendLock() {
     release_send_lock(ctx_);
 }
 
+void drain_meanwhile(bri_clnt_ctx &ctx) {
+    if (word::load(ctx.cache_cnt) == 0 || !try_lock())
+        return;
+    if (can_write(ctx))
+        drain_cache(ctx);
+    release_send_lock(ctx);
+}
+
 // The loop does not wait for a thread that blocks in a write.
 int flush_job(void *) {
     if (g_bridge_client != nullptr) {
         __atomic_store_n(&g_flush_due, true, __ATOMIC_SEQ_CST); // before the look at the lock
-        if (pthread_mutex_trylock(&g_bglib_send_lock) == 0)
+        if (try_lock())
             release_send_lock(*g_bridge_client);
     }
     bridge_client_thread_event(BRI_CLNT_EVT_MSG_TIMER);
@@ -180,21 +219,13 @@ int bridge_client_send_message(const void *data, uint32_t len, uint32_t type) {
     bri_clnt_ctx *ctx = g_bridge_client;
     if (ctx == nullptr || word::load(ctx->connected) == 0)
         return not_ready();
-    if (len > BRI_PAYLOAD_MAX) {
-        BRI_LOG(log::kClient, "Client send msg failed: msg-len[%d] is too large.\n", log::number(len));
-        return refuse();
+    if (len > BRI_PAYLOAD_MAX)
+        return too_large(len);
+    if (g_bglib_sendbuf == nullptr)
+        return no_buffer();
+    if (alone() && !urgent(type) && batch_takes(len)) { // nothing below starts a thread, or calls anybody
+        append(data, len, type);
+        return 0;
     }
-    if (g_bglib_sendbuf == nullptr) {
-        BRI_LOG(log::kClient, "failed to send msg: buff is not ready.\n");
-        return refuse();
-    }
-    const SendLock lock(*ctx);
-    if (!batch_takes(len))
-        flush(*ctx);
-    if (!batch_takes(len)) // the connection was lost since the first look, and the batch waits for the next one
-        return not_ready();
-    append(data, len, type);
-    if (urgent(type))
-        flush(*ctx);
-    return 0;
+    return send_locked(*ctx, data, len, type);
 }

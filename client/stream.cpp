@@ -98,6 +98,10 @@ int read_part(int fd, void *buf, uint32_t n, uint32_t &done, BatchClock &clock) 
     });
 }
 
+WriteResult failed_write() {
+    return errno == EAGAIN || errno == EINTR ? kWouldBlock : kSocketError;
+}
+
 int write_all(int fd, const void *bytes, uint32_t n, uint32_t &done) {
     return move_bytes(n, done, Nothing::kFails, [&](uint32_t offset, uint32_t left) {
         return write_quietly(fd, static_cast<const uint8_t *>(bytes) + offset, left);
@@ -138,7 +142,7 @@ int bridge_writen_dontwait(int fd, const void *buf, uint32_t n, uint32_t *writte
     errno = 0; // a result of 0 says nothing of its own
     const ssize_t sent = send(fd, buf, n, MSG_DONTWAIT | MSG_NOSIGNAL);
     if (sent <= 0)
-        return errno == EAGAIN || errno == EINTR ? kWouldBlock : kSocketError;
+        return failed_write();
     *written = static_cast<uint32_t>(sent);
     return *written == n ? kWritten : kWouldBlock;
 }

@@ -20,6 +20,9 @@ namespace bri::client {
 // Results of bridge_writen_dontwait: the magnitudes of BRI_ERR_SOCKET and BRI_ERR_WOULD_BLOCK.
 enum WriteResult { kWritten = 0, kSocketError = 5, kWouldBlock = 6 };
 
+// What errno says of a write without waiting that moved nothing.
+[[nodiscard]] WriteResult failed_write();
+
 // A read waits this long for a byte, so that a server that stalls inside a batch cannot hold the host for ever.
 inline constexpr uint32_t kReceiveSeconds = 2;
 
@@ -55,7 +58,7 @@ struct Run {
     // `size` bytes follow
 
     [[nodiscard]] uint8_t *bytes() { return reinterpret_cast<uint8_t *>(this + 1); }
-    [[nodiscard]] const uint8_t *unsent() { return bytes() + written; }
+    [[nodiscard]] uint8_t *unsent() { return bytes() + written; }
     [[nodiscard]] uint32_t left() const { return size - written; }
 };
 
@@ -72,9 +75,12 @@ Run *half_written_run(bri_clnt_ctx &ctx);
 // After a lost connection: every run starts anew.
 void rewind_cache(bri_clnt_ctx &ctx);
 
+// Writes the runs that wait, oldest first, without blocking (drain.cpp). False when one would not go out whole.
+bool drain_cache(bri_clnt_ctx &ctx);
+
 // --- send batch (send_batch.cpp)
 
-extern uint8_t *g_bglib_sendbuf; // BRI_BATCH_BUFFER_SIZE bytes; zero wherever no message lies
+extern uint8_t *g_bglib_sendbuf; // BRI_BATCH_BUFFER_SIZE bytes; what lies behind the messages means nothing
 extern pthread_mutex_t g_bglib_send_lock;
 
 // Holds the send lock for a sender, who may block in a write. A flush that comes due meanwhile does not wait for the
@@ -92,6 +98,10 @@ class SendLock {
 
 // Writes what waits, oldest first, without blocking. The send lock is held.
 void flush(bri_clnt_ctx &ctx);
+
+// Between two flushes, on the loop's thread: writes the runs that wait, and leaves the batch to fill. Does nothing
+// while another thread holds the lock.
+void drain_meanwhile(bri_clnt_ctx &ctx);
 
 // A batch, whose header stands at `bytes`, went out whole.
 void count_batch(const uint8_t *bytes);

@@ -27,7 +27,7 @@ TEST_F(Flush, keeps_the_whole_batch_when_the_socket_would_block) {
     for (const int error : {EAGAIN, EINTR}) {
         flush_single(1, -error);
         EXPECT_EQ(cached(), (std::vector<Cached>{{17, 0}}));
-        EXPECT_TRUE(all_zero(send_buffer()));
+        EXPECT_TRUE(batch_is_empty());
         tick();
         EXPECT_EQ(peer.read_now(), single(1));
         EXPECT_EQ(cached(), (std::vector<Cached>{}));
@@ -46,7 +46,7 @@ TEST_F(Flush, sends_the_rest_of_a_batch_cut_at_every_byte_before_any_later_one) 
         script = {part};
         tick();
         ASSERT_EQ(cached(), (std::vector<Cached>{{static_cast<uint32_t>(size), static_cast<uint32_t>(part)}}));
-        ASSERT_TRUE(all_zero(send_buffer()));
+        ASSERT_TRUE(batch_is_empty());
         ASSERT_EQ(peer.read_now().size(), static_cast<size_t>(part));
         send(kPlain, {9});
         tick();
@@ -71,7 +71,7 @@ TEST_F(Flush, loses_the_batch_on_a_socket_error) {
     for (const int error : {EPIPE, ECONNRESET, ENOTCONN, EBADF}) {
         flush_single(1, -error);
         EXPECT_EQ(cached(), (std::vector<Cached>{}));
-        EXPECT_TRUE(all_zero(send_buffer()));
+        EXPECT_TRUE(batch_is_empty());
     }
     EXPECT_EQ(ctx().cache_drop, 0U);
     EXPECT_EQ(ctx().connected, 1); // no failed write resets the connection
@@ -83,7 +83,7 @@ TEST_F(Flush, queues_the_batch_behind_a_run_that_still_waits) {
     flush_single(2, -EAGAIN);
     flush_single(3, -EINTR);
     EXPECT_EQ(cached(), (std::vector<Cached>{{17, 0}, {17, 0}, {17, 0}}));
-    EXPECT_TRUE(all_zero(send_buffer()));
+    EXPECT_TRUE(batch_is_empty());
     send(kPlain, {4});
     tick();
     EXPECT_EQ(peer.read_now(), single(1) + single(2) + single(3) + single(4));
@@ -137,6 +137,73 @@ TEST_F(Flush, writes_nothing_when_there_is_nothing) {
     EXPECT_EQ(faults::calls("send"), 0);
 }
 
+// --- many runs
+
+class FlushOfMany : public Flush {
+  protected:
+    // Runs of one message each, numbered from 0; of all kinds of sizes when asked for.
+    void wait_for_room(unsigned runs, bool large = false) {
+        for (unsigned number = 0; number < runs; ++number) {
+            const ByteVec payload = pattern(large && number % 3 == 0 ? 300 + number * 7 : 24, number);
+            ASSERT_EQ(send(kPlain, payload), 0);
+            script = {-EAGAIN};
+            tick();
+            batches_.push_back(batch_of({{kPlain, payload}}));
+        }
+        faults::clear();
+        script_sends(script);
+    }
+    [[nodiscard]] ByteVec waiting() const {
+        ByteVec all;
+        for (const ByteVec &batch : batches_)
+            all = all + batch;
+        return all;
+    }
+
+  private:
+    std::vector<ByteVec> batches_;
+};
+
+TEST_F(FlushOfMany, takes_up_to_64_runs_in_one_write) {
+    wait_for_room(200);
+    tick();
+    EXPECT_EQ(faults::calls("sendmsg"), 5); // 4 to find out whether the socket takes any, then 64 and the rest
+    EXPECT_EQ(faults::calls("send"), 0);
+    EXPECT_EQ(peer.read_now(), waiting());
+    EXPECT_EQ(ctx().cache_cnt, 0U);
+}
+
+TEST_F(FlushOfMany, keeps_small_and_large_ones_in_order) {
+    wait_for_room(130, true);
+    tick();
+    EXPECT_EQ(peer.read_now(), waiting());
+}
+
+TEST_F(FlushOfMany, goes_on_where_the_socket_cut_them_wherever_that_was) {
+    wait_for_room(7);
+    const ByteVec all = waiting(); // of 40 bytes each
+    for (int cut = 1; cut < static_cast<int>(all.size()); ++cut) {
+        script = {std::min(cut, 160), cut - 160, -EAGAIN};
+        if (cut <= 160)
+            script = {cut, -EAGAIN};
+        clear_log();
+        debug_on({BRI_DBG_MSG});
+        tick();
+        const auto part = static_cast<uint32_t>(cut % 40);
+        EXPECT_EQ(ctx().cache_cnt, 7U - static_cast<uint32_t>(cut) / 40);
+        EXPECT_EQ(cached().front(), (Cached{40, part}));
+        EXPECT_EQ(times_logged("[unit] Socket send FAIL, ret Socket would block, written_len " + std::to_string(part) +
+                               ", left_len.\n"),
+                  1);
+        script.clear();
+        tick();
+        ASSERT_EQ(peer.read_now(), all) << cut;
+        g_bri_clnt_dbg[BRI_DBG_MSG] = 0;
+        for (int run = 0; run < 7; ++run)
+            ASSERT_TRUE(bri::client::cache_msg(ctx(), all.data() + run * 40, 40, 0));
+    }
+}
+
 // --- a cache without room
 
 TEST_F(Flush, drops_and_counts_what_the_full_cache_does_not_take) {
@@ -148,7 +215,7 @@ TEST_F(Flush, drops_and_counts_what_the_full_cache_does_not_take) {
     flush_single(4, -EAGAIN);
     EXPECT_EQ(ctx().cache_drop, 2U);
     EXPECT_EQ(cached(), (std::vector<Cached>{{17, 0}, {17, 0}}));
-    EXPECT_TRUE(all_zero(send_buffer()));
+    EXPECT_TRUE(batch_is_empty());
     tick();
     flush_single(5, 17);
     EXPECT_EQ(peer.read_now(), single(1) + single(2) + single(5));
@@ -184,7 +251,7 @@ TEST_F(Flush, drops_a_batch_behind_a_waiting_run_when_memory_is_short) {
     tick();
     EXPECT_EQ(faults::injected(), 1);
     EXPECT_EQ(cached(), (std::vector<Cached>{{17, 0}}));
-    EXPECT_TRUE(all_zero(send_buffer()));
+    EXPECT_TRUE(batch_is_empty());
     tick();
     EXPECT_EQ(peer.read_now(), single(1));
 }
@@ -215,6 +282,57 @@ TEST_F(Flush, ends_the_stream_when_memory_for_the_rest_is_short) {
     EXPECT_EQ(loop().run_readable(), 1); // we see the end as well
     EXPECT_EQ(ctx().connected, 0);
     EXPECT_EQ(loop().count("bri-reconn"), 1);
+}
+
+// --- between two flushes: the server speaks
+
+class DrainMeanwhile : public Flush {
+  protected:
+    void hear() {
+        bridge_client_thread_event(BRI_CLNT_EVT_READ);
+        peer.send({{BRIDGE_EVENT_BKUP_DATA_BEGIN, {}}});
+        EXPECT_EQ(loop().run("bri-read"), 0);
+    }
+};
+
+TEST_F(DrainMeanwhile, writes_what_waits_and_leaves_the_batch) {
+    flush_single(1, 5);
+    flush_single(2, -EAGAIN);
+    ASSERT_EQ(send(kPlain, {3}), 0);
+    hear();
+    EXPECT_EQ(peer.read_now(), single(1) + single(2));
+    EXPECT_EQ(cached(), (std::vector<Cached>{}));
+    tick();
+    EXPECT_EQ(peer.read_now(), single(3));
+}
+
+TEST_F(DrainMeanwhile, queues_nothing_when_the_socket_is_full) {
+    flush_single(1, -EAGAIN);
+    ASSERT_EQ(send(kPlain, {2}), 0);
+    script = {-EAGAIN};
+    hear();
+    EXPECT_TRUE(script.used_up());
+    EXPECT_EQ(cached(), (std::vector<Cached>{{17, 0}}));
+    EXPECT_EQ(value_at<uint32_t>(send_buffer().data(), 4), 1U);
+    tick();
+    EXPECT_EQ(peer.read_now(), single(1) + single(2));
+}
+
+TEST_F(DrainMeanwhile, writes_nothing_when_nothing_waits) {
+    ASSERT_EQ(send(kPlain, {1}), 0);
+    hear();
+    EXPECT_EQ(faults::calls("send") + faults::calls("sendmsg"), 0);
+}
+
+TEST_F(DrainMeanwhile, does_not_wait_for_a_sender_that_holds_the_lock) {
+    flush_single(1, -EAGAIN);
+    alarm(10); // ends the test by a signal where the read job waits
+    ASSERT_EQ(pthread_mutex_lock(&bri::client::g_bglib_send_lock), 0);
+    hear();
+    EXPECT_EQ(cached(), (std::vector<Cached>{{17, 0}}));
+    EXPECT_EQ(pthread_mutex_unlock(&bri::client::g_bglib_send_lock), 0);
+    tick();
+    EXPECT_EQ(peer.read_now(), single(1));
 }
 
 // --- a real socket that pushes back

@@ -1,11 +1,21 @@
 // The send batch: what is refused, how messages lie in it, when it leaves, and what happens when it cannot.
 #include "tests/client/transport_fixture.h"
 
+#include <atomic>
+#include <chrono>
 #include <csignal>
+#include <thread>
 
 namespace {
 
 using namespace test;
+
+uint32_t in_batch() {
+    return value_at<uint32_t>(bri::client::g_bglib_sendbuf, 0);
+}
+uint32_t messages_in_batch() {
+    return value_at<uint32_t>(bri::client::g_bglib_sendbuf, 4);
+}
 
 class SendMessage : public Transport {
   protected:
@@ -16,8 +26,6 @@ class SendMessage : public Transport {
         EXPECT_EQ(send(kPlain, pattern(msg_len - in_batch() - 8)), 0);
         EXPECT_EQ(in_batch(), msg_len);
     }
-    static uint32_t in_batch() { return value_at<uint32_t>(bri::client::g_bglib_sendbuf, 0); }
-    static uint32_t messages_in_batch() { return value_at<uint32_t>(bri::client::g_bglib_sendbuf, 4); }
 };
 
 TEST_F(SendMessage, is_refused_before_start_up) {
@@ -29,7 +37,7 @@ TEST_F(SendMessage, is_refused_and_not_queued_while_unconnected) {
     start();
     EXPECT_EQ(send(kPlain, {1}), -1);
     EXPECT_EQ(send(BRIDGE_EVENT_REG_MSG, {1}), -1);
-    EXPECT_TRUE(all_zero(send_buffer()));
+    EXPECT_TRUE(batch_is_empty());
     EXPECT_EQ(ctx().cache_cnt, 0U);
     EXPECT_EQ(faults::calls("send"), 0);
 }
@@ -48,7 +56,7 @@ TEST_F(SendMessage, refuses_longer_payloads_however_long) {
         EXPECT_EQ(bridge_client_send_message(bytes.data(), len, kUrgent), -1) << len;
         EXPECT_EQ(bridge_client_send_message(nullptr, len, kUrgent), -1) << len;
     }
-    EXPECT_TRUE(all_zero(send_buffer()));
+    EXPECT_TRUE(batch_is_empty());
     EXPECT_FALSE(peer.readable());
 }
 
@@ -130,7 +138,7 @@ TEST_F(SendMessage, that_is_urgent_takes_the_waiting_ones_along) {
     ASSERT_EQ(send(kPlain, {1}), 0);
     ASSERT_EQ(send(L2TOP_EVENT_SYNC_DATA_BEGIN, {2}), 0);
     EXPECT_EQ(peer.read_now(), batch_of({{kPlain, {1}}, {L2TOP_EVENT_SYNC_DATA_BEGIN, {2}}}));
-    EXPECT_TRUE(all_zero(send_buffer()));
+    EXPECT_TRUE(batch_is_empty());
 }
 
 TEST_F(SendMessage, that_just_fits_fills_the_batch) {
@@ -185,14 +193,19 @@ TEST_F(SendMessage, leaves_in_one_write) {
     EXPECT_EQ(peer.read_batch(0)->msg_cnt(), 50U);
 }
 
-TEST_F(SendMessage, finds_a_buffer_that_is_all_zero_again) {
+TEST_F(SendMessage, without_data_carries_zeros_wherever_in_a_batch_that_was_full) {
     Peer peer = start_paired();
     fill_to(10248);
     tick();
-    EXPECT_TRUE(all_zero(send_buffer()));
-    ASSERT_EQ(send(kPlain, pattern(17)), 0);
+    (void)peer.read_now();
+    EXPECT_TRUE(batch_is_empty());
+    std::vector<Message> expected;
+    for (const uint32_t len : {1U, 0U, 3U, 4U, 64U, 4000U, 6000U}) {
+        ASSERT_EQ(bridge_client_send_message(nullptr, len, kPlain), 0);
+        expected.push_back({kPlain, ByteVec(len)});
+    }
     tick();
-    EXPECT_TRUE(all_zero(send_buffer()));
+    EXPECT_EQ(peer.read_now(), batch_of(expected));
 }
 
 TEST_F(SendMessage, is_refused_when_it_does_not_fit_and_the_socket_has_gone) {
@@ -212,7 +225,7 @@ TEST_F(SendMessage, reports_success_when_the_flush_fails) {
     script_sends(script);
     script = {-EPIPE};
     EXPECT_EQ(send(kUrgent, {1}), 0);
-    EXPECT_TRUE(all_zero(send_buffer()));
+    EXPECT_TRUE(batch_is_empty());
     EXPECT_EQ(ctx().cache_cnt, 0U);
 }
 
@@ -237,6 +250,42 @@ TEST_F(SendMessage, allocates_nothing_while_the_socket_takes_it) {
         ASSERT_EQ(allocations(), before);
         ASSERT_EQ(peer.read_batches().size(), 2U);
     }
+}
+
+// --- the lock
+
+class SendLock : public Transport {};
+
+#if __has_include(<sys/single_threaded.h>) && !defined(__SANITIZE_THREAD__)
+// Beside whom a message is collected does not matter while there is nobody.
+TEST_F(SendLock, is_not_taken_to_collect_a_message_while_the_process_has_one_thread) {
+    Peer peer = start_paired();
+    alarm(10); // ends the test by a signal where the sender waits
+    ASSERT_EQ(pthread_mutex_lock(&bri::client::g_bglib_send_lock), 0);
+    EXPECT_EQ(send(kPlain, {1}), 0);
+    EXPECT_EQ(pthread_mutex_unlock(&bri::client::g_bglib_send_lock), 0);
+    tick();
+    EXPECT_EQ(peer.read_now(), batch_of({{kPlain, {1}}}));
+}
+#endif
+
+TEST_F(SendLock, is_taken_by_every_thread_once_there_are_two) {
+    Peer peer = start_paired();
+    ASSERT_EQ(send(kPlain, {1}), 0);
+    ASSERT_EQ(pthread_mutex_lock(&bri::client::g_bglib_send_lock), 0);
+    std::atomic<bool> sent{false};
+    std::thread sender([&] {
+        EXPECT_EQ(send(kPlain, {2}), 0);
+        sent = true;
+    });
+    std::this_thread::sleep_for(std::chrono::milliseconds(30));
+    EXPECT_FALSE(sent);
+    EXPECT_EQ(messages_in_batch(), 1U);
+    EXPECT_EQ(pthread_mutex_unlock(&bri::client::g_bglib_send_lock), 0);
+    sender.join();
+    ASSERT_EQ(send(kPlain, {3}), 0);
+    tick();
+    EXPECT_EQ(peer.read_now(), batch_of({{kPlain, {1}}, {kPlain, {2}}, {kPlain, {3}}}));
 }
 
 // --- the flush timer
@@ -280,17 +329,15 @@ TEST_F(FlushTimer, does_not_wait_for_a_sender_that_holds_the_lock) {
 
 TEST_F(FlushTimer, is_done_by_a_sender_that_holds_the_lock) {
     Peer peer = start_paired();
-    int writes = 0;
-    faults::hooks.send = [&](int fd, const void *data, size_t size, int flags) {
-        if (++writes > 1)
-            return faults::real_send(fd, data, size, flags);
+    faults::hooks.send = [](int, const void *, size_t, int) {
         EXPECT_EQ(tick(), 0);
         errno = EAGAIN;
         return ssize_t{-1};
     };
     alarm(10);
     EXPECT_EQ(send(kUrgent, {1}), 0);
-    EXPECT_EQ(writes, 2);
+    EXPECT_EQ(faults::calls("send"), 1);
+    EXPECT_EQ(faults::calls("sendmsg"), 1);
     EXPECT_EQ(peer.read_now(), batch_of({{kUrgent, {1}}}));
     faults::clear();
 }

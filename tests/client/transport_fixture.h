@@ -57,6 +57,10 @@ class Transport : public StartedHost {
     static ByteVec send_buffer() {
         return {bri::client::g_bglib_sendbuf, bri::client::g_bglib_sendbuf + BRI_BATCH_BUFFER_SIZE};
     }
+    static bool batch_is_empty() {
+        return value_at<uint32_t>(bri::client::g_bglib_sendbuf, 0) == 0 &&
+               value_at<uint32_t>(bri::client::g_bglib_sendbuf, 4) == 0;
+    }
     static ByteVec receive_buffer() { return {g_bglib_recvbuf, g_bglib_recvbuf + BRI_BATCH_BUFFER_SIZE}; }
     static bool all_zero(const ByteVec &bytes) {
         return std::all_of(bytes.begin(), bytes.end(), [](uint8_t byte) { return byte == 0; });
@@ -108,10 +112,24 @@ class Script {
     size_t next_ = 0;
 };
 
-// Puts `script` in the place of send().
+inline ByteVec bytes_of(const msghdr &message) {
+    ByteVec bytes;
+    for (const iovec *part = message.msg_iov; part != message.msg_iov + message.msg_iovlen; ++part) {
+        const auto *first = static_cast<const uint8_t *>(part->iov_base);
+        bytes.insert(bytes.end(), first, first + part->iov_len);
+    }
+    return bytes;
+}
+
+// Puts `script` in the place of send() and of sendmsg().
 inline void script_sends(Script &script) {
     faults::hooks.send = [&script](int fd, const void *data, size_t size, int flags) {
         return script.step(size, [&](size_t part) { return faults::real_send(fd, data, part, flags); });
+    };
+    faults::hooks.sendmsg = [&script](int fd, const msghdr *message, int flags) {
+        const faults::Pause pause;
+        const ByteVec bytes = bytes_of(*message);
+        return script.step(bytes.size(), [&](size_t part) { return faults::real_send(fd, bytes.data(), part, flags); });
     };
 }
 inline void script_reads(Script &script) {

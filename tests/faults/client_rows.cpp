@@ -124,6 +124,20 @@ Got flush_into_cache(SweptHost &) {
     return SweptHost::ctx().cache_cnt == before + 1 ? Got::kSuccess : Got::kFailure;
 }
 
+void run_waits(SweptHost &host) {
+    collect_for_full_socket(host);
+    SweptHost::tick();
+    socket_takes_again(host);
+}
+void send_what_waits(SweptHost &) {
+    SweptHost::tick();
+}
+
+Got drain(SweptHost &) {
+    SweptHost::tick();
+    return SweptHost::ctx().cache_cnt == 0 ? Got::kSuccess : Got::kFailure;
+}
+
 event_set one_type() {
     event_set set{};
     set.words[kPlain / 32] = 1U << kPlain % 32;
@@ -225,6 +239,13 @@ std::vector<Row> client_rows() {
          0,
          collect_for_full_socket,
          socket_takes_again},
+        {"job bri-msg-timer, a run waiting",
+         Level::kConnected,
+         drain,
+         {{"sendmsg", Got::kFailure}}, // the run still waits
+         kPlain,
+         run_waits,
+         send_what_waits},
         {"bridge_readn",
          Level::kBare,
          [](SweptHost &) { return whole(bridge_readn(g_ends[0], g_bytes, sizeof g_bytes), sizeof g_bytes); },
