@@ -10,6 +10,7 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
+#include <sys/stat.h>
 
 struct qv_thread_master {
     event_base *base;
@@ -18,6 +19,7 @@ struct qv_thread_master {
     bool stopped; // asked for, not yet obeyed by a run
     bool trace;
     double time_scale;
+    int served; // descriptor of the read job that runs, else -1
 };
 
 struct qv_thread {
@@ -66,12 +68,14 @@ template <class Predicate> void release_if(qv_thread_master &master, Predicate &
 
 void run_job(evutil_socket_t, short, void *argument) {
     auto &thread = *static_cast<qv_thread *>(argument);
-    const qv_thread_master &master = *thread.master;
+    qv_thread_master &master = *thread.master;
     const qv_thread_func func = thread.func;
     void *const arg = thread.arg;
     trace(master, "run %s", thread.name);
+    master.served = event_get_fd(&thread.job);
     release(thread);
     func(arg);
+    master.served = -1;
 }
 
 // What a job waits for. An event job waits for nothing: it is due when it is added.
@@ -82,7 +86,15 @@ struct Trigger {
     const timeval *after;
 };
 
+// A job that waits again for what it was run for, as most do, is not asked about it again.
+bool can_wait(const qv_thread_master &master, int fd) {
+    struct stat file {};
+    return fd == master.served || (fstat(fd, &file) == 0 && !S_ISREG(file.st_mode) && !S_ISDIR(file.st_mode));
+}
+
 bool start(qv_thread &thread, const Trigger &trigger) {
+    if (trigger.what == EV_READ && !can_wait(*thread.master, trigger.fd))
+        return false;
     if (event_assign(&thread.job, thread.master->base, trigger.fd, trigger.what, run_job, &thread) != 0)
         return false;
     if (trigger.what != 0)
@@ -133,12 +145,16 @@ qv_thread *add_timer(qv_thread_master *master, qv_thread_func func, void *arg, l
 }
 
 // Times are measured when a job is added, not when the round of the loop began, and a timer never fires early. Event
-// jobs that keep adding event jobs let descriptors and timers have their turn after every few.
-event_base *make_base() {
+// jobs that keep adding event jobs let descriptors and timers have their turn after every few. By poll(), a job that
+// waits for its descriptor again costs no system call, and a host has few of them; epoll is left for a clock that runs
+// faster, since poll's timers are late by up to a millisecond of the wall's.
+event_base *make_base(double time_scale) {
     event_config *config = event_config_new();
     if (config == nullptr)
         return nullptr;
     event_config_set_flag(config, EVENT_BASE_FLAG_NO_CACHE_TIME | EVENT_BASE_FLAG_PRECISE_TIMER);
+    if (time_scale == 1)
+        event_config_avoid_method(config, "epoll");
     event_config_set_max_dispatch_interval(config, nullptr, kJobsPerRound, 0);
     event_base *base = event_base_new_with_config(config);
     event_config_free(config);
@@ -190,7 +206,8 @@ void qv_thread_cancel_by_arg_func(qv_thread_master *master, void *arg, qv_thread
 }
 
 qv_thread_master *qv_thread_master_create(void) {
-    event_base *base = make_base();
+    const double scale = time_scale();
+    event_base *base = make_base(scale);
     if (base == nullptr)
         return nullptr;
     auto *master = static_cast<qv_thread_master *>(std::calloc(1, sizeof(qv_thread_master)));
@@ -201,7 +218,8 @@ qv_thread_master *qv_thread_master_create(void) {
     master->base = base;
     list::init(master->jobs);
     master->trace = tracing();
-    master->time_scale = time_scale();
+    master->time_scale = scale;
+    master->served = -1;
     return master;
 }
 

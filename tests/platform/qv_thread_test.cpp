@@ -43,6 +43,7 @@ struct LoopTest : testing::Test {
     }
 
     static inline LoopTest *current;
+    qv_thread_func again = nullptr; // a job that adds itself
     qv_thread_master *loop = qv_thread_master_create();
     std::string order;
     Note a{&order, "a"}, b{&order, "b"}, c{&order, "c"};
@@ -147,6 +148,26 @@ TEST_F(LoopTest, two_read_jobs_on_one_descriptor_both_run) {
     qv_thread_add_read_withname(loop, note, &b, pipe.ends[0], "second");
     run_for_ms(10);
     EXPECT_EQ(order.size(), 2U);
+}
+
+TEST_F(LoopTest, read_job_that_closes_its_descriptor_waits_for_the_next_one_of_that_number) {
+    static Pipe first;
+    static Pipe second;
+    static int runs;
+    first.put();
+    const auto replace = [](void *) {
+        if (++runs == 2)
+            return stop(nullptr);
+        close(first.ends[0]);
+        EXPECT_EQ(fcntl(second.ends[0], F_DUPFD_CLOEXEC, first.ends[0]), first.ends[0]);
+        EXPECT_NE(qv_thread_add_read_withname(current->loop, current->again, nullptr, first.ends[0], "again"), nullptr);
+        second.put();
+        return 0;
+    };
+    again = replace;
+    ASSERT_NE(qv_thread_add_read_withname(loop, replace, nullptr, first.ends[0], "first"), nullptr);
+    ASSERT_EQ(qv_thread_master_run(loop), 0);
+    EXPECT_EQ(runs, 2);
 }
 
 TEST_F(LoopTest, second_timer_fires_after_its_seconds_and_not_before) {
