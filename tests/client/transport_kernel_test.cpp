@@ -1,6 +1,7 @@
 // The connect job and the kernel channel: reading begins only when both are up.
 #include "tests/client/transport_fixture.h"
 #include "tests/support/kernel.h"
+#include "tests/support/kernel_module.h"
 
 namespace {
 
@@ -60,6 +61,8 @@ TEST_F(ConnectJobKernel, tries_again_every_second_without_registering_again) {
 }
 
 TEST_F(ConnectJobKernel, says_that_the_channel_failed) {
+    const WithoutModule without_module;
+    ASSERT_TRUE(without_module.away());
     const Server server;
     begin();
     const std::string line = "[unit] reg event failed: netlink init error.\n";

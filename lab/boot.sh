@@ -1,0 +1,27 @@
+#!/usr/bin/env bash
+# boot.sh MACHINE [shell]: boots the machine that lab/run.sh has made, by emulation alone, and keeps what it says in
+# build/lab/MACHINE/console. Fails when the machine does not come to its end. The emulator's own status says nothing.
+set -euo pipefail
+cd "$(dirname "${BASH_SOURCE[0]}")/.."
+machine=$1
+work=build/lab/$machine
+
+options=(-nographic -no-reboot -kernel "$work/kernel" -initrd "$work/initrd" -nic none)
+append='panic=-1 loglevel=4'
+[ "${2:-}" != shell ] || append+=' lab=shell'
+case $machine in
+ppc32be) command=(qemu-system-ppc -M g3beige -m 512 "${options[@]}" -append "console=ttyPZ0 $append") ;;
+amd64) command=(qemu-system-x86_64 -M q35 -cpu max -smp 2 -m 1024 "${options[@]}" -append "console=ttyS0 nokaslr $append") ;;
+*) exit 2 ;;
+esac
+
+if [ "${2:-}" = shell ]; then
+    exec "${command[@]}"
+fi
+timeout 840 "${command[@]}" </dev/null >"$work/console.raw" 2>&1 || true
+tr -d '\r' <"$work/console.raw" >"$work/console"
+if ! grep -qx '\[lab\] done' "$work/console"; then
+    tail -30 "$work/console"
+    echo "$machine did not come to its end"
+    exit 1
+fi

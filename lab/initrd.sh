@@ -1,0 +1,101 @@
+# shellcheck shell=bash
+# shellcheck disable=SC2154 # root, work and kernel are the machine's, see prepare
+# Sourced by lab/run.sh: the first file system of a machine. `root` is the folder that becomes it.
+
+# carry FILE...: files at the places where they are, with the libraries that they need.
+carry() {
+    local file
+    for file in "$@"; do
+        [ ! -e "$root$file" ] || continue
+        mkdir -p "$root${file%/*}"
+        cp -L --preserve=mode "$file" "$root$file"
+        strip -g "$root$file" 2>/dev/null || true
+        while read -r library; do carry "$library"; done < <(libraries_of "$file")
+    done
+}
+
+libraries_of() {
+    ldd "$1" 2>/dev/null | awk '$2 == "=>" && $3 ~ /^\// { print $3 } $1 ~ /^\// { print $1 }'
+}
+
+carry_command() {
+    local name
+    for name in "$@"; do carry "$(command -v "$name")"; done
+}
+
+# The machine's programs, as paths in its build.
+files_of() {
+    awk -v machine="$1" '$1 == machine { print $5 }' lab/programs.txt | sort -u
+}
+
+# plan MACHINE FOLDER: the machine's lines of lab/programs.txt, as init reads them; FOLDER is the build's there.
+plan() {
+    awk -v machine="$1" -v folder="$2" '
+        $1 == machine {
+            printf "%s\t%s\t%s\t%s/%s", $2, $3, $4, folder, $5
+            for (i = 6; i <= NF; i++) printf "\t%s", $i
+            if ($5 ~ /\/test_/) printf "\t--gtest_brief=1"
+            print ""
+        }' lab/programs.txt
+}
+
+# begin_root BUILD: what both machines have. The module is the last of those that init loads.
+begin_root() {
+    rm -rf "$root"
+    mkdir -p "$root"/{proc,sys,dev/pts,dev/shm,tmp,run,root,etc,lab/bin,lab/modules.d}
+    cp "$1/lab/lab_init" "$root/init"
+    echo 'root:x:0:0:root:/root:/bin/sh' >"$root/etc/passwd"
+    echo 'root:x:0:' >"$root/etc/group"
+    echo '127.0.0.1 localhost' >"$root/etc/hosts"
+}
+
+add_modules() {
+    local path
+    for path in "$@"; do
+        cp "$path" "$root/lab/modules.d/"
+        echo "/lab/modules.d/${path##*/}" >>"$root/lab/modules"
+    done
+}
+
+pack_root() {
+    (cd "$root" && find . -print0 | cpio -0 -o -H newc -R 0:0 --quiet) | gzip -1 >"$work/initrd"
+}
+
+# The test programs of this machine's build are static.
+make_root_ppc32be() {
+    local program
+    begin_root build/ppc32be
+    while read -r program; do
+        powerpc-linux-gnu-strip -o "$root/lab/bin/${program##*/}" "build/ppc32be/$program"
+    done < <(files_of ppc32be)
+    plan ppc32be /lab/bin | sed 's|/lab/bin/tests/|/lab/bin/|' >"$root/lab/plan"
+    mknod "$root/dev/console" c 5 1
+    mknod "$root/dev/null" c 1 3
+    mknod "$root/dev/zero" c 1 5
+    mknod "$root/dev/urandom" c 1 9
+    add_modules "$work/module/ef_bridge.ko"
+}
+
+# The build lies where it lies here, as programs name each other by their paths.
+make_root_amd64() {
+    local build=$PWD/build/dev name
+    begin_root "$build"
+    while read -r name; do carry "$build/$name"; done < <(files_of amd64)
+    for name in "${carried[@]}"; do carry "$build/$name"; done
+    mkdir -p "$root$PWD"
+    cp -r --parents include completion sandbox/scenarios "$root$PWD"
+    ln -s "$PWD/sandbox/scenarios" "$root$build/sandbox/scenarios"
+    carry /bin/sh /bin/bash
+    carry_command ip bridge cat ls ps mkdir rm sleep grep kill mount umount insmod rmmod lsmod dmesg id uname chmod \
+        seq head tail date stat cp mv ln touch env true false
+    plan amd64 "$build" >"$root/lab/plan"
+    printf 'cd %q\n' "$PWD" >"$root/root/.bashrc"
+    add_modules "${kernel_modules[@]/#/$kernel/lib/modules/$(cat "$kernel/release")/kernel/}" "$work/module/ef_bridge.ko"
+}
+
+# What those programs start.
+carried=(sandbox/bridge-sandbox sandbox/libef_bridge_sim.so tests/soak/soak_host tests/picture_host
+    examples/{port_watch,mac_table,vlan_guard,vlan_follow,port_guard,vlan_mirror})
+
+# In the order in which they can be loaded. A bridge, its peers and VLAN devices are for what drives real frames.
+kernel_modules=(net/{llc/llc,802/stp,802/garp,802/mrp,bridge/bridge,8021q/8021q}.ko drivers/net/{veth,nlmon}.ko)
