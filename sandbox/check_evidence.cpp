@@ -45,18 +45,23 @@ bool speaks_of(const std::string &name, const Fields &value, unsigned vid, unsig
     return has_number(value, name == "ifx" ? ifx : vid);
 }
 
-std::vector<std::string> runnable_threads(pid_t process) {
-    std::vector<std::string> threads;
+// What the scheduler has counted for one thread, in nanoseconds.
+struct Share {
+    double ran = 0;
+    double waited = 0; // for a processor that others had
+};
+
+// By thread; none where the kernel does not count it.
+std::map<std::string, Share> shares_of(pid_t process) {
+    std::map<std::string, Share> shares;
     std::error_code ended;
     for (const auto &task : std::filesystem::directory_iterator("/proc/" + std::to_string(process) + "/task", ended)) {
-        std::ifstream file(task.path() / "stat");
-        std::string line;
-        std::getline(file, line);
-        const size_t name_end = line.rfind(") "); // the name may hold anything
-        if (name_end != std::string::npos && line.compare(name_end, 3, ") R") == 0)
-            threads.push_back(task.path().filename());
+        std::ifstream file(task.path() / "schedstat");
+        Share share;
+        if (file >> share.ran >> share.waited)
+            shares[task.path().filename()] = share;
     }
-    return threads;
+    return shares;
 }
 
 } // namespace
@@ -94,18 +99,22 @@ bool speaks_of(const Observed &message, unsigned vid, unsigned ifx) {
     return speaks_of("", message.fields, vid, ifx);
 }
 
-double busy_part(pid_t process, std::chrono::duration<double> time) {
-    constexpr unsigned looks = 40;
-    std::map<std::string, unsigned> found; // by thread
-    for (unsigned look = 0; look < looks; ++look) {
-        std::this_thread::sleep_for(time / looks);
-        for (const std::string &thread : runnable_threads(process))
-            ++found[thread];
+std::optional<double> busy_part(pid_t process, std::chrono::duration<double> time) {
+    const std::map<std::string, Share> before = shares_of(process);
+    const auto begin = std::chrono::steady_clock::now();
+    std::this_thread::sleep_for(time);
+    const std::map<std::string, Share> after = shares_of(process);
+    const std::chrono::duration<double, std::nano> passed = std::chrono::steady_clock::now() - begin;
+    std::optional<double> most;
+    for (const auto &[thread, share] : after) {
+        const auto old = before.find(thread);
+        if (old == before.end())
+            continue;
+        const double ran = share.ran - old->second.ran;
+        const double free = passed.count() - (share.waited - old->second.waited); // to run in, or to sleep
+        most = std::max(most.value_or(0), std::min(1.0, ran / std::max(free, ran + 1)));
     }
-    unsigned most = 0;
-    for (const auto &[thread, times] : found)
-        most = std::max(most, times);
-    return most / double{looks};
+    return most;
 }
 
 } // namespace sandbox

@@ -5,6 +5,7 @@
 #include "sandbox/world.h"
 
 #include <chrono>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -28,8 +29,8 @@ bool is_answer(const Observed &message, const std::string &question_type);
 // Whether a VLAN or a port of that number is spoken of.
 bool speaks_of(const Observed &message, unsigned vid, unsigned ifx);
 
-// Looks at a process for that long: the part of the looks, of 1, in which its busiest thread ran or waited for a
-// processor, so that a busy machine makes no difference.
-double busy_part(pid_t process, std::chrono::duration<double> time);
+// Looks at a process for that long: which part, of 1, its busiest thread ran of the time in which it was not waiting
+// for a processor, so that a busy machine makes no difference. Nothing where the kernel does not count that.
+std::optional<double> busy_part(pid_t process, std::chrono::duration<double> time);
 
 } // namespace sandbox
