@@ -11,6 +11,22 @@ set(package_dir "${CMAKE_INSTALL_LIBDIR}/cmake/bridge_client")
 set(installed bridge_client bridge_client_static bridge_host bridge_host_static)
 set(python_dir "${CMAKE_INSTALL_DATADIR}/bridge_client/python")
 install(DIRECTORY include/bridge TYPE INCLUDE)
+
+# Manual pages, one an operation and one a header, from the headers' comments.
+find_program(BRIDGE_AWK awk REQUIRED)
+file(GLOB manual_headers CONFIGURE_DEPENDS "${PROJECT_SOURCE_DIR}/include/bridge/*.h")
+list(FILTER manual_headers EXCLUDE REGEX "/bridge\\.h$")
+set(manual_dir "${CMAKE_CURRENT_BINARY_DIR}/man3")
+add_custom_command(
+  OUTPUT "${manual_dir}/made" VERBATIM
+  COMMAND "${CMAKE_COMMAND}" -E rm -rf "${manual_dir}"
+  COMMAND "${CMAKE_COMMAND}" -E make_directory "${manual_dir}"
+  COMMAND "${BRIDGE_AWK}" -v "into=${manual_dir}" -v "version=${PROJECT_VERSION}" -f
+          "${PROJECT_SOURCE_DIR}/docs/man.awk" ${manual_headers}
+  COMMAND "${CMAKE_COMMAND}" -E touch "${manual_dir}/made"
+  DEPENDS ${manual_headers} "${PROJECT_SOURCE_DIR}/docs/man.awk")
+add_custom_target(manual ALL DEPENDS "${manual_dir}/made")
+install(DIRECTORY "${manual_dir}/" DESTINATION "${CMAKE_INSTALL_MANDIR}/man3" FILES_MATCHING PATTERN "*.3")
 if(BRIDGE_WORKSTATION)
   list(APPEND installed qv-thread qv_syslog)
   install(DIRECTORY platform/include/ TYPE INCLUDE)
