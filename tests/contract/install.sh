@@ -127,3 +127,19 @@ for program in bridge-inspect bridge-monitor bridge-replay bridge-sandbox; do
     test -s "$prefix/share/bash-completion/completions/$program"
 done
 echo "completion: installed for each program"
+
+# The first hour's guide, with its words typed behind the installed tree.
+mkdir "$work/start"
+awk -v into="$work/start" -f "$source_dir/docs/recipes.awk" "$source_dir/docs/start.md"
+awk '/^```/ { inside = $0 == "```sh"; next } inside' "$source_dir/docs/start.md" | sed "s#PREFIX#$prefix#g" >"$work/start.sh"
+(cd "$work/start" && TMPDIR=$work sh -ex ../start.sh) >"$work/start.log" 2>&1 || {
+    cat "$work/start.log"
+    echo "docs/start.md: what it types does not go well"
+    exit 1
+}
+echo "docs/start.md: typed from its first to its last line"
+
+for name in bridge_maddr_add_static bri_vlanset_next bridge_host_start bridge_mac_client; do
+    grep -q "^$name .- [^ ]" "$prefix/share/man/man3/$name.3"
+done
+echo "manual: $(find "$prefix/share/man/man3" -name '*.3' | wc -l) pages"
