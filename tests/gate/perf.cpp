@@ -1,8 +1,12 @@
 // Runs each path of the library so many times between two marks, at which callgrind writes down the instructions that
 // it has counted: see perf.sh. Prints "path runs" for each. What the kernel does is not counted, nor what prepares a
-// run; the loop around the calls is, with 5 instructions or so. "perf tools" prints what the counts depend on.
+// run; the loop around the calls is, with 5 instructions or so. "perf library" is the
+// library alone, "perf layer" the host layer's way of an event beside the bare one; "perf tools" prints what the counts
+// depend on.
 #include "bench/client.h"
 #include "bench/tables.h"
+
+#include <bridge/host.h>
 
 #include <cstdio>
 #include <gnu/libc-version.h>
@@ -167,20 +171,76 @@ void count_replay() {
           [] { return std::exchange(g_handled, 0) >= BRI_PORT_SLOTS - 1; });
 }
 
-} // namespace
+// --- an event from the dispatcher to the handler and back
 
-int main(int argc, char **) {
-    if (argc > 1) {
-        std::printf("compiler %s, C library %s\n", __VERSION__, gnu_get_libc_version());
-        return EXIT_SUCCESS;
-    }
-    need(connect_to_pair(), "the start");
-    CALLGRIND_START_INSTRUMENTATION;
+constexpr uint32_t kEvents = 1000;
+
+void on_record(const void *record, uint16_t, void *) {
+    g_handled += static_cast<const vl_evt_intf_pvid_rec *>(record)->pvid;
+}
+
+int copy_record(uint32_t, void *data, uint16_t len) {
+    vl_evt_intf_pvid_rec record;
+    if (len < sizeof record)
+        return 0;
+    std::memcpy(&record, data, sizeof record);
+    g_handled += record.pvid;
+    return 0;
+}
+
+void count_events(const char *path, size_t offset) {
+    alignas(8) static uint8_t bytes[64];
+    const bri_msg_hdr header{kEvent, sizeof(vl_evt_intf_pvid_rec)};
+    const vl_evt_intf_pvid_rec record{3, 1, 0};
+    std::memcpy(bytes + offset, &header, sizeof header);
+    std::memcpy(bytes + offset + sizeof header, &record, sizeof record);
+    g_handled = 0;
+    count(
+        path, kEvents, nothing,
+        [=] {
+            for (uint32_t index = 0; index < kEvents; ++index)
+                bridge_client_msg_dspch(reinterpret_cast<bri_msg_hdr *>(bytes + offset));
+        },
+        [] { return std::exchange(g_handled, 0) == kEvents; });
+}
+
+void count_layer() {
+    static const bridge_host_handler rows[] = {{kEvent, sizeof(vl_evt_intf_pvid_rec), on_record, nullptr}};
+    handle(only(kEvent), copy_record);
+    count_events("event_bare", 0);
+    event_set all = only(kEvent);
+    g_bridge_client->connected = 0; // so that nothing is sent
+    bridge_client_unreg_event(&all, copy_record);
+    bridge_host_config config{};
+    config.size = sizeof config;
+    config.handlers = rows;
+    config.handler_count = 1;
+    need(bridge_host_start(&config) == 0, "the layer");
+    g_bridge_client->connected = 1;
+    count_events("event_layer", 0);
+    count_events("event_layer_odd", 1);
+}
+
+void count_library() {
     count_sending();
     count_receiving();
     fill_tables(BRI_VID_MAX, BRI_PORT_SLOTS - 1);
     count_requests();
     count_tables();
     count_replay();
+}
+
+} // namespace
+
+int main(int argc, char **argv) {
+    const std::string what = argc == 2 ? argv[1] : "";
+    if (what == "tools") {
+        std::printf("compiler %s, C library %s\n", __VERSION__, gnu_get_libc_version());
+        return EXIT_SUCCESS;
+    }
+    need(what == "library" || what == "layer", "the command line");
+    need(connect_to_pair(), "the start");
+    CALLGRIND_START_INSTRUMENTATION;
+    (what == "layer" ? count_layer : count_library)();
     return EXIT_SUCCESS;
 }

@@ -22,14 +22,17 @@ trap 'rm -rf "$directory"' EXIT
 # them, and no clear counts as one instruction a byte, as a string instruction does.
 export GLIBC_TUNABLES=glibc.cpu.hwcaps=-AVX512F,-AVX512VL,-AVX512BW,-AVX2,-AVX,-ERMS,-FSRM,-SSSE3,-SSE4_1,-SSE4_2
 export LD_BIND_NOW=1
-valgrind --tool=callgrind --instr-atstart=no --callgrind-out-file="$directory/counts" --log-file="$directory/log" \
-    "$program" >"$directory/runs" || {
-    cat "$directory/log" "$directory/runs" >&2
-    exit 1
-}
+for part in library layer; do
+    valgrind --tool=callgrind --instr-atstart=no --callgrind-out-file="$directory/counts.$part" \
+        --log-file="$directory/log" "$program" "$part" >>"$directory/runs" || {
+        cat "$directory/log" "$directory/runs" >&2
+        exit 1
+    }
+done
 
 # "path instructions", of one run each.
 awk '
+    FNR == 1 { path = "" }
     FILENAME ~ /runs$/ { runs[$1] = $2; order[++paths] = $1; next }
     /^desc: Trigger: Client Request: / { path = $5 }
     /^(summary|totals): / { if (path != "") counted[path] = $2 / runs[path] }
