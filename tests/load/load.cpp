@@ -1,6 +1,6 @@
-// load SANDBOX [RATE [SECONDS]]: 64 clients of a server, and one more that offers so many events a second (100000, for
-// 2 seconds). Each client has registered a quarter of the types and must get every event of those, in order, and no
-// other; status 1 if one does not. Prints what came, how fast, and how late.
+// load SANDBOX [RATE [SECONDS [CLIENTS]]]: 64 clients of a server, and one more that offers so many events a second
+// (100000, for 2 seconds). Each client has registered a quarter of the types and must get every event of those, in
+// order, and no other; status 1 if one does not. Prints what came, how fast, and how late.
 #include "wire/batch.h"
 #include "wire/segments.h"
 
@@ -29,7 +29,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr unsigned kClients = 64;
+constexpr unsigned kMostClients = 64;
 constexpr unsigned kTypes = 16;
 constexpr uint32_t kFirstType = 480; // requests of the VLAN submodule that nobody knows come back as events
 constexpr unsigned kBatch = 200;     // messages
@@ -196,9 +196,9 @@ class World {
 
 class Load {
   public:
-    Load(const std::string &path, unsigned rate, double seconds)
+    Load(const std::string &path, unsigned rate, double seconds, unsigned clients)
         : sender_(path), rate_(rate), total_(static_cast<uint32_t>(rate * seconds)) {
-        for (unsigned i = 0; i < kClients; ++i)
+        for (unsigned i = 0; i < clients; ++i)
             clients_.emplace_back(path, i);
         wait_for([](const Client &client) { return client.registered(); });
     }
@@ -237,7 +237,7 @@ class Load {
         poll(polled.data(), polled.size(), 1);
         if (sender_.waiting())
             sender_.write();
-        for (unsigned i = 0; i < kClients; ++i)
+        for (unsigned i = 0; i < clients_.size(); ++i)
             if (polled[i + 1].revents != 0)
                 clients_[i].read(delays_);
     }
@@ -256,9 +256,9 @@ class Load {
                    1e6;
         };
         std::printf(
-            "%u events offered in %.2f s, %.0f a second; %u clients got %zu, all of theirs in order, in %.2f s: "
+            "%u events offered in %.2f s, %.0f a second; %zu clients got %zu, all of theirs in order, in %.2f s: "
             "%.0f a second\n",
-            total_, offered, total_ / offered, kClients, delays_.size(), taken,
+            total_, offered, total_ / offered, clients_.size(), delays_.size(), taken,
             static_cast<double>(delays_.size()) / taken);
         std::printf("late by %.1f ms (half of them), %.1f ms (99 of 100), %.1f ms (all)\n", late(0.5), late(0.99),
                     late(1));
@@ -273,14 +273,17 @@ class Load {
 };
 
 void run(int argc, char **argv) {
-    if (argc < 2 || argc > 4)
-        give_up("usage: load SANDBOX [RATE [SECONDS]]");
+    if (argc < 2 || argc > 5)
+        give_up("usage: load SANDBOX [RATE [SECONDS [CLIENTS]]]");
     const double rate = argc > 2 ? std::atof(argv[2]) : 100000;
     const double seconds = argc > 3 ? std::atof(argv[3]) : 2;
+    const int clients = argc > 4 ? std::atoi(argv[4]) : static_cast<int>(kMostClients);
+    if (clients < 1 || clients > static_cast<int>(kMostClients))
+        give_up("1 to 64 clients");
     if (!(rate >= 1 && rate <= 1e7 && seconds > 0 && rate * seconds < 1e8))
         give_up("a rate up to 10000000 and some seconds");
     const World world(argv[1]);
-    Load(world.path(), static_cast<unsigned>(rate), seconds).run();
+    Load(world.path(), static_cast<unsigned>(rate), seconds, static_cast<unsigned>(clients)).run();
 }
 
 } // namespace

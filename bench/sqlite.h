@@ -3,7 +3,7 @@
 // once.
 #pragma once
 
-#include "bench/shared_records.h"
+#include "bench/tables.h"
 
 #include <sqlite3.h>
 
@@ -59,7 +59,7 @@ inline void fill() {
     for (uint32_t vid = 1; vid < BRI_VLAN_ENTRIES; ++vid)
         if (g_records.vlans[vid].vid != 0)
             put(vlan, vid, g_records.vlans[vid], g_records.vlans[vid].svi_ifx);
-    for (uint32_t ifx = 1; ifx <= kPorts; ++ifx)
+    for (uint32_t ifx = 1; ifx <= kVariedPorts; ++ifx)
         put(port, ifx, g_records.ports[ifx]);
     for (uint32_t id = 1; id <= kGroups; ++id)
         put(group, id, g_records.groups[id]);
@@ -102,7 +102,7 @@ inline uint32_t entry_copy(unsigned number) {
     vle copy{};
     if (rows.next())
         copy = *rows.blob<vle>();
-    benchmark::DoNotOptimize(copy);
+    keep(copy);
     return copy.mode + copy.vid;
 }
 

@@ -2,7 +2,7 @@
 // what other processes wrote in between; the handle of the transaction is kept.
 #pragma once
 
-#include "bench/shared_records.h"
+#include "bench/tables.h"
 
 #include <lmdb.h>
 
@@ -45,7 +45,7 @@ inline void fill(MDB_txn *writer) {
         if (entry.svi_ifx != 0)
             put(writer, g_store.svis, entry.svi_ifx, vid);
     }
-    for (uint32_t ifx = 1; ifx <= kPorts; ++ifx)
+    for (uint32_t ifx = 1; ifx <= kVariedPorts; ++ifx)
         put(writer, g_store.ports, ifx, g_records.ports[ifx]);
     for (uint32_t id = 1; id <= kGroups; ++id)
         put(writer, g_store.groups, id, g_records.groups[id]);
@@ -95,7 +95,7 @@ inline uint32_t entry_copy(unsigned number) {
     vle copy{};
     if (entry != nullptr)
         copy = *entry;
-    benchmark::DoNotOptimize(copy);
+    keep(copy);
     return copy.mode + copy.vid;
 }
 
