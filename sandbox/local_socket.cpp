@@ -4,7 +4,6 @@
 #include <cstring>
 #include <fcntl.h>
 #include <stdexcept>
-#include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
 
@@ -95,9 +94,9 @@ Acceptor::~Acceptor() {
     remove_socket(path_);
 }
 
-int connect_to(const std::string &path) {
+int connect_to(const std::string &path, int type) {
     const sockaddr_un address = address_of(path);
-    Fd fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    Fd fd(socket(AF_UNIX, type | SOCK_CLOEXEC, 0));
     if (!fd.ok() || connect(fd.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0)
         fail("no server at " + path);
     return fd.release();

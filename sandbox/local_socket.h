@@ -4,6 +4,7 @@
 #include "sandbox/loop.h"
 
 #include <string>
+#include <sys/socket.h>
 
 namespace sandbox {
 
@@ -36,8 +37,8 @@ class Acceptor {
     Listener listener_;
 };
 
-// Connected, of type SOCK_STREAM. Throws std::runtime_error.
-int connect_to(const std::string &path);
+// Connected. Throws std::runtime_error.
+int connect_to(const std::string &path, int type = SOCK_STREAM);
 
 class ControlClient {
   public:

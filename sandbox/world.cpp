@@ -59,18 +59,6 @@ std::vector<char *> pointers(std::vector<std::string> &texts) {
     return result;
 }
 
-// This process's, but for these entries.
-std::vector<std::string> environment_with(const std::vector<std::string> &entries) {
-    std::vector<std::string> all = entries;
-    for (char **entry = environ; *entry != nullptr; ++entry) {
-        const std::string name = std::string(*entry).substr(0, std::string(*entry).find('=') + 1);
-        if (std::none_of(entries.begin(), entries.end(),
-                         [&](const std::string &other) { return other.substr(0, name.size()) == name; }))
-            all.emplace_back(*entry);
-    }
-    return all;
-}
-
 // Everything below this process: also what a program of the world left behind, which became its child by that.
 void kill_children() {
     for (;;) {
@@ -112,9 +100,17 @@ World::~World() {
     fs::remove_all(directory_, ignored);
 }
 
-namespace {
+std::vector<std::string> environment_with(const std::vector<std::string> &entries) {
+    std::vector<std::string> all = entries;
+    for (char **entry = environ; *entry != nullptr; ++entry) {
+        const std::string name = std::string(*entry).substr(0, std::string(*entry).find('=') + 1);
+        if (std::none_of(entries.begin(), entries.end(),
+                         [&](const std::string &other) { return other.substr(0, name.size()) == name; }))
+            all.emplace_back(*entry);
+    }
+    return all;
+}
 
-// With nothing to read and its output at the end of that file; or with this process's streams.
 pid_t spawn(std::vector<std::string> words, std::vector<std::string> environment, const std::string &output) {
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
@@ -123,10 +119,11 @@ pid_t spawn(std::vector<std::string> words, std::vector<std::string> environment
         posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, output.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0600);
         posix_spawn_file_actions_adddup2(&actions, STDOUT_FILENO, STDERR_FILENO);
     }
-    // This program ignores SIGPIPE, but a daemon that dies of it must be seen to.
+    // What this program ignores a daemon may die of, and must be seen to.
     sigset_t ignored_here;
     sigemptyset(&ignored_here);
     sigaddset(&ignored_here, SIGPIPE);
+    sigaddset(&ignored_here, SIGXFSZ);
     posix_spawnattr_t attributes;
     posix_spawnattr_init(&attributes);
     posix_spawnattr_setsigdefault(&attributes, &ignored_here);
@@ -140,8 +137,6 @@ pid_t spawn(std::vector<std::string> words, std::vector<std::string> environment
         fail_with("cannot start " + words[0]);
     return pid;
 }
-
-} // namespace
 
 pid_t World::start_own(std::vector<std::string> arguments, const std::string &output) const {
     arguments.insert(arguments.begin(), fs::read_symlink("/proc/self/exe"));

@@ -25,6 +25,12 @@ enum class Log { kLines, kRecords };
 std::vector<std::string> read_lines(const std::string &path);
 std::string last_of(const std::vector<std::string> &lines, size_t count);
 
+// This process's, but for these entries.
+std::vector<std::string> environment_with(const std::vector<std::string> &entries);
+// Starts a program: with nothing to read and its output at the end of that file, or with this process's streams. Throws
+// std::runtime_error.
+pid_t spawn(std::vector<std::string> words, std::vector<std::string> environment, const std::string &output);
+
 class World {
   public:
     // Makes the directory and sets this process's environment, which its children inherit: TMPDIR, VSDID,

@@ -906,8 +906,16 @@ function bridge.init()
   asked, answered = {}, {}
 end
 
+-- Kinds of netlink messages that are not the family's own.
+local foreign = {[2] = "error", [3] = "done", [16] = "family look-up"}
+
 local function dissect_kernel(tree, range, way, big, client, packet)
   local to_kernel = way == "to_server"
+  local other = range:len() >= 6 and foreign[number(range(4, 2), big)]
+  if other then
+    tree:add(head.data, range)
+    return (to_kernel and "kernel asked: " or "kernel answers: ") .. other
+  end
   local frame = to_kernel and records.ef_bridge_request or records.ef_bridge_answer
   if range:len() < frame.size then
     tree:add_proto_expert_info(notes.cut)
