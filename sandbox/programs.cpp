@@ -6,6 +6,8 @@
 #include "sandbox/local_socket.h"
 #include "sandbox/script.h"
 #include "sandbox/trace.h"
+#include "sandbox/world.h"
+#include "tools/tap/relay.h"
 #include "wire/segments.h"
 
 #include <CLI/CLI.hpp>
@@ -36,6 +38,8 @@ constexpr struct {
     {"check", check}, {"clean", clean}, {"ctl", control}, {"kernel", kernel_main}, {"run", run},
 };
 
+constexpr Milliseconds kRecordingPatience{5000}; // with a server that does not read what the last clients have left
+
 constexpr const char *kUsage = "usage: bridge-sandbox ctl [--json] COMMAND...\n"
                                "Runs a command of the server in this TMPDIR and prints its answer (try: ctl help). The "
                                "exit status is 0, or 1\nwhen it fails. With - for the command, each line of standard "
@@ -48,6 +52,15 @@ void add_world_options(CLI::App &app, std::string &tmpdir, double &time_scale) {
     app.add_option("--tmpdir", tmpdir, "Where clients look for it; TMPDIR by default")->type_name("DIR");
     add_time_scale(app, time_scale, "How many times as fast as the wall's clock its time runs");
 }
+
+// Between a server or a kernel and its clients, for a recording.
+struct Recording {
+    Recording(Loop &loop, const std::string &server, const std::string &clients, const std::string &file)
+        : recorder(file, "bridge-sandbox", wire::vsd_of_environment()), relay(loop, server, clients, recorder) {}
+
+    recording::Recorder recorder;
+    tap::Relay relay;
+};
 
 // True when it went well.
 bool run_one(ControlClient &client, const std::string &command, bool json) {
@@ -77,6 +90,8 @@ struct ServeOptions : Options {
     std::string role = "master";
     std::vector<std::string> scripts;
     std::string trace_file;
+    std::string recording;
+    std::string front; // the clients' TMPDIR, which is another one than the server's when they are recorded
     bool fresh = false;
     bool quiet = false;
     bool with_time = false;
@@ -85,7 +100,7 @@ struct ServeOptions : Options {
 class Program {
   public:
     explicit Program(const ServeOptions &options)
-        : options_(options), sandbox_(options), control_(sandbox_, options.tmpdir) {
+        : options_(options), sandbox_(options), control_(sandbox_, options.front) {
         if (!options.quiet)
             console_ = print_records(sandbox_.trace, options.with_time);
         if (!options.trace_file.empty())
@@ -107,7 +122,9 @@ class Program {
         const size_t found = wire::system_objects(vsd).size();
         sandbox_.open();
         control_.listen();
-        say("listening at %s, VSDID %d, seed %llu", escaped(sandbox_.bridge.server.path()).c_str(), vsd,
+        if (!options_.recording.empty())
+            recording_.emplace(sandbox_.loop, options_.tmpdir, options_.front, options_.recording);
+        say("listening at %s, VSDID %d, seed %llu", escaped(socket_path(options_.front, ".server_socket")).c_str(), vsd,
             static_cast<unsigned long long>(options_.seed));
         if (found != 0)
             say("the tables of VSDID %d were there already; --fresh begins without them", vsd);
@@ -131,6 +148,7 @@ class Program {
     const ServeOptions &options_;
     Sandbox sandbox_;
     Control control_;
+    std::optional<Recording> recording_;
     Trace::Subscription console_;
     Trace::Subscription trace_file_;
     std::list<CommandStream> streams_;
@@ -196,6 +214,11 @@ double environment_time_scale() {
     return scale >= 1 && scale <= 1000 ? scale : 1;
 }
 
+CLI::Option *add_recording(CLI::App &app, std::string &file) {
+    return app.add_option("--record", file, "Record what clients and server say there, for tshark and bridge-replay")
+        ->type_name("FILE");
+}
+
 int clean(int argc, char **argv) {
     CLI::App app("Removes the tables in shared memory of this VSDID. A process that has them open keeps them, but no "
                  "other one finds them any more.");
@@ -244,10 +267,13 @@ int control(int argc, char **argv) {
 
 int kernel_main(int argc, char **argv) {
     std::string tmpdir;
+    std::string file;
     double time_scale = 1;
     CLI::App app("The kernel's bridge module of a workstation, in a process of its own: it keeps its addresses when "
                  "the server ends. Start it before the server.");
     add_world_options(app, tmpdir, time_scale);
+    add_recording(app, file)->description("Record what clients say that have " + std::string(kRecorded + 1) +
+                                          " below its TMPDIR for theirs");
     if (const std::optional<int> status = parse_command_line(app, argc, argv))
         return *status;
     if (tmpdir.empty())
@@ -256,8 +282,13 @@ int kernel_main(int argc, char **argv) {
     const EndOnSignals signals(loop, [&loop] { loop.end(); });
     KernelService kernel(loop, tmpdir);
     kernel.listen();
+    std::optional<Recording> recording;
+    if (!file.empty())
+        recording.emplace(loop, tmpdir, tmpdir + kRecorded, file);
     say("listening at %s", kernel.path().c_str());
     loop.run();
+    if (recording)
+        recording->relay.finish(kRecordingPatience);
     return EXIT_SUCCESS;
 }
 
@@ -276,6 +307,7 @@ int serve(int argc, char **argv) {
     app.add_option("--seed", options.seed, "Where its random numbers begin");
     app.add_option("--trace", options.trace_file, "Write everything that happens there, a JSON object a line")
         ->type_name("FILE");
+    add_recording(app, options.recording);
     app.add_flag("-q,--quiet", options.quiet, "Print the answers to commands alone");
     app.add_flag("-t,--time", options.with_time, "Print the time of everything that happens");
     if (const std::optional<int> status = parse_command_line(app, argc, argv))
@@ -284,6 +316,11 @@ int serve(int argc, char **argv) {
     if (options.tmpdir.empty())
         throw std::runtime_error("TMPDIR is not set");
     open_standard_streams();
+    options.front = options.tmpdir;
+    if (options.recording.empty())
+        return Program(options).run();
+    options.tmpdir += "/srv"; // the clients find the recording in its place
+    const tap::Place place(options.tmpdir);
     return Program(options).run();
 }
 

@@ -7,7 +7,8 @@
 
 namespace CLI {
 class App;
-}
+class Option;
+} // namespace CLI
 
 namespace sandbox {
 
@@ -32,6 +33,9 @@ std::optional<int> parse_command_line(CLI::App &app, int argc, char **argv);
 
 // The option --time-scale, 1 to 1000.
 void add_time_scale(CLI::App &app, double &time_scale, const std::string &what);
+
+// The option --record.
+CLI::Option *add_recording(CLI::App &app, std::string &file);
 
 // Removes what stands in shared memory of that number; how many objects. Throws std::runtime_error.
 size_t remove_tables(int32_t vsd);

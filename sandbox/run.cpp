@@ -20,6 +20,7 @@ struct RunOptions {
     std::string script;
     double time_scale = environment_time_scale();
     bool json = false;
+    std::string recording;
     std::vector<std::string> command;
 };
 
@@ -43,7 +44,7 @@ int run_script(Stage &stage, const std::string &path) {
 int run_command(const RunOptions &options) {
     const std::string script = options.script.empty() ? "" : find_script(options.script).string();
     const Log log = options.json ? Log::kRecords : Log::kLines;
-    Stage stage({options.time_scale, log, options.command});
+    Stage stage({options.time_scale, log, options.command, options.recording});
     if (!options.command.empty())
         stage.start_daemon({});
     const int status = script.empty() ? stage.wait_for_daemon() : run_script(stage, script);
@@ -67,6 +68,7 @@ int run(int argc, char **argv) {
     script->type_name("FILE");
     add_time_scale(app, options.time_scale, "How many times as fast as the wall's all clocks run");
     app.add_flag("--json", options.json, "Print what happened last as JSON, a record a line");
+    add_recording(app, options.recording);
     app.add_option("command", options.command, "The command and its arguments, behind --");
     if (const std::optional<int> status = parse_command_line(app, argc, argv))
         return *status;

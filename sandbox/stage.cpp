@@ -40,7 +40,8 @@ constexpr struct {
 
 } // namespace
 
-Stage::Stage(StageOptions options) : options_(std::move(options)), world_(options_.time_scale, options_.log) {
+Stage::Stage(StageOptions options)
+    : options_(std::move(options)), world_(options_.time_scale, options_.log, options_.recording) {
     world_.start_kernel();
     world_.start_server();
 }

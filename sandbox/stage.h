@@ -13,6 +13,7 @@ struct StageOptions {
     double time_scale = 1;
     Log log = Log::kLines;
     std::vector<std::string> command; // what "daemon start" starts by itself; may be empty
+    std::string recording = {};       // a file for what it and the server say; empty: none
     std::string daemon_output = {};   // a file in the world's directory; empty: where this program's goes
 };
 

@@ -60,11 +60,13 @@ std::vector<char *> pointers(std::vector<std::string> &texts) {
 }
 
 // Everything below this process: also what a program of the world left behind, which became its child by that.
-void kill_children() {
+void kill_children(std::initializer_list<pid_t> spared = {}) {
     for (;;) {
         std::ifstream children("/proc/self/task/" + std::to_string(getpid()) + "/children");
         pid_t child = 0;
-        if (!(children >> child))
+        while (children >> child && std::ranges::find(spared, child) != spared.end()) {
+        }
+        if (!children)
             return;
         kill(child, SIGKILL);
         waitpid(child, nullptr, 0);
@@ -82,7 +84,8 @@ void remove_semaphores(const std::string &world) {
 
 } // namespace
 
-World::World(double time_scale, Log log) : log_(log), directory_(make_directory()), vsd_(unused_vsd()) {
+World::World(double time_scale, Log log, std::string recording)
+    : log_(log), recording_(std::move(recording)), directory_(make_directory()), vsd_(unused_vsd()) {
     prctl(PR_SET_CHILD_SUBREAPER, 1);
     setenv("TMPDIR", directory_.c_str(), 1);
     setenv("VSDID", std::to_string(vsd_).c_str(), 1);
@@ -92,6 +95,11 @@ World::World(double time_scale, Log log) : log_(log), directory_(make_directory(
 
 World::~World() {
     control_.reset();
+    if (!recording_.empty() && kernel_ > 0) { // passes on and records what the daemons have left
+        kill_children({kernel_, server_});
+        kill(kernel_, SIGTERM);
+        ended(kernel_, kChildPatience);
+    }
     kill_children();
     for (const wire::SystemObject &object : wire::system_objects(vsd_))
         static_cast<void>(wire::remove(object));
@@ -158,7 +166,10 @@ template <class Try> void wait_until(pid_t pid, const char *what, Try &&happens)
 } // namespace
 
 void World::start_kernel() {
-    kernel_ = start_own({"kernel"}, directory_ + "/kernel.log");
+    std::vector<std::string> arguments = {"kernel"};
+    if (!recording_.empty())
+        arguments.insert(arguments.end(), {"--record", recording_});
+    kernel_ = start_own(arguments, directory_ + "/kernel.log");
     wait_until(kernel_, "the kernel's bridge module",
                [this] { return fs::exists(directory_ + "/bridge/.kernel_socket"); });
 }
@@ -176,7 +187,7 @@ void World::start_server() {
         } catch (const std::exception &) {
             return false;
         }
-        return true;
+        return fs::exists(front() + "/bridge/.server_socket");
     });
 }
 
@@ -193,7 +204,7 @@ pid_t World::start(const std::vector<std::string> &command, const std::string &o
     const std::string libraries = environment("LD_LIBRARY_PATH");
     return spawn(command,
                  environment_with(
-                     {std::string("LD_PRELOAD=") + kPreload,
+                     {std::string("LD_PRELOAD=") + kPreload, "TMPDIR=" + front(),
                       "LD_LIBRARY_PATH=" + preload_directory().string() + (libraries.empty() ? "" : ":") + libraries,
                       "BRIDGE_WORLD=" + fs::path(directory_).filename().string()}),
                  output);

@@ -31,11 +31,14 @@ std::vector<std::string> environment_with(const std::vector<std::string> &entrie
 // std::runtime_error.
 pid_t spawn(std::vector<std::string> words, std::vector<std::string> environment, const std::string &output);
 
+// Below a recorded TMPDIR, the one that its clients use.
+inline constexpr const char *kRecorded = "/rec";
+
 class World {
   public:
     // Makes the directory and sets this process's environment, which its children inherit: TMPDIR, VSDID,
-    // QV_THREAD_TIME_SCALE. Throws std::runtime_error.
-    explicit World(double time_scale, Log log = Log::kLines);
+    // QV_THREAD_TIME_SCALE. What daemons and servers say is recorded in that file, if any. Throws std::runtime_error.
+    explicit World(double time_scale, Log log = Log::kLines, std::string recording = {});
     ~World();
     World(const World &) = delete;
     World &operator=(const World &) = delete;
@@ -67,7 +70,11 @@ class World {
     pid_t start_own(std::vector<std::string> arguments, const std::string &output) const;
     [[nodiscard]] std::string log_file(unsigned server, Log log) const;
 
+    // The TMPDIR of the daemons: where they are recorded, if they are.
+    [[nodiscard]] std::string front() const { return directory_ + (recording_.empty() ? "" : kRecorded); }
+
     Log log_;
+    std::string recording_;
     unsigned servers_ = 0; // that there have been
     std::string directory_;
     int32_t vsd_;

@@ -6,6 +6,7 @@
 #include <nlohmann/json.hpp>
 
 #include <cerrno>
+#include <csignal>
 #include <cstdio>
 #include <cstring>
 #include <ctime>
@@ -52,6 +53,7 @@ Writer::Writer(std::string path, Origin origin)
       fd_(open(path_.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666)) {
     if (fd_ < 0)
         throw std::runtime_error("cannot write " + path_ + ": " + std::strerror(errno));
+    std::signal(SIGXFSZ, SIG_IGN); // a limit ends the recording as a full disk does
     add_section();
     for (const char *name : kInterfaceNames)
         add_interface(name);
@@ -71,7 +73,7 @@ void Writer::add_section() {
     put(UINT32_MAX); // of a length that is not told
     put(UINT32_MAX);
     put_option(kComment, bytes_of_text(comment_of(origin_)));
-    put_option(kUserProgram, bytes_of_text(origin_.program));
+    put_option(kUserProgram, bytes_of_text(origin_.program + " " BRIDGE_VERSION));
     put_option(kEnd, {});
     end_block();
 }

@@ -45,7 +45,7 @@ void describe(CLI::App &app, Options &options) {
 class Tap {
   public:
     explicit Tap(const Options &options)
-        : recorder_(options.file, "bridge-tap " BRIDGE_VERSION, wire::vsd_of_environment()),
+        : recorder_(options.file, "bridge-tap", wire::vsd_of_environment()),
           relay_(loop_, options.server, options.listen, recorder_) {
         const auto on_signal = [](evutil_socket_t number, short, void *self) {
             static_cast<Tap *>(self)->take_signal(static_cast<int>(number));
@@ -104,7 +104,6 @@ int run_program(int argc, char **argv) {
 
 int main(int argc, char **argv) {
     std::signal(SIGPIPE, SIG_IGN);
-    std::signal(SIGXFSZ, SIG_IGN); // a limit ends the recording as a full disk does
     try {
         return run_program(argc, argv);
     } catch (const std::exception &error) {
