@@ -2,9 +2,9 @@
  * share by port, asks the server to add a static address, and prints every address that the server announces, that one
  * among them.
  *
- * The table is read when the kernel channel has come up, in slices that do not hold the loop. The request waits until
- * the server has told the addresses that there are. A channel that comes up later leads to a kernel whose table may be
- * empty: the address is asked for again.
+ * The table is read when the kernel channel has come up, in slices that do not hold the loop; when the kernel does not
+ * answer, again every second until it does. The request waits until the server has told the addresses that there are. A
+ * channel that comes up later leads to a kernel whose table may be empty: the address is asked for again.
  */
 #include "layer.h"
 
@@ -33,6 +33,8 @@ static void print_entry(const char *what, const struct bri_mac_entry *entry) {
 
 /* The kernel's table: first all of it, then one port's. */
 
+enum { WALK_AGAIN_MS = 1000 };
+
 static unsigned entries;
 
 static int print_next(const struct bri_mac_entry *entry, void *context) {
@@ -52,14 +54,36 @@ static void print_addresses_of(uint32_t ifx) {
         printf("%s: addresses of port %u\n", options.name, ifx);
     entries = 0;
     walk.ifx = ifx;
-    if (bridge_host_walk_start(&walk) != 0)
-        on_walked(&walk, BRI_ERR_SOCKET, NULL);
+    const int result = bridge_host_walk_start(&walk);
+    if (result != 0)
+        on_walked(&walk, result, NULL);
+}
+
+/* Job: the kernel did not answer a while ago. */
+static int walk_again(void *arg) {
+    (void)arg;
+    print_addresses_of(0);
+    return 0;
+}
+
+/* From the beginning, whatever was under way. */
+static void begin_walks(void) {
+    bridge_host_walk_cancel(&walk);
+    qv_thread_cancel_by_arg_func(host_loop, NULL, walk_again);
+    print_addresses_of(0);
 }
 
 static void on_walked(struct bridge_host_walk *ended, int result, void *context) {
-    (void)result, (void)context;
-    printf("%s:   %u entries\n", options.name, entries);
-    if (ended->ifx == 0)
+    (void)context;
+    if (result == 0)
+        printf("%s:   %u entries\n", options.name, entries);
+    else
+        printf("%s:   the kernel does not tell: %s\n", options.name, bri_strerror(result));
+    if (result == BRI_ERR_NOT_PERMITTED) /* this daemon is about to end */
+        return;
+    if (result != 0)
+        host_after_ms(WALK_AGAIN_MS, walk_again, "table-walk");
+    else if (ended->ifx == 0)
         print_addresses_of(options.ifx);
 }
 
@@ -95,8 +119,7 @@ static void on_announcement(const void *payload, uint16_t size, void *context) {
 /* The kernel has come up: twice after a lost channel. */
 static void on_kernel(const void *record, uint16_t size, void *context) {
     (void)record, (void)size, (void)context;
-    bridge_host_walk_cancel(&walk);
-    print_addresses_of(0);
+    begin_walks();
     if (bridge_host_in_step(BRI_SUBMOD_MAC))
         add_address();
 }
