@@ -75,6 +75,12 @@ void Workstation::run(Process &sandbox, const std::string &command) {
     EXPECT_TRUE(sandbox.shows(done + "\n"));
 }
 
+// Its answer is sent when everything before the question is done, the look at the tables included.
+void Workstation::settle(Process &sandbox, const std::string &host) {
+    sandbox.write_line("event @" + host + " BRIDGE_EVENT_ORI_DATA_REQUEST");
+    EXPECT_TRUE(sandbox.shows("(" + host + "): sent BRIDGE_EVENT_ORI_DATA_OVER(130)"));
+}
+
 sockaddr_un Workstation::kernel_address() const {
     return unix_address(tmpdir() + "/bridge/.kernel_socket");
 }

@@ -44,6 +44,12 @@ class Workstation : public Env {
     // Runs a command of the server and waits until it has been run.
     static void run(Process &sandbox, const std::string &command);
 
+    // Returns when that host, which has registered, has gone through everything that it was told.
+    static void settle(Process &sandbox, const std::string &host);
+    // The server goes away and comes back when it is told to.
+    static void begin_outage(Process &sandbox) { run(sandbox, "restart 100000"); }
+    static void end_outage(Process &sandbox) { run(sandbox, "restart"); }
+
     // A connection without a registration, and one that has registered and taken the answer to that.
     [[nodiscard]] Peer connect_client() const;
     [[nodiscard]] Peer register_client(std::initializer_list<unsigned> types, const std::string &name,
