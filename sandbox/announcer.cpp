@@ -48,10 +48,12 @@ unsigned Announcer::announce(uint32_t type, Bytes payload, const Target &target)
         if (!pass(client, type, payload))
             return;
         told.push_back(client.party());
-        send(client, batch, 1);
+        client.send(batch, 1);
     });
     if (!told.empty() || count == 0)
-        trace_.message(Kind::kEvent, std::move(told), type, payload);
+        trace_.message(Kind::kEvent, told, type, payload);
+    for (const Client &client : told) // behind it, in the trace too
+        detour_.release(client->id);
     return count;
 }
 

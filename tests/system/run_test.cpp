@@ -146,12 +146,13 @@ TEST_F(SandboxCtl, rules_refuse_drop_delay_duplicate_and_reorder) {
     EXPECT_EQ(next(client), (std::vector<Message>{{401, {2}}}));
     run(sandbox, "reorder 400 once");
     run(sandbox, "event 400 03");
-    run(sandbox, "event 401 04");
+    sandbox.write_line("event 401 04");
+    EXPECT_TRUE(sandbox.shows("(401), 1 bytes, to client 1 (raw)"));
+    EXPECT_TRUE(sandbox.shows("(400), 1 bytes, to client 1 (raw)"));
     EXPECT_EQ(next(client), (std::vector<Message>{{401, {4}}}));
     EXPECT_EQ(next(client), (std::vector<Message>{{400, {3}}}));
     run(sandbox, "delay 400 by 0.05 once");
-    run(sandbox, "event 400 05");
-    run(sandbox, "event 401 06");
+    run(sandbox, "event 400 05\nevent 401 06"); // both at once, however busy the machine is
     EXPECT_EQ(next(client), (std::vector<Message>{{401, {6}}}));
     EXPECT_EQ(next(client), (std::vector<Message>{{400, {5}}}));
     vl_evt_vlan_rec vlan{};
