@@ -135,9 +135,10 @@ KernelService::KernelService(Loop &loop, const std::string &tmpdir)
     : loop_(loop), path_(socket_path(tmpdir, kSocketName)),
       kernel_(loop, tmpdir, [this](uint32_t type, Bytes data) { send(type, data); }) {}
 
+// The hosts' socket comes last: where it is, the server finds its line, too.
 void KernelService::listen() {
-    kernel_.listen();
     acceptor_.emplace(loop_, path_, SOCK_STREAM, Access::kOwner, [this](evutil_socket_t fd) { accept(fd); });
+    kernel_.listen();
 }
 
 void KernelService::accept(evutil_socket_t descriptor) {
