@@ -199,7 +199,9 @@ BRI_API int vl_version_check_on_range_destroy_notify(struct vl_evt_vlanset_rec *
 
 /* The re-search: when the VLAN exists and its version in the database differs from the private one, the private one
  * takes it over. When it was below, the handlers first get VLAN_EVENT_DESTROY_INDEX if the private version was not 0,
- * then VLAN_EVENT_CREATE_INDEX, both with name and mode. Event-loop thread; sends nothing. */
+ * then VLAN_EVENT_CREATE_INDEX, both with name and mode and with version 0: vl_get_vlan_private_version has it. Every
+ * look-up runs it, those of an origin-data replay included, so such a create may come before the server's, which is
+ * dropped then as late. Event-loop thread; sends nothing. */
 BRI_API void vl_version_check_on_reserch(uint16_t vid);
 
 /* Sets the private version of a VLAN; nothing for an id outside the database's range. Event-loop thread. */
