@@ -226,38 +226,47 @@ double cache_library(unsigned size) {
 constexpr unsigned kRunsMeasured = 1024;
 constexpr double kWhole = 10240.0 / kRunsMeasured;
 constexpr double kFlushSeconds = 0.05;
+constexpr double kEventSeconds = 0.005;
+
+double now() {
+    return seconds_of(CLOCK_MONOTONIC);
+}
 
 [[noreturn]] void read_slowly() {
     static uint8_t buffer[BRI_BATCH_BUFFER_SIZE];
     const std::string event = batch_of(1, kPayload);
     close(g_near);
     empty_socket();
-    for (unsigned batches = 1; bare_receive(g_far, buffer, [](uint32_t, void *, uint16_t) { return 0; }) != 0;
-         ++batches) {
-        const double start = seconds_of(CLOCK_MONOTONIC);
-        while (seconds_of(CLOCK_MONOTONIC) - start < 5e-6)
+    double next = now();
+    for (bool open = true; open;) {
+        pollfd readable{g_far, POLLIN, 0};
+        if (poll(&readable, 1, 1) > 0)
+            open = bare_receive(g_far, buffer, [](uint32_t, void *, uint16_t) { return 0; }) != 0;
+        for (const double start = now(); now() - start < 5e-6;)
             ;
-        if (batches % 64 == 0)
-            static_cast<void>(send(g_far, event.data(), event.size(), MSG_DONTWAIT | MSG_NOSIGNAL));
+        if (now() < next)
+            continue;
+        static_cast<void>(send(g_far, event.data(), event.size(), MSG_DONTWAIT | MSG_NOSIGNAL));
+        next = now() + kEventSeconds;
     }
     _exit(0);
 }
 
 // The host's loop, until the cache is empty: what has come is read, the timer flushes.
 double run_until_empty() {
-    const double start = seconds_of(CLOCK_MONOTONIC);
+    const double start = now();
     double next = start + kFlushSeconds;
     while (g_bridge_client->cache_cnt != 0) {
-        const double left = next - seconds_of(CLOCK_MONOTONIC);
+        const double left = next - now();
         pollfd readable{g_near, POLLIN, 0};
         if (left > 0 && poll(&readable, 1, static_cast<int>(left * 1000) + 1) > 0)
             read_batch();
-        if (seconds_of(CLOCK_MONOTONIC) >= next) {
+        if (now() >= next) {
             flush();
-            next = seconds_of(CLOCK_MONOTONIC) + kFlushSeconds;
+            next = now() + kFlushSeconds;
         }
     }
-    return seconds_of(CLOCK_MONOTONIC) - start;
+    return now() - start;
 }
 
 double empty_cache(unsigned) {
