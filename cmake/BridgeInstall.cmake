@@ -33,7 +33,7 @@ if(BRIDGE_WORKSTATION)
   set(programs bridge-sandbox)
   set(examples port_watch mac_table vlan_guard vlan_follow) # the daemons of the scenarios
   if(BRIDGE_TOOLS)
-    list(APPEND programs bridge-inspect bridge-monitor bridge-replay)
+    list(APPEND programs bridge-inspect bridge-monitor bridge-replay bridge-tap)
     install(FILES tools/dissector/bridge.lua DESTINATION "${CMAKE_INSTALL_DATADIR}/bridge_client")
   endif()
   install(TARGETS ${programs} bridge_testkit EXPORT bridge_client)

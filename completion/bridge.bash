@@ -1,5 +1,5 @@
-# Completion for bash: bridge-inspect, bridge-monitor, bridge-replay, bridge-sandbox. What it offers are the words that
-# the programs themselves list, so that it never falls behind them.
+# Completion for bash: bridge-inspect, bridge-monitor, bridge-replay, bridge-sandbox, bridge-tap. What it offers are the
+# words that the programs themselves list, so that it never falls behind them.
 
 # The long options in a help text.
 _bridge_options() {
@@ -56,4 +56,4 @@ _bridge_complete() {
     [[ ${COMPREPLY[0]-} != *= ]] || compopt -o nospace 2>/dev/null
 }
 
-complete -o default -F _bridge_complete bridge-inspect bridge-monitor bridge-replay bridge-sandbox
+complete -o default -F _bridge_complete bridge-inspect bridge-monitor bridge-replay bridge-sandbox bridge-tap

@@ -248,7 +248,7 @@ void Relay::close(Connection &connection) {
     if (finishing_ && connections_.empty())
         loop_.end();
     if (!finishing_ && how == Change::kClosedByServer)
-        front.look();
+        front.look_again();
 }
 
 void Relay::finish(sandbox::Microseconds patience) {

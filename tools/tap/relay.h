@@ -52,11 +52,12 @@ class Front {
     // Finds out whether the server is there, and keeps the connection for the next client. Throws std::runtime_error
     // when the path is somebody else's.
     void look();
+    // The same again and again until the path is free.
+    void look_again();
     void stop();
 
   private:
     bool reach();
-    void look_again();
     void accept(int client);
 
     sandbox::Loop &loop_;
