@@ -15,7 +15,7 @@ namespace bri::client {
 namespace {
 
 // Runs in one write. The first one finds out whether the socket takes anything, and a full one costs little then.
-constexpr size_t kAtFirst = 4;
+constexpr size_t kAtFirst = 16;
 constexpr size_t kMost = 64;
 
 // Up to kMost runs as the parts of one write. A small one is copied to the others before it: to the kernel each part
