@@ -14,7 +14,6 @@
 #include <filesystem>
 #include <fstream>
 #include <random>
-#include <spawn.h>
 #include <stdexcept>
 #include <sys/prctl.h>
 #include <sys/wait.h>
@@ -82,6 +81,43 @@ void remove_semaphores(const std::string &world) {
             fs::remove(entry.path(), ignored);
 }
 
+void remove_world(const std::string &directory, int32_t vsd) {
+    for (const wire::SystemObject &object : wire::system_objects(vsd))
+        static_cast<void>(wire::remove(object));
+    remove_semaphores(directory);
+    std::error_code ignored;
+    fs::remove_all(directory, ignored);
+}
+
+// This process, which that one has forked, gets the signal when that one ends; at once if it has ended already.
+void dies_with(pid_t parent, int number) {
+    prctl(PR_SET_PDEATHSIG, number);
+    if (getppid() != parent)
+        raise(number);
+}
+
+// A process that removes the world when this one is killed, and its programs thereby; else it is one of the children,
+// none of which outlives the world. In a session of its own: what a terminal tells everybody is not for it.
+void watch_over(const std::string &directory, int32_t vsd) {
+    constexpr std::chrono::milliseconds kDying{100}; // in which the programs leave the system calls that they are in
+    const pid_t parent = getpid();
+    if (fork() != 0)
+        return;
+    sigset_t told;
+    sigemptyset(&told);
+    sigaddset(&told, SIGUSR1);
+    sigprocmask(SIG_BLOCK, &told, nullptr);
+    setsid();
+    for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) // whose readers wait for the end
+        close(stream);
+    dies_with(parent, SIGUSR1);
+    int number = 0;
+    sigwait(&told, &number);
+    std::this_thread::sleep_for(kDying);
+    remove_world(directory, vsd);
+    _exit(0);
+}
+
 } // namespace
 
 World::World(double time_scale, Log log, std::string recording)
@@ -91,6 +127,7 @@ World::World(double time_scale, Log log, std::string recording)
     setenv("VSDID", std::to_string(vsd_).c_str(), 1);
     setenv("QV_THREAD_TIME_SCALE", std::to_string(time_scale).c_str(), 1);
     add_examples_to_path();
+    watch_over(directory_, vsd_);
 }
 
 World::~World() {
@@ -101,11 +138,7 @@ World::~World() {
         ended(kernel_, kChildPatience);
     }
     kill_children();
-    for (const wire::SystemObject &object : wire::system_objects(vsd_))
-        static_cast<void>(wire::remove(object));
-    remove_semaphores(directory_);
-    std::error_code ignored;
-    fs::remove_all(directory_, ignored);
+    remove_world(directory_, vsd_);
 }
 
 std::vector<std::string> environment_with(const std::vector<std::string> &entries) {
@@ -119,29 +152,45 @@ std::vector<std::string> environment_with(const std::vector<std::string> &entrie
     return all;
 }
 
-pid_t spawn(std::vector<std::string> words, std::vector<std::string> environment, const std::string &output) {
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
+namespace {
+
+// In the child, up to its new program.
+[[noreturn]] void become(char *const *words, char *const *entries, const std::string &output, pid_t parent,
+                         int failure) {
+    for (const int number : {SIGPIPE, SIGXFSZ}) // what this program ignores a daemon may die of, and must be seen to
+        std::signal(number, SIG_DFL);
+    dies_with(parent, SIGKILL);
+    bool ready = true;
     if (!output.empty()) {
-        posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
-        posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, output.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0600);
-        posix_spawn_file_actions_adddup2(&actions, STDOUT_FILENO, STDERR_FILENO);
+        const int in = open("/dev/null", O_RDONLY | O_CLOEXEC);
+        const int out = open(output.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
+        ready = dup2(in, STDIN_FILENO) >= 0 && dup2(out, STDOUT_FILENO) >= 0 && dup2(out, STDERR_FILENO) >= 0;
     }
-    // What this program ignores a daemon may die of, and must be seen to.
-    sigset_t ignored_here;
-    sigemptyset(&ignored_here);
-    sigaddset(&ignored_here, SIGPIPE);
-    sigaddset(&ignored_here, SIGXFSZ);
-    posix_spawnattr_t attributes;
-    posix_spawnattr_init(&attributes);
-    posix_spawnattr_setsigdefault(&attributes, &ignored_here);
-    posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGDEF);
-    pid_t pid = -1;
-    errno = posix_spawnp(&pid, words[0].c_str(), &actions, &attributes, pointers(words).data(),
-                         pointers(environment).data());
-    posix_spawnattr_destroy(&attributes);
-    posix_spawn_file_actions_destroy(&actions);
-    if (errno != 0)
+    if (ready)
+        execvpe(words[0], words, entries);
+    const int error = errno;
+    _exit(write(failure, &error, sizeof error) > 0 ? 127 : 126);
+}
+
+} // namespace
+
+pid_t spawn(std::vector<std::string> words, std::vector<std::string> environment, const std::string &output) {
+    const std::vector<char *> arguments = pointers(words);
+    const std::vector<char *> entries = pointers(environment);
+    const pid_t parent = getpid();
+    int failure[2];
+    if (pipe2(failure, O_CLOEXEC) != 0)
+        fail_with("cannot start " + words[0]);
+    const pid_t pid = fork();
+    if (pid == 0)
+        become(arguments.data(), entries.data(), output, parent, failure[1]);
+    int error = pid < 0 ? errno : 0;
+    close(failure[1]);
+    if (pid > 0 && read(failure[0], &error, sizeof error) > 0) // it closes as soon as the program is there
+        waitpid(pid, nullptr, 0);
+    close(failure[0]);
+    errno = error;
+    if (error != 0)
         fail_with("cannot start " + words[0]);
     return pid;
 }
