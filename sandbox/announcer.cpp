@@ -160,8 +160,6 @@ void Synchronisation::keep_role(const Target &target, bool slave) {
 
 unsigned Synchronisation::set_role(const Target &target, bool slave) {
     keep_role(target, slave);
-    if (!target.all())
-        roles_[target.word()] = slave;
     const uint8_t role = slave ? 1 : 0;
     return announcer_.announce(BRIDGE_EVEVT_SERVER_STAT, bytes_of(role), target);
 }

@@ -20,6 +20,19 @@ std::pair<Target, std::string> take_target(const Call &call) {
     return {Target(given ? call.words[0] : ""), call.rest(given ? 1 : 0)};
 }
 
+// The only word of a call, if there is one.
+Target only_target(const Call &call) {
+    if (!call.words.empty() && call.words[0][0] != '@')
+        throw std::invalid_argument("usage: " + call.command + " [@CLIENT], not " + call.words[0]);
+    return Target(call.rest());
+}
+
+// For what concerns those alone that are there.
+void must_be_there(Sandbox &sandbox, const Call &call, const Target &target) {
+    if (!target.all() && sandbox.bridge.server.for_each(target, [](const Connection &) {}) == 0)
+        throw std::invalid_argument(call.command + ": there is no client " + target.word());
+}
+
 Answer counted(const Call &call, unsigned count) {
     return Answer().say("{command}: {clients} clients", {{"command", call.command}, {"clients", count}});
 }
@@ -31,6 +44,7 @@ Outcome role(Sandbox &sandbox, const Call &call) {
         return Answer().say("role: {role}", {{"role", synchronisation.slave() ? "slave" : "master"}});
     if (word != "master" && word != "slave")
         throw std::invalid_argument("no such role: " + word);
+    must_be_there(sandbox, call, target);
     const unsigned count = synchronisation.set_role(target, word == "slave");
     return Answer().say("role: {role}, {clients} clients", {{"role", word}, {"clients", count}});
 }
@@ -47,17 +61,19 @@ Outcome switchover(Sandbox &sandbox, const Call &call) {
 }
 
 Outcome hold_synchronisation(Sandbox &sandbox, const Call &call) {
-    sandbox.bridge.synchronisation.hold(Target(call.rest()));
+    sandbox.bridge.synchronisation.hold(only_target(call));
     return Answer();
 }
 
 template <unsigned (Synchronisation::*Step)(const Target &target)>
 Outcome synchronise(Sandbox &sandbox, const Call &call) {
-    return counted(call, (sandbox.bridge.synchronisation.*Step)(Target(call.rest())));
+    return counted(call, (sandbox.bridge.synchronisation.*Step)(only_target(call)));
 }
 
 template <unsigned (Server::*Treat)(const Target &target)> Outcome treat(Sandbox &sandbox, const Call &call) {
-    return counted(call, (sandbox.bridge.server.*Treat)(Target(call.rest())));
+    const Target target = only_target(call);
+    must_be_there(sandbox, call, target);
+    return counted(call, (sandbox.bridge.server.*Treat)(target));
 }
 
 // The answer of a command that sends one.
@@ -241,7 +257,7 @@ constexpr Command kClientCommands[] = {
     {"quit", "", "end the server", quit},
     {"role", "[@CLIENT] [master|slave]", "tell the clients their role, or show it", role},
     {"switchover", "[@CLIENT] [begin|end]", "make a slave take over as master; one half or both", switchover},
-    {"sync hold", "[@CLIENT]", "who registers is told its role and the begin of the data, and no more",
+    {"sync hold", "[@CLIENT]", "who registers under that name is told its role and the begin of the data, and no more",
      hold_synchronisation},
     {"sync next", "[@CLIENT]", "those are told the end of the data; then that they are synchronised",
      synchronise<&Synchronisation::next>},

@@ -1,4 +1,5 @@
 // bridge-sandbox: a switch on a workstation.
+#include "sandbox/answer.h"
 #include "sandbox/programs.h"
 
 #include <csignal>
@@ -9,7 +10,7 @@
 namespace {
 
 int fail(int status, const std::exception &error) {
-    std::fprintf(stderr, "bridge-sandbox: %s\n", error.what());
+    std::fprintf(stderr, "bridge-sandbox: %s\n", sandbox::escaped(error.what()).c_str());
     return status;
 }
 

@@ -1,5 +1,6 @@
 #include "sandbox/programs.h"
 
+#include "sandbox/answer.h"
 #include "sandbox/console.h"
 #include "sandbox/control.h"
 #include "sandbox/kernel_link.h"
@@ -190,7 +191,7 @@ std::optional<int> parse_command_line(CLI::App &app, int argc, char **argv) {
     } catch (const CLI::Success &help) {
         return app.exit(help);
     } catch (const CLI::ParseError &error) {
-        std::fprintf(stderr, "bridge-sandbox: %s\n", error.what());
+        std::fprintf(stderr, "bridge-sandbox: %s\n", escaped(error.what()).c_str());
         return kBadUsage;
     }
 }
@@ -249,7 +250,7 @@ int control(int argc, char **argv) {
         if (word == "--json") {
             json = true;
         } else if (word.substr(0, 2) == "--") {
-            std::fprintf(stderr, "bridge-sandbox ctl: no such option: %s\n%s", word.c_str(), kUsage);
+            std::fprintf(stderr, "bridge-sandbox ctl: no such option: %s\n%s", escaped(word).c_str(), kUsage);
             return kBadUsage;
         } else
             command += (command.empty() ? "" : " ") + word;
@@ -304,7 +305,9 @@ int serve(int argc, char **argv) {
     app.add_option("--role", options.role, "The clients' role: master or slave")
         ->check(CLI::IsMember({"master", "slave"}));
     app.add_flag("--fresh", options.fresh, "Remove the tables in shared memory that an earlier server left");
-    app.add_option("--seed", options.seed, "Where its random numbers begin");
+    app.add_option("--seed", options.seed, "Where its random numbers begin")->check([](const std::string &word) {
+        return word[0] == '-' ? word + " is below 0" : std::string();
+    });
     app.add_option("--trace", options.trace_file, "Write everything that happens there, a JSON object a line")
         ->type_name("FILE");
     add_recording(app, options.recording);

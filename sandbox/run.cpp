@@ -1,4 +1,5 @@
 // bridge-sandbox run: a private world for one command, or for a script about daemons.
+#include "sandbox/answer.h"
 #include "sandbox/places.h"
 #include "sandbox/programs.h"
 #include "sandbox/script.h"
@@ -34,7 +35,8 @@ int run_script(Stage &stage, const std::string &path) {
                 throw std::runtime_error("interrupted");
             std::fputs(stage.run(*line).c_str(), stdout);
         } catch (const std::exception &error) {
-            std::fprintf(stderr, "bridge-sandbox: %s: %s: %s\n", path.c_str(), line->c_str(), error.what());
+            std::fprintf(stderr, "bridge-sandbox: %s: %s: %s\n", escaped(path).c_str(), escaped(*line).c_str(),
+                         escaped(error.what()).c_str());
             return EXIT_FAILURE;
         }
     }

@@ -60,7 +60,7 @@ Outcome set_port_mode(Sandbox &sandbox, const Call &call) {
         return Answer();
     }
     if (call.words[2] != "ask")
-        throw std::invalid_argument("port mode IFX MODE [ask]");
+        throw std::invalid_argument("usage: port mode IFX MODE [ask]");
     port_at(ifx);
     const auto pending = std::make_shared<Pending>();
     const auto question = [ifx, mode] {

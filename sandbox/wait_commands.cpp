@@ -177,10 +177,17 @@ Answer refusal(const std::string &reason) {
     return Answer().say("fails: {reason}", {{"reason", reason}});
 }
 
-std::optional<Answer> must_fail(const std::function<std::optional<Answer>()> &done) {
+// Whether the command only waits, so that what it does not understand is never a refusal.
+bool only_waits(const Command &row);
+
+std::optional<Answer> must_fail(const std::function<std::optional<Answer>()> &done, bool waits) {
     std::optional<Answer> answer;
     try {
         answer = done();
+    } catch (const std::invalid_argument &error) {
+        if (waits)
+            throw;
+        return refusal(error.what());
     } catch (const std::exception &error) {
         return refusal(error.what());
     }
@@ -192,16 +199,17 @@ std::optional<Answer> must_fail(const std::function<std::optional<Answer>()> &do
 // A command that has to be refused, now or when it is settled.
 Outcome fails(Sandbox &sandbox, const Call &call) {
     Call inner{{}, {}, call.session};
-    find_command(all_commands(), call.words, inner); // a misspelt one is not refused, it is an error
+    // One that is not understood is not refused, it is an error.
+    const bool waits = only_waits(find_command(all_commands(), call.words, inner));
     std::optional<Outcome> outcome;
     const auto run = [&]() -> std::optional<Answer> {
         outcome.emplace(run_command(sandbox, call.rest(), call.session));
         return outcome->wait ? std::nullopt : std::optional(outcome->answer);
     };
-    if (const std::optional<Answer> answer = must_fail(run))
+    if (const std::optional<Answer> answer = must_fail(run, waits))
         return *answer;
     Wait wait = std::move(*outcome->wait);
-    wait.done = [done = std::move(wait.done)] { return must_fail(done); };
+    wait.done = [done = std::move(wait.done), waits] { return must_fail(done, waits); };
     // What a passing limit means is turned round, too.
     const bool well = wait.timed_out == nullptr;
     wait.timed_out = well ? [] { return std::string("it did not fail"); } : std::function<std::string()>();
@@ -237,6 +245,10 @@ constexpr Command kWaitCommands[] = {
     {"wait-event", "TYPE [SECONDS]", "wait request TYPE", wait_event},
     {"wait-clients", "N [SECONDS]", "wait clients registered is N", wait_clients},
 };
+
+bool only_waits(const Command &row) {
+    return &row >= std::begin(kWaitCommands) && &row < std::end(kWaitCommands) && row.run != fails;
+}
 
 } // namespace
 

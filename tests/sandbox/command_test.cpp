@@ -88,7 +88,10 @@ std::string outcome_of(const std::string &line) {
 TEST(Commands, refusal_that_is_wanted_is_not_that_of_a_misspelt_command) {
     EXPECT_EQ(outcome_of("fails vlan crate 25"), "no such command: vlan crate (try help vlan)");
     EXPECT_EQ(outcome_of("fails sleep"), "usage: sleep SECONDS");
-    EXPECT_EQ(outcome_of("fails sleep long"), "fails: not a number of seconds: long\n");
+    EXPECT_EQ(outcome_of("fails sleep long"), "not a number of seconds: long");
+    EXPECT_EQ(outcome_of("fails wait reqest VLAN_EVENT_CREATE_INDEX").find("no such condition: reqest"), 0U);
+    EXPECT_EQ(outcome_of("fails wait request VLAN_EVENT_CREATE"), "no such event: VLAN_EVENT_CREATE");
+    EXPECT_EQ(outcome_of("fails fails print it"), "fails: it did not fail: it\n");
     EXPECT_EQ(outcome_of("fails print it"), "it did not fail: it");
 }
 
@@ -97,6 +100,20 @@ TEST(Commands, order_is_asked_of_numbers_alone) {
     EXPECT_EQ(outcome_of("wait clients count <= 3x"), "count <= what number? Not 3x");
     EXPECT_EQ(outcome_of("wait clients count >= nan"), "count >= what number? Not nan");
     EXPECT_EQ(outcome_of("wait clients count >= 0"), "");
+}
+
+TEST(Commands, target_that_is_not_there_or_lacks_its_sign_is_told) {
+    EXPECT_EQ(outcome_of("stall nobody"), "usage: stall [@CLIENT], not nobody");
+    EXPECT_EQ(outcome_of("sync hold nobody"), "usage: sync hold [@CLIENT], not nobody");
+    EXPECT_EQ(outcome_of("stall @nobody"), "stall: there is no client nobody");
+    EXPECT_EQ(outcome_of("resume @7"), "resume: there is no client 7");
+    EXPECT_EQ(outcome_of("role @nobody slave"), "role: there is no client nobody");
+    EXPECT_EQ(outcome_of("sync hold @later"), "sync hold @later: done\n"); // whoever comes under that name
+    EXPECT_EQ(outcome_of("role slave"), "role: slave, 0 clients\n");
+}
+
+TEST(Commands, usage_is_told_of_a_word_that_is_not_understood) {
+    EXPECT_EQ(outcome_of("port mode 3 trunk asks"), "usage: port mode IFX MODE [ask]");
 }
 
 TEST(Commands, target_without_a_name_is_refused) {

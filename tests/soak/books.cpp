@@ -98,6 +98,8 @@ void Books::server_line(const std::string &line) {
         return; // what goes out, of whatever cause; the books follow the causes
     if (starts_with(line, "event ") || starts_with(line, "debug ") || starts_with(line, "drop: "))
         return told_line(line[0], line);
+    if (starts_with(line, "error: stall: ") || starts_with(line, "error: resume: "))
+        return; // the host has just been dropped
     if (starts_with(line, "error: no such client: "))
         return told_line('d', line);
     if (starts_with(line, "role: "))

@@ -1,11 +1,15 @@
 // bridge-sandbox run, ctl and the server's options, as a person or a test uses them.
 #include "tests/system/workstation.h"
 
+#include <algorithm>
 #include <csignal>
 #include <fcntl.h>
 #include <filesystem>
 #include <fstream>
+#include <poll.h>
 #include <semaphore.h>
+#include <set>
+#include <sstream>
 #include <sys/stat.h>
 #include <sys/un.h>
 
@@ -227,6 +231,13 @@ TEST_F(SandboxCtl, control_d_at_a_terminal_is_the_end_of_standard_input) {
     close(terminal);
 }
 
+TEST_F(SandboxCtl, seed_that_is_no_number_is_bad_usage) {
+    for (const char *seed : {"-1", "x"}) {
+        Process program({kSandbox, "--seed", seed});
+        EXPECT_EQ(program.wait(), 64) << seed;
+    }
+}
+
 TEST_F(SandboxCtl, closed_standard_input_is_none) {
     Process sandbox({"/bin/sh", "-c", "exec \"$0\" <&-", kSandbox});
     EXPECT_TRUE(sandbox.shows("listening at"));
@@ -252,6 +263,60 @@ TEST_F(SandboxRun, has_the_commands_status_and_leaves_nothing) {
     EXPECT_EQ(status, 3);
     EXPECT_NE(text.find("status 3; what happened last:\nlistening at "), std::string::npos) << text;
     EXPECT_FALSE(fs::exists(text.substr(0, text.find('\n'))));
+}
+
+// A process that has ended, be it that nobody has asked for its status yet.
+bool has_ended(const std::string &pid) {
+    std::ifstream file("/proc/" + pid + "/stat");
+    std::string text;
+    std::getline(file, text);
+    return text.find(") Z ") != std::string::npos || text.empty();
+}
+
+TEST_F(SandboxRun, killed_one_leaves_no_process_no_directory_and_no_table) {
+    Process program({kSandbox, "run", "--", "/bin/sh", "-c",
+                     "echo in $TMPDIR number $VSDID; echo parent $PPID; cat /proc/$PPID/task/$PPID/children; "
+                     "\"$0\" ctl vlan create 10; echo ready; exec sleep 1000",
+                     kSandbox},
+                    {"ASAN_OPTIONS=verify_asan_link_order=0"});
+    ASSERT_TRUE(program.shows("ready\n")) << program.output();
+    std::istringstream said(program.output());
+    std::string word;
+    std::string directory;
+    std::string number;
+    said >> word >> directory >> word >> number >> word >> word;
+    std::set<std::string> children;
+    while (said >> word && word != "vlan")
+        children.insert(word);
+    EXPECT_GE(children.size(), 3U); // the kernel's, the server's, the command
+    program.signal(SIGKILL);
+    EXPECT_EQ(program.wait(), 1000 + SIGKILL);
+    const auto is_gone = [&] {
+        return std::all_of(children.begin(), children.end(), has_ended) && !fs::exists(directory);
+    };
+    for (int waited = 0; waited < kPatienceMs && !is_gone(); waited += 10)
+        poll(nullptr, 0, 10);
+    EXPECT_TRUE(is_gone()) << program.output();
+    Process cleaner({kSandbox, "clean"}, {"VSDID=" + number});
+    EXPECT_TRUE(cleaner.shows("VSDID " + number + ": 0 objects removed\n"));
+    EXPECT_EQ(cleaner.wait(), 0);
+}
+
+TEST_F(SandboxRun, command_that_cannot_be_started_is_told) {
+    const auto [status, text] = sandbox_run({"--", "/no/such/program"});
+    EXPECT_EQ(status, 1);
+    EXPECT_EQ(text, "bridge-sandbox: cannot start /no/such/program: No such file or directory\n");
+}
+
+TEST_F(SandboxRun, control_characters_of_the_command_line_are_shown_as_such) {
+    for (const std::vector<std::string> &words : {std::vector<std::string>{kSandbox, "\x1b[31m"},
+                                                  {kSandbox, "run", "--script", "/x\x1b[31m"},
+                                                  {kSandbox, "ctl", "--\x1b[31m"}}) {
+        Process program(words);
+        EXPECT_NE(program.wait(), 0);
+        EXPECT_TRUE(program.shows("\\x1b[31m")) << program.output();
+        EXPECT_EQ(program.count("\x1b"), 0);
+    }
 }
 
 TEST_F(SandboxRun, command_has_the_usual_signals) {
