@@ -1,4 +1,5 @@
 // Event handlers of the host: registration, withdrawal, and the one way by which an event reaches them.
+#include "base/apart.h"
 #include "base/bits.h"
 #include "base/counters.h"
 #include "base/list.h"
@@ -38,7 +39,7 @@ struct Wanting {
 
 constexpr unsigned kWorthIt = 8; // nodes: fewer are walked as fast
 constexpr unsigned kTypesKept = 128;
-Wanting g_wanting[kTypesKept];
+alignas(kApart) Wanting g_wanting[kTypesKept];
 unsigned g_nodes;
 uint32_t g_generation = 1; // of all sets
 

@@ -1,6 +1,7 @@
 // What the files of the kernel channel offer each other.
 #pragma once
 
+#include "base/apart.h"
 #include "base/bytes.h"
 #include "base/raii.h"
 
@@ -45,7 +46,7 @@ class DataPayload {
 // netlink_receive.cpp
 
 struct ReplyBuffer {
-    alignas(8) uint8_t bytes[kReplyMax];
+    alignas(kApart) uint8_t bytes[kReplyMax];
 };
 
 // Reads one message of the family into the buffer, which is cleared whole: who got the last payload may have written

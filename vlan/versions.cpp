@@ -1,5 +1,6 @@
 // Private versions: the newest create or delete of each VLAN that this process has accepted. The checks of what
 // arrives, and the re-search that a look-up runs.
+#include "base/apart.h"
 #include "base/bits.h"
 #include "base/bytes.h"
 #include "base/log.h"
@@ -16,7 +17,7 @@
 #include <cstddef>
 #include <cstring>
 
-uint16_t g_vlan_private_version[BRI_VLAN_ENTRIES];
+alignas(bri::kApart) uint16_t g_vlan_private_version[BRI_VLAN_ENTRIES];
 
 namespace bri::vlan {
 
