@@ -4,8 +4,6 @@
 
 #include <bridge/sets.h>
 
-#include <event2/buffer.h>
-
 #include <algorithm>
 
 namespace sandbox {
@@ -34,8 +32,11 @@ bool Registration::take(const bri_reg_msg &message) {
 }
 
 Connection::Connection(Loop &loop, evutil_socket_t descriptor, unsigned id, ConnectionOwner &owner)
-    : channel_(bufferevent_socket_new(loop.base(), descriptor, BEV_OPT_CLOSE_ON_FREE)), id_(id),
-      party_(std::make_shared<const Party>(Party{id, {}})), owner_(owner) {
+    : channel_(bufferevent_socket_new(loop.base(), descriptor, BEV_OPT_CLOSE_ON_FREE)), sent_now_(evbuffer_new()),
+      flush_(event_new(
+          loop.base(), -1, 0, [](evutil_socket_t, short, void *self) { static_cast<Connection *>(self)->flush(); },
+          this)),
+      id_(id), party_(std::make_shared<const Party>(Party{id, {}})), owner_(owner) {
     const auto on_read = [](bufferevent *, void *self) { static_cast<Connection *>(self)->on_readable(); };
     const auto on_end = [](bufferevent *, short what, void *self) {
         const int error = evutil_socket_geterror(-1);
@@ -54,7 +55,8 @@ bool Connection::take_registration(const bri_reg_msg &message) {
 }
 
 size_t Connection::queued() const {
-    return open() ? evbuffer_get_length(bufferevent_get_output(channel_.get())) : 0;
+    return open() ? evbuffer_get_length(sent_now_.get()) + evbuffer_get_length(bufferevent_get_output(channel_.get()))
+                  : 0;
 }
 
 Fields Connection::fields() const {
@@ -83,9 +85,27 @@ void Connection::send(Bytes bytes, size_t messages) {
     const size_t before = queued();
     if (before + bytes.size() > kQueueLimit)
         return lose("reads too slowly");
-    bufferevent_write(channel_.get(), bytes.data(), bytes.size());
+    evbuffer_add(sent_now_.get(), bytes.data(), bytes.size());
+    event_active(flush_.get(), EV_WRITE, 0);
     if (before + bytes.size() > kFallingBehind)
         owner_.on_falling_behind();
+}
+
+// A failure is met again, and told of, by the channel.
+void Connection::flush() {
+    if (!open())
+        return;
+    if (!stalled_ && evbuffer_get_length(bufferevent_get_output(channel_.get())) == 0)
+        evbuffer_write(sent_now_.get(), bufferevent_getfd(channel_.get()));
+    if (evbuffer_get_length(sent_now_.get()) != 0)
+        bufferevent_write_buffer(channel_.get(), sent_now_.get());
+    else
+        owner_.on_drained();
+}
+
+void Connection::close() {
+    channel_.reset();
+    evbuffer_drain(sent_now_.get(), evbuffer_get_length(sent_now_.get()));
 }
 
 void Connection::stall() {

@@ -4,7 +4,11 @@
 
 #include "sandbox/trace.h"
 
+#include <event2/buffer.h>
+
 namespace sandbox {
+
+using EventBuffer = std::unique_ptr<evbuffer, Releaser<evbuffer_free>>;
 
 // What a client told about itself and the events it wants.
 struct Registration {
@@ -48,7 +52,7 @@ class Connection {
     void stall();
     void resume();
     // Closes it now, with whatever is queued; nothing is reported any more.
-    void close() { channel_.reset(); }
+    void close();
     // The same, and its owner is told.
     void lose(const std::string &why);
 
@@ -67,10 +71,15 @@ class Connection {
     [[nodiscard]] Fields fields() const; // what it shows of itself
 
   private:
+    void flush();
     void on_readable();
     void take_messages(Bytes batch);
 
     BufferEvent channel_;
+    // What is sent in one round of the loop, which goes out at its end by one call of the system. The rest is the
+    // channel's, that waits until it may be written.
+    EventBuffer sent_now_;
+    Event flush_;
     unsigned id_;
     Client party_;
     ConnectionOwner &owner_;
