@@ -81,7 +81,8 @@ class Kernel::Socket : public std::enable_shared_from_this<Socket> {
             self.kernel_.read_packet(self);
         };
         readable_.reset(event_new(kernel.loop_.base(), descriptor, EV_READ | EV_PERSIST, on_readable, this));
-        event_add(readable_.get(), nullptr);
+        if (!kernel.held_)
+            event_add(readable_.get(), nullptr);
     }
 
     [[nodiscard]] int descriptor() const { return fd_.get(); }
@@ -152,20 +153,36 @@ void Kernel::set_module(const KernelModule &wanted) {
             socket->send(about_family(CTRL_CMD_DELFAMILY, static_cast<uint16_t>(module_.family)));
 }
 
-void Kernel::read_packet(Socket &socket) {
+bool Kernel::serve() {
+    for (auto socket = sockets_.begin(); socket != sockets_.end();)
+        if (read_packet(**socket++)) // which may remove it
+            return true;
+    return false;
+}
+
+bool Kernel::is_asked() const {
+    char first = 0;
+    return std::any_of(sockets_.begin(), sockets_.end(), [&](const auto &socket) {
+        return recv(socket->descriptor(), &first, sizeof first, MSG_PEEK | MSG_DONTWAIT) > 0;
+    });
+}
+
+bool Kernel::read_packet(Socket &socket) {
     static uint8_t packet[kPacketMax];
     const ssize_t length = recv(socket.descriptor(), packet, sizeof packet, 0);
     if (length < 0 && (errno == EAGAIN || errno == EINTR))
-        return;
+        return false;
     if (length <= 0) {
         sockets_.remove_if([&](const auto &other) { return other.get() == &socket; });
-        return;
+        return false;
     }
     const Bytes bytes{packet, static_cast<size_t>(length)};
-    if (!socket.bound())
-        socket.bind(object_of<sockaddr_nl>(bytes));
-    else
+    const bool bound = socket.bound();
+    if (bound)
         answer(socket, bytes);
+    else
+        socket.bind(object_of<sockaddr_nl>(bytes));
+    return bound;
 }
 
 void Kernel::answer(const Socket &socket, Bytes packet) {

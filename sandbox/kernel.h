@@ -30,6 +30,10 @@ class Kernel {
 
     // Throws std::runtime_error, as Acceptor does.
     void listen();
+    // Before listen(): hosts are answered only where serve() is called, one message at a time. True when there was one.
+    void hold() { held_ = true; }
+    bool serve();
+    [[nodiscard]] bool is_asked() const; // somebody waits for that
     // The server's word. Down, the family goes with the module's tables: its listeners are told, and nobody can resolve
     // it until it comes back, under another id.
     KernelResult ask(uint32_t type, Bytes data);
@@ -43,7 +47,7 @@ class Kernel {
         Buffer message;
     };
 
-    void read_packet(Socket &socket);
+    bool read_packet(Socket &socket); // true when it was a message
     void set_module(const KernelModule &wanted);
     [[nodiscard]] KernelModule module() const;
     void answer(const Socket &socket, Bytes packet);
@@ -56,6 +60,7 @@ class Kernel {
 
     Loop &loop_;
     std::string path_;
+    bool held_ = false;
     Announce tell_;
     Answers answers_;
     KernelTables tables_;

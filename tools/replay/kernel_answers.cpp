@@ -14,55 +14,64 @@ using wire::Direction;
 using wire::KernelMessage;
 using What = KernelMessage::What;
 
+// A message to the kernel.
 struct Asked {
-    std::pair<uint32_t, wire::Buffer> question;
-    sandbox::KernelResult result; // empty where nothing came
+    size_t packet;
+    bool family; // it looks for the module
+    Said said;
+    size_t answered_at;           // a packet; 0 while there is no answer
+    sandbox::KernelResult result; // empty without one
 };
 
-// A client asks one question at a time, so an answer belongs to its last one that wants any.
-struct Client {
-    size_t family_asked = 0; // the packet; 0 when that is answered
-    size_t question = SIZE_MAX;
-};
+std::vector<Asked> asked_in(const Packet &packet, const KernelMessage &message) {
+    if (message.what == What::kFamilyAsked)
+        return {{packet.number, true, {}, 0, {}}};
+    std::vector<Asked> all;
+    for (Said &said : said_in(packet))
+        all.push_back({packet.number, false, std::move(said), 0, {}});
+    return all;
+}
 
-sandbox::KernelResult result_of(const Packet &packet, const KernelMessage &message, uint32_t type) {
-    sandbox::KernelResult result{message.error, {message.data.begin(), message.data.end()}};
+bool wants_answer(const Asked &asked) {
+    return asked.answered_at == 0 &&
+           (asked.family || wire::payload_of(asked.said.type, Direction::kFromKernel).shape != wire::Shape::kNever);
+}
+
+void take_answer(Asked &asked, const Packet &packet, const KernelMessage &message) {
+    asked.answered_at = packet.number;
+    asked.result = {message.error, {message.data.begin(), message.data.end()}};
     if (wire::is_big(packet.order()) != wire::is_big(wire::Order::kNative))
-        wire::swap(wire::payload_of(type, Direction::kFromKernel), result.answer);
-    return result;
+        wire::swap(wire::payload_of(asked.said.type, Direction::kFromKernel), asked.result.answer);
 }
 
 } // namespace
 
+// A client asks one question at a time, so an answer belongs to its last one that wants any.
 KernelAnswers::KernelAnswers(const std::vector<Packet> &packets) {
-    std::vector<Asked> asked;
-    std::map<uint32_t, Client> clients;
+    std::map<uint32_t, std::vector<Asked>> clients;
     for (const Packet &packet : packets) {
         if (packet.head.kind != recording::Kind::kKernel)
             continue;
         const bool asks = packet.head.way == Way::kToServer;
         const KernelMessage message =
             read_kernel_message(packet.body, asks ? Direction::kToKernel : Direction::kFromKernel, packet.order());
-        Client &client = clients[packet.head.client];
-        for (const Said &said : said_in(packet)) {
-            if (wire::payload_of(said.type, Direction::kFromKernel).shape != wire::Shape::kNever)
-                client.question = asked.size();
-            asked.push_back({{said.type, said.payload}, {}});
-        }
-        const bool answers = message.what == What::kAnswer || message.what == What::kError;
-        if (message.what == What::kFamilyAsked)
-            client.family_asked = packet.number;
-        else if (message.what == What::kFamilyGone)
+        std::vector<Asked> &all = clients[packet.head.client];
+        for (Asked &each : asks ? asked_in(packet, message) : std::vector<Asked>())
+            all.push_back(std::move(each));
+        if (message.what == What::kFamilyGone)
             module_[packet.number] = false;
-        else if (client.family_asked != 0 && (message.what == What::kFamily || message.what == What::kError))
-            module_[std::exchange(client.family_asked, 0)] = message.what == What::kFamily;
-        else if (answers && client.question < asked.size()) {
-            Asked &question = asked[std::exchange(client.question, SIZE_MAX)];
-            question.result = result_of(packet, message, question.question.first);
+        else if (!asks && !all.empty() && wants_answer(all.back())) {
+            take_answer(all.back(), packet, message);
+            if (all.back().family)
+                module_[all.back().packet] = message.what == What::kFamily;
         }
     }
-    for (Asked &each : asked)
-        answers_[std::move(each.question)].push_back(std::move(each.result));
+    for (auto &[client, all] : clients)
+        for (Asked &each : all) {
+            taken_.insert(each.answered_at != 0 ? each.answered_at : each.packet);
+            if (!each.family)
+                answers_[{each.said.type, std::move(each.said.payload)}].push_back(std::move(each.result));
+        }
 }
 
 std::optional<sandbox::KernelResult> KernelAnswers::answer(uint32_t type, wire::Bytes data) {

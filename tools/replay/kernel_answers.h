@@ -7,6 +7,7 @@
 #include <deque>
 #include <map>
 #include <optional>
+#include <set>
 #include <vector>
 
 namespace replay {
@@ -20,6 +21,10 @@ class KernelAnswers {
     // then the last one again. Nothing when it was never asked.
     std::optional<sandbox::KernelResult> answer(uint32_t type, wire::Bytes data);
 
+    // Whether the daemon's next message to the kernel is taken at that packet: at its answer, or where there was none
+    // at the message itself.
+    [[nodiscard]] bool is_taken_at(size_t packet) const { return taken_.contains(packet); }
+
     // Whether the module is there, from the packet of that number on; nothing when that packet does not tell.
     [[nodiscard]] std::optional<bool> is_there_from(size_t packet) const;
     // At the start.
@@ -30,6 +35,7 @@ class KernelAnswers {
 
     std::map<Question, std::deque<sandbox::KernelResult>> answers_;
     std::map<size_t, bool> module_;
+    std::set<size_t> taken_;
 };
 
 } // namespace replay

@@ -32,10 +32,11 @@ using Clock = std::chrono::steady_clock;
 
 constexpr Microseconds kLook{1000};                              // between two looks at what is waited for
 constexpr recording::Time kQuick = std::chrono::milliseconds(5); // a daemon is through with what it was told
-constexpr std::chrono::milliseconds kLate{500};                  // for what a daemon does of itself
-constexpr size_t kMostQueued = 256 << 10;                        // bytes that wait for the daemon
-constexpr std::chrono::milliseconds kEnd{3000};                  // to end when it is asked to
-constexpr std::chrono::milliseconds kDrain{200};                 // for what a daemon that has ended had sent
+constexpr std::chrono::milliseconds kStray{100}; // then the kernel takes what it was not asked in the recording
+constexpr std::chrono::milliseconds kLate{500};  // for what a daemon does of itself
+constexpr size_t kMostQueued = 256 << 10;        // bytes that wait for the daemon
+constexpr std::chrono::milliseconds kEnd{3000};  // to end when it is asked to
+constexpr std::chrono::milliseconds kDrain{200}; // for what a daemon that has ended had sent
 
 // A connection of the daemon. Those that have closed stay, as nothing may go inside of its own call.
 struct Link {
@@ -62,6 +63,7 @@ class Player : private sandbox::ConnectionOwner {
 
     void hear(Said message);
 
+    void serve_stray();
     template <class Condition> bool run_until(Clock::time_point end, Condition &&holds);
     template <class Condition> bool wait_for(Clock::time_point end, Condition &&holds);
     template <class Condition> bool wait_for_daemon(Condition &&holds);
@@ -88,7 +90,6 @@ class Player : private sandbox::ConnectionOwner {
 
     void stop();
     void end_daemon();
-    [[nodiscard]] bool has_more() const;
     [[nodiscard]] Status report();
 
     void say(const std::string &line) const { std::cerr << line << std::endl; }
@@ -110,13 +111,15 @@ class Player : private sandbox::ConnectionOwner {
     Link *link_ = nullptr; // the one that the recording has come to
     size_t taken_ = 0;     // connections
     Dialogue dialogue_;
+    Clock::time_point asked_since_ = Clock::time_point::max(); // the kernel, which has not answered
     pid_t daemon_ = -1;
     std::optional<int> ended_; // the daemon's status
     bool is_busy_ = false;     // the daemon, for longer than anybody waits
     size_t played_ = 0;
-    size_t farewell_ = 0;      // the packets from here on are the daemon's end
-    recording::Time told_{};   // when something was sent to it last, in the recording
-    Clock::time_point anchor_; // when the packet of that time was played
+    size_t farewell_ = 0; // the packets from here on are the daemon's end
+    bool module_is_there_ = true;
+    recording::Time told_ = recording::Time::max(); // when something was sent to it last, in the recording
+    Clock::time_point anchor_;                      // when the packet of that time was played
     recording::Time anchor_time_{};
     bool input_ended_ = false;
 };
@@ -163,6 +166,8 @@ Player::Player(const recording::Recording &recording, const Settings &settings)
                     links_.emplace_back(loop_, descriptor, static_cast<unsigned>(links_.size() + 1), owner);
                 }) {
     farewell_ = farewell_of(packets_);
+    if (knows_kernel_)
+        kernel_.hold();
     kernel_.listen();
     set_module(answers_.is_there());
 }
@@ -196,13 +201,26 @@ template <class Condition> bool Player::run_until(Clock::time_point end, Conditi
             return false;
         look_.start(kLook);
         event_base_loop(loop_.base(), EVLOOP_ONCE);
+        serve_stray();
     }
     return true;
 }
 
+// A message that was not recorded at this point would hold the daemon up.
+void Player::serve_stray() {
+    if (!kernel_.is_asked())
+        asked_since_ = Clock::time_point::max();
+    else
+        asked_since_ = std::min(asked_since_, Clock::now());
+    if (Clock::now() - kStray > asked_since_)
+        kernel_.serve();
+}
+
 // False as well when nothing more can come of it.
 template <class Condition> bool Player::wait_for(Clock::time_point end, Condition &&holds) {
-    return run_until(end, [&] { return holds() || is_over(); }) && holds();
+    bool held = false;
+    run_until(end, [&] { return (held = holds()) || is_over(); });
+    return held;
 }
 
 template <class Condition> bool Player::wait_for_daemon(Condition &&holds) {
@@ -329,18 +347,23 @@ bool Player::comes_of_itself(const Packet &packet) {
 }
 
 void Player::set_module(bool there) {
+    module_is_there_ = there;
     const auto state = there ? sandbox::KernelState::kUp : sandbox::KernelState::kDown;
     const sandbox::KernelModule module{static_cast<uint32_t>(state), 0, 0, 0, 0, 0};
     kernel_.ask(sandbox::kSetModule, wire::bytes_of(module));
 }
 
 void Player::play_kernel(const Packet &packet) {
-    if (const std::optional<bool> there = answers_.is_there_from(packet.number)) {
+    const bool there = answers_.is_there_from(packet.number).value_or(module_is_there_);
+    if (there != module_is_there_) {
         settle(packet.time);
-        set_module(*there);
+        set_module(there);
     }
-    if (packet.head.client != 0)
-        await_messages(packet);
+    if (packet.head.client == 0)
+        return;
+    dialogue_.expect(packet.number, said_in(packet));
+    if (answers_.is_taken_at(packet.number) && !wait_for_daemon([this] { return kernel_.serve(); }) && !is_over())
+        say_about(packet, "the daemon does not ask the kernel");
 }
 
 void Player::play(const Packet &packet) {
@@ -390,12 +413,6 @@ void Player::end_daemon() {
     run_until(Clock::now() + kDrain, [this] { return !is_connected(); });
 }
 
-// What is left of the recording when the daemon has ended: nothing, or its own end.
-bool Player::has_more() const {
-    return std::any_of(packets_.begin() + static_cast<std::ptrdiff_t>(played_), packets_.end(),
-                       [](const Packet &packet) { return packet.head.kind == Kind::kBatch; });
-}
-
 Status Player::report() {
     std::vector<std::string> lines;
     std::vector<std::string> moved;
@@ -411,14 +428,14 @@ Status Player::report() {
 }
 
 Status Player::run() {
-    for (; played_ < packets_.size() && !is_over(); ++played_) {
+    for (; played_ < packets_.size() && (!is_over() || played_ >= farewell_); ++played_) {
         const Packet &packet = packets_[played_];
         wait_until_due(packet);
         if (settings_.step)
             step(packet);
         play(packet);
     }
-    const bool early = is_over() && has_more();
+    const bool early = played_ < packets_.size();
     if (early)
         say("bridge-replay: " + (ended_ ? "the daemon ended with status " + std::to_string(*ended_) : "interrupted") +
             " in front of packet " + std::to_string(packets_[played_].number));
