@@ -94,9 +94,13 @@ Choice choose(const std::vector<Packet> &packets, const std::string &wanted) {
     return choice;
 }
 
-bool concerns(const Packet &packet, const Choice &choice) {
-    const bool everybodys = packet.head.kind == Kind::kKernel && packet.head.client == 0;
-    return packet.head.kind == Kind::kTable || everybodys || choice.clients.contains(packet.head.client);
+std::vector<Packet> packets_of(const std::vector<Packet> &packets, const Choice &choice) {
+    std::vector<Packet> its;
+    std::ranges::copy_if(packets, std::back_inserter(its), [&](const Packet &packet) {
+        const bool everybodys = packet.head.kind == Kind::kKernel && packet.head.client == 0;
+        return packet.head.kind == Kind::kTable || everybodys || choice.clients.contains(packet.head.client);
+    });
+    return its;
 }
 
 } // namespace replay

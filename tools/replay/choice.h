@@ -19,6 +19,7 @@ struct Choice {
 [[nodiscard]] Choice choose(const std::vector<recording::Packet> &packets, const std::string &wanted);
 
 // What reaches such a client, directly or through the tables and the kernel.
-[[nodiscard]] bool concerns(const recording::Packet &packet, const Choice &choice);
+[[nodiscard]] std::vector<recording::Packet> packets_of(const std::vector<recording::Packet> &packets,
+                                                        const Choice &choice);
 
 } // namespace replay

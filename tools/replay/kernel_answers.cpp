@@ -52,6 +52,7 @@ KernelAnswers::KernelAnswers(const std::vector<Packet> &packets) {
     for (const Packet &packet : packets) {
         if (packet.head.kind != recording::Kind::kKernel)
             continue;
+        known_ = known_ || packet.head.client != 0;
         const bool asks = packet.head.way == Way::kToServer;
         const KernelMessage message =
             read_kernel_message(packet.body, asks ? Direction::kToKernel : Direction::kFromKernel, packet.order());

@@ -17,6 +17,9 @@ class KernelAnswers {
     // Of these packets, in their order; those that are not of the kernel channel are passed over.
     explicit KernelAnswers(const std::vector<recording::Packet> &packets);
 
+    // Whether it is known which messages were this daemon's, and so which are different now.
+    [[nodiscard]] bool are_known() const { return known_; }
+
     // The answer to a question that was asked like this: equal questions get the recorded answers in their order, and
     // then the last one again. Nothing when it was never asked.
     std::optional<sandbox::KernelResult> answer(uint32_t type, wire::Bytes data);
@@ -36,6 +39,7 @@ class KernelAnswers {
     std::map<Question, std::deque<sandbox::KernelResult>> answers_;
     std::map<size_t, bool> module_;
     std::set<size_t> taken_;
+    bool known_ = false;
 };
 
 } // namespace replay

@@ -4,6 +4,7 @@
 
 #include <CLI/CLI.hpp>
 
+#include <csignal>
 #include <iostream>
 
 namespace {
@@ -21,6 +22,7 @@ struct Options {
 constexpr const char *kMax = "max";
 constexpr double kLeastSpeed = 0.001;
 constexpr double kMostSpeed = 1000;
+constexpr double kMostPatience = 3600;
 
 std::string fault_of_speed(const std::string &word) {
     double speed = 0;
@@ -44,7 +46,7 @@ void describe(CLI::App &app, Options &options) {
     app.add_flag("--step", settings.step, "Wait for Enter before each packet that is for the daemon");
     app.add_flag("--compare", settings.compare, "Say where what the daemon sends differs from the recording");
     app.add_option("--patience", settings.patience, "Seconds that are waited for what the daemon did in the recording")
-        ->check(CLI::NonNegativeNumber)
+        ->check(CLI::Range(0.0, kMostPatience))
         ->type_name("SECONDS")
         ->capture_default_str();
     app.footer("The daemon has its output; what it sends to the server is shown on standard error.\n"
@@ -67,6 +69,7 @@ Status run_program(int argc, char **argv) {
     settings.stop = recording.packets.size() == options.until;
     settings.choice = choose(recording.packets, options.client);
     sandbox::end_on_signals();
+    std::signal(SIGPIPE, SIG_IGN); // a daemon that goes, or nobody who reads our lines
     return play(recording, settings);
 }
 

@@ -29,14 +29,16 @@ using recording::Way;
 using sandbox::Connection;
 using sandbox::Microseconds;
 using Clock = std::chrono::steady_clock;
+using Nanoseconds = std::chrono::duration<double, std::nano>;
 
 constexpr Microseconds kLook{1000};                              // between two looks at what is waited for
 constexpr recording::Time kQuick = std::chrono::milliseconds(5); // a daemon is through with what it was told
 constexpr std::chrono::milliseconds kStray{100}; // then the kernel takes what it was not asked in the recording
 constexpr std::chrono::milliseconds kLate{500};  // for what a daemon does of itself
-constexpr size_t kMostQueued = 256 << 10;        // bytes that wait for the daemon
-constexpr std::chrono::milliseconds kEnd{3000};  // to end when it is asked to
-constexpr std::chrono::milliseconds kDrain{200}; // for what a daemon that has ended had sent
+constexpr Nanoseconds kMostApart = std::chrono::hours(24 * 365); // two packets, so that no clock overflows
+constexpr size_t kMostQueued = 256 << 10;                        // bytes that wait for the daemon
+constexpr std::chrono::milliseconds kEnd{3000};                  // to end when it is asked to
+constexpr std::chrono::milliseconds kDrain{200};                 // for what a daemon that has ended had sent
 
 // A connection of the daemon. Those that have closed stay, as nothing may go inside of its own call.
 struct Link {
@@ -64,10 +66,12 @@ class Player : private sandbox::ConnectionOwner {
     void hear(Said message);
 
     void serve_stray();
+    bool serve();
     template <class Condition> bool run_until(Clock::time_point end, Condition &&holds);
     template <class Condition> bool wait_for(Clock::time_point end, Condition &&holds);
     template <class Condition> bool wait_for_daemon(Condition &&holds);
-    [[nodiscard]] bool is_over();
+    [[nodiscard]] bool runs(); // the daemon
+    [[nodiscard]] bool is_over() { return (!runs() && daemon_ > 0) || sandbox::is_told_to_end(); }
     [[nodiscard]] bool is_settled() const;
     [[nodiscard]] bool is_connected() const { return link_ != nullptr && link_->connection.open(); }
 
@@ -89,6 +93,7 @@ class Player : private sandbox::ConnectionOwner {
     void step(const Packet &packet);
 
     void stop();
+    void tell_to_end(int signal);
     void end_daemon();
     [[nodiscard]] Status report();
 
@@ -104,7 +109,6 @@ class Player : private sandbox::ConnectionOwner {
     sandbox::Loop loop_;
     sandbox::Timer look_{loop_, [] {}};
     KernelAnswers answers_;
-    bool knows_kernel_; // the recording has what this daemon said to the kernel
     sandbox::Kernel kernel_;
     sandbox::Acceptor acceptor_;
     std::list<Link> links_;
@@ -129,19 +133,6 @@ double time_scale_of(double speed) {
     return std::clamp(speed, 1.0, most);
 }
 
-std::vector<Packet> packets_of(const recording::Recording &recording, const Choice &choice) {
-    std::vector<Packet> packets;
-    std::ranges::copy_if(recording.packets, std::back_inserter(packets),
-                         [&](const Packet &packet) { return concerns(packet, choice); });
-    return packets;
-}
-
-// Where it is not known who asked, the daemon's questions cannot be compared.
-bool has_kernel(const std::vector<Packet> &packets) {
-    return std::ranges::any_of(
-        packets, [](const Packet &packet) { return packet.head.kind == Kind::kKernel && packet.head.client != 0; });
-}
-
 // Behind all that it is told, when it closes its connection then; else there is none.
 size_t farewell_of(const std::vector<Packet> &packets) {
     const auto is_told = [](const Packet &packet) {
@@ -155,8 +146,8 @@ size_t farewell_of(const std::vector<Packet> &packets) {
 }
 
 Player::Player(const recording::Recording &recording, const Settings &settings)
-    : settings_(settings), packets_(packets_of(recording, settings.choice)), world_(time_scale_of(settings.speed)),
-      answers_(packets_), knows_kernel_(has_kernel(packets_)),
+    : settings_(settings), packets_(packets_of(recording.packets, settings.choice)),
+      world_(time_scale_of(settings.speed)), answers_(packets_),
       kernel_(
           loop_, world_.directory(), [](uint32_t, sandbox::Bytes) {},
           [this](uint32_t type, sandbox::Bytes data) { return on_question(type, data); }),
@@ -166,7 +157,7 @@ Player::Player(const recording::Recording &recording, const Settings &settings)
                     links_.emplace_back(loop_, descriptor, static_cast<unsigned>(links_.size() + 1), owner);
                 }) {
     farewell_ = farewell_of(packets_);
-    if (knows_kernel_)
+    if (answers_.are_known())
         kernel_.hold();
     kernel_.listen();
     set_module(answers_.is_there());
@@ -185,7 +176,7 @@ void Player::on_message(Connection &, uint32_t type, sandbox::Bytes payload) {
 
 std::optional<sandbox::KernelResult> Player::on_question(uint32_t type, sandbox::Bytes data) {
     const Said question{Said::To::kKernel, type, sandbox::buffer_of(data)};
-    if (knows_kernel_)
+    if (answers_.are_known())
         hear(question);
     std::optional<sandbox::KernelResult> answer = answers_.answer(type, data);
     if (!answer)
@@ -213,7 +204,14 @@ void Player::serve_stray() {
     else
         asked_since_ = std::min(asked_since_, Clock::now());
     if (Clock::now() - kStray > asked_since_)
-        kernel_.serve();
+        serve();
+}
+
+bool Player::serve() {
+    const bool served = kernel_.serve();
+    if (served)
+        asked_since_ = Clock::time_point::max();
+    return served;
 }
 
 // False as well when nothing more can come of it.
@@ -229,10 +227,10 @@ template <class Condition> bool Player::wait_for_daemon(Condition &&holds) {
     return wait_for(Clock::now() + patience, holds);
 }
 
-bool Player::is_over() {
+bool Player::runs() {
     if (daemon_ > 0 && !ended_)
         ended_ = sandbox::World::ended(daemon_, std::chrono::milliseconds(0));
-    return ended_.has_value() || sandbox::is_told_to_end();
+    return daemon_ > 0 && !ended_;
 }
 
 bool Player::is_settled() const {
@@ -254,7 +252,7 @@ void Player::settle(recording::Time now) {
 void Player::wait_until_due(const Packet &packet) {
     if (settings_.speed == 0 || taken_ == 0)
         return;
-    const auto apart = std::chrono::duration<double, std::nano>(packet.time - anchor_time_) / settings_.speed;
+    const auto apart = std::min(Nanoseconds(packet.time - anchor_time_) / settings_.speed, kMostApart);
     const Clock::time_point due = anchor_ + std::chrono::duration_cast<Clock::duration>(apart);
     if (due > Clock::now())
         wait_for(due, [] { return false; });
@@ -330,7 +328,7 @@ void Player::play_batch(const Packet &packet) {
 void Player::await_messages(const Packet &packet) {
     dialogue_.expect(packet.number, said_in(packet));
     if (played_ >= farewell_ && !comes_of_itself(packet))
-        kill(daemon_, SIGTERM);
+        tell_to_end(SIGTERM);
     if (wait_for_daemon([this] { return dialogue_.awaited().empty(); }) || is_over())
         return;
     say_about(packet, "the daemon does not send " + dialogue_.awaited());
@@ -340,10 +338,10 @@ void Player::await_messages(const Packet &packet) {
 // What it does not do in the time that it took then, it does when it is told to end.
 bool Player::comes_of_itself(const Packet &packet) {
     const recording::Time before = packets_[played_ - 1].time;
-    const auto apart = std::chrono::duration<double, std::nano>(packet.time - before) / time_scale_of(settings_.speed);
-    const auto most = std::chrono::duration<double>(settings_.patience);
-    const auto time = std::chrono::duration_cast<Clock::duration>(std::min<decltype(apart)>(apart + kLate, most));
-    return wait_for(Clock::now() + time, [this] { return dialogue_.awaited().empty(); });
+    const Nanoseconds apart = Nanoseconds(packet.time - before) / time_scale_of(settings_.speed) + kLate;
+    const Nanoseconds most = std::min<Nanoseconds>(apart, std::chrono::duration<double>(settings_.patience));
+    return wait_for(Clock::now() + std::chrono::duration_cast<Clock::duration>(most),
+                    [this] { return dialogue_.awaited().empty(); });
 }
 
 void Player::set_module(bool there) {
@@ -362,7 +360,7 @@ void Player::play_kernel(const Packet &packet) {
     if (packet.head.client == 0)
         return;
     dialogue_.expect(packet.number, said_in(packet));
-    if (answers_.is_taken_at(packet.number) && !wait_for_daemon([this] { return kernel_.serve(); }) && !is_over())
+    if (answers_.is_taken_at(packet.number) && !wait_for_daemon([this] { return serve(); }) && !is_over())
         say_about(packet, "the daemon does not ask the kernel");
 }
 
@@ -401,14 +399,16 @@ void Player::stop() {
     wait_for_enter();
 }
 
+void Player::tell_to_end(int signal) {
+    if (runs())
+        kill(daemon_, signal);
+}
+
 // What it sends until then counts.
 void Player::end_daemon() {
-    const auto ends = [this] { return ended_.has_value(); };
     for (const int signal : {SIGTERM, SIGKILL}) {
-        if (is_over() && ends())
-            break;
-        kill(daemon_, signal);
-        run_until(Clock::now() + kEnd, [&] { return is_over() && ends(); });
+        tell_to_end(signal);
+        run_until(Clock::now() + kEnd, [this] { return !runs(); });
     }
     run_until(Clock::now() + kDrain, [this] { return !is_connected(); });
 }
