@@ -1,6 +1,6 @@
 // The analyser's dissector on recordings of both byte orders, made by wire/ and read by the analyser's command line.
 #include "tests/system/workstation.h"
-#include "tools/recording/format.h"
+#include "tools/recording/writer.h"
 #include "wire/batch.h"
 #include "wire/text.h"
 
@@ -27,50 +27,6 @@ bool contains(const std::string &text, const std::string &part) {
     return text.find(part) != std::string::npos;
 }
 
-// The blocks of a recording, in this machine's order.
-class Recording {
-  public:
-    Recording() {
-        block(0x0A0D0D0A, {word(0x1A2B3C4D), word(1), word(UINT32_MAX), word(UINT32_MAX)});
-        block(1, {word(recording::kLinkType), word(0)});
-    }
-
-    void add(const Head &head, wire::Bytes bytes) {
-        const auto front = recording::bytes_of_head(head);
-        wire::Buffer packet(front.begin(), front.end());
-        packet.insert(packet.end(), bytes.begin(), bytes.end());
-        const auto size = static_cast<uint32_t>(packet.size());
-        packet.resize((packet.size() + 3) / 4 * 4);
-        block(6, {word(0), word(0), word(++time_), word(size), word(size), packet});
-    }
-
-    void write(const std::string &path) const {
-        std::ofstream(path, std::ios::binary)
-            .write(reinterpret_cast<const char *>(bytes_.data()), static_cast<std::streamsize>(bytes_.size()));
-    }
-
-  private:
-    static wire::Buffer word(uint32_t value) {
-        wire::Buffer bytes(sizeof value);
-        wire::store(bytes, 0, sizeof value, Order::kNative, value);
-        return bytes;
-    }
-    void append(const wire::Buffer &bytes) { bytes_.insert(bytes_.end(), bytes.begin(), bytes.end()); }
-    void block(uint32_t type, const std::vector<wire::Buffer> &parts) {
-        uint32_t size = 12;
-        for (const wire::Buffer &part : parts)
-            size += static_cast<uint32_t>(part.size());
-        append(word(type));
-        append(word(size));
-        for (const wire::Buffer &part : parts)
-            append(part);
-        append(word(size));
-    }
-
-    wire::Buffer bytes_;
-    uint32_t time_ = 0;
-};
-
 wire::Buffer batch(std::initializer_list<const char *> messages, wire::Direction direction, Order order) {
     std::vector<wire::ParsedMessage> parsed;
     for (const char *text : messages)
@@ -89,28 +45,28 @@ class Dissector : public Env, public testing::WithParamInterface<Order> {
     }
 
     [[nodiscard]] static Order order() { return GetParam(); }
-    [[nodiscard]] static Head head(Way way, Kind kind = Kind::kBatch) { return {way, wire::is_big(order()), kind, 7}; }
+    [[nodiscard]] static Head head(Way way, Kind kind = Kind::kBatch) {
+        return {.way = way, .kind = kind, .client = 7};
+    }
 
     void add_to_client(std::initializer_list<const char *> messages) {
-        recording_.add(head(Way::kToClient), batch(messages, wire::Direction::kToClient, order()));
+        add(head(Way::kToClient), batch(messages, wire::Direction::kToClient, order()));
     }
     void add_to_server(std::initializer_list<const char *> messages) {
-        recording_.add(head(Way::kToServer), batch(messages, wire::Direction::kToServer, order()));
+        add(head(Way::kToServer), batch(messages, wire::Direction::kToServer, order()));
     }
 
     // What the analyser prints about the recording.
     [[nodiscard]] std::string read(std::vector<std::string> options) const {
-        recording_.write(tmpdir() + "/recording.pcapng");
+        {
+            recording::Writer writer(path(), {.program = "dissector-test", .vsd = 5, .order = order()});
+            for (const auto &[head, bytes] : packets_)
+                writer.add(head, bytes);
+        }
         const std::string errors = tmpdir() + "/tshark-errors";
-        std::vector<std::string> command{"/bin/sh",
-                                         "-c",
-                                         "exec tshark \"$@\" 2>" + errors,
-                                         "sh",
-                                         "-n",
-                                         "-X",
-                                         std::string("lua_script:") + kDissector,
-                                         "-r",
-                                         tmpdir() + "/recording.pcapng"};
+        std::vector<std::string> command{"/bin/sh", "-c", "exec tshark \"$@\" 2>" + errors,        "sh",
+                                         "-n",      "-X", std::string("lua_script:") + kDissector, "-r",
+                                         path()};
         command.insert(command.end(), options.begin(), options.end());
         Process program(command, {"HOME=" + tmpdir()});
         EXPECT_EQ(program.wait(60000), 0) << text_of_file(errors);
@@ -127,7 +83,11 @@ class Dissector : public Env, public testing::WithParamInterface<Order> {
         return numbers;
     }
 
-    Recording recording_;
+    void add(const Head &head, wire::Buffer bytes) { packets_.emplace_back(head, std::move(bytes)); }
+    [[nodiscard]] std::string path() const { return tmpdir() + "/recording.pcapng"; }
+
+  private:
+    std::vector<std::pair<Head, wire::Buffer>> packets_;
 };
 
 TEST_P(Dissector, shows_messages_by_their_fields) {
@@ -179,7 +139,7 @@ TEST_P(Dissector, notes_what_is_wrong_with_a_batch) {
     const auto with = [&](auto change) {
         wire::Buffer bytes = good;
         change(bytes);
-        recording_.add(head(Way::kToClient), bytes);
+        add(head(Way::kToClient), bytes);
     };
     with([](wire::Buffer &) {});
     with([](wire::Buffer &bytes) { bytes.resize(5); });
@@ -211,8 +171,8 @@ TEST_P(Dissector, reads_the_kernel_channel) {
         wire::parse_text(wire::one(wire::record_of<wire::ef_bridge_answer>()), "nlmsg_len=60 nla_len=8", order());
     const wire::Buffer found = wire::parse_text(asks, "found=1 result.ifx=4", order());
     answer.insert(answer.end(), found.begin(), found.end());
-    recording_.add(head(Way::kToServer, Kind::kKernel), question);
-    recording_.add(head(Way::kToClient, Kind::kKernel), answer);
+    add(head(Way::kToServer, Kind::kKernel), question);
+    add(head(Way::kToClient, Kind::kKernel), answer);
     const std::string text = tree();
     for (const char *line :
          {"MAC_EVENT_CLIENT_FIND_FIRST\n", "key.bcast_id: 10\n", "nlmsg_pid: 77\n", "found: 1\n", "result.ifx: 4\n"})
@@ -220,6 +180,48 @@ TEST_P(Dissector, reads_the_kernel_channel) {
     EXPECT_EQ(kept("bridge.kernel.cmd == 3"), "1 ");
     EXPECT_EQ(kept("bridge.mac.found == 1"), "2 ");
     EXPECT_EQ(kept("bridge.cut"), "");
+}
+
+TEST_P(Dissector, reads_tables_and_connections) {
+    using recording::Table;
+    add({.kind = Kind::kTable, .table = Table::kVlans, .flags = recording::kStartValue}, {});
+    add({.kind = Kind::kTable, .table = Table::kGroups, .flags = 0, .offset = 0x12345}, {1, 2, 3});
+    add(head(Way::kToServer, Kind::kConnection), {0});
+    add(head(Way::kToClient, Kind::kConnection), {2});
+    add(head(Way::kToServer, Kind::kConnection), {});
+    EXPECT_EQ(read({"-T", "fields", "-e", "_ws.col.Info"}), "start value of vlans: 0 bytes at 0x0\n"
+                                                            "change of groups: 3 bytes at 0x12345\n"
+                                                            "connected\nclosed by the server\n\n");
+    EXPECT_EQ(kept("bridge.table == 3 && bridge.data == 01:02:03"), "2 ");
+    EXPECT_EQ(kept("bridge.start_value == 1"), "1 ");
+    EXPECT_EQ(kept("bridge.change == 2"), "4 ");
+    EXPECT_EQ(kept("bridge.cut"), "5 ");
+}
+
+TEST_P(Dissector, leaves_messages_of_netlink_itself_alone) {
+    wire::Buffer question(36);
+    wire::store(question, 0, 4, order(), 36);
+    wire::store(question, 4, 2, order(), 16); // the controller
+    add(head(Way::kToServer, Kind::kKernel), question);
+    wire::store(question, 4, 2, order(), 2);
+    add(head(Way::kToClient, Kind::kKernel), question);
+    EXPECT_EQ(read({"-T", "fields", "-e", "_ws.col.Info"}), "kernel asked: family look-up\nkernel answers: error\n");
+}
+
+TEST_P(Dissector, finds_the_section_header_that_the_writer_makes) {
+    add_to_client({"VLAN_EVENT_CREATE_INDEX vid=10"});
+    static_cast<void>(tree());
+    Process program({"/bin/sh", "-c", "exec capinfos \"$0\"", path()});
+    EXPECT_EQ(program.wait(), 0);
+    program.drain();
+    const std::string word = "{\"byte_order\":\"" + std::string(wire::is_big(order()) ? "big" : "little") + "\"";
+    for (const std::string &text :
+         {word + ",\"word_size\":8,\"library\":\"",
+          std::string("\"vsdid\":5,\"tables\":[{\"name\":\"SWPORT-SHM\",\"size\":"),
+          std::string("File type:           Wireshark/... - pcapng\n"), std::string("Encapsulation = USER 0"),
+          std::string("precision:  nanoseconds"), std::string("Capture application: dissector-test "),
+          std::string("Name = server\n"), std::string("Name = tables\n"), std::string("Name = kernel\n")})
+        EXPECT_TRUE(contains(program.output(), text)) << text << " in\n" << program.output();
 }
 
 INSTANTIATE_TEST_SUITE_P(Orders, Dissector, testing::Values(Order::kLittle, Order::kBig),
