@@ -7,7 +7,7 @@ machine=$1
 work=build/lab/$machine
 
 options=(-nographic -no-reboot -kernel "$work/kernel" -initrd "$work/initrd" -nic none)
-append='panic=-1 loglevel=4'
+append='panic=-1 loglevel=1'
 [ "${2:-}" != shell ] || append+=' lab=shell'
 case $machine in
 ppc32be) command=(qemu-system-ppc -M g3beige -m 512 "${options[@]}" -append "console=ttyPZ0 $append") ;;
@@ -18,7 +18,7 @@ esac
 if [ "${2:-}" = shell ]; then
     exec "${command[@]}"
 fi
-timeout 840 "${command[@]}" </dev/null >"$work/console.raw" 2>&1 || true
+timeout 1700 "${command[@]}" </dev/null >"$work/console.raw" 2>&1 || true
 tr -d '\r' <"$work/console.raw" >"$work/console"
 if ! grep -qx '\[lab\] done' "$work/console"; then
     tail -30 "$work/console"

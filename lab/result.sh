@@ -7,7 +7,7 @@ console=build/lab/$1/console
 
 if [ $# -eq 1 ]; then
     awk '
-        /^\[lab\] machine / { sub(/^\[lab\] machine /, ""); print }
+        /\[lab\] machine / { sub(/^.*\[lab\] machine /, ""); print }
         /^[0-9]+ tests, [0-9]+ failed, [0-9]+ skipped/ { said = $0 }
         /^\[lab\] begin / { said = "" }
         /^\[lab\] end / { printf "  %-10s %4d  %6.1f s  %s\n", $3, $5, $7, said }
@@ -17,7 +17,7 @@ fi
 awk -v name="$2" '
     $0 == "[lab] begin " name { inside = 1; next }
     $1 == "[lab]" && $2 == "end" && $3 == name { ended = 1; status = $5; exit }
-    inside
+    inside && !/^\[=+\] .* ran\. |^\[  PASSED  \] / # what each test that passed has to say
     END {
         if (!ended) print name " did not come to its end"
         exit ended ? status : 1

@@ -45,7 +45,7 @@ write_tests() {
     local machine name
     for machine in "${machines[@]}"; do
         printf 'add_test("lab/%s/boot" "lab/boot.sh" "%s")\n' "$machine" "$machine"
-        printf 'set_tests_properties("lab/%s/boot" PROPERTIES FIXTURES_SETUP %s TIMEOUT 900 COST 1000 ' \
+        printf 'set_tests_properties("lab/%s/boot" PROPERTIES FIXTURES_SETUP %s TIMEOUT 1800 COST 1000 ' \
             "$machine" "$machine"
         printf 'WORKING_DIRECTORY "%s")\n' "$PWD"
         for name in $(programs "$machine"); do
