@@ -4,8 +4,8 @@
 # essential packages, so that whatever a fresh machine lacks is missed here too. It shares the network.
 # Ends as COMMAND ends, or with 75 when such a root cannot be made here.
 #
-# The bare root and the packages that were installed in it are kept in the user's cache folder; with them the next run
-# needs no network. A bare root is made anew after a month.
+# The bare root, the packages that were installed in it and the lab's kernels are kept in the user's cache folder; with
+# them the next run needs no network. A bare root is made anew after a month.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 . scripts/setup.sh
@@ -99,6 +99,9 @@ furnish() {
     ln -s fd/1 $root/dev/stdout
     ln -s fd/2 $root/dev/stderr
     mount -t proc proc $root/proc
+    # Kernels and packages of the lab's machines, which it keeps itself.
+    mkdir -p "${cache%/*}/lab" $root/root/.cache/bridge_client/lab
+    mount --bind "${cache%/*}/lab" $root/root/.cache/bridge_client/lab
 }
 
 # The first process of the namespaces: whatever runs there ends with it.
