@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <stdexcept>
 
 namespace sandbox {
 
@@ -11,11 +10,6 @@ namespace {
 // The types that somebody configures on a port.
 bool needs_a_port(uint32_t type) {
     return type != BRI_MAC_TYPE_DYNAMIC && type != BRI_MAC_TYPE_FILTER && type != BRI_MAC_TYPE_LOCAL;
-}
-
-void refuse_for(const std::string &reason) {
-    if (!reason.empty())
-        throw std::invalid_argument(reason);
 }
 
 } // namespace
@@ -60,14 +54,7 @@ uint32_t Addresses::apply(const std::vector<bri_mac_msg> &records) {
 }
 
 uint32_t Addresses::flush(const vlanset &vlans, uint32_t ifx) {
-    bri_mac_vlanmap_del request{};
-    request.ifx = ifx;
-    request.vlans = vlans;
-    return ask_(MAC_EVENT_DEL_DYN_ON_VLANMAP, bytes_of(request)).record<uint32_t>();
-}
-
-FramesSeen Addresses::see(const std::vector<bri_mac_entry> &frames) {
-    return ask_(kFramesSeen, run_of(frames)).record<FramesSeen>();
+    return ask_(MAC_EVENT_DEL_DYN_ON_VLANMAP, bytes_of(bri_mac_vlanmap_del{0, {}, ifx, vlans})).record<uint32_t>();
 }
 
 uint32_t Addresses::set_age(uint32_t seconds) {
@@ -76,10 +63,9 @@ uint32_t Addresses::set_age(uint32_t seconds) {
     return age;
 }
 
-void Addresses::set_age_range(const bri_mac_age_range &range) {
-    if (range.min > range.max)
-        throw std::invalid_argument("no ageing time is in that range");
-    set(MAC_EVENT_SET_AGETIME_RANGE, bytes_of(range));
+void Addresses::set_age_range(uint32_t min, uint32_t max, uint32_t step) {
+    refuse_if(min > max, "no ageing time is in that range");
+    set(MAC_EVENT_SET_AGETIME_RANGE, bytes_of(bri_mac_age_range{min, max, step}));
 }
 
 void Addresses::set_port_learning(uint32_t ifx, bool on) {
@@ -97,8 +83,7 @@ void Addresses::apply_host(const mvlan_msg &request) {
         const int error = ask_(MVLAN_EVENT_NOTIFY_ENTRY, bytes_of(request)).error;
         if (error == 0)
             return;
-        if (error == EINVAL)
-            throw std::invalid_argument("neither an add nor a delete");
+        refuse_if(error == EINVAL, "neither an add nor a delete");
         reason = error == ENOSPC ? "the table of hosts' VLANs is full" : "no such entry";
     }
     announce_(MVLAN_EVENT_ERROR, bytes_of(request.entry));
@@ -106,8 +91,7 @@ void Addresses::apply_host(const mvlan_msg &request) {
 }
 
 void Addresses::port_down(uint32_t ifx) {
-    bri_mac_msg deletion{};
-    deletion.oper = BRI_MAC_DEL;
+    bri_mac_msg deletion{0, BRI_MAC_DEL, {}};
     deletion.entry.field = BRI_MAC_FIELD_IFX | BRI_MAC_FIELD_TYPE;
     deletion.entry.ifx = ifx;
     deletion.entry.type = BRI_MAC_TYPE_DYNAMIC;
@@ -131,10 +115,9 @@ void Addresses::replay(uint32_t submodule, const Announce &send) {
 }
 
 std::optional<bri_mac_entry> Addresses::find(const bri_mac_entry &key) {
-    bri_mac_find_first query{};
-    query.key = key;
-    query = ask_(MAC_EVENT_CLIENT_FIND_FIRST, bytes_of(query)).record<bri_mac_find_first>();
-    return query.found != 0 ? std::optional(query.result) : std::nullopt;
+    const KernelResult result = ask_(MAC_EVENT_CLIENT_FIND_FIRST, bytes_of(bri_mac_find_first{key, 0, {}}));
+    const auto answer = result.record<bri_mac_find_first>();
+    return answer.found != 0 ? std::optional(answer.result) : std::nullopt;
 }
 
 Seen Traffic::send(const bri_mac_entry &frame) {
@@ -160,10 +143,6 @@ void Traffic::send_again(Source &source) {
     } catch (const std::invalid_argument &) { // nothing lets it in, or the kernel has gone and sees nothing
     }
     source.timer.start(source.period);
-}
-
-size_t Traffic::stop(const uint8_t (&mac)[6]) {
-    return sources_.remove_if([&](const Source &source) { return std::ranges::equal(source.frame.mac, mac); });
 }
 
 } // namespace sandbox

@@ -7,6 +7,8 @@
 #include "sandbox/loop.h"
 #include "sandbox/ports.h"
 
+#include <algorithm>
+
 namespace sandbox {
 
 class Addresses {
@@ -25,11 +27,13 @@ class Addresses {
     // Why no frame with that VLAN and port can come in; empty when one can.
     [[nodiscard]] std::string refusal(const bri_mac_entry &frame) const;
     // Frames came in: address, VLAN and port of each.
-    FramesSeen see(const std::vector<bri_mac_entry> &frames);
+    FramesSeen see(const std::vector<bri_mac_entry> &frames) {
+        return ask_(kFramesSeen, run_of(frames)).record<FramesSeen>();
+    }
 
     // Settings; the clients are told. The ageing time comes back as the range allows it.
     uint32_t set_age(uint32_t seconds);
-    void set_age_range(const bri_mac_age_range &range);
+    void set_age_range(uint32_t min, uint32_t max, uint32_t step);
     void set_learning(bool on) { set(MAC_EVENT_GLOBAL_LEARN, bytes_of(on ? 0U : 1U)); }
     void set_port_learning(uint32_t ifx, bool on);
     void set_room(const bri_mac_available &room) { set(MAC_EVENT_SET_AVAILABLE_MAC, bytes_of(room)); }
@@ -85,7 +89,9 @@ class Traffic {
     // And another one after each period, as long as a port lets it in. The same host elsewhere has gone there.
     Seen start(const bri_mac_entry &frame, Microseconds period);
     // Those with that address; how many there were.
-    size_t stop(const uint8_t (&mac)[6]);
+    size_t stop(const uint8_t (&mac)[6]) {
+        return sources_.remove_if([&](const Source &source) { return std::ranges::equal(source.frame.mac, mac); });
+    }
     size_t stop_all() { return std::exchange(sources_, {}).size(); }
 
     [[nodiscard]] const std::list<Source> &sources() const { return sources_; }

@@ -2,11 +2,8 @@
 
 #include "wire/batch.h"
 
-#include <bridge/sets.h>
-
 #include <algorithm>
 #include <iterator>
-#include <utility>
 
 namespace sandbox {
 

@@ -6,9 +6,6 @@
 #include "sandbox/rules.h"
 #include "sandbox/server.h"
 
-#include <deque>
-#include <map>
-#include <optional>
 #include <set>
 
 namespace sandbox {

@@ -79,19 +79,9 @@ Answer &Answer::line(std::string text, const Fields &fields) {
     return *this;
 }
 
-Answer &Answer::begin(const char *list) {
-    if (!json_.contains(list))
-        json_[list] = Fields::array();
-    return *this;
-}
-
-Answer &Answer::row(const char *list, std::string_view pattern, const Fields &fields) {
-    return element(list, fill(pattern, fields), fields);
-}
-
 Answer &Answer::element(const char *list, std::string text, const Fields &fields) {
     lines_.push_back(std::move(text));
-    begin(list).json_[list].push_back(fields);
+    json_[list].push_back(fields);
     return *this;
 }
 

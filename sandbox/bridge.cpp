@@ -1,9 +1,6 @@
 #include "sandbox/bridge.h"
 
-#include <bridge/sets.h>
-
 #include <algorithm>
-#include <stdexcept>
 
 namespace sandbox {
 
@@ -90,8 +87,7 @@ void Bridge::carry_out(Connection &client, uint32_t type, Bytes payload) {
         return answer_origin_request(client, payload);
     const Request *row = find_request(type);
     try {
-        if (row != nullptr && !row->fits(payload))
-            throw std::invalid_argument(std::to_string(payload.size()) + " bytes");
+        refuse_if(row != nullptr && !row->fits(payload), std::to_string(payload.size()) + " bytes");
         if (row != nullptr)
             row->take(*this, client, payload);
     } catch (const std::invalid_argument &error) {

@@ -1,12 +1,10 @@
-#include "sandbox/check_evidence.h"
-
+#include "sandbox/check_story.h"
 #include "wire/value.h"
 
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <map>
-#include <string_view>
 #include <thread>
 
 namespace sandbox {

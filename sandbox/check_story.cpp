@@ -1,6 +1,5 @@
 #include "sandbox/check_story.h"
 
-#include "sandbox/check_evidence.h"
 #include "sandbox/command.h"
 #include "sandbox/parse.h"
 #include "sandbox/places.h"
@@ -8,8 +7,7 @@
 
 #include <algorithm>
 #include <csignal>
-#include <sstream>
-#include <stdexcept>
+#include <cstdio>
 #include <thread>
 
 namespace sandbox {
@@ -17,17 +15,10 @@ namespace sandbox {
 namespace {
 
 // Eight ports, unless the author has a switch of their own: two carry all VLANs, two their native one alone.
-constexpr const char *kDefaultSwitch = R"(vlan create 10,20
-    port add 1 trunk 1
-    port add 2 trunk 1
-    port add 3 trunk 1
-    port add 4 trunk 1
-    port add 5 access 10
-    port add 6 access 10
-    port add 7 access 10
-    port add 8 access 10
-    port allow 1 1-4094
-    port allow 2 1-4094)";
+constexpr const char *kDefaultSwitch =
+    "vlan create 10,20, port add 1 trunk 1, port add 2 trunk 1, port add 3 trunk 1, port add 4 trunk 1, "
+    "port add 5 access 10, port add 6 access 10, port add 7 access 10, port add 8 access 10, "
+    "port allow 1 1-4094, port allow 2 1-4094";
 // Ports that come and go; a story's own switch does not have them.
 constexpr unsigned kWorkPort = 61;
 constexpr unsigned kNewPort = 62;
@@ -44,17 +35,20 @@ constexpr double kStep = 0.5;
 constexpr double kBusy = 0.5; // of the time: who waits for something uses next to nothing
 
 std::string names_text(const std::set<std::string> &names) {
-    std::string text;
-    for (const std::string &name : names)
-        text += (text.empty() ? "" : ", ") + name;
-    return text;
+    return join({names.begin(), names.end()}, 0, ", ");
+}
+
+Words lines_of(std::string_view script) {
+    Words lines;
+    for (size_t end = 0; end != std::string_view::npos; script.remove_prefix(std::min(script.size(), end + 2)))
+        lines.emplace_back(script.substr(0, end = script.find(", ")));
+    return lines;
 }
 
 std::string seconds_text(double time) {
-    std::ostringstream text;
-    text.precision(2);
-    text << time << " s";
-    return text.str();
+    char text[32];
+    std::snprintf(text, sizeof text, "%.2g s", time);
+    return text;
 }
 
 class Player {
@@ -64,7 +58,8 @@ class Player {
           stage_({options.time_scale, Log::kRecords, options.daemon, kDaemonOutput}) {
         Script script;
         if (options.setup.empty())
-            script.add_text(kDefaultSwitch);
+            for (const std::string &line : lines_of(kDefaultSwitch))
+                script.add(line);
         else
             script.add_file(find_script(options.setup));
         while (const std::optional<std::string> line = script.next())
@@ -72,28 +67,24 @@ class Player {
     }
 
     Played play() {
-        Script script;
-        script.add_text(story_.script);
-        while (!over_) {
-            const std::optional<std::string> line = script.next();
-            if (!line)
-                break;
+        for (const std::string &line : lines_of(story_.script)) {
             if (is_told_to_end())
                 throw std::runtime_error("interrupted");
-            line_ = *line;
+            line_ = line;
             run_line(line_);
-            has_ended();
+            if (has_ended())
+                return {std::move(points_), last_words()};
         }
-        if (!over_)
-            say("stays alive", Judgement::kRight);
+        say("stays alive", Judgement::kRight);
         return {std::move(points_), last_words()};
     }
 
   private:
-    struct Row;
+    using Row = std::pair<const char *, void (Player::*)(const Words &words)>;
     static const Row kRows[];
 
     void run_line(const std::string &line);
+    void must_register(const char *point);
 
     // The lines of stories; see check_story.h.
     void begin(const Words &words);
@@ -114,6 +105,9 @@ class Player {
         if (verdict == Judgement::kWrong && has_ended())
             return;
         points_.push_back({story_.name, name, verdict, why});
+    }
+    void judge(const std::string &name, bool right, const std::string &why = "") {
+        say(name, right ? Judgement::kRight : Judgement::kWrong, why);
     }
     bool has_ended() {
         if (const std::optional<int> status = stage_.daemon_ended()) {
@@ -196,11 +190,6 @@ class Player {
     bool over_ = false;
 };
 
-struct Player::Row {
-    const char *word;
-    void (Player::*run)(const Words &words);
-};
-
 const Player::Row Player::kRows[] = {
     {"begin", &Player::begin},     {"learn", &Player::learn},     {"again", &Player::again},
     {"do", &Player::do_something}, {"acts", &Player::acts},       {"asks", &Player::asks},
@@ -210,22 +199,26 @@ const Player::Row Player::kRows[] = {
 
 void Player::run_line(const std::string &line) {
     const Words words = split(line);
-    for (const Row &row : kRows)
-        if (words[0] == row.word)
-            return (this->*row.run)(Words(words.begin() + 1, words.end()));
+    for (const auto &[word, play_it] : kRows)
+        if (words[0] == word)
+            return (this->*play_it)(Words(words.begin() + 1, words.end()));
     std::string command = line;
     if (const size_t client = command.find('$'); client != std::string::npos)
         command.replace(client, 1, first_client());
     must(command);
 }
 
-void Player::begin(const Words &) {
-    stage_.start_daemon({});
+void Player::must_register(const char *point) {
     std::string why;
     const bool registered = well("wait clients registered >= 1 within " + std::to_string(kComing), why);
-    say("registers", registered ? Judgement::kRight : Judgement::kWrong, why);
-    over_ = !registered;
+    judge(point, registered, why);
+    over_ = over_ || !registered;
     settle(2 * kStep);
+}
+
+void Player::begin(const Words &) {
+    stage_.start_daemon({});
+    must_register("registers");
     mark_ = place();
 }
 
@@ -246,11 +239,7 @@ void Player::learn(const Words &words) {
 }
 
 void Player::again(const Words &) {
-    std::string why;
-    const bool registered = well("wait clients registered >= 1 within " + std::to_string(kComing), why);
-    say("registers again", registered ? Judgement::kRight : Judgement::kWrong, why);
-    over_ = over_ || !registered;
-    settle(2 * kStep);
+    must_register("registers again");
 }
 
 void Player::do_something(const Words &words) {
@@ -287,8 +276,7 @@ void Player::acts(const Words &) {
     });
     if (!acted && !created_)
         return say("acts as before", Judgement::kOpen, "no VLAN came, as it was asked and did not agree");
-    say("acts as before", acted ? Judgement::kRight : Judgement::kWrong,
-        acted ? names_text(work()) : "it no longer sends " + names_text(habits_.at_work));
+    judge("acts as before", acted, acted ? names_text(work()) : "it no longer sends " + names_text(habits_.at_work));
 }
 
 void Player::asks(const Words &words) {
@@ -303,29 +291,22 @@ void Player::asks(const Words &words) {
         return std::nullopt;
     };
     const std::optional<std::string> found = look_for(habits_.names_new ? kComing : kQuiet, sign);
-    if (found)
-        say("asks for origin data", Judgement::kRight, *found);
-    else if (habits_.names_new)
-        say("asks for origin data", Judgement::kWrong,
-            "it does nothing about VLAN " + words[0] + " and port " + std::to_string(kNewPort) +
-                ", which came while it did not listen");
-    else
+    if (!found && !habits_.names_new)
         say("asks for origin data", Judgement::kOpen, "it asks the server nothing, and for nothing about what is new");
+    else
+        judge("asks for origin data", found.has_value(),
+              found.value_or("it does nothing about VLAN " + words[0] + " and port " + std::to_string(kNewPort) +
+                             ", which came while it did not listen"));
     settle(kStep);
 }
 
 void Player::silent(const Words &words) {
-    std::string name;
-    for (const std::string &word : words)
-        name += (name.empty() ? "" : " ") + word;
     sleep(kQuiet);
     const std::set<std::string> sent = work();
-    if (!sent.empty())
-        say(name, Judgement::kWrong, "it sends " + names_text(sent));
-    else if (habits_.at_start.empty() && habits_.at_work.empty())
-        say(name, Judgement::kOpen, "it sends nothing as a master either");
+    if (sent.empty() && habits_.at_start.empty() && habits_.at_work.empty())
+        say(join(words), Judgement::kOpen, "it sends nothing as a master either");
     else
-        say(name, Judgement::kRight);
+        judge(join(words), sent.empty(), sent.empty() ? "" : "it sends " + names_text(sent));
 }
 
 // What is wrong with its answers since the mark, if anything; the slowest one.
@@ -379,11 +360,11 @@ void Player::answers(const Words &words) {
     }
     if (judged.questions == 0)
         say("answers in time", Judgement::kOpen, "it has registered none of the questions");
-    else if (!judged.wrong.empty())
-        say("answers in time", Judgement::kWrong, judged.wrong);
     else
-        say("answers in time", Judgement::kRight,
-            std::to_string(judged.questions) + " answers within " + seconds_text(judged.slowest));
+        judge("answers in time", judged.wrong.empty(),
+              judged.wrong.empty()
+                  ? std::to_string(judged.questions) + " answers within " + seconds_text(judged.slowest)
+                  : judged.wrong);
 }
 
 void Player::addresses(const Words &) {
@@ -395,8 +376,7 @@ void Player::addresses(const Words &) {
     const char *name = "gives its addresses again";
     if (!gives(habits_.at_start))
         return say(name, Judgement::kOpen, "it gives the kernel none at its start");
-    const bool gave = look_for(kComing, [&] { return gives(work()); });
-    say(name, gave ? Judgement::kRight : Judgement::kWrong);
+    judge(name, look_for(kComing, [&] { return gives(work()); }));
 }
 
 void Player::idle(const Words &words) {
@@ -404,23 +384,19 @@ void Player::idle(const Words &words) {
     const std::optional<double> busy = busy_part(stage_.daemon(), time);
     if (!busy)
         return say("does not spin", Judgement::kOpen, "this kernel does not count its threads' time");
-    const std::string why = "busy in " + std::to_string(static_cast<int>(100 * *busy)) + " % of the time";
-    say("does not spin", *busy < kBusy ? Judgement::kRight : Judgement::kWrong, why);
+    judge("does not spin", *busy < kBusy,
+          "busy in " + std::to_string(static_cast<int>(100 * *busy)) + " % of the time");
 }
 
 void Player::stops(const Words &) {
     const std::optional<int> status = stage_.end_daemon();
     const bool killed = status && *status > 128 && *status != 128 + SIGTERM;
-    say("stops on SIGTERM", status && !killed ? Judgement::kRight : Judgement::kWrong,
-        status ? "status " + std::to_string(*status) : "it does not");
+    judge("stops on SIGTERM", status && !killed, status ? "status " + std::to_string(*status) : "it does not");
     over_ = true;
 }
 
 void Player::try_command(const Words &words) {
-    std::string command;
-    for (const std::string &word : words)
-        command += (command.empty() ? "" : " ") + word;
-    try_to(command);
+    try_to(join(words));
 }
 
 std::string Player::last_words() {

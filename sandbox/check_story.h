@@ -4,15 +4,35 @@
 #include "sandbox/answer.h"
 #include "sandbox/stage.h"
 
-#include <functional>
 #include <set>
-#include <span>
-#include <string>
-#include <vector>
 
 namespace sandbox {
 
-// A script whose lines are commands of a Stage, or those below, which judge:
+// What can be seen of a daemon: its messages in the trace, and how much it runs.
+//
+// A request of a daemon, or an event that went to one.
+struct Observed {
+    bool request = false;
+    std::string type;
+    double time = 0; // seconds of the world, since its server began
+    Fields fields;
+};
+
+// What is in the trace from that line on.
+std::vector<Observed> observed_since(const World &world, size_t line);
+
+// Whether it is what a daemon does with the switch: no registration, no talk about data, no answer to a question.
+bool is_work(const Observed &message);
+bool is_question(const Observed &message);
+bool is_answer(const Observed &message, const std::string &question_type);
+// Whether a VLAN or a port of that number is spoken of.
+bool speaks_of(const Observed &message, unsigned vid, unsigned ifx);
+
+// Looks at a process for that long: which part, of 1, its busiest thread ran of the time in which it was not waiting
+// for a processor, so that a busy machine makes no difference. Nothing where the kernel does not count that.
+std::optional<double> busy_part(pid_t process, std::chrono::duration<double> time);
+
+// A script whose lines, with commas between, are commands of a Stage, or those below, which judge:
 //
 //   begin          starts the daemon, which must register
 //   learn V        what it does by itself, and about VLANs, links and addresses that come and go: its habits
@@ -33,7 +53,6 @@ struct Story {
     const char *help;
     const char *script;
 };
-std::span<const Story> all_stories(); // the first one learns
 
 enum class Judgement { kRight, kWrong, kOpen };
 

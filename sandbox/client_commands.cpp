@@ -1,14 +1,9 @@
 // The commands about the sandbox itself and about clients: what they are told, and how the server treats them.
-#include "sandbox/command.h"
 #include "sandbox/parse.h"
 #include "sandbox/sandbox.h"
-#include "wire/text.h"
 #include "wire/value.h"
 
-#include <bridge/debug.h>
-
 #include <algorithm>
-#include <stdexcept>
 
 namespace sandbox {
 
@@ -42,8 +37,7 @@ Outcome role(Sandbox &sandbox, const Call &call) {
     Synchronisation &synchronisation = sandbox.bridge.synchronisation;
     if (word.empty() && target.all())
         return Answer().say("role: {role}", {{"role", synchronisation.slave() ? "slave" : "master"}});
-    if (word != "master" && word != "slave")
-        throw std::invalid_argument("no such role: " + word);
+    refuse_if(word != "master" && word != "slave", "no such role: " + word);
     must_be_there(sandbox, call, target);
     const unsigned count = synchronisation.set_role(target, word == "slave");
     return Answer().say("role: {role}, {clients} clients", {{"role", word}, {"clients", count}});
@@ -51,8 +45,7 @@ Outcome role(Sandbox &sandbox, const Call &call) {
 
 Outcome switchover(Sandbox &sandbox, const Call &call) {
     const auto [target, half] = take_target(call);
-    if (!half.empty() && half != "begin" && half != "end")
-        throw std::invalid_argument("begin or end, not " + half);
+    refuse_if(!half.empty() && half != "begin" && half != "end", "begin or end, not " + half);
     if (half != "end")
         sandbox.bridge.synchronisation.begin_switchover(target);
     if (half != "begin")
@@ -85,15 +78,13 @@ Answer sent(const std::string &command, uint32_t type, unsigned count) {
 Outcome event(Sandbox &sandbox, const Call &call) {
     const auto [target, text] = take_target(call);
     const size_t blank = text.find(' ');
-    if (text.empty())
-        throw std::invalid_argument("which event?");
+    refuse_if(text.empty(), "which event?");
     const uint32_t type = parse_event(text.substr(0, blank));
     const std::string words = blank == std::string::npos ? "" : text.substr(blank + 1);
     const bool fields = words.find_first_of("={") != std::string::npos;
     const Buffer payload =
         fields ? wire::parse_text(wire::payload_of(type, wire::Direction::kToClient), words) : wire::parse_hex(words);
-    if (payload.size() > BRI_PAYLOAD_MAX)
-        throw std::invalid_argument("more than a message can carry");
+    refuse_if(payload.size() > BRI_PAYLOAD_MAX, "more than a message can carry");
     return sent("event", type, sandbox.bridge.announcer.announce(type, payload, target));
 }
 
@@ -112,8 +103,7 @@ Outcome restart(Sandbox &sandbox, const Call &call) {
 }
 
 Outcome clients(Sandbox &sandbox, const Call &) {
-    Answer answer;
-    answer.begin("clients");
+    Answer answer{"clients"};
     sandbox.bridge.server.for_each(Target(), [&](const Connection &client) {
         answer.row("clients",
                    "  {id} {name} pid {pid} events {events} messages {messages} sent {sent} queued {queue} {state}",
@@ -169,8 +159,7 @@ uint32_t delay_of(const std::string &text) {
 Message mac_filter(const Words &words) {
     bri_mac_filter filter{};
     filter.enable = 1;
-    if (words.size() % 2 != 0)
-        throw std::invalid_argument("mac filter without the value of " + words.back());
+    refuse_if(words.size() % 2 != 0, "mac filter without the value of " + words.back());
     for (size_t i = 2; i < words.size(); i += 2) {
         const std::string &field = words[i];
         const std::string &value = words[i + 1];
@@ -189,8 +178,7 @@ Message mac_filter(const Words &words) {
 Message debug_message(const Words &words) {
     if (words.size() >= 2 && words[0] == "mac" && words[1] == "filter")
         return mac_filter(words);
-    if (words.size() != 2)
-        throw std::invalid_argument("debug what? (try help)");
+    refuse_if(words.size() != 2, "debug what? (try help)");
     if (words[0] == "delay")
         return value_message(DEBUG_EVENT_MSG_DELAY, delay_of(words[1]));
     if (words[0] == "show")
@@ -205,8 +193,7 @@ Outcome debug(Sandbox &sandbox, const Call &call) {
     const std::string target = (call.words[0][0] == '@' ? "" : "@") + call.words[0];
     const Message message = debug_message(Words(call.words.begin() + 1, call.words.end()));
     const unsigned count = sandbox.bridge.announcer.announce(message.type, message.payload, Target(target));
-    if (count == 0)
-        throw std::invalid_argument("no such client: " + call.words[0]);
+    refuse_if(count == 0, "no such client: " + call.words[0]);
     return sent("debug", message.type, count);
 }
 
@@ -237,8 +224,7 @@ Outcome quit(Sandbox &sandbox, const Call &) {
 Outcome last_records(Sandbox &sandbox, const Call &call) {
     const std::deque<Record> &history = sandbox.trace.history();
     const size_t wanted = call.words.empty() ? 50 : parse_number(call.words[0]);
-    Answer answer;
-    answer.begin("records");
+    Answer answer{"records"};
     for (size_t i = history.size() - std::min(wanted, history.size()); i < history.size(); ++i)
         answer.row("records", "{text}", {{"text", record_text(history[i])}, {"record", record_json(history[i])}});
     return answer.total("records");

@@ -5,7 +5,6 @@
 #include <cmath>
 #include <cstdlib>
 #include <sstream>
-#include <stdexcept>
 
 namespace sandbox {
 
@@ -65,10 +64,10 @@ std::string plain(const Fields &value) {
 }
 
 std::string names_in(const Fields &object) {
-    std::string names;
+    Words names;
     for (const auto &[name, value] : object.items())
-        names += (names.empty() ? "" : ", ") + name;
-    return names;
+        names.push_back(name);
+    return join(names, 0, ", ");
 }
 
 // Whether an array, or a text such as "1-10,20", has the word among its elements.
@@ -119,10 +118,10 @@ bool compare(const Fields &value, const std::string &how, const std::string &ope
 
 } // namespace
 
-std::string join(const Words &words, size_t first) {
+std::string join(const Words &words, size_t first, const char *between) {
     std::string text;
     for (size_t i = first; i < words.size(); ++i)
-        text += (i == first ? "" : " ") + words[i];
+        text += (i == first ? "" : between) + words[i];
     return text;
 }
 
@@ -189,8 +188,7 @@ Answer command_help(std::span<const Family> families, const std::string &word) {
                        "  " + padding + "{arguments}" + usage.substr(std::string(row.arguments).size()) + "{help}",
                        {{"command", row.words}, {"arguments", row.arguments}, {"help", row.help}});
         }
-    if (answer.lines().empty())
-        throw std::invalid_argument("no such command: " + word + " (try help)");
+    refuse_if(answer.lines().empty(), "no such command: " + word + " (try help)");
     return answer;
 }
 
@@ -209,22 +207,18 @@ bool ValueCondition::begins(const std::string &noun) {
 ValueCondition::ValueCondition(const Words &words, size_t &next) {
     const auto more = [&] { return next < words.size() && !is_one_of(kEnds, words[next]); };
     value_ = more() ? find_value(words[next++]) : nullptr;
-    if (value_ == nullptr)
-        throw std::invalid_argument("no such value: " + (next > 0 ? words[next - 1] : std::string()));
+    refuse_if(value_ == nullptr, "no such value: " + (next > 0 ? words[next - 1] : std::string()));
     for (size_t keys = split(value_->keys).size(); keys > 0; --keys) {
-        if (!more())
-            throw std::invalid_argument("usage: " + std::string(value_->noun) + " " + value_->keys + " FIELD ...");
+        refuse_if(!more(), "usage: " + std::string(value_->noun) + " " + value_->keys + " FIELD ...");
         keys_.push_back(words[next++]);
     }
     field_ = more() ? words[next++] : "exists";
     if (!more())
         return;
     operator_ = is_one_of(kOperators, words[next]) ? words[next++] : "is";
-    if (!more())
-        throw std::invalid_argument(field_ + " " + operator_ + " what?");
+    refuse_if(!more(), field_ + " " + operator_ + " what?");
     operand_ = words[next++];
-    if (is_order(operator_) && !is_number(operand_))
-        throw std::invalid_argument(field_ + " " + operator_ + " what number? Not " + operand_);
+    refuse_if(is_order(operator_) && !is_number(operand_), field_ + " " + operator_ + " what number? Not " + operand_);
 }
 
 bool ValueCondition::holds(Sandbox &sandbox) const {

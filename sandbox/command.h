@@ -18,8 +18,8 @@ using Words = std::vector<std::string>;
 
 // Blank-separated; a word that begins with # begins a comment.
 Words split(const std::string &line);
-// The words from there on, with blanks between.
-std::string join(const Words &words, size_t first = 0);
+// The words from there on, with that between them.
+std::string join(const Words &words, size_t first = 0, const char *between = " ");
 
 // What one stream of commands remembers.
 struct Session {

@@ -39,11 +39,9 @@ class ConnectionOwner {
     ~ConnectionOwner() = default;
 };
 
-class Connection {
+class Connection : Pinned {
   public:
     Connection(Loop &loop, evutil_socket_t descriptor, unsigned id, ConnectionOwner &owner);
-    Connection(const Connection &) = delete;
-    Connection &operator=(const Connection &) = delete;
 
     // A batch of that many messages, or bytes as they stand.
     void send(Bytes bytes, size_t messages = 0);

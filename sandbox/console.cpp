@@ -3,9 +3,7 @@
 #include "sandbox/programs.h"
 
 #include <cerrno>
-#include <stdexcept>
 #include <sys/stat.h>
-#include <unistd.h>
 
 namespace sandbox {
 

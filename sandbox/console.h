@@ -5,10 +5,6 @@
 #include "sandbox/sandbox.h"
 #include "sandbox/script.h"
 
-#include <functional>
-#include <optional>
-#include <string>
-
 namespace sandbox {
 
 // Who is told what becomes of a stream's commands.

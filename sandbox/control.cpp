@@ -3,7 +3,6 @@
 #include <event2/buffer.h>
 
 #include <cstdlib>
-#include <deque>
 #include <sys/socket.h>
 
 namespace sandbox {
@@ -14,7 +13,7 @@ constexpr size_t kLineLimit = size_t{1} << 20; // a command with the largest pay
 
 } // namespace
 
-class Control::Peer {
+class Control::Peer : Pinned {
   public:
     Peer(Control &control, evutil_socket_t descriptor)
         : control_(control),
@@ -37,8 +36,6 @@ class Control::Peer {
         while (evbuffer_get_length(output) > 0 && evbuffer_write(output, bufferevent_getfd(channel_.get())) > 0) {
         }
     }
-    Peer(const Peer &) = delete;
-    Peer &operator=(const Peer &) = delete;
 
   private:
     void read_lines() {

@@ -7,11 +7,6 @@
 #pragma once
 
 #include "sandbox/console.h"
-#include "sandbox/local_socket.h"
-
-#include <list>
-#include <memory>
-#include <string>
 
 namespace sandbox {
 

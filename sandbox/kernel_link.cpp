@@ -3,7 +3,6 @@
 #include <event2/buffer.h>
 
 #include <cerrno>
-#include <stdexcept>
 #include <sys/socket.h>
 
 namespace sandbox {
@@ -17,10 +16,9 @@ constexpr uint32_t kAnswer = 0x30000; // KernelResult: its error, uint32_t, and 
 constexpr Microseconds kLookAgain{1000000};
 constexpr timeval kLinkPatience{5, 0}; // with a process that hangs
 
-Buffer framed(uint32_t type, Bytes data) {
-    Buffer bytes = buffer_of(bytes_of(bri_msg_hdr{type, static_cast<uint32_t>(data.size())}));
-    append(bytes, data);
-    return bytes;
+std::string framed(uint32_t type, Bytes data) {
+    const Bytes head = bytes_of(bri_msg_hdr{type, static_cast<uint32_t>(data.size())});
+    return std::string(head.begin(), head.end()).append(data.begin(), data.end());
 }
 
 } // namespace
@@ -53,7 +51,7 @@ KernelResult KernelLink::ask(uint32_t type, Bytes data) {
     if (inside_)
         return inside_->ask(type, data);
     std::optional<Message> message;
-    if (fd_ && write_all(framed(type, data)))
+    if (fd_ && send_all(fd_->get(), framed(type, data)))
         while ((message = read_message()) && message->type != kAnswer)
             news_.push_back(std::move(*message));
     if (!message) {
@@ -64,16 +62,6 @@ KernelResult KernelLink::ask(uint32_t type, Bytes data) {
     KernelResult result{object_of<int>(answer), buffer_of(answer.subspan(sizeof(int)))};
     deliver();
     return result;
-}
-
-bool KernelLink::write_all(Bytes bytes) {
-    while (!bytes.empty()) {
-        const ssize_t length = ::send(fd_->get(), bytes.data(), bytes.size(), MSG_NOSIGNAL);
-        if (length < 0 && errno != EINTR)
-            return false;
-        bytes = bytes.subspan(length > 0 ? static_cast<size_t>(length) : 0);
-    }
-    return true;
 }
 
 bool KernelLink::read_all(void *bytes, size_t size) {
@@ -159,7 +147,7 @@ void KernelService::take_requests() {
         evbuffer_remove(input, data.data(), data.size());
         const KernelResult result = kernel_.ask(head.type, data);
         Buffer answer = buffer_of(bytes_of(result.error));
-        answer.insert(answer.end(), result.answer.begin(), result.answer.end());
+        append(answer, result.answer);
         send(kAnswer, answer);
     }
 }

@@ -21,7 +21,6 @@ class KernelLink {
 
   private:
     bool connect();
-    bool write_all(Bytes bytes);
     bool read_all(void *bytes, size_t size);
     // The next message on the line; nothing when it has ended or hangs.
     std::optional<Message> read_message();

@@ -102,16 +102,22 @@ int connect_to(const std::string &path, int type) {
     return fd.release();
 }
 
+bool send_all(int fd, std::string_view bytes) {
+    while (!bytes.empty()) {
+        const ssize_t length = send(fd, bytes.data(), bytes.size(), MSG_NOSIGNAL);
+        if (length < 0 && errno != EINTR)
+            return false;
+        bytes.remove_prefix(length > 0 ? static_cast<size_t>(length) : 0);
+    }
+    return true;
+}
+
 ControlClient::ControlClient(const std::string &tmpdir) : fd_(connect_to(socket_path(tmpdir, ".control"))) {}
 
 ControlClient::Reply ControlClient::run(const std::string &command, bool json) {
     const std::string line = (json ? "json " : "text ") + command + "\n";
-    for (size_t sent = 0; sent < line.size();) {
-        const ssize_t length = send(fd_.get(), line.data() + sent, line.size() - sent, MSG_NOSIGNAL);
-        if (length < 0 && errno != EINTR)
-            throw std::runtime_error(std::string("the server has gone: ") + std::strerror(errno));
-        sent += length > 0 ? static_cast<size_t>(length) : 0;
-    }
+    if (!send_all(fd_.get(), line))
+        fail("the server has gone");
     size_t end = 0;
     while ((end = input_.find('\n')) == std::string::npos)
         read_more();

@@ -15,7 +15,7 @@ enum class Access { kEverybody, kOwner };
 
 // Listens at a path, with a socket of that type, in the place of one whose process has died, and removes it at its end.
 // Its directory is made for everybody, as /tmp is. Nothing but a socket is removed or has its mode changed.
-class Acceptor {
+class Acceptor : Pinned {
   public:
     // `accept` gets each connection; `failed` is told when one cannot be taken. Throws std::runtime_error when a
     // process still listens there, something else is in the way, or the system refuses.
@@ -23,8 +23,6 @@ class Acceptor {
     Acceptor(
         Loop &loop, std::string path, int type, Access access, Accept accept, std::function<void()> failed = [] {});
     ~Acceptor();
-    Acceptor(const Acceptor &) = delete;
-    Acceptor &operator=(const Acceptor &) = delete;
 
     // Those who come wait meanwhile.
     void hold() { evconnlistener_disable(listener_.get()); }
@@ -39,6 +37,8 @@ class Acceptor {
 
 // Connected. Throws std::runtime_error.
 int connect_to(const std::string &path, int type = SOCK_STREAM);
+// False when the other end does not take it, with errno.
+bool send_all(int fd, std::string_view bytes);
 
 class ControlClient {
   public:

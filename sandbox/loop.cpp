@@ -2,7 +2,6 @@
 
 #include <cmath>
 #include <csignal>
-#include <utility>
 
 namespace sandbox {
 

@@ -25,16 +25,21 @@ using Event = std::unique_ptr<event, Releaser<event_free>>;
 using BufferEvent = std::unique_ptr<bufferevent, Releaser<bufferevent_free>>;
 using Listener = std::unique_ptr<evconnlistener, Releaser<evconnlistener_free>>;
 
+// What stays where it is: others know its address, or it owns what there is once.
+struct Pinned {
+    Pinned() = default;
+    Pinned(const Pinned &) = delete;
+    Pinned &operator=(const Pinned &) = delete;
+};
+
 // A descriptor closed at the end of the scope unless released.
-class Fd {
+class Fd : Pinned {
   public:
     explicit Fd(int fd) : fd_(fd) {}
     ~Fd() {
         if (fd_ >= 0)
             close(fd_);
     }
-    Fd(const Fd &) = delete;
-    Fd &operator=(const Fd &) = delete;
 
     [[nodiscard]] int get() const { return fd_; }
     [[nodiscard]] bool ok() const { return fd_ >= 0; }
@@ -66,11 +71,9 @@ class Loop {
 };
 
 // A one-shot timer that may be started anew; starting replaces, destroying cancels.
-class Timer {
+class Timer : Pinned {
   public:
     Timer(Loop &loop, std::function<void()> fire);
-    Timer(const Timer &) = delete;
-    Timer &operator=(const Timer &) = delete;
 
     void set(std::function<void()> fire) { fire_ = std::move(fire); }
     void start(Microseconds after);

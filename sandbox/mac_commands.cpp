@@ -1,10 +1,8 @@
 // The commands about addresses, the frames they are learned from, and the kernel's bridge module.
-#include "sandbox/command.h"
 #include "sandbox/operation.h"
 
 #include <algorithm>
 #include <cerrno>
-#include <stdexcept>
 
 namespace sandbox {
 
@@ -22,8 +20,7 @@ const char *type_text(uint32_t type) {
 
 uint32_t parse_type(const std::string &text) {
     const auto *const found = std::find(std::begin(kTypes) + 1, std::end(kTypes), text);
-    if (found == std::end(kTypes))
-        throw std::invalid_argument("no such type of address: " + text);
+    refuse_if(found == std::end(kTypes), "no such type of address: " + text);
     return static_cast<uint32_t>(found - kTypes);
 }
 
@@ -59,8 +56,7 @@ Outcome add_address(Sandbox &sandbox, const Call &call) {
     Words whole = call.words;
     if (whole.size() < 4)
         whole.emplace_back("dynamic");
-    if (std::find(whole.begin(), whole.end(), "*") != whole.end())
-        throw std::invalid_argument("an address to add is named whole");
+    refuse_if(std::find(whole.begin(), whole.end(), "*") != whole.end(), "an address to add is named whole");
     return changed(sandbox.bridge.addresses.apply({record_of(BRI_MAC_ADD, whole)}));
 }
 
@@ -95,18 +91,15 @@ Fields fields_of(const bri_mac_entry &entry) {
 }
 
 Outcome show_addresses(Sandbox &sandbox, const Call &) {
-    Answer answer;
-    const std::vector<bri_mac_msg> all = sandbox.bridge.addresses.all();
-    answer.begin("addresses");
-    for (const bri_mac_msg &record : all)
+    Answer answer{"addresses"};
+    for (const bri_mac_msg &record : sandbox.bridge.addresses.all())
         answer.row("addresses", "  {mac} VLAN {vlan} port {ifx} {type}", fields_of(record.entry));
-    return answer.say("mac: {count} addresses", {{"count", all.size()}});
+    return answer.say("mac: {count} addresses", {{"count", answer.json()["addresses"].size()}});
 }
 
 Outcome find_address(Sandbox &sandbox, const Call &call) {
     const auto found = sandbox.bridge.addresses.find(record_of(BRI_MAC_ADD, call.words).entry);
-    if (!found)
-        throw std::invalid_argument("no such address");
+    refuse_if(!found, "no such address");
     return Answer().say("mac: {mac} VLAN {vlan} port {ifx} {type}", fields_of(*found));
 }
 
@@ -139,12 +132,6 @@ Answer figures_of(Sandbox &sandbox) {
 Outcome set_age(Sandbox &sandbox, const Call &call) {
     const uint32_t seconds = sandbox.bridge.addresses.set_age(parse_number(call.words[0]));
     return Answer().say("mac: age {seconds} s", {{"seconds", seconds}});
-}
-
-Outcome set_age_range(Sandbox &sandbox, const Call &call) {
-    sandbox.bridge.addresses.set_age_range(
-        {parse_number(call.words[0]), parse_number(call.words[1]), parse_number(call.words[2])});
-    return Answer();
 }
 
 Outcome set_learning(Sandbox &sandbox, const Call &call) {
@@ -180,23 +167,18 @@ Outcome traffic(Sandbox &sandbox, const Call &call) {
     const bool again = call.words.size() > 3;
     const Words place(call.words.begin(), call.words.begin() + 3);
     const bri_mac_entry frame = record_of(BRI_MAC_ADD, place).entry;
-    if (bri_mac_is_multicast(frame.mac) != 0)
-        throw std::invalid_argument("a group address is nobody's");
+    refuse_if(bri_mac_is_multicast(frame.mac) != 0, "a group address is nobody's");
     const Microseconds period = again ? parse_seconds(call.words[3]) : Microseconds(0);
-    if (again && period < kFastest)
-        throw std::invalid_argument("a millisecond apart at least");
+    refuse_if(again && period < kFastest, "a millisecond apart at least");
     const Seen seen = again ? sandbox.traffic.start(frame, period) : sandbox.traffic.send(frame);
     return Answer().say("traffic: {outcome}", {{"outcome", kSeen[static_cast<size_t>(seen)]}});
 }
 
 Outcome flood(Sandbox &sandbox, const Call &call) {
     const std::vector<bri_mac_entry> frames = many_of(call.words);
-    const std::string reason = frames.empty() ? "" : sandbox.bridge.addresses.refusal(frames[0]);
-    if (!reason.empty())
-        throw std::invalid_argument(reason);
+    refuse_for(frames.empty() ? "" : sandbox.bridge.addresses.refusal(frames[0]));
     const FramesSeen seen = sandbox.bridge.addresses.see(frames);
-    Answer answer;
-    answer.begin("outcomes");
+    Answer answer{"outcomes"};
     for (size_t outcome = 0; outcome < std::size(kSeen); ++outcome)
         if (seen.times[outcome] != 0)
             answer.row("outcomes", "traffic: {count} {outcome}",
@@ -214,8 +196,7 @@ Outcome stop_traffic(Sandbox &sandbox, const Call &call) {
 }
 
 Outcome show_traffic(Sandbox &sandbox, const Call &) {
-    Answer answer;
-    answer.begin("hosts");
+    Answer answer{"hosts"};
     for (const Traffic::Source &source : sandbox.traffic.sources())
         answer.row("hosts", "  {mac} VLAN {vlan} port {ifx} every {seconds} s",
                    {{"mac", mac_text(source.frame.mac)},
@@ -250,16 +231,14 @@ Outcome remove_host(Sandbox &sandbox, const Call &call) {
 }
 
 Outcome show_hosts(Sandbox &sandbox, const Call &) {
-    Answer answer;
-    const std::vector<mvlan_msg> hosts = sandbox.bridge.addresses.hosts();
-    answer.begin("entries");
-    for (const mvlan_msg &known : hosts)
+    Answer answer{"entries"};
+    for (const mvlan_msg &known : sandbox.bridge.addresses.hosts())
         answer.row("entries", "  {mac} mask {mask} VLAN {vlan} port {ifx}",
                    {{"mac", mac_text(known.entry.mac)},
                     {"mask", mac_text(known.entry.mask)},
                     {"vlan", known.entry.vlan},
                     {"ifx", known.ifx}});
-    return answer.say("mvlan: {count} entries", {{"count", hosts.size()}});
+    return answer.say("mvlan: {count} entries", {{"count", answer.json()["entries"].size()}});
 }
 
 constexpr const char *kKernelStates[] = {"up", "down", "error", "long", "silent"}; // by enum KernelState
@@ -313,7 +292,8 @@ constexpr Command kMacCommands[] = {
     {"mac count", "", "how many of each type, and the settings",
      [](Sandbox &sandbox, const Call &) -> Outcome { return figures_of(sandbox); }},
     {"mac age", "SECONDS", "how long a learned address stays without a frame; 0: for ever", set_age},
-    {"mac range", "MIN MAX STEP", "the ages that are allowed, in seconds; zeros: all", set_age_range},
+    {"mac range", "MIN MAX STEP", "the ages that are allowed, in seconds; zeros: all",
+     operation<&Addresses::set_age_range>},
     {"mac learning", "on|off [IFX]", "learn addresses from frames, everywhere or on a port", set_learning},
     {"mac capacity", "STATIC FILTER TOTAL", "the addresses that there is room for; any: no limit", set_capacity},
     {"traffic", "MAC VID IFX [every SECONDS]", "a frame from that address comes in, once or again and again", traffic},

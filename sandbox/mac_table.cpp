@@ -1,7 +1,6 @@
 #include "sandbox/mac_table.h"
 
 #include <algorithm>
-#include <cstring>
 #include <utility>
 
 namespace sandbox {

@@ -6,6 +6,8 @@
 #include <bridge/events.h>
 
 #include <functional>
+#include <stdexcept>
+#include <string>
 
 namespace sandbox {
 
@@ -38,6 +40,15 @@ struct Message {
     uint32_t type;
     Buffer payload = {};
 };
+
+// Operations and commands refuse with a reason for people.
+inline void refuse_if(bool refused, const std::string &reason) {
+    if (refused)
+        throw std::invalid_argument(reason);
+}
+inline void refuse_for(const std::string &reason) { // empty: there is none
+    refuse_if(!reason.empty(), reason);
+}
 
 // Words in shared memory.
 template <class T> T load(const T &word) {

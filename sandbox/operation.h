@@ -10,20 +10,8 @@
 namespace sandbox {
 
 template <class Part> Part &part_of(Bridge &bridge) {
-    if constexpr (std::is_same_v<Part, Ports>)
-        return bridge.ports;
-    else if constexpr (std::is_same_v<Part, SuperVlans>)
-        return bridge.supers;
-    else if constexpr (std::is_same_v<Part, Vlans>)
-        return bridge.vlans;
-    else if constexpr (std::is_same_v<Part, Prejudge>)
-        return bridge.prejudge;
-    else if constexpr (std::is_same_v<Part, Topology>)
-        return bridge.topology;
-    else if constexpr (std::is_same_v<Part, Groups>)
-        return bridge.groups;
-    else
-        return bridge.addresses;
+    return std::get<Part &>(std::tie(bridge.ports, bridge.supers, bridge.vlans, bridge.prejudge, bridge.topology,
+                                     bridge.groups, bridge.addresses));
 }
 
 template <class Function> struct Signature;

@@ -2,14 +2,11 @@
 
 #include "wire/text.h"
 
-#include <bridge/vlan_client.h>
-
 #include <algorithm>
 #include <cctype>
 #include <cerrno>
 #include <cmath>
 #include <cstdlib>
-#include <stdexcept>
 #include <strings.h>
 
 namespace sandbox {
@@ -34,12 +31,15 @@ void parse_mac(const std::string &text, uint8_t (&mac)[6]) {
         mac[i] = static_cast<uint8_t>(std::stoul(digits.substr(2 * i, 2), nullptr, 16));
 }
 
-Microseconds parse_seconds(const std::string &text) {
+double parse_real(const std::string &text, double most, const char *what) {
     char *end = nullptr;
-    const double seconds = std::strtod(text.c_str(), &end);
-    if (text.empty() || *end != '\0' || !(seconds >= 0 && seconds <= 1e6))
-        throw std::invalid_argument("not a number of seconds: " + text);
-    return Microseconds(std::llround(seconds * 1e6));
+    const double value = std::strtod(text.c_str(), &end);
+    refuse_if(text.empty() || *end != '\0' || !(value >= 0 && value <= most), what + text);
+    return value;
+}
+
+Microseconds parse_seconds(const std::string &text) {
+    return Microseconds(std::llround(parse_real(text, 1e6, "not a number of seconds: ") * 1e6));
 }
 
 vlanset parse_vlans(const std::string &text) {
@@ -56,35 +56,20 @@ std::string vlans_text(const vlanset &set) {
     return bri_vlanset_to_text(&set, text, sizeof text) != 0 ? text : "none";
 }
 
-template <> uint16_t word_as(const std::string &word) {
-    return static_cast<uint16_t>(parse_number(word, BRI_VID_MAX));
-}
-template <> uint32_t word_as(const std::string &word) {
-    return parse_number(word);
-}
-template <> uint8_t word_as(const std::string &word) {
-    return static_cast<uint8_t>(parse_number(word, UINT8_MAX));
-}
-template <> vlanset word_as(const std::string &word) {
-    return parse_vlans(word);
-}
-template <> std::string word_as(const std::string &word) {
-    return word;
-}
-template <> bool word_as(const std::string &word) {
-    if (word != "on" && word != "off")
-        throw std::invalid_argument("on or off, not " + word);
+bool parse_switch(const std::string &word) {
+    refuse_if(word != "on" && word != "off", "on or off, not " + word);
     return word == "on";
 }
-template <> bri_port_mode word_as(const std::string &word) {
+
+bri_port_mode parse_port_mode(const std::string &word) {
     for (uint32_t mode = BRI_PORT_ROUTE; mode <= BRI_PORT_HYBRID; ++mode)
         if (strcasecmp(word.c_str(), swport_vlan_mode_name(mode)) == 0)
             return static_cast<bri_port_mode>(mode);
     throw std::invalid_argument("no such port mode: " + word);
 }
-template <> bri_vlan_mode word_as(const std::string &word) {
-    if (word != "static" && word != "dynamic" && word != "super")
-        throw std::invalid_argument("no such VLAN mode: " + word);
+
+bri_vlan_mode parse_vlan_mode(const std::string &word) {
+    refuse_if(word != "static" && word != "dynamic" && word != "super", "no such VLAN mode: " + word);
     return static_cast<bri_vlan_mode>(wire::parse_text_as<vl_evt_vlan_rec>("mode=" + word).mode);
 }
 

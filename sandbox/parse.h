@@ -14,18 +14,29 @@ using wire::parse_event;
 uint32_t parse_number(const std::string &text, uint32_t most = UINT32_MAX);
 // Six bytes as hexadecimal digits; dots, colons and hyphens between them do not matter.
 void parse_mac(const std::string &text, uint8_t (&mac)[6]);
+// One from 0 to `most`; `what` is it when the text is none, which follows.
+double parse_real(const std::string &text, double most, const char *what);
 // "1.5" as that many seconds.
 Microseconds parse_seconds(const std::string &text);
 
-// A word as what an operation takes: a VLAN id, another number, VLANs, a port's mode, on or off, a text.
-template <class Value> Value word_as(const std::string &word);
-template <> uint8_t word_as(const std::string &word);
-template <> uint16_t word_as(const std::string &word);
-template <> uint32_t word_as(const std::string &word);
-template <> vlanset word_as(const std::string &word);
-template <> bri_vlan_mode word_as(const std::string &word);
-template <> bri_port_mode word_as(const std::string &word);
-template <> bool word_as(const std::string &word);
-template <> std::string word_as(const std::string &word);
+bool parse_switch(const std::string &word); // on or off
+bri_port_mode parse_port_mode(const std::string &word);
+bri_vlan_mode parse_vlan_mode(const std::string &word);
+
+// A word as what an operation takes; a number of 16 bits is a VLAN id.
+template <class Value> Value word_as(const std::string &word) {
+    if constexpr (std::is_same_v<Value, std::string>)
+        return word;
+    else if constexpr (std::is_same_v<Value, vlanset>)
+        return parse_vlans(word);
+    else if constexpr (std::is_same_v<Value, bool>)
+        return parse_switch(word);
+    else if constexpr (std::is_same_v<Value, bri_port_mode>)
+        return parse_port_mode(word);
+    else if constexpr (std::is_same_v<Value, bri_vlan_mode>)
+        return parse_vlan_mode(word);
+    else
+        return static_cast<Value>(parse_number(word, sizeof(Value) == 2 ? BRI_VID_MAX : static_cast<Value>(-1)));
+}
 
 } // namespace sandbox

@@ -2,9 +2,6 @@
 
 #include "wire/own.h"
 
-#include <cstring>
-#include <stdexcept>
-
 namespace sandbox {
 
 namespace {
@@ -28,8 +25,7 @@ void set_dynamic(spcb &port, const vlanset &vlans, bool on) {
 }
 
 void check_vid(uint16_t vid) {
-    if (vl_check_vlanid_valid(vid) == 0)
-        throw std::invalid_argument("no VLAN id: " + std::to_string(vid));
+    refuse_if(vl_check_vlanid_valid(vid) == 0, "no VLAN id: " + std::to_string(vid));
 }
 
 std::string port_text(uint32_t ifx) {
@@ -64,8 +60,7 @@ bool takes_no_others(const spcb &port) {
 
 spcb &open_to_others(uint32_t ifx) {
     spcb &port = port_at(ifx);
-    if (takes_no_others(port))
-        throw std::invalid_argument(port_text(ifx) + " is an access or a routed port");
+    refuse_if(takes_no_others(port), port_text(ifx) + " is an access or a routed port");
     return port;
 }
 
@@ -95,10 +90,8 @@ void Ports::open() {
 
 void Ports::add(uint32_t ifx, bri_port_mode mode, uint16_t pvid) {
     spcb *port = ifx < BRI_PORT_SLOTS ? swport_get_raw_spcb(static_cast<int32_t>(ifx)) : nullptr;
-    if (port == nullptr)
-        throw std::invalid_argument("no port number: " + std::to_string(ifx));
-    if (load(port->ifx) != 0)
-        throw std::invalid_argument("there is a " + port_text(ifx) + " already");
+    refuse_if(port == nullptr, "no port number: " + std::to_string(ifx));
+    refuse_if(load(port->ifx) != 0, "there is a " + port_text(ifx) + " already");
     check_vid(pvid);
     const auto version = load(port->version);
     std::memset(port, 0, sizeof *port);
@@ -281,8 +274,7 @@ void Ports::announce_port(uint32_t ifx) const {
 }
 
 Answer Ports::show() {
-    Answer answer;
-    answer.begin("ports");
+    Answer answer{"ports"};
     for_each_port([&](uint32_t ifx) {
         const spcb &port = port_at(ifx);
         const bool down = link_is_down(ifx);

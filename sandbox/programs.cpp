@@ -1,12 +1,7 @@
 #include "sandbox/programs.h"
 
-#include "sandbox/answer.h"
-#include "sandbox/console.h"
 #include "sandbox/control.h"
 #include "sandbox/kernel_link.h"
-#include "sandbox/local_socket.h"
-#include "sandbox/script.h"
-#include "sandbox/trace.h"
 #include "sandbox/world.h"
 #include "tools/tap/relay.h"
 #include "wire/segments.h"
@@ -17,16 +12,9 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <fcntl.h>
 #include <iostream>
-#include <list>
-#include <optional>
 #include <sstream>
-#include <stdexcept>
-#include <string>
-#include <unistd.h>
-#include <vector>
 
 namespace sandbox {
 
@@ -62,6 +50,11 @@ struct Recording {
     recording::Recorder recorder;
     tap::Relay relay;
 };
+
+void must_be_set(const std::string &tmpdir) {
+    if (tmpdir.empty())
+        throw std::runtime_error("TMPDIR is not set");
+}
 
 // True when it went well.
 bool run_one(ControlClient &client, const std::string &command, bool json) {
@@ -259,8 +252,7 @@ int control(int argc, char **argv) {
         std::fputs(kUsage, stderr);
         return kBadUsage;
     }
-    if (environment("TMPDIR").empty())
-        throw std::runtime_error("TMPDIR is not set");
+    must_be_set(environment("TMPDIR"));
     ControlClient client(environment("TMPDIR"));
     std::istringstream one(command);
     return run_lines(client, command == "-" ? std::cin : one, json) ? EXIT_SUCCESS : EXIT_FAILURE;
@@ -277,8 +269,7 @@ int kernel_main(int argc, char **argv) {
                                           " below its TMPDIR for theirs");
     if (const std::optional<int> status = parse_command_line(app, argc, argv))
         return *status;
-    if (tmpdir.empty())
-        throw std::runtime_error("TMPDIR is not set");
+    must_be_set(tmpdir);
     Loop loop(time_scale);
     const EndOnSignals signals(loop, [&loop] { loop.end(); });
     KernelService kernel(loop, tmpdir);
@@ -316,8 +307,7 @@ int serve(int argc, char **argv) {
     if (const std::optional<int> status = parse_command_line(app, argc, argv))
         return *status;
     options.slave = options.role == "slave";
-    if (options.tmpdir.empty())
-        throw std::runtime_error("TMPDIR is not set");
+    must_be_set(options.tmpdir);
     open_standard_streams();
     options.front = options.tmpdir;
     if (options.recording.empty())

@@ -1,11 +1,6 @@
 // What clients ask for, and what they answer to questions.
 #include "sandbox/operation.h"
 
-#include <bridge/services.h>
-
-#include <array>
-#include <stdexcept>
-
 namespace sandbox {
 
 namespace {
@@ -14,8 +9,7 @@ using enum Request::Size;
 
 vlanset named_vlan(Bytes payload) {
     const auto vid = object_of<vl_evt_vlan_rec>(payload).vid;
-    if (vl_check_vlanid_valid(vid) == 0)
-        throw std::invalid_argument("no VLAN id: " + std::to_string(vid));
+    refuse_if(vl_check_vlanid_valid(vid) == 0, "no VLAN id: " + std::to_string(vid));
     return only(vid);
 }
 
@@ -112,7 +106,8 @@ constexpr Request kRequests[] = {
     {MAC_EVENT_DEL_DYN_ON_VLANMAP, kAtLeast, flush_learned, true},
     {MAC_EVENT_DEL_DYN_ON_INTF_VLANMAP, kAtLeast, flush_learned, true},
     {MAC_EVENT_INTF_LEARN, kAtLeast, switch_port_learning},
-    {MAC_EVENT_SET_AGETIME_RANGE, kAtLeast, whole_request<&Addresses::set_age_range>},
+    {MAC_EVENT_SET_AGETIME_RANGE, kAtLeast,
+     request<&Addresses::set_age_range, &bri_mac_age_range::min, &bri_mac_age_range::max, &bri_mac_age_range::step>},
     {MAC_EVENT_SET_AVAILABLE_MAC, kAtLeast, whole_request<&Addresses::set_room>},
     {MAC_EVENT_NONDYN_CHECK_BEGIN, kAny, whole_request<&Addresses::begin_check>},
     {MAC_EVENT_NONDYN_CHECK_END, kAny, whole_request<&Addresses::end_check>},

@@ -5,29 +5,28 @@
 
 #include <algorithm>
 #include <cstdlib>
-#include <stdexcept>
 
 namespace sandbox {
 
 namespace {
 
-constexpr struct FaultName {
-    Fault fault;
+// By enum Fault: a rule's word, and what it has done.
+constexpr struct {
     const char *word;
     const char *done;
-} kFaults[] = {
-    {Fault::kRefuse, "refuse", "refused"},
-    {Fault::kDrop, "drop", "dropped"},
-    {Fault::kDelay, "delay", "delayed"},
-    {Fault::kDuplicate, "duplicate", "duplicated"},
-    {Fault::kReorder, "reorder", "put behind the next"},
-};
+} kFaults[] = {{"", ""},
+               {"refuse", "refused"},
+               {"drop", "dropped"},
+               {"delay", "delayed"},
+               {"duplicate", "duplicated"},
+               {"reorder", "put behind the next"}};
+static_assert(std::size(kFaults) == static_cast<size_t>(Fault::kReorder) + 1);
 
 Fault fault_named(const std::string &word) {
-    for (const FaultName &row : kFaults)
-        if (word == row.word)
-            return row.fault;
-    throw std::invalid_argument("no such fault: " + word);
+    const auto *const row =
+        std::find_if(std::begin(kFaults) + 1, std::end(kFaults), [&](const auto &known) { return word == known.word; });
+    refuse_if(row == std::end(kFaults), "no such fault: " + word);
+    return static_cast<Fault>(row - std::begin(kFaults));
 }
 
 const std::string &word_at(const Words &words, size_t index, const char *what) {
@@ -36,20 +35,11 @@ const std::string &word_at(const Words &words, size_t index, const char *what) {
     return words[index];
 }
 
-double parse_chance(const std::string &text) {
-    char *end = nullptr;
-    const double chance = std::strtod(text.c_str(), &end);
-    if (text.empty() || *end != '\0' || !(chance >= 0 && chance <= 1))
-        throw std::invalid_argument("not a chance between 0 and 1: " + text);
-    return chance;
-}
-
 Kind take_kind(Fault fault, const Words &words, size_t &next) {
     const std::string word = next < words.size() ? words[next] : "";
     const bool named = word == "event" || word == "request";
     const bool request = named ? word == "request" : fault == Fault::kRefuse;
-    if (fault == Fault::kRefuse && !request)
-        throw std::invalid_argument("only a request can be refused");
+    refuse_if(fault == Fault::kRefuse && !request, "only a request can be refused");
     next += named ? 1 : 0;
     return request ? Kind::kRequest : Kind::kEvent;
 }
@@ -84,10 +74,9 @@ bool MessagePattern::matches(const Record &record) const {
 }
 
 std::string Verdict::text() const {
-    for (const FaultName &row : kFaults)
-        if (row.fault == fault)
-            return std::string(row.done) + " by rule " + std::to_string(rule);
-    return "";
+    return fault == Fault::kNone
+               ? ""
+               : std::string(kFaults[static_cast<size_t>(fault)].done) + " by rule " + std::to_string(rule);
 }
 
 unsigned Rules::add(const std::string &fault, const Words &words, std::mt19937_64 &random) {
@@ -109,7 +98,7 @@ unsigned Rules::add(const std::string &fault, const Words &words, std::mt19937_6
         else if (word == "by")
             rule.delay = parse_seconds(operand);
         else if (word == "chance")
-            rule.chance = parse_chance(operand);
+            rule.chance = parse_real(operand, 1, "not a chance between 0 and 1: ");
         else if (word == "seed") {
             rule.random.seed(parse_number(operand));
             seeded = true;
@@ -143,8 +132,7 @@ Verdict Rules::decide(Kind kind, uint32_t type, Bytes payload, const Party &clie
 }
 
 Answer Rules::show() const {
-    Answer answer;
-    answer.begin("rules");
+    Answer answer{"rules"};
     for (const Rule &rule : rules_)
         answer.row("rules", "  {rule}: {text}, applied {applied} times",
                    {{"rule", rule.number}, {"text", rule.text}, {"applied", rule.applied}});

@@ -5,8 +5,6 @@
 #include "sandbox/trace.h"
 #include "wire/text.h"
 
-#include <list>
-#include <map>
 #include <random>
 
 namespace sandbox {

@@ -2,9 +2,6 @@
 #pragma once
 
 #include "sandbox/bridge.h"
-#include "sandbox/command.h"
-
-#include <random>
 
 namespace sandbox {
 

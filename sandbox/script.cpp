@@ -4,11 +4,8 @@
 #include "sandbox/parse.h"
 
 #include <cerrno>
-#include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <sstream>
-#include <stdexcept>
 
 namespace sandbox {
 
@@ -20,20 +17,7 @@ bool opens_block(const Words &words) {
     return words.size() == 2 && words[0] == "repeat";
 }
 
-std::string rest_of(const Words &words, size_t first) {
-    std::string text;
-    for (size_t i = first; i < words.size(); ++i)
-        text += (i == first ? "" : " ") + words[i];
-    return text;
-}
-
 } // namespace
-
-void Script::add_text(const std::string &lines) {
-    std::istringstream input(lines);
-    for (std::string line; std::getline(input, line);)
-        add(line);
-}
 
 void Script::add_file(const std::string &path) {
     if (std::filesystem::is_directory(path))
@@ -68,7 +52,7 @@ bool Script::unroll() {
     size_t end = 1;
     std::deque<std::string> body;
     if (words.size() > 2)
-        body.push_back(rest_of(words, 2));
+        body.push_back(join(words, 2));
     else
         for (int depth = 1;; ++end) {
             if (end == lines_.size())

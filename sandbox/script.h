@@ -11,7 +11,6 @@ namespace sandbox {
 class Script {
   public:
     void add(std::string line) { lines_.push_back(std::move(line)); }
-    void add_text(const std::string &lines);
     // Throws std::runtime_error when the file cannot be read or is none.
     void add_file(const std::string &path);
 

@@ -1,7 +1,6 @@
 #include "sandbox/server.h"
 
 #include <algorithm>
-#include <stdexcept>
 #include <sys/socket.h>
 
 namespace sandbox {

@@ -4,12 +4,6 @@
 #include "sandbox/connection.h"
 #include "sandbox/local_socket.h"
 
-#include <functional>
-#include <list>
-#include <memory>
-#include <stdexcept>
-#include <string>
-
 namespace sandbox {
 
 // Which clients a command is meant for: "" all, "@3" the client with that number, "@name" those of that name.
@@ -17,8 +11,7 @@ class Target {
   public:
     // Throws std::invalid_argument for an @ alone.
     explicit Target(std::string text = {}) : text_(std::move(text)) {
-        if (!all() && text_.find_first_not_of('@') == std::string::npos)
-            throw std::invalid_argument("@ which client?");
+        refuse_if(!all() && text_.find_first_not_of('@') == std::string::npos, "@ which client?");
     }
     [[nodiscard]] bool matches(const Connection &client) const { return all() || client.party()->is(text_); }
     [[nodiscard]] bool all() const { return text_.empty(); }
@@ -29,12 +22,10 @@ class Target {
     std::string text_;
 };
 
-class Server {
+class Server : Pinned {
   public:
     // The socket of the bridge server below `tmpdir`, with its directory.
     Server(Loop &loop, const std::string &tmpdir, Trace &trace, ConnectionOwner &owner);
-    Server(const Server &) = delete;
-    Server &operator=(const Server &) = delete;
 
     // Takes the place of a server that has died; throws std::runtime_error when one is alive or the socket fails.
     void listen();

@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <csignal>
 #include <stdexcept>
-#include <utility>
 
 namespace sandbox {
 

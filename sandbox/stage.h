@@ -3,10 +3,6 @@
 
 #include "sandbox/world.h"
 
-#include <optional>
-#include <string>
-#include <vector>
-
 namespace sandbox {
 
 struct StageOptions {

@@ -1,12 +1,6 @@
 // The commands about ports, VLANs, groups, claims on ports, spanning trees and bridge protocols.
-#include "sandbox/command.h"
 #include "sandbox/operation.h"
-#include "wire/own.h"
 #include "wire/value.h"
-
-#include <bridge/port_exclusion.h>
-
-#include <stdexcept>
 
 namespace sandbox {
 
@@ -45,8 +39,7 @@ Outcome create_vlans(Sandbox &sandbox, const Call &call) {
 
 Outcome delete_vlans(Sandbox &sandbox, const Call &call) {
     const vlanset vlans = parse_vlans(call.words[0]);
-    if (count(sandbox.bridge.vlans.remove(vlans)) == 0)
-        throw std::invalid_argument("no VLAN " + vlans_text(vlans));
+    refuse_if(count(sandbox.bridge.vlans.remove(vlans)) == 0, "no VLAN " + vlans_text(vlans));
     return Answer();
 }
 
@@ -59,8 +52,7 @@ Outcome set_port_mode(Sandbox &sandbox, const Call &call) {
         ports.set_mode(ifx, mode);
         return Answer();
     }
-    if (call.words[2] != "ask")
-        throw std::invalid_argument("usage: port mode IFX MODE [ask]");
+    refuse_if(call.words[2] != "ask", "usage: port mode IFX MODE [ask]");
     port_at(ifx);
     const auto pending = std::make_shared<Pending>();
     const auto question = [ifx, mode] {
@@ -84,8 +76,7 @@ Outcome set_port_mode(Sandbox &sandbox, const Call &call) {
 // A link that goes down and comes up again, some times in a row.
 struct Flapping : Pending {
     Flapping(Sandbox &sandbox, uint32_t port, unsigned times, Microseconds between)
-        : trace(sandbox.trace), ports(sandbox.bridge.ports), ifx(port), pause(between), steps(2 * times),
-          timer(sandbox.loop, [this] { step(); }) {
+        : world(sandbox), ifx(port), pause(between), steps(2 * times), timer(sandbox.loop, [this] { step(); }) {
         step();
     }
     void step() {
@@ -93,20 +84,19 @@ struct Flapping : Pending {
             return;
         const bool up = --steps % 2 == 0;
         try {
-            ports.set_link(ifx, up);
+            world.bridge.ports.set_link(ifx, up);
         } catch (const std::invalid_argument &error) { // the port has been taken away
             steps = 0;
             refusal = error.what();
         }
         settled = steps == 0;
         if (settled)
-            trace.note("port " + std::to_string(ifx) + " flaps no more"); // whoever waits looks then
+            world.trace.note("port " + std::to_string(ifx) + " flaps no more"); // whoever waits looks then
         else
             timer.start(pause);
     }
 
-    Trace &trace;
-    Ports &ports;
+    Sandbox &world;
     uint32_t ifx;
     Microseconds pause;
     unsigned steps;
@@ -134,8 +124,7 @@ struct Claims {
 };
 
 void check_interface(bool there, uint32_t ifx) {
-    if (!there)
-        throw std::invalid_argument("no interface " + std::to_string(ifx));
+    refuse_if(!there, "no interface " + std::to_string(ifx));
 }
 
 uint32_t change_attributes(uint32_t ifx, uint32_t bits, uint8_t on, uint32_t against) {
@@ -182,8 +171,7 @@ template <const Claims &(*Table)()> Outcome claim(Sandbox &, const Call &call) {
     const Claims &claims = Table();
     const uint32_t against = call.words.size() > 2 ? parse_bits(claims.field, call.words[2]) : 0;
     const uint32_t conflict = claims.set(parse_number(call.words[0]), parse_bits(claims.field, call.words[1]), against);
-    if (conflict != 0)
-        throw std::invalid_argument(bits_text(claims.field, conflict) + " is in the way");
+    refuse_if(conflict != 0, bits_text(claims.field, conflict) + " is in the way");
     return Answer();
 }
 
@@ -194,8 +182,7 @@ template <const Claims &(*Table)()> Outcome release(Sandbox &, const Call &call)
 
 // The table of exclusion flags has no call that gives its words, but a claim against all of them tells what is there.
 Answer show_claims() {
-    Answer answer;
-    answer.begin("exclusions").begin("attributes");
+    Answer answer{"exclusions", "attributes"};
     for (uint32_t ifx = 0; ifx <= BRI_EXCLUSION_IFX_MAX; ++ifx)
         if (const uint32_t bits = exclusions().set(ifx, 0, UINT32_MAX); bits != 0)
             answer.row("exclusions", "  interface {ifx} {flags}",

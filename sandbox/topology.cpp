@@ -7,8 +7,6 @@
 #include <algorithm>
 #include <array>
 #include <set>
-#include <stdexcept>
-#include <vector>
 
 namespace sandbox {
 
@@ -36,8 +34,7 @@ std::string refusal_of(const l2top_port_status &record) {
 }
 
 void check_protocol(uint32_t protocol) {
-    if (protocol >= kProtocolsKnown)
-        throw std::invalid_argument("no protocol " + std::to_string(protocol));
+    refuse_if(protocol >= kProtocolsKnown, "no protocol " + std::to_string(protocol));
 }
 
 std::string protocol_name(uint32_t protocol) {
@@ -96,8 +93,7 @@ void Topology::set_states(std::span<const l2top_port_status> records) {
         }
     }
     send_states(done, announce_);
-    if (!refusal.empty())
-        throw std::invalid_argument(refusal);
+    refuse_for(refusal);
 }
 
 void Topology::set_instances(std::span<const uint16_t> instances) {
@@ -154,8 +150,7 @@ void Topology::replay(uint32_t submodule, const Announce &send) {
 
 // Also the states that somebody has set in instances that no VLAN is in.
 Answer Topology::show() {
-    Answer answer;
-    answer.begin("instances").begin("states");
+    Answer answer{"instances", "states"};
     for (uint16_t instance = 0; instance < BRI_STP_INSTANCES; ++instance) {
         const vlanset vlans = vlans_in(instance);
         if (instance == 0 || count(vlans) != 0)
@@ -175,8 +170,7 @@ Answer Topology::show() {
 }
 
 Answer Topology::show_protocols() {
-    Answer answer;
-    answer.begin("conflicts");
+    Answer answer{"conflicts"};
     answer.say("protocols: {state}", {{"state", protocols_text(bridge_proto_get_state_all())}});
     for (uint32_t protocol = 0; protocol < kProtocolsKnown; ++protocol)
         if (const uint32_t mask = load(g_vl_mng.proto_state->prejudge[protocol]); mask != 0)

@@ -7,8 +7,6 @@
 #include <bridge/l2_topology.h>
 #include <bridge/protocol_registry.h>
 
-#include <span>
-
 namespace sandbox {
 
 // All of it stands in the shared tables and outlives the server. Each change is made first and announced then. All

@@ -4,9 +4,7 @@
 #include "wire/text.h"
 
 #include <cerrno>
-#include <cstring>
 #include <fstream>
-#include <stdexcept>
 
 namespace sandbox {
 

@@ -8,8 +8,6 @@
 #include "wire/event.h"
 
 #include <deque>
-#include <list>
-#include <memory>
 
 namespace sandbox {
 

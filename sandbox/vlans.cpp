@@ -2,13 +2,6 @@
 
 #include "sandbox/parse.h"
 #include "wire/json.h"
-#include "wire/own.h"
-
-#include <bridge/vlan_group.h>
-
-#include <cstring>
-#include <stdexcept>
-#include <string>
 
 namespace sandbox {
 
@@ -20,8 +13,7 @@ std::string vlan_text(uint16_t vid) {
 
 vle &existing(uint16_t vid) {
     vle *entry = vl_get_vlan_entry(vid);
-    if (entry == nullptr)
-        throw std::invalid_argument("no " + vlan_text(vid));
+    refuse_if(entry == nullptr, "no " + vlan_text(vid));
     return *entry;
 }
 
@@ -68,17 +60,14 @@ std::optional<Message> question_about(const vlanset &vlans) {
 }
 
 void check_super(uint16_t vid) {
-    if (vl_is_supervlan(vid) == 0)
-        throw std::invalid_argument(vlan_text(vid) + " is no super VLAN");
+    refuse_if(vl_is_supervlan(vid) == 0, vlan_text(vid) + " is no super VLAN");
 }
 
 // Neither super nor sub VLAN.
 void check_plain(uint16_t vid) {
     existing(vid);
-    if (vl_is_supervlan(vid) != 0)
-        throw std::invalid_argument(vlan_text(vid) + " is a super VLAN");
-    if (vl_is_subvlan(vid) != 0)
-        throw std::invalid_argument(vlan_text(vid) + " belongs to " + vlan_text(vl_get_manage_vid(vid)));
+    refuse_if(vl_is_supervlan(vid) != 0, vlan_text(vid) + " is a super VLAN");
+    refuse_if(vl_is_subvlan(vid) != 0, vlan_text(vid) + " belongs to " + vlan_text(vl_get_manage_vid(vid)));
 }
 
 vlanset subs_of(uint16_t vid) {
@@ -87,14 +76,12 @@ vlanset subs_of(uint16_t vid) {
 }
 
 uint8_t valid_id(uint32_t id) {
-    if (id == 0 || id >= BRI_VLAN_GROUP_ENTRIES)
-        throw std::invalid_argument("no group number: " + std::to_string(id));
+    refuse_if(id == 0 || id >= BRI_VLAN_GROUP_ENTRIES, "no group number: " + std::to_string(id));
     return static_cast<uint8_t>(id);
 }
 
 uint8_t existing_id(uint32_t id) {
-    if (vlan_group_check_exist(valid_id(id)) == 0)
-        throw std::invalid_argument("no group " + std::to_string(id));
+    refuse_if(vlan_group_check_exist(valid_id(id)) == 0, "no group " + std::to_string(id));
     return static_cast<uint8_t>(id);
 }
 
@@ -185,8 +172,7 @@ void SuperVlans::dissolve(const vlanset &vlans) {
 }
 
 Answer SuperVlans::show() {
-    Answer answer;
-    answer.begin("supers");
+    Answer answer{"supers"};
     for_each_vlan(all_vlans(), [&](uint16_t vid) {
         if (vl_is_supervlan(vid) != 0)
             answer.row("supers", "  super vlan {vid} subs {subs}", {{"vid", vid}, {"subs", vlans_text(subs_of(vid))}});
@@ -264,8 +250,7 @@ void Vlans::set_mode(const vlanset &vlans, bri_vlan_mode mode) {
 
 void Vlans::rename(uint16_t vid, const std::string &name) {
     vle &entry = existing(vid);
-    if (name.empty() || name.size() >= sizeof entry.name)
-        throw std::invalid_argument("a name has 1 to 35 characters");
+    refuse_if(name.empty() || name.size() >= sizeof entry.name, "a name has 1 to 35 characters");
     char padded[sizeof entry.name] = {};
     name.copy(padded, sizeof padded - 1);
     std::memcpy(entry.name, padded, sizeof padded);
@@ -275,15 +260,13 @@ void Vlans::rename(uint16_t vid, const std::string &name) {
 // Interface 0: the VLAN has none any more.
 void Vlans::set_svi(uint16_t vid, uint32_t ifx) {
     const uint32_t old = existing(vid).svi_ifx;
-    if (vl_set_svi(vid, ifx) != 0)
-        throw std::invalid_argument(vlan_text(vid) + " has the SVI " + std::to_string(old));
+    refuse_if(vl_set_svi(vid, ifx) != 0, vlan_text(vid) + " has the SVI " + std::to_string(old));
     Ports::count_up(only(vid)); // gone with the interface
     announce_(VLAN_EVENT_SVI_CREATE_DESTROY, bytes_of(vl_evt_svi_rec{vl_get_svi_ifx(vid), {}, vid, {}}));
 }
 
 Answer Vlans::show() {
-    Answer answer;
-    answer.begin("vlans");
+    Answer answer{"vlans"};
     for_each_vlan(all_vlans(), [&](uint16_t vid) {
         vle entry;
         if (vl_get_vlan_copy(vid, &entry) == 0)
@@ -318,8 +301,7 @@ void Groups::open() {
 }
 
 void Groups::create(uint32_t id) {
-    if (vlan_group_check_exist(valid_id(id)) != 0)
-        throw std::invalid_argument("there is a group " + std::to_string(id) + " already");
+    refuse_if(vlan_group_check_exist(valid_id(id)) != 0, "there is a group " + std::to_string(id) + " already");
     vlan_group_creat_entry(static_cast<uint8_t>(id));
     announce_policy(announce_, static_cast<uint8_t>(id), true);
 }
@@ -331,11 +313,9 @@ void Groups::remove(uint32_t id) {
 
 void Groups::set_vlans(uint32_t id, const vlanset &vlans) {
     const uint8_t existing = existing_id(id);
-    vlanset added{};
-    vlanset removed{};
-    uint8_t added_count = 0;
-    uint8_t removed_count = 0;
-    vlan_group_set_member_vlan(existing, &vlans, &added, &removed, &added_count, &removed_count);
+    vlanset changed[2] = {}; // added, removed; how many
+    uint8_t counts[2] = {};
+    vlan_group_set_member_vlan(existing, &vlans, &changed[0], &changed[1], &counts[0], &counts[1]);
     announce_entry(announce_, VG_EVENT_MEM_VLAN, existing);
 }
 
@@ -362,8 +342,7 @@ void Groups::replay(uint32_t submodule, const Announce &send) {
 }
 
 Answer Groups::show() {
-    Answer answer;
-    answer.begin("groups");
+    Answer answer{"groups"};
     for_each_group([&](uint8_t id) {
         const vlan_group_entry entry = entry_of(id);
         answer.row("groups", "  group {id} vlans {members} default {default_vid} mode {assign_mode}",

@@ -1,12 +1,8 @@
 // The commands that wait: for messages in the trace, for values of the switch, for time.
-#include "sandbox/command.h"
 #include "sandbox/parse.h"
-#include "sandbox/rules.h"
 #include "sandbox/sandbox.h"
 
 #include <algorithm>
-#include <memory>
-#include <stdexcept>
 #include <variant>
 
 namespace sandbox {
@@ -82,14 +78,12 @@ Bounds take_bounds(const Sandbox &sandbox, const Call &call, size_t next) {
             bounds.limit = parse_seconds(operand);
         } else if (word == "since") {
             const auto mark = sandbox.marks.find(operand);
-            if (mark == sandbox.marks.end())
-                throw std::invalid_argument("no such mark: " + operand);
+            refuse_if(mark == sandbox.marks.end(), "no such mark: " + operand);
             bounds.since = mark->second;
         } else
             break;
     }
-    if (next != call.words.size())
-        throw std::invalid_argument("not understood: " + call.rest(next));
+    refuse_if(next != call.words.size(), "not understood: " + call.rest(next));
     return bounds;
 }
 

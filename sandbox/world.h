@@ -34,14 +34,12 @@ pid_t spawn(std::vector<std::string> words, std::vector<std::string> environment
 // Below a recorded TMPDIR, the one that its clients use.
 inline constexpr const char *kRecorded = "/rec";
 
-class World {
+class World : Pinned {
   public:
     // Makes the directory and sets this process's environment, which its children inherit: TMPDIR, VSDID,
     // QV_THREAD_TIME_SCALE. What daemons and servers say is recorded in that file, if any. Throws std::runtime_error.
     explicit World(double time_scale, Log log = Log::kLines, std::string recording = {});
     ~World();
-    World(const World &) = delete;
-    World &operator=(const World &) = delete;
 
     // Each waits until what it starts listens. Throws std::runtime_error.
     void start_kernel();

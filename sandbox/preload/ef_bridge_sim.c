@@ -22,9 +22,8 @@
 
 #define SIM_API __attribute__((visibility("default")))
 
-static void *next(const char *name) {
-    return dlsym(RTLD_NEXT, name);
-}
+/* The system's own. */
+#define SYSTEM(call) ((__typeof__(call) *)dlsym(RTLD_NEXT, #call))
 
 /* The address of the kernel's double; false without TMPDIR or with one that is too long. */
 static bool kernel_address(struct sockaddr_un *address) {
@@ -55,11 +54,10 @@ static int refuse(int fd) {
 }
 
 SIM_API int socket(int domain, int type, int protocol) {
-    int (*system_socket)(int, int, int) = (int (*)(int, int, int))next("socket");
     struct sockaddr_un kernel;
     if (domain != AF_NETLINK || protocol != NETLINK_GENERIC)
-        return system_socket(domain, type, protocol);
-    const int fd = system_socket(AF_UNIX, SOCK_SEQPACKET | (type & (SOCK_CLOEXEC | SOCK_NONBLOCK)), 0);
+        return SYSTEM(socket)(domain, type, protocol);
+    const int fd = SYSTEM(socket)(AF_UNIX, SOCK_SEQPACKET | (type & (SOCK_CLOEXEC | SOCK_NONBLOCK)), 0);
     if (fd < 0 || !kernel_address(&kernel) || connect(fd, (struct sockaddr *)&kernel, sizeof kernel) != 0)
         return refuse(fd);
     return fd;
@@ -67,10 +65,8 @@ SIM_API int socket(int domain, int type, int protocol) {
 
 /* The double learns the address, with its groups, from the first packet. */
 SIM_API int bind(int fd, const struct sockaddr *address, socklen_t length) {
-    int (*system_bind)(int, const struct sockaddr *, socklen_t) =
-        (int (*)(int, const struct sockaddr *, socklen_t))next("bind");
     if (address == NULL || address->sa_family != AF_NETLINK || !is_simulated(fd))
-        return system_bind(fd, address, length);
+        return SYSTEM(bind)(fd, address, length);
     return send(fd, address, length, MSG_NOSIGNAL) == (ssize_t)length ? 0 : -1;
 }
 
@@ -90,9 +86,7 @@ static ssize_t family_gone(void *buffer, size_t size) {
 
 SIM_API ssize_t recvfrom(int fd, void *buffer, size_t size, int flags, struct sockaddr *restrict from,
                          socklen_t *restrict length) {
-    ssize_t (*system_recvfrom)(int, void *, size_t, int, struct sockaddr *, socklen_t *) =
-        (ssize_t(*)(int, void *, size_t, int, struct sockaddr *, socklen_t *))next("recvfrom");
-    const ssize_t result = system_recvfrom(fd, buffer, size, flags, from, length);
+    const ssize_t result = SYSTEM(recvfrom)(fd, buffer, size, flags, from, length);
     const bool ended = result == 0 || (result < 0 && errno == ECONNRESET);
     return ended && size != 0 && is_simulated(fd) ? family_gone(buffer, size) : result;
 }
@@ -111,21 +105,19 @@ static const char *semaphore_name(const char *name, char *buffer, size_t size) {
 }
 
 SIM_API sem_t *sem_open(const char *name, int flags, ...) {
-    sem_t *(*system_sem_open)(const char *, int, ...) = (sem_t * (*)(const char *, int, ...)) next("sem_open");
     char own[256];
     name = semaphore_name(name, own, sizeof own);
     if ((flags & O_CREAT) == 0)
-        return system_sem_open(name, flags);
+        return SYSTEM(sem_open)(name, flags);
     va_list arguments;
     va_start(arguments, flags);
     const mode_t mode = va_arg(arguments, mode_t);
     const unsigned value = va_arg(arguments, unsigned);
     va_end(arguments);
-    return system_sem_open(name, flags, mode, value);
+    return SYSTEM(sem_open)(name, flags, mode, value);
 }
 
 SIM_API int sem_unlink(const char *name) {
-    int (*system_sem_unlink)(const char *) = (int (*)(const char *))next("sem_unlink");
     char own[256];
-    return system_sem_unlink(semaphore_name(name, own, sizeof own));
+    return SYSTEM(sem_unlink)(semaphore_name(name, own, sizeof own));
 }

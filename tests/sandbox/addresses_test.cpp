@@ -92,7 +92,7 @@ TEST_F(AddressesTest, record_that_is_refused_does_not_hold_the_others) {
 }
 
 TEST_F(AddressesTest, settings_reach_the_table_and_are_announced) {
-    addresses.set_age_range({10, 60, 10});
+    addresses.set_age_range(10, 60, 10);
     EXPECT_EQ(announced(), std::vector<uint32_t>{MAC_EVENT_SET_AGETIME_RANGE});
     EXPECT_EQ(addresses.set_age(37), 30U);
     EXPECT_EQ(announced(), std::vector<uint32_t>{MAC_EVENT_SET_AGETIME});
@@ -105,7 +105,7 @@ TEST_F(AddressesTest, settings_reach_the_table_and_are_announced) {
     EXPECT_EQ(figures.age, 30U);
     EXPECT_EQ(figures.learning, 0U);
     EXPECT_EQ(figures.room.filter_num, 2U);
-    EXPECT_EQ(reason_of([&] { addresses.set_age_range({2, 1, 0}); }), "no ageing time is in that range");
+    EXPECT_EQ(reason_of([&] { addresses.set_age_range(2, 1, 0); }), "no ageing time is in that range");
 }
 
 TEST_F(AddressesTest, port_that_fails_loses_what_was_learned_on_it) {

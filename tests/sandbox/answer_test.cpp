@@ -26,7 +26,7 @@ TEST(Answer, rows_become_the_elements_of_a_list) {
 }
 
 TEST(Answer, empty_list_is_there_once_begun) {
-    EXPECT_EQ(Answer().begin("vlans").json().dump(), R"({"vlans":[]})");
+    EXPECT_EQ(Answer({"vlans"}).json().dump(), R"({"vlans":[]})");
     EXPECT_EQ(Answer().json().dump(), "{}");
 }
 
