@@ -325,34 +325,6 @@ uint32_t parse_number(std::string_view text, uint32_t most) {
     return value;
 }
 
-std::string printable(std::string_view text) {
-    std::string out;
-    for (const char next : text) {
-        const auto byte = static_cast<unsigned char>(next);
-        char escape[8];
-        std::snprintf(escape, sizeof escape, "\\x%02x", byte);
-        if (byte >= 0x20 && byte < 0x7F && byte != '\\' && byte != '"')
-            out += next;
-        else
-            out += escape;
-    }
-    return out;
-}
-
-std::string printable(const char *field, size_t bound) {
-    return printable({field, strnlen(field, bound)});
-}
-
-std::string hex_text(Bytes bytes) {
-    std::string text = "0x";
-    for (const uint8_t byte : bytes) {
-        char pair[4];
-        std::snprintf(pair, sizeof pair, "%02x", byte);
-        text += pair;
-    }
-    return text;
-}
-
 Buffer parse_hex(std::string_view text) {
     std::string digits(text.starts_with("0x") || text.starts_with("0X") ? text.substr(2) : text);
     std::erase(digits, ' ');
