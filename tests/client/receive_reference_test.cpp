@@ -232,9 +232,10 @@ class ReadJobReference : public ReceiveReference {
     static Seen read_batches(unsigned seed, int (*read_job)(void *), Call call) {
         return run(seed, call, [read_job](test::Peer &peer) {
             register_some(1 + static_cast<int>(pick(kHandlers)));
-            for (int count = 0; count < 8 && ctx().sock > 0; ++count) {
+            bool last = false;
+            for (int count = 0; count < 8 && !last && ctx().sock > 0; ++count) {
                 ByteVec bytes = any_batch();
-                const bool last = pick(16) == 0;
+                last = pick(16) == 0;
                 if (last)
                     bytes.resize(pick(bytes.size() + 1));
                 peer.write(bytes);
