@@ -45,7 +45,7 @@ class AnyThread : public VlanDb {
 
     // Each counts up and down until they have met often: a count other than its own last one shows the other's.
     template <class Step> static void count_up_and_down(Step &&step) {
-        constexpr uint32_t kOften = static_cast<uint32_t>(scaled(1000000));
+        const auto kOften = static_cast<uint32_t>(scaled(1000000));
         const time_t latest = time(nullptr) + 5; // a machine with one processor never gets there
         uint32_t met = 0;
         uint32_t arrived = 0;

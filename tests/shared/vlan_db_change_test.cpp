@@ -287,11 +287,11 @@ TEST_F(VlanChange, changes_log_nothing) {
 }
 
 TEST_F(VlanChange, counters_that_processes_change_at_once_come_out_right) {
-    constexpr int kRounds = scaled(20000);
+    const int rounds = scaled(20000);
     make(10);
     put_at<int32_t>(stat(), 8, 1000);
-    ASSERT_TRUE(all_children(4, [](int) {
-        for (int round = 0; round < kRounds; ++round) {
+    ASSERT_TRUE(all_children(4, [&](int) {
+        for (int round = 0; round < rounds; ++round) {
             vl_increase_vlan_number();
             vl_increase_svi_number();
             vl_increase_vlan_ref(10);
@@ -301,8 +301,8 @@ TEST_F(VlanChange, counters_that_processes_change_at_once_come_out_right) {
         return 0;
     }));
     EXPECT_EQ(number(), 1000);
-    EXPECT_EQ(deletions(), 4 * kRounds);
-    EXPECT_EQ(svis(), 4 * kRounds);
+    EXPECT_EQ(deletions(), 4 * rounds);
+    EXPECT_EQ(svis(), 4 * rounds);
     EXPECT_EQ(vl_get_vlan_ref(10), 0);
 }
 
