@@ -54,8 +54,10 @@ std::string seconds_text(double time) {
 class Player {
   public:
     Player(const Story &story, const CheckOptions &options, Habits &habits)
-        : story_(story), scale_(options.time_scale), habits_(habits),
-          stage_({options.time_scale, Log::kRecords, options.daemon, kDaemonOutput}) {
+        : story_(story), scale_(options.time_scale), habits_(habits), stage_({.time_scale = options.time_scale,
+                                                                              .log = Log::kRecords,
+                                                                              .command = options.daemon,
+                                                                              .daemon_output = kDaemonOutput}) {
         Script script;
         if (options.setup.empty())
             for (const std::string &line : lines_of(kDefaultSwitch))
