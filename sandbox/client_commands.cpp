@@ -46,6 +46,7 @@ Outcome role(Sandbox &sandbox, const Call &call) {
 Outcome switchover(Sandbox &sandbox, const Call &call) {
     const auto [target, half] = take_target(call);
     refuse_if(!half.empty() && half != "begin" && half != "end", "begin or end, not " + half);
+    must_be_there(sandbox, call, target);
     if (half != "end")
         sandbox.bridge.synchronisation.begin_switchover(target);
     if (half != "begin")

@@ -108,6 +108,7 @@ TEST(Commands, target_that_is_not_there_or_lacks_its_sign_is_told) {
     EXPECT_EQ(outcome_of("stall @nobody"), "stall: there is no client nobody");
     EXPECT_EQ(outcome_of("resume @7"), "resume: there is no client 7");
     EXPECT_EQ(outcome_of("role @nobody slave"), "role: there is no client nobody");
+    EXPECT_EQ(outcome_of("switchover @nobody"), "switchover: there is no client nobody");
     EXPECT_EQ(outcome_of("sync hold @later"), "sync hold @later: done\n"); // whoever comes under that name
     EXPECT_EQ(outcome_of("role slave"), "role: slave, 0 clients\n");
 }
