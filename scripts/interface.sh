@@ -1,0 +1,37 @@
+# shellcheck shell=bash
+# Sourced by ./dev: the binary interface and the sizes of the libraries as they are installed, on both targets.
+
+interface_targets=(gate:x86_64: gate-ppc32be:ppc32be:powerpc-linux-gnu-)
+
+# has_change_line: whether CHANGELOG.md has a line that main has not.
+has_change_line() {
+    git diff "$(git merge-base HEAD origin/main 2>/dev/null || echo HEAD~)" -- CHANGELOG.md | grep -q '^+[^+]'
+}
+
+# look_at_interface abi|sizes [--accept]
+look_at_interface() {
+    local what=$1 accept=${2:-} entry preset name tools library libraries status=0
+    case $accept in
+    '' | --accept) ;;
+    *) echo "$what what: $accept (nothing or --accept)" >&2 && return 2 ;;
+    esac
+    if [ "$what$accept" = abi--accept ] && ! has_change_line; then
+        echo "Say in CHANGELOG.md what is new in the interface, then accept it." >&2
+        return 1
+    fi
+    for entry in "${interface_targets[@]}"; do
+        IFS=: read -r preset name tools <<<"$entry"
+        target=bridge_host build "$preset" || return
+        libraries=(build/"$preset"/client/libbridge_client.so.1 build/"$preset"/host/libbridge_host.so.1)
+        if [ "$what" = sizes ]; then
+            sh tests/gate/sizes.sh tests/gate/sizes.txt "$name" "${tools}size" "${tools}readelf" "${libraries[@]}" \
+                ${accept:+--update} || status=1
+            continue
+        fi
+        for library in "${libraries[@]}"; do
+            sh tests/gate/abi.sh "abi/$(basename "$library" .so.1).$name.abi" "$library" "$PWD" ${accept:+update} ||
+                status=1
+        done
+    done
+    return $status
+}
