@@ -42,6 +42,7 @@ TEST_F(Completion, offers_the_options_of_the_program_and_its_subcommand) {
     EXPECT_TRUE(offers(kSandbox, "run --", {"--script", "--time-scale", "--json"}));
     EXPECT_TRUE(offers(BRIDGE_MONITOR, "vlan --", {"--count", "--for", "--summary", "--time"}));
     EXPECT_TRUE(offers(BRIDGE_TAP, "--", {"--output", "--server", "--listen"}));
+    EXPECT_TRUE(offers(BRIDGE_REPLAY, "day.pcapng --", {"--client", "--compare", "--speed", "--step", "--until"}));
 }
 
 TEST_F(Completion, offers_the_values_of_an_option) {

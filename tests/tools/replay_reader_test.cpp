@@ -59,9 +59,9 @@ class ReplayReader : public test::Env, public testing::WithParamInterface<Order>
 };
 
 TEST_P(ReplayReader, reads_what_was_written) {
-    const Recording recording = read(recorded(), "");
-    ASSERT_EQ(recording.packets.size(), 4U);
-    const Packet &change = recording.packets[0];
+    const auto found = read(recorded(), "");
+    ASSERT_EQ(found.packets.size(), 4U);
+    const Packet &change = found.packets[0];
     EXPECT_EQ(change.number, 1U);
     EXPECT_EQ(change.order(), GetParam());
     EXPECT_EQ(change.head.kind, Kind::kTable);
@@ -69,10 +69,10 @@ TEST_P(ReplayReader, reads_what_was_written) {
     EXPECT_EQ(change.head.flags, kStartValue);
     EXPECT_EQ(change.head.offset, 0x01020304U);
     EXPECT_TRUE(std::ranges::equal(change.body, Buffer{1, 2, 3, 4, 5}));
-    EXPECT_EQ(recording.packets[1].head.client, 7U);
-    EXPECT_EQ(recording.packets[2].head.way, Way::kToServer);
-    EXPECT_EQ(recording.packets[3].head.kind, Kind::kKernel);
-    EXPECT_GE(recording.packets[3].time, change.time);
+    EXPECT_EQ(found.packets[1].head.client, 7U);
+    EXPECT_EQ(found.packets[2].head.way, Way::kToServer);
+    EXPECT_EQ(found.packets[3].head.kind, Kind::kKernel);
+    EXPECT_GE(found.packets[3].time, change.time);
     EXPECT_GT(change.time, std::chrono::hours(24 * 365 * 50)) << "since 1970";
 }
 
