@@ -1,2 +1,4 @@
 # Guides of other folders are not part of the reference: a link to one becomes its name.
 s#\[([^]]*)\]\(([^)]*/)?(sandbox|kit|tools/[a-z]+)/README\.md\)#\1#g
+# A record's name becomes a link by itself where the reference has it.
+s|\[([a-z_0-9]+)\]\(#[a-z_0-9]+\)|\1|g
