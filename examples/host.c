@@ -65,3 +65,30 @@ long host_number(const char *text, long least, long most) {
     const long value = strtol(text, &end, 10);
     return *text >= '0' && *text <= '9' && *end == '\0' && errno == 0 && value >= least && value <= most ? value : -1;
 }
+
+static bool take_option(const struct host_option *option, const char *word) {
+    if (option->take != NULL)
+        return option->take(word);
+    if (option->text != NULL)
+        *option->text = word;
+    else
+        *option->number = host_number(word, option->least, option->most);
+    return option->text != NULL || *option->number >= 0;
+}
+
+bool host_options(int argc, char **argv, const struct host_option *options, const char *usage) {
+    char letters[32] = "";
+    for (size_t i = 0; options[i].letter != 0; ++i)
+        snprintf(letters + 2 * i, sizeof letters - 2 * i, "%c:", options[i].letter);
+    bool understood = true;
+    for (int letter; understood && (letter = getopt(argc, argv, letters)) != -1;) {
+        const struct host_option *option = options;
+        while (option->letter != 0 && option->letter != letter)
+            ++option;
+        understood = option->letter != 0 && take_option(option, optarg);
+    }
+    if (understood && optind == argc)
+        return true;
+    fputs(usage, stderr);
+    return false;
+}

@@ -1,5 +1,5 @@
 /* What the small hosts of this directory have in common: their loop, their start, their end by a signal, and the
- * reading of numbers. */
+ * reading of their command lines. */
 #ifndef EXAMPLES_HOST_H
 #define EXAMPLES_HOST_H
 
@@ -30,5 +30,17 @@ void host_after_ms(long milliseconds, qv_thread_func job, const char *name);
 
 /* A number from `least` (not below 0) to `most`, or -1. */
 long host_number(const char *text, long least, long most);
+
+/* What an option's word is for, one of three. A table of them ends with an empty row. */
+struct host_option {
+    char letter;
+    const char **text;              /* it is kept as it is */
+    bool (*take)(const char *word); /* it is read there; false when it makes no sense */
+    long *number;                   /* it is a number from `least` to `most` */
+    long least, most;
+};
+
+/* Reads a command line. False, with `usage` on standard error, when it is not understood. */
+bool host_options(int argc, char **argv, const struct host_option *options, const char *usage);
 
 #endif

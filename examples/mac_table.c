@@ -15,8 +15,8 @@
 static struct {
     const char *name;
     uint8_t mac[6];
-    uint16_t vid;
-    uint32_t ifx;
+    long vid;
+    long ifx;
 } options = {.name = "mac_table", .mac = {0x02, 0, 0, 0, 0, 1}, .vid = 1, .ifx = 1};
 
 static const char *type_text(uint32_t type) {
@@ -84,21 +84,21 @@ static void on_walked(struct bridge_host_walk *ended, int result, void *context)
     if (result != 0)
         host_after_ms(WALK_AGAIN_MS, walk_again, "table-walk");
     else if (ended->ifx == 0)
-        print_addresses_of(options.ifx);
+        print_addresses_of((uint32_t)options.ifx);
 }
 
 /* Asks the server for the static address. The answer is its announcement. */
 static void add_address(void) {
-    if (bridge_maddr_add_static(options.mac, options.vid, options.ifx) == 0)
+    if (bridge_maddr_add_static(options.mac, (uint32_t)options.vid, (uint32_t)options.ifx) == 0)
         printf("%s: asked for the address\n", options.name);
     else
-        printf("%s: could not ask for the address: no port %u, or no server\n", options.name, options.ifx);
+        printf("%s: could not ask for the address: no port %ld, or no server\n", options.name, options.ifx);
 }
 
 /* Whether the address has reached the kernel. One look-up waits for its answer. */
 static void look_up_address(void) {
     struct bri_mac_entry entry;
-    if (bridge_maddr_find_single(options.mac, options.vid, &entry) == 0)
+    if (bridge_maddr_find_single(options.mac, (uint32_t)options.vid, &entry) == 0)
         print_entry("in the kernel's table:", &entry);
     else
         printf("%s: not in the kernel's table\n", options.name);
@@ -137,43 +137,27 @@ static const struct bridge_host_handler handlers[] = {
     {MAC_EVENT_NOTIFY_NONDYN, sizeof(struct bri_mac_msg), on_announcement, NULL},
 };
 
-static bool parse_option(int option) {
-    long number;
-    switch (option) {
-    case 'n':
-        options.name = optarg;
-        return true;
-    case 'm':
-        return bri_mac_from_text(options.mac, optarg) == 0;
-    case 'v':
-        number = host_number(optarg, 1, BRI_VID_MAX);
-        options.vid = (uint16_t)number;
-        return number > 0;
-    case 'i':
-        number = host_number(optarg, 1, BRI_IFX_MAX);
-        options.ifx = (uint32_t)number;
-        return number > 0;
-    default:
-        return false;
-    }
+static bool take_mac(const char *word) {
+    return bri_mac_from_text(options.mac, word) == 0;
 }
 
-static int usage(void) {
-    fprintf(stderr, "usage: mac_table [-n NAME] [-m MAC] [-v VLAN] [-i PORT]\n"
-                    "  -n NAME  name told to the server (mac_table)\n"
-                    "  -m MAC   address to add (02:00:00:00:00:01)\n"
-                    "  -v VLAN  its VLAN (1)\n"
-                    "  -i PORT  its port, and the port whose addresses are printed (1)\n"
-                    "TMPDIR names the directory of the server, VSDID the switch device.\n");
-    return 2;
-}
+static const struct host_option command_line[] = {
+    {.letter = 'n', .text = &options.name},
+    {.letter = 'm', .take = take_mac},
+    {.letter = 'v', .number = &options.vid, .least = 1, .most = BRI_VID_MAX},
+    {.letter = 'i', .number = &options.ifx, .least = 1, .most = BRI_IFX_MAX},
+    {0},
+};
+static const char usage[] = "usage: mac_table [-n NAME] [-m MAC] [-v VLAN] [-i PORT]\n"
+                            "  -n NAME  name told to the server (mac_table)\n"
+                            "  -m MAC   address to add (02:00:00:00:00:01)\n"
+                            "  -v VLAN  its VLAN (1)\n"
+                            "  -i PORT  its port, and the port whose addresses are printed (1)\n"
+                            "TMPDIR names the directory of the server, VSDID the switch device.\n";
 
 int main(int argc, char **argv) {
-    for (int option; (option = getopt(argc, argv, "n:m:v:i:")) != -1;)
-        if (!parse_option(option))
-            return usage();
-    if (optind != argc)
-        return usage();
+    if (!host_options(argc, argv, command_line, usage))
+        return 2;
     struct bridge_host_config config = {.name = options.name,
                                         .handlers = handlers,
                                         .handler_count = sizeof handlers / sizeof *handlers,

@@ -12,7 +12,7 @@ enum { PERIOD_MAX_MS = 3600000, SLOW_MAX_MS = 10000 };
 
 static struct {
     const char *name;
-    int32_t ifx;
+    long ifx;
     long look_ms; /* 0: no look-ups */
     long slow_ms; /* at each event, as a host that has much to do */
 } options = {.name = "vlan_follow", .ifx = 1, .look_ms = 1000};
@@ -26,13 +26,13 @@ static void for_each(const struct vlanset *set, void (*action)(uint16_t vid)) {
 
 /* Asks for the membership unless it has, or the port is a member: a replay tells of those VLANs, too. */
 static void join(uint16_t vid) {
-    if (vid > BRI_VID_MAX || bri_vlanset_has(&asked, vid) != 0 || vl_is_vlan_member(vid, options.ifx) != 0)
+    if (vid > BRI_VID_MAX || bri_vlanset_has(&asked, vid) != 0 || vl_is_vlan_member(vid, (int32_t)options.ifx) != 0)
         return;
     bri_vlanset_add(&asked, vid);
-    if (vl_clnt_add_dyn_member(options.ifx, vid) == 0)
-        printf("%s: asked for port %d in VLAN %u\n", options.name, (int)options.ifx, vid);
+    if (vl_clnt_add_dyn_member((int32_t)options.ifx, vid) == 0)
+        printf("%s: asked for port %ld in VLAN %u\n", options.name, options.ifx, vid);
     else
-        printf("%s: could not ask: port %d is no trunk, or no server\n", options.name, (int)options.ifx);
+        printf("%s: could not ask: port %ld is no trunk, or no server\n", options.name, options.ifx);
 }
 
 /* It is no member of a VLAN that is made anew. */
@@ -92,41 +92,23 @@ static const struct bridge_host_handler handlers[] = {
     {VLAN_EVENT_DESTROY_RANGE, sizeof(struct vlanset), set_deleted, NULL},
 };
 
-static bool parse_option(int option) {
-    switch (option) {
-    case 'n':
-        options.name = optarg;
-        return true;
-    case 'i':
-        options.ifx = (int32_t)host_number(optarg, 1, BRI_IFX_MAX);
-        return options.ifx > 0;
-    case 'l':
-        options.look_ms = host_number(optarg, 0, PERIOD_MAX_MS);
-        return options.look_ms >= 0;
-    case 's':
-        options.slow_ms = host_number(optarg, 0, SLOW_MAX_MS);
-        return options.slow_ms >= 0;
-    default:
-        return false;
-    }
-}
-
-static int usage(void) {
-    fprintf(stderr, "usage: vlan_follow [-n NAME] [-i PORT] [-l MS] [-s MS]\n"
-                    "  -n NAME  name told to the server (vlan_follow)\n"
-                    "  -i PORT  the port that is to be in every VLAN (1)\n"
-                    "  -l MS    milliseconds between two look-ups of all VLANs, 0 for none (1000)\n"
-                    "  -s MS    milliseconds that it spends on each event (0)\n"
-                    "TMPDIR names the directory of the server, VSDID the switch device.\n");
-    return 2;
-}
+static const struct host_option command_line[] = {
+    {.letter = 'n', .text = &options.name},
+    {.letter = 'i', .number = &options.ifx, .least = 1, .most = BRI_IFX_MAX},
+    {.letter = 'l', .number = &options.look_ms, .most = PERIOD_MAX_MS},
+    {.letter = 's', .number = &options.slow_ms, .most = SLOW_MAX_MS},
+    {0},
+};
+static const char usage[] = "usage: vlan_follow [-n NAME] [-i PORT] [-l MS] [-s MS]\n"
+                            "  -n NAME  name told to the server (vlan_follow)\n"
+                            "  -i PORT  the port that is to be in every VLAN (1)\n"
+                            "  -l MS    milliseconds between two look-ups of all VLANs, 0 for none (1000)\n"
+                            "  -s MS    milliseconds that it spends on each event (0)\n"
+                            "TMPDIR names the directory of the server, VSDID the switch device.\n";
 
 int main(int argc, char **argv) {
-    for (int option; (option = getopt(argc, argv, "n:i:l:s:")) != -1;)
-        if (!parse_option(option))
-            return usage();
-    if (optind != argc)
-        return usage();
+    if (!host_options(argc, argv, command_line, usage))
+        return 2;
     struct bridge_host_config config = {.name = options.name,
                                         .handlers = handlers,
                                         .handler_count = sizeof handlers / sizeof *handlers,

@@ -11,7 +11,7 @@
 static struct {
     const char *name;
     struct vlanset refused;
-    uint16_t taken_back; /* 0: none */
+    long taken_back; /* 0: none */
 } options = {.name = "vlan_guard"};
 
 /* The VLANs of a set. */
@@ -98,41 +98,26 @@ static const struct bridge_host_handler handlers[] = {
     {VLAN_EVENT_DESTROY_RANGE, sizeof(struct vl_evt_vlanset_rec), set_deleted, NULL},
 };
 
-static bool parse_option(int option) {
-    long vid;
-    switch (option) {
-    case 'n':
-        options.name = optarg;
-        return true;
-    case 'r':
-        vid = host_number(optarg, 1, BRI_VID_MAX);
-        if (vid > 0)
-            bri_vlanset_add(&options.refused, (uint32_t)vid);
-        return vid > 0;
-    case 'b':
-        vid = host_number(optarg, 1, BRI_VID_MAX);
-        options.taken_back = (uint16_t)vid;
-        return vid > 0;
-    default:
-        return false;
-    }
+static bool take_refused(const char *word) {
+    const long vid = host_number(word, 1, BRI_VID_MAX);
+    return vid > 0 && bri_vlanset_add(&options.refused, (uint32_t)vid) == 0;
 }
 
-static int usage(void) {
-    fprintf(stderr, "usage: vlan_guard [-n NAME] [-r VLAN]... [-b VLAN]\n"
-                    "  -n NAME  name told to the server (vlan_guard)\n"
-                    "  -r VLAN  refuse this VLAN\n"
-                    "  -b VLAN  accept this VLAN, but take it back when it has been created\n"
-                    "TMPDIR names the directory of the server, VSDID the switch device.\n");
-    return 2;
-}
+static const struct host_option command_line[] = {
+    {.letter = 'n', .text = &options.name},
+    {.letter = 'r', .take = take_refused},
+    {.letter = 'b', .number = &options.taken_back, .least = 1, .most = BRI_VID_MAX},
+    {0},
+};
+static const char usage[] = "usage: vlan_guard [-n NAME] [-r VLAN]... [-b VLAN]\n"
+                            "  -n NAME  name told to the server (vlan_guard)\n"
+                            "  -r VLAN  refuse this VLAN\n"
+                            "  -b VLAN  accept this VLAN, but take it back when it has been created\n"
+                            "TMPDIR names the directory of the server, VSDID the switch device.\n";
 
 int main(int argc, char **argv) {
-    for (int option; (option = getopt(argc, argv, "n:r:b:")) != -1;)
-        if (!parse_option(option))
-            return usage();
-    if (optind != argc)
-        return usage();
+    if (!host_options(argc, argv, command_line, usage))
+        return 2;
     struct bridge_host_config config = {
         .name = options.name, .handlers = handlers, .handler_count = sizeof handlers / sizeof *handlers};
     return layer_start(&config) ? host_run() : 1;
