@@ -53,8 +53,8 @@ class ReplayReader : public test::Env, public testing::WithParamInterface<Order>
     }
     [[nodiscard]] static size_t first_packet(const Buffer &bytes) {
         const Buffer body{1, 2, 3, 4, 5};
-        const auto found = std::ranges::search(bytes, body);
-        return static_cast<size_t>(found.begin() - bytes.begin()) - kHeadSize;
+        const auto found = std::search(bytes.begin(), bytes.end(), body.begin(), body.end());
+        return static_cast<size_t>(found - bytes.begin()) - kHeadSize;
     }
 };
 
