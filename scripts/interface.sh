@@ -8,6 +8,30 @@ has_change_line() {
     git diff "$(git merge-base HEAD origin/main 2>/dev/null || echo HEAD~)" -- CHANGELOG.md | grep -q '^+[^+]'
 }
 
+# The README's table of sizes, from the accepted figures.
+sizes_table() {
+    awk '
+        { size[$1 " " $2, $3] = $4; if (!seen[$1 " " $2]++) row[++rows] = $1 " " $2 }
+        END {
+            print "| library | code | constants | data | relocations |\n|---|---|---|---|---|"
+            for (i = 1; i <= rows; i++) {
+                split(row[i], name, " ")
+                printf "| `%s`, %s | %d | %d | %d | %d |\n", name[2], name[1], size[row[i], "text"],
+                    size[row[i], "constants"], size[row[i], "data"], size[row[i], "relocations"]
+            }
+        }
+    ' tests/gate/sizes.txt
+}
+
+write_sizes_into_readme() {
+    sizes_table >build/sizes.md
+    awk '
+        /^\| library \| code / { while ((getline line <"build/sizes.md") > 0) print line; inside = 1 }
+        inside && !/^\|/ { inside = 0 }
+        !inside
+    ' README.md >build/README.md && cat build/README.md >README.md
+}
+
 # look_at_interface abi|sizes [--accept]
 look_at_interface() {
     local what=$1 accept=${2:-} entry preset name tools library libraries status=0
@@ -33,5 +57,6 @@ look_at_interface() {
                 status=1
         done
     done
+    [ "$what$accept" != sizes--accept ] || write_sizes_into_readme
     return $status
 }
