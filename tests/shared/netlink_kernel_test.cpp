@@ -1,5 +1,5 @@
-// The tests against the kernel of the machine that runs them, without the bridge module: no double, real generic netlink
-// sockets. With the module: tests/lab.
+// The tests against the kernel of the machine that runs them, without the bridge module: no double, real generic
+// netlink sockets. With the module: tests/lab.
 #include "shared/netlink_frame.h"
 #include "tests/support/host.h"
 #include "tests/support/kernel.h"
