@@ -17,7 +17,8 @@ constexpr Microseconds kLookAgain{1000000};
 constexpr timeval kLinkPatience{5, 0}; // with a process that hangs
 
 std::string framed(uint32_t type, Bytes data) {
-    const Bytes head = bytes_of(bri_msg_hdr{type, static_cast<uint32_t>(data.size())});
+    const bri_msg_hdr header{type, static_cast<uint32_t>(data.size())};
+    const Bytes head = bytes_of(header);
     return std::string(head.begin(), head.end()).append(data.begin(), data.end());
 }
 
