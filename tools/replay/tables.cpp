@@ -65,6 +65,11 @@ Tables::Tables() {
     }
 }
 
+Tables::~Tables() {
+    for (const Table &table : tables_)
+        bridge_shm_dettach(table.memory);
+}
+
 bool Tables::apply(const recording::Packet &change) {
     const auto number = static_cast<size_t>(change.head.table);
     if (number >= tables_.size())

@@ -11,6 +11,9 @@ class Tables {
   public:
     // Makes those of the VSDID of the environment as a server makes them, empty. Throws std::runtime_error.
     Tables();
+    ~Tables();
+    Tables(const Tables &) = delete;
+    Tables &operator=(const Tables &) = delete;
 
     // A packet of kind kTable. False when it is not about a place in a table, and nothing has changed.
     bool apply(const recording::Packet &change);
@@ -19,7 +22,7 @@ class Tables {
     struct Table {
         size_t size;                  // bytes of its data
         std::vector<uint32_t> places; // of each byte that was recorded in the other byte order
-        bri_shm_handle *memory;       // attached as long as the process lives
+        bri_shm_handle *memory;       // attached
     };
 
     std::vector<Table> tables_;
