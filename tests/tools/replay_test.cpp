@@ -22,6 +22,21 @@ std::string without_states(const std::string &output) {
     return rest;
 }
 
+// What mac_table reads in the kernel's table, and then what the server tells it, each in its order. The two come by
+// sockets of their own, and a recording has when they were sent, not which of them a busy daemon took first.
+constexpr const char *kOfWalks[] = {"addresses", ":   entry ", " entries"};
+std::string by_channel(const std::string &output) {
+    std::string walks;
+    std::string rest;
+    std::istringstream lines(output);
+    for (std::string line; std::getline(lines, line);) {
+        const bool walked =
+            std::ranges::any_of(kOfWalks, [&](const char *word) { return line.find(word) != std::string::npos; });
+        (walked ? walks : rest) += line + '\n';
+    }
+    return walks + rest;
+}
+
 // Ports, VLANs, addresses, a slave that takes over and a server that comes back, with three daemons. The same lines
 // come out of it in either byte order, as fast as it was and faster.
 TEST_F(ReplayTour, each_daemon_prints_the_same_lines_again) {
@@ -72,7 +87,8 @@ TEST_F(ReplayTour, each_daemon_prints_the_same_lines_again) {
     for (const std::string &recording : {file(), turned}) {
         const auto check = [&](const Words &daemon, const char *speed, const std::string &printed) {
             const Played played = play({recording, "--client", daemon[0], "--speed", speed, "--compare"}, daemon);
-            EXPECT_EQ(without_states(played.daemon), without_states(printed))
+            const auto comparable = daemon == kTable ? by_channel : without_states;
+            EXPECT_EQ(comparable(played.daemon), comparable(printed))
                 << daemon[0] << " from " << recording << " at " << speed << '\n'
                 << played.lines;
             EXPECT_EQ(played.status, 0) << played.lines;

@@ -130,7 +130,7 @@ TEST_F(RecordedTables, are_only_read) {
 // A host follows VLANs, another owns addresses and asks the kernel.
 constexpr const char *kSession = R"(vlan create 1
 port add 3 access 1
-daemon start %MAC_TABLE% -n table -m 02:00:00:00:00:01 -v 1 -i 3
+daemon start mac_table -n table -m 02:00:00:00:00:01 -v 1 -i 3
 wait client table registered
 wait event MAC_EVENT_NOTIFY_ADDR mac=02:00:00:00:00:01 to table
 mac add 02:00:00:00:00:05 1 3 static
@@ -145,9 +145,7 @@ struct RecordedSession : Tap {
     }
     // The session, with the sandbox as recorder.
     void record() const {
-        std::string script = kSession;
-        script.replace(script.find("%MAC_TABLE%"), 11, kMacTable);
-        Process sandbox({kSandbox, "run", "--record", file(), "--script", write_file("session", script)});
+        Process sandbox({kSandbox, "run", "--record", file(), "--script", write_file("session", kSession)});
         EXPECT_EQ(sandbox.wait(), 0);
         sandbox.drain();
         printed_ = sandbox.output();

@@ -66,9 +66,10 @@ TEST_F(Troubleshooting, a_daemon_that_forgot_to_register_is_found_in_a_recording
     EXPECT_EQ(server.end(), 0);
     const std::string command = "tshark -X lua_script:bridge.lua -r day.pcapng -Y bridge.clnt_mng.event_set "
                                 "-T fields -e bridge.clnt_mng.name -e bridge.clnt_mng.event_set";
-    Process analyser({"/bin/sh", "-c",
-                      "cd " + tmpdir() + " && cp " BRIDGE_DISSECTOR_DIR "/bridge.lua . && " + command + " 2>/dev/null"},
-                     {"HOME=" + tmpdir()});
+    Process analyser(
+        {"/bin/sh", "-c",
+         "cd " + tmpdir() + " && cp '" BRIDGE_DISSECTOR_DIR "/bridge.lua' . && " + command + " 2>/dev/null"},
+        {"HOME=" + tmpdir()});
     EXPECT_EQ(analyser.wait(60000), 0);
     analyser.drain();
     expect_documented(command, analyser.output());
