@@ -153,9 +153,9 @@ struct RecordedSession : Tap {
     // A column of the analyser's, of the packets that a filter keeps.
     [[nodiscard]] std::string dissected(const std::string &filter, const std::string &field) const {
         Process program({"/bin/sh", "-c",
-                         "exec tshark -n -X lua_script:" BRIDGE_DISSECTOR_DIR "/bridge.lua -r \"$0\" -Y \"$1\" "
-                         "-T fields -e \"$2\" 2>\"$0.errors\" | tr , '\\n'",
-                         file(), filter, field},
+                         "exec tshark -n -X lua_script:\"$3\" -r \"$0\" -Y \"$1\" -T fields -e \"$2\" "
+                         "2>\"$0.errors\" | tr , '\\n'",
+                         file(), filter, field, BRIDGE_DISSECTOR_DIR "/bridge.lua"},
                         {"HOME=" + tmpdir()});
         EXPECT_EQ(program.wait(60000), 0);
         program.drain();
