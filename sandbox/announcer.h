@@ -30,7 +30,7 @@ class Announcer {
     // Does with a message what the rules say; true when it is to go now.
     bool pass(const Connection &client, uint32_t type, Bytes payload);
     void send(Connection &client, Bytes batch, size_t messages);
-    void deliver(unsigned client, const Message &message);
+    void deliver(unsigned id, const Message &message);
 
     Server &server_;
     Trace &trace_;

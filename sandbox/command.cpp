@@ -91,7 +91,7 @@ bool truth(const Fields &value) {
         return value.get<bool>();
     if (value.is_number())
         return value.get<double>() != 0;
-    return !value.empty() && plain(value) != "" && plain(value) != "none";
+    return !value.empty() && !plain(value).empty() && plain(value) != "none";
 }
 
 // Whether the operator wants a number behind it.

@@ -71,7 +71,7 @@ class Connection : Pinned {
   private:
     void flush();
     void on_readable();
-    void take_messages(Bytes batch);
+    void take_messages(Bytes bytes);
 
     BufferEvent channel_;
     // What is sent in one round of the loop, which goes out at its end by one call of the system. The rest is the

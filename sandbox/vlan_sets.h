@@ -55,6 +55,7 @@ inline vlanset without(vlanset set, const vlanset &less) {
 }
 
 // A bit of a set in shared memory, where others change theirs meanwhile.
+// NOLINTNEXTLINE(readability-non-const-parameter): the compiler's atomic functions write to it
 inline void set_shared(uint32_t *words, unsigned bit, bool on) {
     const uint32_t mask = uint32_t{1} << bit % 32;
     if (on)

@@ -12,9 +12,9 @@ std::string vlan_text(uint16_t vid) {
 }
 
 vle &existing(uint16_t vid) {
-    vle *entry = vl_get_vlan_entry(vid);
-    refuse_if(entry == nullptr, "no " + vlan_text(vid));
-    return *entry;
+    if (vle *entry = vl_get_vlan_entry(vid); entry != nullptr)
+        return *entry;
+    throw std::invalid_argument("no " + vlan_text(vid));
 }
 
 std::string name_of(uint16_t vid) {

@@ -119,7 +119,7 @@ uint32_t vl_decrease_vlan_ref(uint16_t vid) {
     vle *entry = Table::writable(vid);
     if (entry == nullptr)
         return kNoCount;
-    uint16_t met;
+    uint16_t met = 0;
     const bool stepped = word::change_if(
         entry->ref, met, [](uint16_t count) { return count != 0; }, [](uint16_t count) { return count - 1; });
     return stepped ? met - 1U : 0;
