@@ -3,7 +3,33 @@
  * What may hold the loop: connecting never; a batch whose bytes do not come, 2 seconds for each wait and 10 from its
  * first byte to its last; bridge_client_send_message_ontime on the loop's thread, as said there; any send or
  * registration while another thread is in bridge_client_send_message_ontime, as long as that; the kernel channel as
- * said in netlink.h. Which events come when, and what state they leave: docs/timeline.md. */
+ * said in netlink.h. Which events come when, and what state they leave: docs/timeline.md.
+ *
+ * @code
+ * #include <bridge/sets.h>
+ * #include <bridge/vlan_client.h>
+ *
+ * #include <stdio.h>
+ * #include <string.h>
+ *
+ * static int on_event(uint32_t type, void *data, uint16_t len) {
+ *     struct vl_evt_vlan_rec vlan;
+ *     if (type != VLAN_EVENT_CREATE_INDEX || len < sizeof vlan)
+ *         return 0;
+ *     memcpy(&vlan, data, sizeof vlan); // it may lie anywhere
+ *     printf("VLAN %d is there\n", vlan.vid);
+ *     return 0;
+ * }
+ *
+ * int start(struct qv_thread_master *loop) {
+ *     struct event_set events = {{0}};
+ *     bri_event_set_add(&events, VLAN_EVENT_CREATE_INDEX);
+ *     if (bridge_agent_init("my_daemon", loop) != 0)
+ *         return -1;
+ *     return bridge_client_reg_event(&events, on_event);
+ * }
+ * @endcode
+ */
 #ifndef BRIDGE_CLIENT_H
 #define BRIDGE_CLIENT_H
 
@@ -51,6 +77,7 @@ BRI_AT(bri_clnt_ctx, conn_cbs, 560 + 3 * sizeof(void *));
 BRI_AT(bri_clnt_ctx, oridata_cbs, 560 + 5 * sizeof(void *));
 BRI_AT(bri_clnt_ctx, cache, 560 + 7 * sizeof(void *));
 
+/* A callback of the host, on the loop's thread. */
 typedef void (*bri_clnt_cb)(void);
 
 /* Node of conn_cbs and oridata_cbs; never removed. A null function is skipped. */

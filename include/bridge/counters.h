@@ -1,4 +1,14 @@
-/* What the library has counted since the process started: connections, traffic, events by their fate, look-ups. */
+/* What the library has counted since the process started: connections, traffic, events by their fate, look-ups.
+ *
+ * @code
+ * // What a handler has missed although the server told it.
+ * uint64_t missed(void) {
+ *     struct bri_counters now;
+ *     bridge_client_get_counters(&now, sizeof now);
+ *     return now.dropped_slave + now.dropped_before_data + now.dropped_stale;
+ * }
+ * @endcode
+ */
 #ifndef BRIDGE_COUNTERS_H
 #define BRIDGE_COUNTERS_H
 

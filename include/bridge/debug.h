@@ -1,4 +1,14 @@
-/* Run-time debugging of a client process and delayed message processing. */
+/* Run-time debugging of a client process and delayed message processing.
+ *
+ * Without another word an operation belongs to the loop's thread and sends nothing.
+ *
+ * @code
+ * // A daemon's option -v: its connections, batches and messages.
+ * void be_verbose(void) {
+ *     g_bri_clnt_dbg[BRI_DBG_MSG] = 1;
+ * }
+ * @endcode
+ */
 #ifndef BRIDGE_DEBUG_H
 #define BRIDGE_DEBUG_H
 

@@ -9,6 +9,12 @@
  * the offset is below msg_len. A batch without messages is valid.
  *
  * An event type is submodule << 7 | index, indexes from 1. A client can register for the types 0..4095.
+ *
+ * @code
+ * int is_of_vlans(uint32_t type) {
+ *     return type >> 7 == BRI_SUBMOD_VLAN;
+ * }
+ * @endcode
  */
 #ifndef BRIDGE_EVENTS_H
 #define BRIDGE_EVENTS_H

@@ -1,6 +1,10 @@
 // Events as types: the code of an event and the record that it carries, tied when a daemon is compiled.
 //
-//     bridge::on<bridge::event::port_pvid>([](const bridge::port_pvid &e) { use(e.ifx, e.pvid); })
+// @code
+// // The layer's bridge::on<bridge::event::port_pvid> takes this function, as its argument is the event's.
+// void on_pvid(const bridge::port_pvid &e);
+// static_assert(bridge::takes<decltype(on_pvid), bridge::event::port_pvid>);
+// @endcode
 //
 // Named is every event that brings a host a record of the C headers; the library keeps some of the others to itself.
 // Each name stands twice: in `event` for the event, beside it for its record, which is the struct of the C headers.

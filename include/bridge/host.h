@@ -1,14 +1,30 @@
 /* The host layer, libbridge_host: what every daemon on the client library has to get right, written once.
  *
- *     static const struct bridge_host_handler handlers[] = {
- *         {VLAN_EVENT_CREATE_INDEX, sizeof(struct vl_evt_vlan_rec), on_vlan, NULL},
- *     };
+ * @code
+ * #include <bridge/bridge.h>
+ *
+ * static void on_vlan(const void *record, uint16_t size, void *context) {
+ *     // whole and aligned
+ *     const struct vl_evt_vlan_rec *vlan = (const struct vl_evt_vlan_rec *)record;
+ *     (void)vlan, (void)size, (void)context;
+ * }
+ *
+ * static const struct bridge_host_handler handlers[] = {
+ *     {VLAN_EVENT_CREATE_INDEX, sizeof(struct vl_evt_vlan_rec), on_vlan, NULL},
+ * };
+ *
+ * int start(struct qv_thread_master *loop) {
  *     const struct bridge_host_config config = {
- *         .size = sizeof config, .name = "my_daemon", .master = loop, .handlers = handlers, .handler_count = 1,
- *         .flags = BRIDGE_HOST_SWEEP_VLANS, .on_resync_end = on_resync_end, .on_vanished = on_vanished,
+ *         .size = sizeof config,
+ *         .flags = BRIDGE_HOST_SWEEP_VLANS,
+ *         .name = "my_daemon",
+ *         .master = loop,
+ *         .handlers = handlers,
+ *         .handler_count = 1,
  *     };
- *     if (bridge_host_start(&config) == 0)
- *         qv_thread_master_run(loop);
+ *     return bridge_host_start(&config);
+ * }
+ * @endcode
  *
  * Link libbridge_host and libbridge_client. The layer uses the library's public headers alone; whatever it does not
  * cover is called beside it as ever. One host a process, since the library is one a process.
@@ -20,7 +36,9 @@
  *  3. Memory is taken by bridge_host_start alone. Requests and walks are records of the caller's; they must stay where
  *     they are until they have ended or were cancelled.
  *  4. Callbacks may call anything of this header, of the library and of the loop, unless they say otherwise.
- *  5. Times are in milliseconds of the loop's timers. One timer of the layer, the tick, runs on the loop all the time.
+ *  5. The layer asks the server for origin data by itself. Apart from that it sends what the requests and walks of the
+ *     caller send, and registrations.
+ *  6. Times are in milliseconds of the loop's timers. One timer of the layer, the tick, runs on the loop all the time.
  */
 #ifndef BRIDGE_HOST_H
 #define BRIDGE_HOST_H
@@ -94,7 +112,7 @@ struct bridge_host_handler {
  *  - In step at on_resync_end means: equal to the tables at that moment. The announcements of changes that the tables
  *    already held then may still follow; they are applied like any other.
  *  - A change to slave and back between two ticks is not told to on_role. When an event was dropped in it, the next
- * tick asks for the data again, and bridge_host_in_step knows at once.
+ *    tick asks for the data again, and bridge_host_in_step knows at once.
  *
  * SWEEP: the layer keeps the ids of the VLANs, ports and addresses that were told and not taken back, and reports those
  * that a complete resynchronisation did not tell again. VLANs: VLAN_EVENT_CREATE_INDEX, _CREATE_RANGE, _DESTROY_INDEX,
@@ -102,8 +120,10 @@ struct bridge_host_handler {
  * Addresses, by address and broadcast domain: MAC_EVENT_NOTIFY_ADDR and _NOTIFY_NONDYN, deletions with wildcards
  * included. It registers these events by itself. */
 
-/* What a resynchronisation did not tell again. */
+/* What the layer can tell to have vanished. */
 enum bridge_host_kind { BRIDGE_HOST_VLAN = 1, BRIDGE_HOST_PORT = 2, BRIDGE_HOST_ADDRESS = 3 };
+
+/* Something that a resynchronisation did not tell again. */
 struct bridge_host_vanished {
     enum bridge_host_kind kind;   /* what it was */
     uint16_t vid;                 /* the VLAN; of an address its broadcast domain */
@@ -122,6 +142,7 @@ BRI_API int bridge_host_in_step(uint32_t submod);
 
 /* Configuration --------------------------------------------------------------------------------------------------- */
 
+/* What the layer does beside its duty; all of them are off in a configuration of zeros. */
 enum bridge_host_flag {
     BRIDGE_HOST_REFUSE_AS_SLAVE = 1, /* bridge_host_may_send and all that asks it refuses while slave */
     BRIDGE_HOST_SWEEP_VLANS = 2,
@@ -165,12 +186,12 @@ BRI_API int bridge_host_start(const struct bridge_host_config *config);
 
 /* What bridge_host_stop leaves behind. */
 struct bridge_host_left {
-    int32_t result;   /* 0: all that the library accepted is in the server's socket. BRI_ERR_WOULD_BLOCK: the server did
-                       * not take it in time. BRI_ERR_SOCKET: there is no connection; besides `runs` the batch may hold
-                       * what was accepted since the last flush */
-    uint32_t runs;    /* byte runs that wait in the library's cache */
-    uint32_t dropped; /* byte runs that the library has dropped since bridge_host_start because its cache was full */
-    uint32_t unread;  /* bytes that are in the socket and not read by the server yet; they outlive this process */
+    int32_t result;    /* BRI_OK: all that the library accepted is in the server's socket. BRI_ERR_WOULD_BLOCK: the
+                        * server did not take it in time. BRI_ERR_SOCKET: there is no connection; besides `runs` the
+                        * batch may hold what was accepted since the last flush */
+    uint32_t runs;     /* byte runs that wait in the library's cache */
+    uint32_t dropped;  /* byte runs that the library has dropped since bridge_host_start because its cache was full */
+    uint32_t unread;   /* bytes that are in the socket and not read by the server yet; they outlive this process */
     uint32_t requests; /* requests that were ended as BRIDGE_HOST_STOPPED */
 };
 
@@ -185,6 +206,7 @@ BRI_API int bridge_host_stop(void (*on_stopped)(const struct bridge_host_left *l
 
 /* Requests with an end -------------------------------------------------------------------------------------------- */
 
+/* How a request ended. */
 enum bridge_host_result {
     BRIDGE_HOST_DONE = 0,
     BRIDGE_HOST_TIMED_OUT = 1,
@@ -229,6 +251,8 @@ BRI_API int bridge_host_may_send(void);
  * A walk over the addresses that the kernel's bridge module holds, as the look-ups of bridge/mac_client.h give them,
  * which does not hold the loop: on a socket of its own, in slices, and waiting for a slow kernel without waiting. What
  * changes meanwhile may be seen or not. */
+
+/* A walk: what it goes over, whom it calls, and where it stands. */
 struct bridge_host_walk {
     uint32_t ifx;       /* only this port's, or 0: all, rising by address */
     uint32_t slice_us;  /* so long it may hold the loop at a time, plus one entry; 0: 1000 */
@@ -275,6 +299,8 @@ enum bridge_host_refusal_reason {
     BRIDGE_HOST_CLAIM_NO_PORT = 2, /* there is no such port */
     BRIDGE_HOST_CLAIM_NO_TABLE = 3 /* the table cannot be had */
 };
+
+/* Who is in the way of a claim. */
 struct bridge_host_refusal {
     enum bridge_host_refusal_reason reason; /* FREE when it was not refused */
     uint32_t flags;                         /* the bits of flag_conflicts that are set */

@@ -1,11 +1,18 @@
 // The host layer for C++20: bridge/host.h with events as types, functions of any kind as handlers, and lifetimes as
 // objects. Header only; link libbridge_host and libbridge_client. Needs no exceptions and no RTTI, allocates nothing.
 //
+// @code
+// #include <qv_thread.h>
+//
+// int run(qv_thread_master *loop) {
+//     unsigned changes = 0;
+//     bridge::role role = bridge::role::unknown;
 //     bridge::host daemon{{.name = "my_daemon", .loop = loop},
-//                         bridge::on<bridge::event::port_pvid>([](const bridge::port_pvid &e) { ... }),
-//                         bridge::on_role([](bridge::role role) { ... })};
-//     if (daemon.start() != bridge::error::ok)
-//         return 1;
+//                         bridge::on<bridge::event::port_pvid>([&](const bridge::port_pvid &) { changes++; }),
+//                         bridge::on_role([&](bridge::role now) { role = now; })};
+//     return daemon.start() == bridge::error::ok ? qv_thread_master_run(loop) : 1;
+// }
+// @endcode
 //
 // What is promised, when and in which order, says bridge/host.h. Everything belongs to the loop's thread. The objects
 // of this header stay where they are made (they can be neither copied nor moved), and the loop must outlive them.

@@ -1,4 +1,18 @@
-/* IPC primitives: System V semaphore locks and segments, POSIX named semaphores. */
+/* IPC primitives: System V semaphore locks and segments, POSIX named semaphores.
+ *
+ * None of these keeps a state of its own, or sends; each may be called from any thread. Failures are also told by a log
+ * line while debug flag BRI_DBG_VLAN is set.
+ *
+ * @code
+ * // The bytes that somebody has put into the segment of a key; 0 without one.
+ * uint32_t table_size(int32_t key) {
+ *     struct bri_shm_handle *table = bridge_shm_attach_rdonly(key);
+ *     const uint32_t size = table == NULL ? 0 : table->hdr->size;
+ *     bridge_shm_dettach(table);
+ *     return size;
+ * }
+ * @endcode
+ */
 #ifndef BRIDGE_IPC_H
 #define BRIDGE_IPC_H
 
@@ -33,9 +47,6 @@ struct bri_shm_handle {
     struct bri_shm_hdr *hdr; /* the attached segment */
     void *data;              /* its data area, behind the header */
 };
-
-/* All of these keep no state of their own and may be called from any thread. Failures are also told by a log line while
- * debug flag 1 is set. */
 
 /* --- System V semaphore locks --- */
 
@@ -98,8 +109,8 @@ BRI_API struct bri_shm_handle *bridge_shm_create(const char *name, int32_t key, 
  * there is no such segment, it has fewer bytes than the 76 of the header, or it cannot be mapped. */
 BRI_API struct bri_shm_handle *bridge_shm_attach(int32_t key);
 
-/* The same for reading only: nothing is written, not the id in the header either, and a write through the handle ends
- * the process. */
+/* Attaches an existing segment for reading only: as bridge_shm_attach, but nothing is written, not the id in the header
+ * either, and a write through the handle ends the process. */
 BRI_API struct bri_shm_handle *bridge_shm_attach_rdonly(int32_t key);
 
 /* Unmaps the segment, which stays, and frees the handle. Where its hdr is null it only frees. Null does nothing. */

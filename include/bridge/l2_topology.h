@@ -1,4 +1,14 @@
-/* Layer-2 topology: spanning-tree instances, port forwarding states, bridge protocols. */
+/* Layer-2 topology: spanning-tree instances, port forwarding states, bridge protocols.
+ *
+ * @code
+ * // A state of the port in instance 0 alone; its meaning is the protocol's.
+ * int tell_state(uint32_t ifx, uint32_t state) {
+ *     const struct l2top_port_instance_req request = {
+ *         .ifx = ifx, .state = state, .instances = {1u << 0}};
+ *     return bridge_set_port_instance_status(&request);
+ * }
+ * @endcode
+ */
 #ifndef BRIDGE_L2_TOPOLOGY_H
 #define BRIDGE_L2_TOPOLOGY_H
 
@@ -70,7 +80,7 @@ BRI_AT(l2top_proto_config, enable, 4);
 BRI_AT(l2top_proto_config, reserved, 5);
 
 /* Keeps at most 19 characters of the client's name for the log lines; null changes nothing. Called by
- * bridge_agent_init. */
+ * bridge_agent_init; sends nothing. */
 BRI_API void l2top_clnt_init(const char *name);
 
 /* Requests to the server. They leave at once, nothing waits for an answer. Any thread. */
@@ -96,7 +106,8 @@ BRI_API int bridge_set_instance_configtable(const uint16_t *table);
  * may race for a claim serialise among themselves. */
 BRI_API int bridge_config_bri_protocol(uint32_t proto, uint32_t enable);
 
-/* The protocols that keep `proto` from starting, see bridge_proto_set_prejudge. Sends nothing. */
+/* Sets the protocols that keep `proto` from starting. Results as of bridge_proto_set_prejudge, which it calls. Sends
+ * nothing. */
 BRI_API int bridge_set_bri_proto_prejudge(uint32_t proto, uint32_t mask);
 
 /* Reads of the shared tables. Nothing is sent. Any thread. */
@@ -126,7 +137,7 @@ BRI_API int bri_clnt_on_l2topo_msg(struct bri_msg_hdr *msg);
  * as said there; while one tells its port states, those of a replay inside it are left out. */
 BRI_API void l2top_clnt_notify_origin_data(void);
 
-/* The first step of that: one L2TOP_EVENT_PROTO_CONFIG for each running protocol 1..13. */
+/* Replays the bridge protocols alone: one L2TOP_EVENT_PROTO_CONFIG for each running protocol 1..13. */
 BRI_API void bri_clnt_notify_proto_status(void);
 
 /* Steps of a replay, of use only while one runs: append a record to its batch, which is delivered when it is full

@@ -1,4 +1,17 @@
-/* MAC addresses: requests to the server, look-ups in the kernel, server messages and statistics. */
+/* MAC addresses: requests to the server, look-ups in the kernel, server messages and statistics.
+ *
+ * @code
+ * // How many addresses the kernel knows behind a port.
+ * uint32_t addresses_of(uint32_t ifx) {
+ *     struct bri_mac_entry entry = {.field = BRI_MAC_FIELD_IFX, .ifx = ifx};
+ *     uint32_t count = 0;
+ *     int missing = bridge_maddr_find_first_on_ifx(&entry);
+ *     for (; !missing; missing = bridge_maddr_find_next_on_ifx(&entry, &entry))
+ *         count++;
+ *     return count;
+ * }
+ * @endcode
+ */
 #ifndef BRIDGE_MAC_CLIENT_H
 #define BRIDGE_MAC_CLIENT_H
 
@@ -129,7 +142,8 @@ BRI_AT(bri_mac_find_next, result, 68);
 /* The MAC client's copy of the client name, NUL-terminated. */
 BRI_API extern char g_bglib_client_name_mac[20];
 
-/* Keeps the client's name for the log lines; called once by bridge_agent_init. The copy, or null without a client. */
+/* Keeps the client's name for the log lines; called once by bridge_agent_init, and sends nothing. The copy, or null
+ * without a client. */
 BRI_API char *mac_client_init(struct bri_clnt_ctx *client);
 
 /* Requests that change address entries.
@@ -138,25 +152,27 @@ BRI_API char *mac_client_init(struct bri_clnt_ctx *client);
  * A refused argument gives -1 and sends nothing. `mac` is 6 bytes, the low 16 bits of `bcast_id` count, `ifx` is a
  * port; the entry's field mask names those that are present (not null, not 0). Any thread. */
 
-/* Adds: mac and bcast_id must be present and the port must exist. Sent as MAC_EVENT_NOTIFY_ADDR. */
+/* Add an address of the type in the operation's name to a port and a broadcast domain. mac and bcast_id must be present
+ * and the port must exist. Sent as MAC_EVENT_NOTIFY_ADDR. */
 BRI_API int bridge_maddr_add_static(const uint8_t *mac, uint32_t bcast_id, uint32_t ifx);
 BRI_API int bridge_maddr_add_secu(const uint8_t *mac, uint32_t bcast_id, uint32_t ifx);
 BRI_API int bridge_maddr_add_trust(const uint8_t *mac, uint32_t bcast_id, uint32_t ifx);
 BRI_API int bridge_maddr_add_other(const uint8_t *mac, uint32_t bcast_id, uint32_t ifx);
 
-/* Deletes with wildcards: an absent argument matches every entry, so (null, 0, 0) deletes all of the type. Forced
- * deletion marks the entry's flags. Sent as MAC_EVENT_NOTIFY_ADDR. */
+/* Delete the addresses of a type that fit: an absent argument matches every entry, so (null, 0, 0) deletes all of the
+ * type. Forced deletion marks the entry's flags. Sent as MAC_EVENT_NOTIFY_ADDR. */
 BRI_API int bridge_maddr_del_static(const uint8_t *mac, uint32_t bcast_id, uint32_t ifx);
 BRI_API int bridge_maddr_del_dyn(const uint8_t *mac, uint32_t bcast_id, uint32_t ifx);
 BRI_API int bridge_maddr_force_del_dyn(const uint8_t *mac, uint32_t bcast_id, uint32_t ifx);
 
-/* Deletes of one entry: all three must be present; the port need not exist. Sent as MAC_EVENT_NOTIFY_ADDR. */
+/* Delete one address of the type in the operation's name: all three must be present; the port need not exist. Sent as
+ * MAC_EVENT_NOTIFY_ADDR. */
 BRI_API int bridge_maddr_del_secu(const uint8_t *mac, uint32_t bcast_id, uint32_t ifx);
 BRI_API int bridge_maddr_del_trust(const uint8_t *mac, uint32_t bcast_id, uint32_t ifx);
 BRI_API int bridge_maddr_del_other(const uint8_t *mac, uint32_t bcast_id, uint32_t ifx);
 
-/* Takes an entry back: `type` must be STATIC or FILTER and mac and bcast_id present; `ifx` may be 0. The record names
- * no type. Sent as MAC_EVENT_ROLLBACK_ADDR. */
+/* Takes a static or filter address back: `type` must be STATIC or FILTER and mac and bcast_id present; `ifx` may be 0.
+ * The record names no type. Sent as MAC_EVENT_ROLLBACK_ADDR. */
 BRI_API int bridge_maddr_rollback(uint32_t type, const uint8_t *mac, uint32_t bcast_id, uint32_t ifx);
 
 /* Adds an entry past the server's checks: `type` must be DYNAMIC, mac and bcast_id present, and the port must exist.
@@ -173,10 +189,10 @@ BRI_API int bridge_maddr_del_dyn_on_vlanmap(const struct vlanset *vlanmap, uint3
  * MAC_EVENT_INTF_LEARN. */
 BRI_API int bridge_maddr_set_intf_learn(uint32_t ifx, uint32_t learn);
 
-/* Range of ageing times in seconds. MAC_EVENT_SET_AGETIME_RANGE. */
+/* Sets the range of ageing times, in seconds. MAC_EVENT_SET_AGETIME_RANGE. */
 BRI_API int bridge_maddr_set_dyn_life_range(uint32_t min, uint32_t max, uint32_t step);
 
-/* How many static, filter and all addresses may be configured. MAC_EVENT_SET_AVAILABLE_MAC. */
+/* Sets how many static, filter and all addresses may be configured. MAC_EVENT_SET_AVAILABLE_MAC. */
 BRI_API int bridge_maddr_set_available_mac(uint32_t static_num, uint32_t filter_num, uint32_t total_num);
 
 /* Bracket a check of the addresses that are not dynamic; `type` is the server's and passed through.
@@ -184,7 +200,7 @@ BRI_API int bridge_maddr_set_available_mac(uint32_t static_num, uint32_t filter_
 BRI_API int bridge_maddr_nondyn_check_begin(uint32_t type);
 BRI_API int bridge_maddr_nondyn_check_end(uint32_t type);
 
-/* Root-bridge mode; the byte is passed through. MAC_EVENT_SET_ROOT_BRIDGE_MODE. */
+/* Switches the root-bridge mode; the byte is passed through. MAC_EVENT_SET_ROOT_BRIDGE_MODE. */
 BRI_API int bridge_maddr_set_root_bridge_mode(uint8_t enable);
 
 /* One-way messages to the kernel over the persistent channel. 0 sent, -1 refused or not sent. Loop's thread, which also
@@ -206,22 +222,25 @@ BRI_API int bridge_maddr_notify(const struct bri_mac_msg *records, uint32_t coun
  * A walk of the table: an entry whose field is exactly BRI_MAC_FIELD_MAC (or _IFX) and a start address (or port), one
  * find_first, then find_next from each entry to the next until it gives -1. */
 
-/* The first entry from entry->mac on; entry->field is exactly BRI_MAC_FIELD_MAC. Overwrites *entry. */
+/* Finds the first entry of the kernel's table from entry->mac on; entry->field is exactly BRI_MAC_FIELD_MAC. Overwrites
+ * *entry. */
 BRI_API int bridge_maddr_find_first_on_mac(struct bri_mac_entry *entry);
 
-/* The first entry of port entry->ifx; entry->field is exactly BRI_MAC_FIELD_IFX. Overwrites *entry. */
+/* Finds the first entry of port entry->ifx in the kernel's table; entry->field is exactly BRI_MAC_FIELD_IFX. Overwrites
+ * *entry. */
 BRI_API int bridge_maddr_find_first_on_ifx(struct bri_mac_entry *entry);
 
-/* The entry behind *cur. `out` may be `cur`. */
+/* Finds the entry behind *cur in the kernel's table. `out` may be `cur`. */
 BRI_API int bridge_maddr_find_next_on_mac(const struct bri_mac_entry *cur, struct bri_mac_entry *out);
 
-/* The entry behind *cur on the same port. `out` may be `cur`. */
+/* Finds the entry behind *cur on the same port in the kernel's table. `out` may be `cur`. */
 BRI_API int bridge_maddr_find_next_on_ifx(const struct bri_mac_entry *cur, struct bri_mac_entry *out);
 
 /* Whether the port (not 0) has a static address: 0 it has, -1 it has none or the kernel does not answer. */
 BRI_API int bridge_maddr_find_static_on_ifx(uint32_t ifx);
 
-/* The entry of this address in this domain; both must be present. `out` may be null. */
+/* Finds the entry of one address in one broadcast domain in the kernel's table; both must be present. `out` may be
+ * null. */
 BRI_API int bridge_maddr_find_single(const uint8_t *mac, uint32_t bcast_id, struct bri_mac_entry *out);
 
 /* The process's copy of the available-address total. 0, or -1 when `total` is null. Sends nothing. Any thread. */
@@ -232,7 +251,7 @@ BRI_API int bridge_maddr_get_available_total(uint32_t *total);
  * short is completed with zeros, and one that neither adds nor deletes ends the message. For the client "SS" LOCAL
  * entries are left out and all types but DYNAMIC and FILTER become STATIC, in the message too. A new available-address
  * total is kept; a message too short for it is dropped with a debug line. Called by the dispatcher, on the loop's
- * thread. */
+ * thread; sends nothing. */
 BRI_API void mac_client_on_server_msg(struct bri_msg_hdr *msg);
 
 /* Addresses that may still be configured, as the server last announced; 1024 before. Any thread. */

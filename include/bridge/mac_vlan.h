@@ -1,4 +1,14 @@
-/* MAC-based VLAN entries. */
+/* MAC-based VLAN entries.
+ *
+ * @code
+ * // The host that 802.1X has let in joins a VLAN, unless it is in one.
+ * void let_in(const uint8_t *mac, uint32_t ifx) {
+ *     uint16_t vlan = 0;
+ *     if (mvlan_clnt_get_dyn_entry(mac, &vlan) != 0)
+ *         mvlan_clnt_add_dyn_entry_dot1x(mac, 10, ifx);
+ * }
+ * @endcode
+ */
 #ifndef BRIDGE_MAC_VLAN_H
 #define BRIDGE_MAC_VLAN_H
 

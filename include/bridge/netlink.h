@@ -9,6 +9,19 @@
  * All operations belong to the loop's thread. They may hold it: for up to 10 seconds each time the kernel is to answer
  * and does not (without bound where the system grants the socket no time-out), and for up to 100 ms while a socket is
  * too full to take a message.
+ *
+ * @code
+ * #include <string.h>
+ *
+ * // A question without data; `size` is what its answer holds.
+ * int ask(int32_t type, void *answer, size_t size) {
+ *     const void *found = bridge_lib_query_netlink(NULL, 0, type);
+ *     if (found == NULL)
+ *         return -1;
+ *     memcpy(answer, found, size); // the next question overwrites it
+ *     return 0;
+ * }
+ * @endcode
  */
 #ifndef BRIDGE_NETLINK_H
 #define BRIDGE_NETLINK_H

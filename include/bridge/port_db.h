@@ -1,4 +1,21 @@
-/* Switch-port database in the shared segment "SWPORT-SHM". */
+/* Switch-port database in the shared segment "SWPORT-SHM".
+ *
+ * Before bridge_portdb_init succeeded every port is absent. Look-ups read the segment in place, send nothing and log
+ * nothing; set-up and swport_get_shm_head write debug lines, while flag BRI_DBG_VLAN is set (module "BRIDGE", tag
+ * "PORT-DB"). Mapping, and the calls that change this process's own count, belong to the thread that runs the host's
+ * event loop; all others may run in any thread once the database is mapped. `ifx` is an interface index, `vid` a VLAN
+ * id.
+ *
+ * @code
+ * // How many ports carry a VLAN untagged.
+ * int untagged_ports(uint16_t vid) {
+ *     int count = 0;
+ *     for (int32_t ifx = 1; ifx < (int32_t)BRI_PORT_SLOTS; ifx++)
+ *         count += swport_get_vlan_tag_rule(ifx, vid) == BRI_TAG_UNTAGGED;
+ *     return count;
+ * }
+ * @endcode
+ */
 #ifndef BRIDGE_PORT_DB_H
 #define BRIDGE_PORT_DB_H
 
@@ -66,12 +83,6 @@ BRI_SIZE(bri_portdb, 135592);
 BRI_AT(bri_portdb, ports, 0);
 BRI_AT(bri_portdb, stp_instance, 125440);
 BRI_AT(bri_portdb, reserved, 133632);
-
-/* Before bridge_portdb_init succeeded every port is absent. Look-ups read the segment in place, send nothing and log
- * nothing; set-up and swport_get_shm_head write debug lines, while flag BRI_DBG_VLAN is set (module "BRIDGE", tag
- * "PORT-DB"). Mapping, and the calls that change this process's own count, belong to the thread that runs the host's
- * event loop; all others may run in any thread once the database is mapped. `ifx` is an interface index, `vid` a VLAN
- * id. */
 
 /* Maps the database: makes or joins its segment and its lock (key 0x22220001 + VSDID). 1, or 0 with a debug line. A
  * repetition maps anew and forgets this process's own count; earlier block addresses stay readable. One that fails

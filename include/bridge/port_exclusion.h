@@ -1,4 +1,18 @@
-/* Port exclusion flags: which port features already run on an interface. */
+/* Port exclusion flags: which port features already run on an interface.
+ *
+ * The first call of any of these makes or joins the table and its lock (key 0x33330001 + VSDID); one that fails is
+ * tried again by the next call. Setting and clearing take the lock, reading does not; nothing is sent. Any thread, but
+ * one at a time. Log lines go with debug flag BRI_DBG_VLAN.
+ *
+ * @code
+ * // Port security takes a port, unless 802.1X or a mirror has it: 1 or 0.
+ * int secure(uint32_t ifx) {
+ *     uint32_t conflict = 0;
+ *     const uint32_t rivals = BRI_DOT1X | BRI_MIR_DEST;
+ *     return bridge_set_excflag(ifx, BRI_SECURE, rivals, &conflict) == 0;
+ * }
+ * @endcode
+ */
 #ifndef BRIDGE_PORT_EXCLUSION_H
 #define BRIDGE_PORT_EXCLUSION_H
 
@@ -26,10 +40,6 @@ struct bri_exclusion_table {
 };
 BRI_SIZE(bri_exclusion_table, 32772);
 BRI_AT(bri_exclusion_table, flags, 0);
-
-/* The first call of any of these makes or joins the table and its lock (key 0x33330001 + VSDID); one that fails is
- * tried again by the next call. Setting and clearing take the lock, reading does not. Call them from one thread at a
- * time. Log lines go with debug flag 1. */
 
 /* Sets the bits of `id` on interface `ifx` (0..8192) unless one of the bits in `mask` is set there: test and setting
  * are one step across all processes. 0 with *conflict 0 when they were set; -1 with the bits of `mask` that were found

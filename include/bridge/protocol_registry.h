@@ -6,6 +6,12 @@
  * may call.
  *
  * Debug lines: flag BRI_DBG_VLAN, module "BRIDGE", tag "VLAN-DB".
+ *
+ * @code
+ * int spanning_tree_runs(void) {
+ *     return bridge_proto_state_get(BRI_PROT_MSTP);
+ * }
+ * @endcode
  */
 #ifndef BRIDGE_PROTOCOL_REGISTRY_H
 #define BRIDGE_PROTOCOL_REGISTRY_H

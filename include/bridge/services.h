@@ -1,4 +1,17 @@
-/* Client services: error texts, business callbacks, origin data, local MAC addresses, memory figures. */
+/* Client services: error texts, business callbacks, origin data, local MAC addresses, memory figures.
+ *
+ * @code
+ * #include <bridge/events.h>
+ *
+ * // What changed while there was no connection is told now.
+ * static int on_data_end(uint32_t type, void *data, uint16_t len) {
+ *     (void)data, (void)len;
+ *     if (type == BRIDGE_EVENT_BKUP_DATA_END)
+ *         bridge_client_request_oridata();
+ *     return 0;
+ * }
+ * @endcode
+ */
 #ifndef BRIDGE_SERVICES_H
 #define BRIDGE_SERVICES_H
 
@@ -98,8 +111,8 @@ BRI_API void bri_clnt_reg_ss_origin_mac_callback(bri_business_callback fn);
  * happens before initialisation or with a null request. Loop thread; may block as bridge_client_send_message_ontime. */
 BRI_API void bri_clnt_call_swport_prejudge_callback(void *request);
 
-/* Run slot 6 and answer likewise: RESEARCH_EVENT_SS_ORIGIN_MAC with the uint32_t number, or RESEARCH_EVENT_FAILED.
- * Loop thread. */
+/* Run slot 6 and answer the server at once, past the batch: RESEARCH_EVENT_SS_ORIGIN_MAC with the uint32_t number, or
+ * RESEARCH_EVENT_FAILED. Loop thread. */
 BRI_API void bri_clnt_call_ss_origin_mac_callback(void);
 
 /* Ask for all origin data, as after a restart of the host: the handlers see every submodule's data between its begin
@@ -110,9 +123,9 @@ BRI_API void bri_clnt_call_ss_origin_mac_callback(void);
  * debug line. */
 BRI_API void bridge_client_request_oridata(void);
 
-/* The same for one submodule: the handlers see the data of VLAN (3) and layer-2 topology (5); the server is asked for
- * any other. A kept request is one bit of 32, the submodule modulo 32: 20, 52 and so on then mean all origin data, as
- * bridge_client_request_oridata; those that give 21 to 31 are forgotten. Loop thread. */
+/* Ask for the origin data of one submodule: the handlers see the data of VLAN (3) and layer-2 topology (5); the server
+ * is asked for any other. A kept request is one bit of 32, the submodule modulo 32: 20, 52 and so on then mean all
+ * origin data, as bridge_client_request_oridata; those that give 21 to 31 are forgotten. Loop thread. */
 BRI_API void bridge_client_request_submod_oridata(uint32_t submod);
 
 /* Replay all origin data now, whatever was requested: events 133, 385, the VLAN data, 386, a
@@ -128,7 +141,7 @@ BRI_API void bridge_client_notify_submod_oridata(uint32_t submod);
 BRI_API void bridge_submod_set_data_state(uint32_t submod, uint32_t flag);
 
 /* Keep a copy of the client name, at most 19 characters, for the log lines about origin data; null changes nothing.
- * bridge_agent_init calls it. */
+ * bridge_agent_init calls it. Sends nothing. */
 BRI_API void bridge_dspch_client_init(const char *name);
 
 /* The device's own MAC address into 6 bytes: from the device file, else the system's, else the kernel's; twice the

@@ -6,8 +6,15 @@
  * A set has usable numbers only: events 1..4095, VLANs 1..4094, ports 1..63. Other bits of its words are neither set
  * nor taken away nor told of, except that clearing clears everything.
  *
- *     for (uint32_t vid = bri_vlanset_next(&set, 0); vid != 0; vid = bri_vlanset_next(&set, vid))
- *         ...
+ * @code
+ * uint32_t sum_of_ids(const struct vlanset *set) {
+ *     uint32_t sum = 0;
+ *     uint32_t vid = 0;
+ *     while ((vid = bri_vlanset_next(set, vid)) != 0)
+ *         sum += vid;
+ *     return sum;
+ * }
+ * @endcode
  *
  * A list text is numbers and ranges between commas, "1-10,20". It has no blanks and no empty items; a range may be
  * written high to low; the empty text is the empty set. Sets are written in rising order, two numbers in a row and more
@@ -193,7 +200,7 @@ static inline uint32_t bri_event_set_next(const struct event_set *set, uint32_t 
     return bri_words_next(set->words, BRI_EVENT_MAX, after);
 }
 
-/* How many there are. */
+/* How many events there are. */
 static inline uint32_t bri_event_set_count(const struct event_set *set) {
     return bri_words_count(set->words, BRI_EVENT_MAX);
 }
@@ -243,7 +250,7 @@ static inline uint32_t bri_vlanset_next(const struct vlanset *set, uint32_t afte
     return bri_words_next(set->words, BRI_VID_MAX, after);
 }
 
-/* How many there are. */
+/* How many VLANs there are. */
 static inline uint32_t bri_vlanset_count(const struct vlanset *set) {
     return bri_words_count(set->words, BRI_VID_MAX);
 }
@@ -293,7 +300,7 @@ static inline uint32_t bri_port_set_next(const struct bri_port_set *set, uint32_
     return bri_words_next(set->words, BRI_IFX_MAX, after);
 }
 
-/* How many there are. */
+/* How many ports there are. */
 static inline uint32_t bri_port_set_count(const struct bri_port_set *set) {
     return bri_words_count(set->words, BRI_IFX_MAX);
 }

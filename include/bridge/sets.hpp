@@ -1,10 +1,21 @@
 // Sets of events, VLANs and ports as values and as ranges, and MAC addresses as values: bridge/sets.h for C++20. Needs
 // no exceptions and no RTTI, allocates nothing, and costs what the C functions cost.
 //
-//     for (const uint32_t vid : bridge::in(record.vlans)) // a set where it lies, as in an event's record
-//         ...
-//     bridge::vlans wanted{10, 20};                       // a set of one's own
-//     wanted -= record.vlans;
+// @code
+// // What of VLANs 10 and 20 is missing in a set where it lies, as in an event's record.
+// bridge::vlans missing(const vlanset &there) {
+//     bridge::vlans wanted{10, 20};
+//     wanted -= there;
+//     return wanted;
+// }
+//
+// uint32_t sum_of_ids(const vlanset &there) {
+//     uint32_t sum = 0;
+//     for (const uint32_t vid : bridge::in(there))
+//         sum += vid;
+//     return sum;
+// }
+// @endcode
 //
 // A set of one's own is its struct: its address goes wherever the C interface takes one.
 #pragma once

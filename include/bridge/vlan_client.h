@@ -1,19 +1,33 @@
-/* VLAN events: version checks, re-search on look-up, origin-data replay. */
+/* VLAN events: version checks, re-search on look-up, origin-data replay.
+ *
+ * The server raises a VLAN's version with every incarnation and stamps creates and deletes with it. This process keeps
+ * the newest one it has accepted of each VLAN, its private version, and drops what is late. Versions are compared as
+ * signed 16-bit numbers, so one that wraps past 32767 counts as older. A look-up (the re-search) brings the private
+ * version up to the VLAN table and gives the handlers the creates that were missed.
+ *
+ * A handler may look VLANs up and ask for replays in its turn. A VLAN whose re-search runs is not searched again inside
+ * it, and re-searches lie at most 8 deep inside each other: what is left out, the next look-up tells. Replays of every
+ * kind (see bridge/services.h) lie at most 8 deep too; a deeper one is discarded with a debug line.
+ *
+ * @code
+ * static void count(struct spcb *port, void *arg) {
+ *     (void)port;
+ *     ++*(int *)arg;
+ * }
+ *
+ * int switched_ports(void) {
+ *     int ports = 0;
+ *     vl_clnt_swport_walk_throught(count, &ports);
+ *     return ports;
+ * }
+ * @endcode
+ */
 #ifndef BRIDGE_VLAN_CLIENT_H
 #define BRIDGE_VLAN_CLIENT_H
 
 #include <bridge/base.h>
 
 BRI_BEGIN_DECLS
-
-/* Versions. The server raises a VLAN's version with every incarnation and stamps creates and deletes with it. This
- * process keeps the newest one it has accepted of each VLAN, its private version, and drops what is late. Versions are
- * compared as signed 16-bit numbers, so one that wraps past 32767 counts as older. A look-up (the re-search) brings the
- * private version up to the VLAN table and gives the handlers the creates that were missed.
- *
- * A handler may look VLANs up and ask for replays in its turn. A VLAN whose re-search runs is not searched again inside
- * it, and re-searches lie at most 8 deep inside each other: what is left out, the next look-up tells. Replays of every
- * kind (see bridge/services.h) lie at most 8 deep too; a deeper one is discarded with a debug line. */
 
 /* Why a vl_evt_vlan_rec was sent. */
 enum bri_vlan_occasion {
@@ -191,9 +205,9 @@ BRI_API int vl_version_check_on_create_notify(uint16_t vid, uint16_t version);
  * thread; sends nothing. */
 BRI_API int vl_version_check_on_destroy_notify(uint16_t vid, uint16_t version);
 
-/* The two checks for each VLAN 1..4094 of a set, with that VLAN's version; the bits of dropped VLANs are cleared in
- * `rec`, which may be at any alignment. 1 when at least one VLAN was accepted; 0 when none was or `rec` is null.
- * Event-loop thread; send nothing. */
+/* Whether creates or deletes are new or current, for each VLAN 1..4094 of a set with that VLAN's version; the bits of
+ * dropped VLANs are cleared in `rec`, which may be at any alignment. 1 when at least one VLAN was accepted; 0 when none
+ * was or `rec` is null. Event-loop thread; send nothing. */
 BRI_API int vl_version_check_on_range_create_notify(struct vl_evt_vlanset_rec *rec);
 BRI_API int vl_version_check_on_range_destroy_notify(struct vl_evt_vlanset_rec *rec);
 

@@ -6,6 +6,14 @@
  * 0, null or its failure value and does nothing.
  *
  * Debug lines: flag BRI_DBG_VLAN, module "BRIDGE", tag "VLAN-DB".
+ *
+ * @code
+ * // How many members of the VLAN have their link.
+ * uint32_t members_up(uint16_t vid) {
+ *     struct vle vlan;
+ *     return vl_get_vlan_copy(vid, &vlan) ? vlan.up_mem : 0;
+ * }
+ * @endcode
  */
 #ifndef BRIDGE_VLAN_DB_H
 #define BRIDGE_VLAN_DB_H
@@ -217,7 +225,8 @@ BRI_API int vl_is_supervlan(uint16_t vid);
 /* 1 when the port, interface index 1..63, is a member of the VLAN, whether the port is present or not. */
 BRI_API int vl_is_vlan_member(uint16_t vid, int32_t ifx);
 
-/* The same, with a debug line for an interface index outside 1..63. */
+/* 1 when the port is a member of the VLAN: vl_is_vlan_member, with a debug line for an interface index outside 1..63.
+ */
 BRI_API int vl_is_vlan_static_member(uint16_t vid, int32_t ifx);
 
 /* 1 when any member bit of the VLAN is set. */

@@ -4,10 +4,18 @@
  * index g; it is in use while its first byte is not 0. Ids 129..255 have no entry: such a group never exists. Id 0 is
  * no group either, though it has an entry: no search finds it, and making it gives 1 and makes nothing.
  *
- * No operation takes a lock, and none but the message entry calls anyone; who needs an entry in one piece takes a copy.
- * Any thread may call once vlan_group_shm_init has succeeded; before that every operation gives its failure value.
+ * No operation takes a lock or sends anything, and none but the message entry calls anyone; who needs an entry in one
+ * piece takes a copy. Any thread may call once vlan_group_shm_init has succeeded; before that every operation gives its
+ * failure value.
  *
  * Debug lines: flag BRI_DBG_MSG, module "BRIDGE", tag "LIB_DEBUG".
+ *
+ * @code
+ * // The VLAN of a host that has none of its own; 0 without one.
+ * uint16_t vlan_of_guests(uint8_t group) {
+ *     return vg_clnt_check_exist(group) ? vg_clnt_get_default_vid(group) : 0;
+ * }
+ * @endcode
  */
 #ifndef BRIDGE_VLAN_GROUP_H
 #define BRIDGE_VLAN_GROUP_H
@@ -114,7 +122,7 @@ BRI_API int vlan_group_check_vlan_is_member_vlan(uint8_t id, uint16_t vid);
 /* Copies the members: 0; -22 when out is null; -1 without a group. */
 BRI_API int vlan_group_get_member_vlan_bitmap(uint8_t id, struct vlanset *out);
 
-/* The same copy: 1, or 0 on any failure. */
+/* Copies the members, as vlan_group_get_member_vlan_bitmap does: 1, or 0 on any failure. */
 BRI_API int vg_clnt_get_vlan_list(uint8_t id, struct vlanset *out);
 
 /* The default VLAN; 0 without a group. */

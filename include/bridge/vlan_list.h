@@ -2,6 +2,13 @@
  *
  * A list is VLAN ids and ranges of them between commas: 1-10,20,30-40. Nothing here sends anything. The list functions
  * may be called from any thread; the two tables belong to the event-loop thread.
+ *
+ * @code
+ * // What an operator has typed; -1 with the error in the buffer.
+ * int read_vlans(const char *typed, struct vlanset *vlans, char error[128]) {
+ *     return vl_clnt_vlist_str_to_map(typed, vlans, error, 128) == 0 ? 0 : -1;
+ * }
+ * @endcode
  */
 #ifndef BRIDGE_VLAN_LIST_H
 #define BRIDGE_VLAN_LIST_H

@@ -4,6 +4,19 @@
  * run the re-search (see bridge/vlan_client.h) and may thereby call event handlers: vl_clnt_exist and
  * vl_clnt_get_vlan_mode belong to the event-loop thread. A VLAN id outside the database's range is a VLAN that does not
  * exist, a port outside 1..63 a port that does not.
+ *
+ * @code
+ * #include <stdio.h>
+ *
+ * static int show(int32_t ifx, void *arg) {
+ *     printf("port %d is in VLAN %d\n", (int)ifx, *(const int *)arg);
+ *     return BRI_WALK_GO_ON;
+ * }
+ *
+ * void show_members(int vid) {
+ *     vl_clnt_member_walk_through((uint16_t)vid, show, &vid, NULL, NULL);
+ * }
+ * @endcode
  */
 #ifndef BRIDGE_VLAN_QUERY_H
 #define BRIDGE_VLAN_QUERY_H

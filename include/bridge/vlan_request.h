@@ -9,6 +9,16 @@
  * Pre-judgement: before it creates a VLAN (or a set) the server sends VLAN_EVENT_CREATE_PREJ (or _CREATE_RANGE_PREJ) to
  * the clients that registered for it. Each answers exactly once with bridge_client_vlan_reply (or _vlanset_reply). One
  * that accepted, but then fails to apply the created VLAN, takes it back with a rollback.
+ *
+ * @code
+ * #include <bridge/vlan_client.h>
+ *
+ * // A handler of VLAN_EVENT_CREATE_PREJ that wants VLANs up to 100 only.
+ * static void judge(const struct vl_evt_vlan_rec *vlan) {
+ *     const uint32_t refused = vlan->vid > 100;
+ *     bridge_client_vlan_reply(&refused);
+ * }
+ * @endcode
  */
 #ifndef BRIDGE_VLAN_REQUEST_H
 #define BRIDGE_VLAN_REQUEST_H
@@ -89,8 +99,8 @@ BRI_API int vl_clnt_add_dyn_member(int32_t ifx, uint16_t vid);
  * with nothing sent, when there is no such VLAN. Re-search first. Event-loop thread. */
 BRI_API int vl_clnt_del_dyn_member(int32_t ifx, uint16_t vid);
 
-/* The same for a set of VLANs, unchecked: VLAN_EVENT_DYN_MEM_ADD_RANG and _DYN_MEM_DEL_RANG. Give 0 when queued; -1 for
- * null or when it cannot be sent. */
+/* Ask for the dynamic membership in a set of VLANs to begin or end, unchecked: VLAN_EVENT_DYN_MEM_ADD_RANG and
+ * _DYN_MEM_DEL_RANG. Give 0 when queued; -1 for null or when it cannot be sent. */
 BRI_API int vl_clnt_dyn_member_add_rang(int32_t ifx, const struct vlanset *set);
 BRI_API int vl_clnt_dyn_member_del_rang(int32_t ifx, const struct vlanset *set);
 
@@ -104,7 +114,8 @@ BRI_API int vl_clnt_swport_rmv_sub_if_vlanset(int32_t ifx, const struct vlanset 
 /* Passes two tables of 512 bytes on to the server, VLAN_EVENT_SET_VSWPT_NUM. Sends nothing when one is null. */
 BRI_API void vl_clnt_notify_set_vswpt_num(const uint8_t *first, const uint8_t *second);
 
-/* The same; 0 also when it could not be sent, -1 when a table is null. */
+/* Passes two tables of 512 bytes on, as vl_clnt_notify_set_vswpt_num does; 0 also when it could not be sent, -1 when a
+ * table is null. */
 BRI_API int vl_clnt_set_trill_vswpt_num(const uint8_t *first, const uint8_t *second);
 
 /* Build and send the two port records, of one VLAN (24 bytes) and of a VLAN set (516 bytes), as an event type of the
