@@ -1,10 +1,11 @@
 #!/usr/bin/env bash
 # boot.sh MACHINE [shell]: boots the machine that lab/run.sh has made, by emulation alone, and keeps what it says in
-# build/lab/MACHINE/console. Fails when the machine does not come to its end. The emulator's own status says nothing.
+# build/lab/MACHINE/console. Fails when the machine does not come to its end within LAB_SECONDS (900). The emulator's own
+# status says nothing.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 machine=$1
-work=build/lab/$machine
+work=build/lab/$machine${2:+-$2}
 
 options=(-nographic -no-reboot -kernel "$work/kernel" -initrd "$work/initrd" -nic none)
 append='panic=-1 loglevel=1'
@@ -16,12 +17,18 @@ amd64) command=(qemu-system-x86_64 -M q35 -cpu max -smp 2 -m 1024 "${options[@]}
 esac
 
 if [ "${2:-}" = shell ]; then
-    exec "${command[@]}"
+    exec setpriv --pdeathsig KILL "${command[@]}"
 fi
-timeout 1700 "${command[@]}" </dev/null >"$work/console.raw" 2>&1 || true
+# Neither outlives the one that has started it, whatever ends that.
+with_its_parent=(setpriv --pdeathsig KILL)
+limit=${LAB_SECONDS:-900}
+status=0
+"${with_its_parent[@]}" timeout "$limit" "${with_its_parent[@]}" "${command[@]}" \
+    </dev/null >"$work/console.raw" 2>&1 || status=$?
 tr -d '\r' <"$work/console.raw" >"$work/console"
 if ! grep -qx '\[lab\] done' "$work/console"; then
     tail -30 "$work/console"
+    [ $status -ne 124 ] || echo "$machine was ended after $limit s"
     echo "$machine did not come to its end"
     exit 1
 fi

@@ -14,11 +14,14 @@
 #include <sstream>
 #include <string>
 #include <sys/ioctl.h>
+#include <sys/klog.h>
 #include <sys/mount.h>
 #include <sys/reboot.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
+#include <sys/sysmacros.h>
 #include <sys/utsname.h>
 #include <sys/wait.h>
 #include <thread>
@@ -30,8 +33,8 @@ namespace {
 using Clock = std::chrono::steady_clock;
 using Words = std::vector<std::string>;
 
-// A program of the plan: a line of fields with tabs between. One that runs beside the others has its output printed
-// when they are through.
+// A program of the plan: a line of fields with tabs between. The next one does not wait for one that runs beside the
+// others, whose output is printed when they are through.
 struct Program {
     std::string name;
     int seconds = 0; // after which it is killed
@@ -43,6 +46,11 @@ struct Running {
     const Program *program;
     pid_t pid;
     Clock::time_point start;
+};
+
+struct Ended {
+    int status; // as a shell gives it, 124 when its time was up
+    double cpu; // seconds, with those of the processes that it has waited for
 };
 
 constexpr const char *kBeside = "beside";
@@ -79,8 +87,14 @@ void furnish() {
                    {"devpts", "/dev/pts"}, {"tmpfs", "/dev/shm"}, {"tmpfs", "/run"}};
     for (const auto &[type, place] : kMounts) {
         mkdir(place, 0755);
-        mount(type, place, type, 0, nullptr); // the small kernel lacks some; its initrd has the devices
+        mount(type, place, type, 0, nullptr); // the small kernel lacks some
     }
+    constexpr struct {
+        const char *path;
+        unsigned minor;
+    } kDevices[] = {{"/dev/null", 3}, {"/dev/zero", 5}, {"/dev/full", 7}, {"/dev/urandom", 9}};
+    for (const auto &[path, minor] : kDevices)
+        mknod(path, S_IFCHR | 0666, makedev(1, minor)); // there already where the kernel makes them
     chmod("/tmp", 01777);
     constexpr struct {
         const char *name, *value;
@@ -151,15 +165,21 @@ Running start(const Program &program) {
     return {&program, pid, Clock::now()};
 }
 
-// Its status as a shell gives it, 124 when its time was up.
-int wait_for(const Running &running) {
+Ended ended(int status, bool late, const rusage &used) {
+    const int own = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+    const auto seconds = [](const timeval &time) {
+        return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) / 1e6;
+    };
+    return {late ? 124 : own, seconds(used.ru_utime) + seconds(used.ru_stime)};
+}
+
+Ended wait_for(const Running &running) {
     const auto end = running.start + std::chrono::seconds(running.program->seconds);
     for (bool late = false;;) {
         int status = 0;
-        if (waitpid(running.pid, &status, late ? 0 : WNOHANG) == running.pid) {
-            const int own = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-            return late ? 124 : own;
-        }
+        rusage used{};
+        if (wait4(running.pid, &status, late ? 0 : WNOHANG, &used) == running.pid)
+            return ended(status, late, used);
         late = Clock::now() >= end;
         if (late)
             kill(-running.pid, SIGKILL);
@@ -169,7 +189,7 @@ int wait_for(const Running &running) {
 }
 
 void finish(const Running &running) {
-    const int status = wait_for(running);
+    const auto [status, cpu] = wait_for(running);
     const std::chrono::duration<double> took = Clock::now() - running.start;
     const Program &program = *running.program;
     if (program.beside) {
@@ -178,7 +198,7 @@ void finish(const Running &running) {
         for (std::string line; std::getline(log, line);)
             std::puts(line.c_str());
     }
-    std::printf("\n[lab] end %s status %d seconds %.1f\n", program.name.c_str(), status, took.count());
+    std::printf("\n[lab] end %s status %d seconds %.1f cpu %.1f\n", program.name.c_str(), status, took.count(), cpu);
     std::fflush(stdout);
 }
 
@@ -188,11 +208,30 @@ void run_plan() {
     for (const Program &program : plan)
         if (program.beside)
             beside.push_back(start(program));
-    for (const Program &program : plan)
-        if (!program.beside)
+        else
             finish(start(program));
     for (const Running &running : beside)
         finish(running);
+}
+
+// The kernel's complaints in its log are a program's result like any other.
+void judge_kernel() {
+    constexpr int kReadAll = 3;
+    constexpr const char *kComplaints[] = {"BUG:",        "WARNING:",           "Oops",
+                                           "Call Trace",  "general protection", "Unable to handle",
+                                           "refcount_t:", "Out of memory",      "blocked for more than",
+                                           "INFO: rcu"};
+    std::vector<char> text(1 << 20);
+    const int length = klogctl(kReadAll, text.data(), static_cast<int>(text.size()));
+    int found = length <= 0 ? 1 : 0; // a log that cannot be read says nothing good
+    std::printf("[lab] begin kernel\n");
+    for (const std::string &line : split({text.data(), static_cast<size_t>(std::max(length, 0))}, '\n'))
+        for (const char *complaint : kComplaints)
+            if (line.find(complaint) != std::string::npos) {
+                std::puts(line.c_str());
+                ++found;
+            }
+    std::printf("\n[lab] end kernel status %d seconds 0 cpu 0\n", found != 0 ? 1 : 0);
 }
 
 // For a machine without a shell of its own: runs what is typed. `cat` and `write FILE WORDS...` are its own.
@@ -224,10 +263,12 @@ int work() {
     introduce();
     std::ifstream in("/proc/cmdline");
     const std::string options{std::istreambuf_iterator<char>(in), {}};
-    if (options.find("lab=shell") != std::string::npos)
+    if (options.find("lab=shell") != std::string::npos) {
         prompt();
-    else
+    } else {
         run_plan();
+        judge_kernel();
+    }
     std::printf("[lab] done\n");
     std::fflush(stdout);
     return 0;

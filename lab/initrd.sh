@@ -1,6 +1,6 @@
 # shellcheck shell=bash
-# shellcheck disable=SC2154 # root, work and kernel are the machine's, see prepare
-# Sourced by lab/run.sh: the first file system of a machine. `root` is the folder that becomes it.
+# shellcheck disable=SC2154 # root, work and kernel are the machine's, see prepare.sh
+# Sourced by lab/prepare.sh: the first file system of a machine. `root` is the folder that becomes it.
 
 # carry FILE...: files at the places where they are, with the libraries that they need.
 carry() {
@@ -20,23 +20,7 @@ libraries_of() {
 
 carry_command() {
     local name
-    for name in "$@"; do carry "$(command -v "$name")"; done
-}
-
-# The machine's programs, as paths in its build.
-files_of() {
-    awk -v machine="$1" '$1 == machine { print $5 }' lab/programs.txt | sort -u
-}
-
-# plan MACHINE FOLDER: the machine's lines of lab/programs.txt, as init reads them; FOLDER is the build's there.
-plan() {
-    awk -v machine="$1" -v folder="$2" '
-        $1 == machine {
-            printf "%s\t%s\t%s\t%s/%s", $2, $3, $4, folder, $5
-            for (i = 6; i <= NF; i++) printf "\t%s", $i
-            if ($5 ~ /\/test_/) printf "\t--gtest_brief=1"
-            print ""
-        }' lab/programs.txt
+    for name in "$@"; do carry "$(type -P "$name")"; done
 }
 
 # begin_root BUILD: what both machines have. The module is the last of those that init loads.
@@ -57,8 +41,10 @@ add_modules() {
     done
 }
 
+# A new file, as another machine may be reading the old one.
 pack_root() {
-    (cd "$root" && find . -print0 | cpio -0 -o -H newc -R 0:0 --quiet) | gzip -1 >"$work/initrd"
+    (cd "$root" && find . -print0 | cpio -0 -o -H newc -R 0:0 --quiet) | gzip -1 >"$work/initrd.part"
+    mv "$work/initrd.part" "$work/initrd"
 }
 
 # The test programs of this machine's build are static.
@@ -69,11 +55,7 @@ make_root_ppc32be() {
         powerpc-linux-gnu-strip -o "$root/lab/bin/${program##*/}" "build/ppc32be/$program"
     done < <(files_of ppc32be)
     plan ppc32be /lab/bin | sed 's|/lab/bin/tests/|/lab/bin/|' >"$root/lab/plan"
-    mknod "$root/dev/console" c 5 1
-    mknod "$root/dev/null" c 1 3
-    mknod "$root/dev/zero" c 1 5
-    mknod "$root/dev/urandom" c 1 9
-    add_modules "$work/module/ef_bridge.ko"
+    add_modules "$work/ef_bridge.ko"
 }
 
 # The build lies where it lies here, as programs name each other by their paths.
@@ -90,7 +72,7 @@ make_root_amd64() {
         seq head tail date stat cp mv ln touch env true false
     plan amd64 "$build" >"$root/lab/plan"
     printf 'cd %q\n' "$PWD" >"$root/root/.bashrc"
-    add_modules "${kernel_modules[@]/#/$kernel/lib/modules/$(cat "$kernel/release")/kernel/}" "$work/module/ef_bridge.ko"
+    add_modules "${kernel_modules[@]/#/$kernel/lib/modules/$(cat "$kernel/release")/kernel/}" "$work/ef_bridge.ko"
 }
 
 # What those programs start.

@@ -1,9 +1,11 @@
 # shellcheck shell=bash
 # shellcheck disable=SC2154 # cache is the lab's own
-# Sourced by lab/run.sh: the machines' kernels, each a folder of the cache with `image`, `release` and `build`, the tree
+# Sourced by lab/prepare.sh: the machines' kernels, each a folder of the cache with `image`, `release` and `build`, the tree
 # that modules are built in. A folder is complete once it has its name; until then it ends in .part.
 
 debs=$cache/debs
+make=(setpriv --pdeathsig TERM make) # ends with the script, whatever ends that
+ppc32be_cross=(ARCH=powerpc CROSS_COMPILE=powerpc-linux-gnu-)
 
 # fetch PACKAGE...: the packages' files in $debs, by apt, which need not be asked once they are there.
 fetch() {
@@ -81,13 +83,13 @@ make_kernel_ppc32be() {
     mkdir -p "$kernel.part/source"
     dpkg-deb --fsys-tarfile "$debs"/linux-source-6.1_*.deb | tar -xO ./usr/src/linux-source-6.1.tar.xz |
         xz -dc | tar -x -C "$kernel.part/source" --strip-components=1 "${exclude[@]}"
-    local make=(make -C "$kernel.part/source" -s -j "$(nproc)" ARCH=powerpc CROSS_COMPILE=powerpc-linux-gnu-)
-    "${make[@]}" tinyconfig
+    local made=("${make[@]}" -C "$kernel.part/source" -s -j "$(nproc)" "${ppc32be_cross[@]}")
+    "${made[@]}" tinyconfig
     cat lab/ppc32be.config >>"$kernel.part/source/.config" # the last word on an option counts
-    "${make[@]}" olddefconfig 2>/dev/null
+    "${made[@]}" olddefconfig 2>/dev/null
     check_configuration "$kernel.part/source/.config" || return 1
-    "${make[@]}" vmlinux modules_prepare
-    "${make[@]}" kernelrelease >"$kernel.part/release"
+    "${made[@]}" vmlinux modules_prepare
+    "${made[@]}" kernelrelease >"$kernel.part/release"
     powerpc-linux-gnu-strip -o "$kernel.part/image" "$kernel.part/source/vmlinux"
     # What is left is what a module's build reads.
     find "$kernel.part/source" -type f \( -name '*.c' -o -name '*.o' -o -name '*.S' \) \

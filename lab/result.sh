@@ -10,7 +10,7 @@ if [ $# -eq 1 ]; then
         /\[lab\] machine / { sub(/^.*\[lab\] machine /, ""); print }
         /^[0-9]+ tests, [0-9]+ failed, [0-9]+ skipped/ { said = $0 }
         /^\[lab\] begin / { said = "" }
-        /^\[lab\] end / { printf "  %-10s %4d  %6.1f s  %s\n", $3, $5, $7, said }
+        /^\[lab\] end / { printf "  %-10s %4d  %6.1f s  (cpu %.1f)  %s\n", $3, $5, $7, $9, said }
     ' "$console"
     exit
 fi

@@ -1,54 +1,81 @@
 #!/usr/bin/env bash
-# run.sh [ppc32be|amd64] [shell]: boots the lab's machines, both when none is named, and runs in them what
-# lab/programs.txt lists; ctest says what came of it. With `shell` a prompt in the machine. See docs/target-lab.md.
+# run.sh [ppc32be|amd64] [shell] [-- NAME... [--OPTION...]]: boots the lab's machines, both when none is named, and runs
+# in them what lab/programs.txt lists, or of that what is named; ctest says what came of it. The options go to each of
+# the programs. With `shell` a prompt in the machine. See docs/target-lab.md.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
-. scripts/setup.sh
-cache=${XDG_CACHE_HOME:-${HOME:-/root}/.cache}/bridge_client/lab
-. lab/kernels.sh
-. lab/initrd.sh
+. lab/programs.sh
 
 declare -A emulator_of=([ppc32be]=qemu-system-ppc [amd64]=qemu-system-x86_64)
-
-# make_module: the module for the machine's kernel. Built outside, as a blank in the tree's path would end the words of
-# the kernel's makefiles.
-make_module() {
-    local options=()
-    [ "$machine" != ppc32be ] || options=(ARCH=powerpc CROSS_COMPILE=powerpc-linux-gnu-)
-    mkdir -p "$work/module" "$scratch/$machine"
-    cp -r lab/module include "$scratch/$machine"
-    make -s -C "$kernel/build" "M=$scratch/$machine/module" "INCLUDE=$scratch/$machine/include" "${options[@]}" modules
-    cp "$scratch/$machine/module/ef_bridge.ko" "$work/module/"
-}
-
-# Leaves kernel, initrd and programs of the machine in place.
-prepare() {
-    machine=$1
-    work=build/lab/$machine
-    root=$PWD/$work/root
-    mkdir -p "$work"
-    make_kernel_"$machine" && make_module && make_root_"$machine" && pack_root && ln -sfn "$kernel/image" "$work/kernel"
-}
+machines=()
+shell=''
 
 usage() {
-    echo "usage: ./dev lab [ppc32be|amd64] [shell]" >&2
+    echo "usage: ./dev lab [ppc32be|amd64] [shell] [-- NAME... [--OPTION...]]" >&2
     exit 2
 }
 
-# Names of the machine's programs.
-programs() {
-    awk -v machine="$1" '$1 == machine { print $2 }' lab/programs.txt
+take_arguments() {
+    while [ $# -gt 0 ] && [ "$1" != -- ]; do
+        case $1 in
+        ppc32be | amd64) machines+=("$1") ;;
+        shell) shell=shell ;;
+        *) usage ;;
+        esac
+        shift
+    done
+    choose "${@:2}"
+    [ ${#machines[@]} -gt 0 ] || machines=(ppc32be amd64)
+    [ -z "$shell" ] || [ ${#machines[@]} -eq 1 ] || usage
 }
+
+check_names() {
+    local machine name
+    for machine in "${machines[@]}"; do
+        for name in "${chosen[@]}"; do
+            awk -v machine="$machine" -v name="$name" '$1 == machine && $2 == name { exit found = 1 } END { exit !found }' \
+                lab/programs.txt && continue
+            chosen=()
+            echo "lab: $machine has no program $name; it has: $(listed "$machine" | awk '{ print $2 }' | xargs)" >&2
+            exit 2
+        done
+    done
+}
+
+check_emulators() {
+    local machine
+    for machine in "${machines[@]}"; do
+        command -v "${emulator_of[$machine]}" >/dev/null && continue
+        echo "lab: SKIPPED: no ${emulator_of[$machine]} on this machine, so nothing was booted or tested" >&2
+        exit 77
+    done
+}
+
+# guarded COMMAND...: its status. It has a process group of its own, which goes when this script is ended; and a signal
+# is answered at once.
+job=''
+guarded() {
+    local status=0
+    set -m
+    setpriv --pdeathsig TERM "$@" &
+    job=$!
+    set +m
+    wait $job || status=$?
+    job=''
+    return $status
+}
+trap '[ -z "$job" ] || kill -- -$job 2>/dev/null' EXIT
+trap 'exit 143' INT TERM HUP
 
 # A test tree whose tests are the boot of each machine and what each program came to, read from the console.
 write_tests() {
     local machine name
     for machine in "${machines[@]}"; do
-        printf 'add_test("lab/%s/boot" "lab/boot.sh" "%s")\n' "$machine" "$machine"
-        printf 'set_tests_properties("lab/%s/boot" PROPERTIES FIXTURES_SETUP %s TIMEOUT 1800 COST 1000 ' \
+        printf 'add_test("lab/%s/boot" setpriv --pdeathsig TERM "lab/boot.sh" "%s")\n' "$machine" "$machine"
+        printf 'set_tests_properties("lab/%s/boot" PROPERTIES FIXTURES_SETUP %s TIMEOUT 3600 COST 1000 ' \
             "$machine" "$machine"
         printf 'WORKING_DIRECTORY "%s")\n' "$PWD"
-        for name in $(programs "$machine"); do
+        for name in $(plan "$machine" | cut -f 1) kernel; do
             printf 'add_test("lab/%s/%s" "lab/result.sh" "%s" "%s")\n' "$machine" "$name" "$machine" "$name"
             printf 'set_tests_properties("lab/%s/%s" PROPERTIES FIXTURES_REQUIRED %s SKIP_RETURN_CODE 77 ' \
                 "$machine" "$name" "$machine"
@@ -57,51 +84,43 @@ write_tests() {
     done
 }
 
-machines=()
-shell=''
-for word in "$@"; do
-    case $word in
-    ppc32be | amd64) machines+=("$word") ;;
-    shell) shell=1 ;;
-    *) usage ;;
-    esac
-done
-[ ${#machines[@]} -gt 0 ] || machines=(ppc32be amd64)
-[ -z "$shell" ] || [ ${#machines[@]} -eq 1 ] || usage
+prepare() {
+    local machine work log start
+    for machine in "${machines[@]}"; do
+        work=build/lab/$machine${shell:+-shell}
+        log=$work/prepare.log
+        mkdir -p "$work"
+        echo "Preparing $work (log: $log)"
+        start=$SECONDS
+        guarded lab/prepare.sh "$machine" "$work" "${chosen[@]}" "${options[@]}" >"$log" 2>&1 || {
+            tail -20 "$log" >&2
+            echo "lab: $machine could not be made" >&2
+            exit 1
+        }
+        echo "$machine: ready after $((SECONDS - start)) s"
+    done
+}
 
-for machine in "${machines[@]}"; do
-    command -v "${emulator_of[$machine]}" >/dev/null || {
-        echo "lab: SKIPPED: no ${emulator_of[$machine]} on this machine, so nothing was booted or tested" >&2
-        exit 77
-    }
-done
+run_machines() {
+    local status=0 machine
+    write_tests >build/lab/CTestTestfile.cmake
+    guarded ctest --test-dir build/lab -j "${#machines[@]}" --output-on-failure --no-tests=error >build/lab/ctest.log \
+        2>&1 || status=$?
+    for machine in "${machines[@]}"; do lab/result.sh "$machine"; done
+    sed -n '/Start/d; /Test  *#.*Passed/d; p' build/lab/ctest.log
+    exit $status
+}
 
-scratch=$(mktemp -d)
-trap 'rm -rf "$scratch"' EXIT
+take_arguments "$@"
+check_names
+check_emulators
 mkdir -p build/lab
-: >build/lab/prepare.log
-for machine in "${machines[@]}"; do
-    echo "Preparing build/lab/$machine (log: build/lab/prepare.log)"
-    start=$SECONDS
-    # Not as a condition: there a failing step would not end it.
-    status=0
-    (set -x && prepare "$machine") >>build/lab/prepare.log 2>&1 &
-    wait $! || status=$?
-    if [ $status -ne 0 ]; then
-        tail -20 build/lab/prepare.log >&2
-        echo "lab: $machine could not be made" >&2
-        exit 1
-    fi
-    echo "$machine: ready after $((SECONDS - start)) s"
-done
-
-if [ -n "$shell" ]; then
-    lab/boot.sh "${machines[0]}" shell
-    exit
-fi
-write_tests >build/lab/CTestTestfile.cmake
-status=0
-ctest --test-dir build/lab -j "${#machines[@]}" --output-on-failure --no-tests=error >build/lab/ctest.log 2>&1 || status=$?
-for machine in "${machines[@]}"; do lab/result.sh "$machine"; done
-sed -n '/Start/d; /Test  *#.*Passed/d; p' build/lab/ctest.log
-exit $status
+exec {lock}>"build/lab/lock$shell"
+flock -n $lock || {
+    echo "Waiting for another run in this tree"
+    flock $lock
+}
+prepare
+[ -n "$shell" ] || run_machines
+exec {lock}>&- # what it boots from is not needed once it runs
+lab/boot.sh "${machines[0]}" shell
