@@ -4,6 +4,7 @@
 #include "shared/delay_list.h"
 #include "tests/client/receive_reference.h"
 #include "tests/client/transport_fixture.h"
+#include "tests/support/children.h"
 
 #include <random>
 #include <utility>
@@ -182,7 +183,7 @@ class ReceiveReference : public test::Transport {
 
 // Handlers: few, many, with sets that few or many of them share.
 TEST_F(ReceiveReference, handlers_are_called_as_by_a_walk_over_all_of_them) {
-    for (unsigned seed = 1; seed <= 400; ++seed) {
+    for (unsigned seed = 1; seed <= test::scaled_histories(400); ++seed) {
         const auto calls = [seed](Call call) {
             return run(seed, call, [call](test::Peer &) {
                 register_some(1 + static_cast<int>(pick(2 * kHandlers)));
@@ -254,7 +255,7 @@ class ReadJobReference : public ReceiveReference {
 };
 
 TEST_F(ReadJobReference, batches_are_taken_as_by_the_plain_form) {
-    for (unsigned seed = 1; seed <= 400; ++seed) {
+    for (unsigned seed = 1; seed <= test::scaled_histories(400); ++seed) {
         expect_same(read_batches(seed, bri::client::read_job, bridge_call_event_handlers),
                     read_batches(seed, reference::read_job, bridge_call_event_handlers), seed);
         if (HasFailure())
