@@ -10,15 +10,12 @@ generator=$5 # the one that made BUILD_DIR is there; CMake's own choice may not 
 work=$(mktemp -d)
 server=
 daemon=
-export VSDID=$$
+# shellcheck source=tests/contract/tables.sh
+. "$(dirname "$0")/tables.sh"
 finish() {
     # shellcheck disable=SC2086 # no process, no argument
     [ -z "$server$daemon" ] || kill $server $daemon 2>/dev/null || true
-    # The tables of the server's and the daemons' VSDID.
-    for base in 0x11110001 0x22220001 0x33330001 0x5A5B7C3D; do
-        ipcrm -M $((base + $$)) 2>/dev/null || true
-        ipcrm -S $((base + $$)) 2>/dev/null || true
-    done
+    remove_tables # of the server and the daemons
     rm -rf "$work"
 }
 trap finish EXIT
