@@ -30,6 +30,7 @@
 
 namespace bridge {
 
+// enum bri_error, and its texts. What each function gives of them says its C form, which it calls.
 enum class error : int {
     ok = BRI_OK,
     null = BRI_ERR_NULL,
@@ -49,38 +50,49 @@ enum class error : int {
     return bri_strerror(static_cast<int>(code));
 }
 
+// What the server has made of this process: enum bridge_host_role.
 enum class role : int {
     unknown = BRIDGE_HOST_ROLE_UNKNOWN,
     slave = BRIDGE_HOST_ROLE_SLAVE,
     master = BRIDGE_HOST_ROLE_MASTER
 };
+
+// How a request ended: enum bridge_host_result.
 enum class result : int {
     done = BRIDGE_HOST_DONE,
     timed_out = BRIDGE_HOST_TIMED_OUT,
     lost = BRIDGE_HOST_LOST,
     stopped = BRIDGE_HOST_STOPPED
 };
+
+// What on_vanished and stop tell.
 using vanished = ::bridge_host_vanished;
 using left = ::bridge_host_left;
 
+// bridge_host_role: the role as it is at this moment.
 [[nodiscard]] inline role current_role() {
     return static_cast<role>(bridge_host_role());
 }
+// bridge_host_resync: asks for the origin data of every followed submodule again.
 inline error resync() {
     return static_cast<error>(bridge_host_resync());
 }
+// bridge_host_in_step: whether a mirror of the submodule is up to date as far as anybody can know.
 [[nodiscard]] inline bool in_step(bri_submod submodule) {
     return bridge_host_in_step(submodule) != 0;
 }
+// bridge_host_may_send: error::ok when a request can be sent now.
 [[nodiscard]] inline error may_send() {
     return static_cast<error>(bridge_host_may_send());
 }
+// bridge_host_filter_add and _del: ask the server to drop all frames of an address in a VLAN, or no longer.
 inline error filter_add(const mac_address &address, uint16_t vid) {
     return static_cast<error>(bridge_host_filter_add(address.data(), vid));
 }
 inline error filter_del(const mac_address &address, uint16_t vid) {
     return static_cast<error>(bridge_host_filter_del(address.data(), vid));
 }
+// bridge_host_get_statistics: all figures since the start.
 [[nodiscard]] inline ::bridge_host_statistics statistics() {
     ::bridge_host_statistics figures{};
     figures.size = sizeof figures;
@@ -109,6 +121,7 @@ struct pinned {
 
 // Parts of a host: handlers of events and callbacks. --------------------------------------------------------------
 
+// Which member of struct bridge_host_config a part fills. Not for hosts, as the two forms of a part.
 enum class part_kind { event_row, connection, role_change, resync_begin, vanishing, resync_end };
 
 template <class Event, class F> struct event_part {
@@ -129,6 +142,8 @@ template <part_kind Kind, class F> struct callback_part {
 template <class Event, takes<Event> F> [[nodiscard]] event_part<Event, F> on(F fn) {
     return {std::move(fn)};
 }
+// Call the function for what struct bridge_host_config says of the callback of the same name: whether the connection
+// stands, the role, the submodule whose data begins, what has vanished.
 template <std::invocable<bool> F> [[nodiscard]] callback_part<part_kind::connection, F> on_connection(F fn) {
     return {std::move(fn)};
 }
@@ -180,6 +195,7 @@ template <class... Parts> class host : pinned {
             stop([](const left &) {});
     }
 
+    // bridge_host_start, with the parts.
     [[nodiscard]] error start() {
         std::array<bridge_host_handler, count_of(part_kind::event_row)> rows{};
         bridge_host_config config{};
@@ -239,6 +255,7 @@ template <class... Parts> class host : pinned {
 
 // Requests with an end. -------------------------------------------------------------------------------------------
 
+// The two ways in which a request may end. Not for hosts.
 template <class Event, class F> struct event_end {
     static constexpr uint32_t events[] = {Event::code, 0};
     F fn;
@@ -280,7 +297,9 @@ template <class Send, class Done, std::invocable<result> End> class request : pi
     }
     ~request() { cancel(); }
 
+    // Sends it; the end is told only after error::ok.
     [[nodiscard]] error start() { return static_cast<error>(bridge_host_request(&pending_)); }
+    // Ends it without a word.
     void cancel() { bridge_host_cancel(&pending_); }
 
   private:
@@ -294,6 +313,7 @@ template <class Send, class Done, std::invocable<result> End> class request : pi
 
 // Walks over the kernel's addresses. ------------------------------------------------------------------------------
 
+// As in struct bridge_host_walk, zero for the usual value.
 struct walk_options {
     uint32_t ifx = 0; // 0: all ports'
     std::chrono::microseconds slice{0};
@@ -322,7 +342,9 @@ template <std::invocable<const ::bri_mac_entry &> Each, std::invocable<error> En
     }
     ~walk() { cancel(); }
 
+    // Begins it; the end is told only after error::ok.
     [[nodiscard]] error start() { return static_cast<error>(bridge_host_walk_start(&walk_)); }
+    // Ends it without a word.
     void cancel() { bridge_host_walk_cancel(&walk_); }
 
   private:
@@ -341,12 +363,13 @@ class claim : pinned {
     explicit claim(const ::bridge_host_claim &what) : what_(what) {}
     ~claim() { release(); }
 
-    // Fills why() too.
+    // bridge_host_claim_port. Fills why() too.
     [[nodiscard]] error take() {
         const auto outcome = static_cast<error>(bridge_host_claim_port(&what_, &why_));
         held_ = held_ || outcome == error::ok;
         return outcome;
     }
+    // bridge_host_release_port, when it is held.
     void release() {
         if (std::exchange(held_, false))
             bridge_host_release_port(&what_);

@@ -131,6 +131,7 @@ template <class Set> class id_set : public Set {
     bool remove(uint32_t id) { return bri_words_remove(this->words, kind::last, id) == 0; }
     void clear() { std::memset(this->words, 0, sizeof this->words); }
 
+    // Of numbers, as of a container of them.
     [[nodiscard]] bool contains(uint32_t id) const { return bri_words_has(this->words, kind::last, id) != 0; }
     [[nodiscard]] uint32_t size() const { return bri_words_count(this->words, kind::last); }
     [[nodiscard]] bool empty() const { return bri_words_next(this->words, kind::last, 0) == 0; }
@@ -172,6 +173,7 @@ template <class Set> class id_set : public Set {
     }
 };
 
+// The three kinds.
 using events = id_set<::event_set>;
 using vlans = id_set<::vlanset>;
 using ports = id_set<::bri_port_set>;
@@ -198,6 +200,7 @@ class mac_address {
     [[nodiscard]] constexpr bool is_multicast() const { return (bytes_[0] & 1) != 0; }
     friend constexpr auto operator<=>(const mac_address &, const mac_address &) = default;
 
+    // 02:00:5e:10:00:01, in an object of its own.
     struct mac_text {
         char chars[BRI_MAC_TEXT_SIZE];
         [[nodiscard]] const char *c_str() const { return chars; }

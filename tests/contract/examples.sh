@@ -1,6 +1,6 @@
 #!/bin/sh
 # examples.sh SOURCE_DIR CC CXX FLAG...: each header that offers operations has an example, and every example compiles
-# with these flags, those in C as C++, too.
+# with these flags, those in C as C++, too. So does what docs/debugging.md adds to a daemon.
 set -eu
 source_dir=$1
 cc=$2
@@ -23,6 +23,8 @@ for header in "$source_dir"/include/bridge/*; do
     fi
 done
 
+awk '/^```/ { inside = $0 == "```c"; next } inside' "$source_dir/docs/debugging.md" >"$work/debugging.c"
+[ -s "$work/debugging.c" ]
 "$cc" -x c -std=c11 "$@" "$work"/*.c
 "$cxx" -x c++ -std=c++20 "$@" "$work"/*.c "$work"/*.cpp
 echo "$(find "$work" -name '*.c*' | wc -l) examples compile"
