@@ -260,7 +260,7 @@ BRI_API uint32_t mac_client_get_available_total(void);
 /* Stores the total in this process. Sends nothing. Any thread. */
 BRI_API void mac_client_set_available_total(uint32_t total);
 
-/* Prints the address counters to the log, whatever the debug flags. Any thread. */
+/* Prints the address counters to the log, whatever the debug flags. Sends nothing. Any thread. */
 BRI_API void mac_client_show_statistic(void);
 
 BRI_END_DECLS

@@ -47,12 +47,13 @@ BRI_AT(mvlan_msg, ifx, 0);
 BRI_AT(mvlan_msg, entry, 4);
 
 /* Tell the server that the host with this address (6 bytes) belongs to a VLAN; the second names the port that let the
- * host in. Nothing happens without an address. The outcome shows only in the log. MVLAN_EVENT_NOTIFY_ENTRY, which
- * leaves at once. Any thread. */
+ * host in. Nothing happens without an address. The outcome shows only in the log. Sent as
+ * MVLAN_EVENT_NOTIFY_ENTRY, which leaves at once. Any thread. */
 BRI_API void mvlan_clnt_add_dyn_entry(const uint8_t *mac, uint16_t vlan);
 BRI_API void mvlan_clnt_add_dyn_entry_dot1x(const uint8_t *mac, uint16_t vlan, uint32_t ifx);
 
-/* Withdraws the host's entry; as the adds. */
+/* Tell the server that the host with this address (6 bytes) has no VLAN of its own any more. Nothing happens without an
+ * address. MVLAN_EVENT_NOTIFY_ENTRY, which leaves at once. Any thread. */
 BRI_API void mvlan_clnt_del_dyn_entry(const uint8_t *mac);
 
 /* Asks the kernel for the VLAN of a host address and waits for the answer, see bridge_lib_query_netlink. 0 and the

@@ -1,5 +1,7 @@
 /* Client services: error texts, business callbacks, origin data, local MAC addresses, memory figures.
  *
+ * Nothing is sent to the server but where it is said.
+ *
  * @code
  * #include <bridge/events.h>
  *
@@ -150,10 +152,12 @@ BRI_API void bridge_dspch_client_init(const char *name);
 BRI_API int bridge_client_get_local_mac(uint8_t *mac);
 
 /* The MAC address of the routed interfaces into 6 bytes: from its own file, or, when that has none or the local one,
- * the local address with 1 added to the last byte. Found once, it is kept. Results as above. */
+ * the local address with 1 added to the last byte. Found once, it is kept. Results as of
+ * bridge_client_get_local_mac. Loop thread; needs no initialisation. */
 BRI_API int bridge_client_get_svi_mac(uint8_t *mac);
 
-/* bridge_client_get_local_mac with the results of the MAC family: 0, or -1 when there is none or `mac` is null. */
+/* bridge_client_get_local_mac with the results of the MAC family: 0, or -1 when there is none or `mac` is null.
+ * Loop thread. */
 BRI_API int bridge_maddr_get_local(uint8_t *mac);
 
 /* The system's memory figures, each from the first line of /proc/meminfo that has it; the record is cleared first. 0;

@@ -192,7 +192,7 @@ BRI_API int vl_clnt_on_server_msg(struct bri_msg_hdr *msg);
  * removes is skipped from there on. The re-search runs on every VLAN look-up. Event-loop thread; sends nothing. */
 BRI_API void vl_clnt_notify_origin_data(void);
 
-/* Private version of a VLAN; 0 for an id outside the database's range. Event-loop thread. */
+/* Private version of a VLAN; 0 for an id outside the database's range. Event-loop thread; sends nothing. */
 BRI_API uint16_t vl_get_vlan_private_version(uint16_t vid);
 
 /* Whether a create of this version is new: 1 and the version is kept when it is above the private one, else 0. For an
@@ -218,7 +218,8 @@ BRI_API int vl_version_check_on_range_destroy_notify(struct vl_evt_vlanset_rec *
  * dropped then as late. Event-loop thread; sends nothing. */
 BRI_API void vl_version_check_on_reserch(uint16_t vid);
 
-/* Sets the private version of a VLAN; nothing for an id outside the database's range. Event-loop thread. */
+/* Sets the private version of a VLAN; nothing for an id outside the database's range. Event-loop thread;
+ * sends nothing. */
 BRI_API void vl_version_update(uint16_t vid, uint16_t version);
 
 /* Stores the VLAN's entry, which lies in the shared segment, or null when there is none in `*out`, and runs the
