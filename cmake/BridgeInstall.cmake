@@ -9,6 +9,7 @@ endif()
 
 set(package_dir "${CMAKE_INSTALL_LIBDIR}/cmake/bridge_client")
 set(installed bridge_client bridge_client_static bridge_host bridge_host_static)
+set(static_libraries "-lqv_syslog") # what a daemon without shared libraries links, besides those of a shared one
 set(python_dir "${CMAKE_INSTALL_DATADIR}/bridge_client/python")
 install(DIRECTORY include/bridge TYPE INCLUDE)
 
@@ -29,6 +30,8 @@ add_custom_target(manual ALL DEPENDS "${manual_dir}/made")
 install(DIRECTORY "${manual_dir}/" DESTINATION "${CMAKE_INSTALL_MANDIR}/man3" FILES_MATCHING PATTERN "*.3")
 if(BRIDGE_WORKSTATION)
   list(APPEND installed qv-thread qv_syslog)
+  install(TARGETS qv-thread_static qv_syslog_static)
+  string(APPEND static_libraries " -levent_core") # the loop's stand-in is on it
   install(DIRECTORY platform/include/ TYPE INCLUDE)
   set(programs bridge-sandbox)
   set(examples port_watch mac_table vlan_guard vlan_follow) # the daemons of the scenarios

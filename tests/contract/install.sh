@@ -20,8 +20,14 @@ finish() {
 }
 trap finish EXIT
 
+# Where somebody else's things are already, which stay.
 prefix=$work/tree
-"$cmake" --install "$build_dir" --prefix "$prefix" >"$work/install.log"
+mkdir -p "$prefix/bin" "$prefix/share/man/man1" "$prefix/lib/empty"
+touch "$prefix/bin/somebody_else" "$prefix/share/man/man1/somebody_else.1"
+tree_of() { (cd "$1" && find . | LC_ALL=C sort); }
+tree_of "$prefix" >"$work/before"
+PATH=$(dirname "$cmake"):$PATH
+"$source_dir/scripts/install.sh" install "$prefix" "$build_dir" >"$work/install.log"
 awk '/^```c$/ { on = 1; next } /^```$/ { on = 0 } on' "$source_dir/README.md" >"$work/port_log.c"
 [ -s "$work/port_log.c" ]
 
@@ -32,6 +38,9 @@ libdir=$(pkg-config --variable=libdir bridge_client)
 # shellcheck disable=SC2046 # several words are wanted
 "$cc" -std=c11 -Wall -Wextra -Werror "$work/port_log.c" $(pkg-config --cflags --libs bridge_client) -o "$work/port_log"
 echo "pkg-config: built with version $(pkg-config --modversion bridge_client)"
+
+# shellcheck disable=SC2046
+"$cc" -static "$work/port_log.c" $(pkg-config --static --cflags --libs bridge_client) -o "$work/port_log_archives"
 
 # A daemon on the layer, which starts, and stops because nobody answers.
 cat >"$work/on_layer.c" <<'TEXT'
@@ -52,8 +61,10 @@ int main(void) {
     return qv_thread_master_run(loop) == 0 ? 0 : 1;
 }
 TEXT
-# shellcheck disable=SC2046 # several words are wanted
+# shellcheck disable=SC2046
 "$cc" -std=c11 -Wall -Wextra -Werror "$work/on_layer.c" $(pkg-config --cflags --libs bridge-host) -o "$work/on_layer"
+# shellcheck disable=SC2046
+"$cc" -static "$work/on_layer.c" $(pkg-config --static --cflags --libs bridge-host) -o "$work/on_layer_archives"
 
 mkdir "$work/cmake"
 cat >"$work/cmake/CMakeLists.txt" <<TEXT
@@ -100,7 +111,7 @@ answers() {
     echo "$(basename "$1"): connected, asked and got its event"
 }
 
-for program in "$work/on_layer" "$work/cmake/build/on_layer_bridge_host" "$work/cmake/build/on_layer_bridge_host_static"; do
+for program in "$work/on_layer" "$work/on_layer_archives" "$work/cmake/build/on_layer_bridge_host" "$work/cmake/build/on_layer_bridge_host_static"; do
     TMPDIR=$work LD_LIBRARY_PATH=$libdir "$program" >"$work/output"
     waits_for '^stopped, 0 left$' "$work/output"
     echo "$(basename "$program"): started and stopped the layer"
@@ -113,6 +124,13 @@ server=$!
 exec 3>"$work/commands"
 waits_for listening "$work/server.log"
 answers "$work/port_log"
+TMPDIR=$work "$work/port_log_archives" >"$work/output" 2>&1 & # which nothing can be preloaded to, so it reads no events
+daemon=$!
+waits_for '^connected$' "$work/output"
+kill "$daemon"
+wait "$daemon" 2>/dev/null || true
+daemon=
+echo "port_log_archives: connected, without any shared library"
 answers "$work/cmake/build/port_log_bridge_client_static"
 "$prefix/bin/bridge-inspect" ports --port 1 >"$work/ports"
 waits_for '^1 *access ' "$work/ports"
@@ -120,8 +138,8 @@ echo "bridge-inspect: shows the port"
 TMPDIR=$work LD_LIBRARY_PATH=$libdir LD_PRELOAD=libef_bridge_sim.so "$prefix/bin/bridge-monitor" --count 1 vlan >"$work/events"
 waits_for '^VLAN_EVENT_' "$work/events"
 echo "bridge-monitor: shows an event"
-for program in bridge-inspect bridge-monitor bridge-replay bridge-sandbox; do
-    test -s "$prefix/share/bash-completion/completions/$program"
+for program in "$prefix"/bin/bridge-*; do
+    test -s "$prefix/share/bash-completion/completions/$(basename "$program")"
 done
 echo "completion: installed for each program"
 
@@ -129,7 +147,7 @@ echo "completion: installed for each program"
 mkdir "$work/start"
 awk -v into="$work/start" -f "$source_dir/docs/recipes.awk" "$source_dir/docs/start.md"
 awk '/^```/ { inside = $0 == "```sh"; next } inside' "$source_dir/docs/start.md" | sed "s#PREFIX#$prefix#g" >"$work/start.sh"
-(cd "$work/start" && TMPDIR=$work sh -ex ../start.sh) >"$work/start.log" 2>&1 || {
+(cd "$work/start" && unset CMAKE_GENERATOR && TMPDIR=$work sh -ex ../start.sh) >"$work/start.log" 2>&1 || {
     cat "$work/start.log"
     echo "docs/start.md: what it types does not go well"
     exit 1
@@ -140,3 +158,20 @@ for name in bridge_maddr_add_static bri_vlanset_next bridge_host_start bridge_ma
     grep -q "^$name .- [^ ]" "$prefix/share/man/man3/$name.3"
 done
 echo "manual: $(find "$prefix/share/man/man3" -name '*.3' | wc -l) pages"
+
+# Away again, what an earlier install has left first; the kit's modules have been compiled meanwhile.
+python_dir="$prefix/share/bridge_client/python"
+mkdir "$python_dir/__pycache__"
+touch "$python_dir/__pycache__/bridge_testkit.cpython-311.pyc" "$prefix/lib/of_an_earlier_version"
+echo lib/of_an_earlier_version >>"$prefix/share/bridge_client/installed"
+"$source_dir/scripts/install.sh" install "$prefix" "$build_dir" >>"$work/install.log"
+if [ -e "$prefix/lib/of_an_earlier_version" ]; then
+    echo "what an earlier version had is still there"
+    exit 1
+fi
+"$source_dir/scripts/install.sh" uninstall "$prefix"
+tree_of "$prefix" | diff "$work/before" -
+"$source_dir/scripts/install.sh" install "$work/new tree" "$build_dir" >>"$work/install.log"
+"$source_dir/scripts/install.sh" uninstall "$work/new tree"
+[ ! -e "$work/new tree" ]
+echo "uninstall: nothing of it is left, and what was there before is"
