@@ -32,12 +32,17 @@ write_sizes_into_readme() {
     ' README.md >build/README.md && cat build/README.md >README.md
 }
 
-# look_at_interface abi|sizes [--accept]
+# look_at_interface abi|sizes [--accept], or abi --since COMMIT
 look_at_interface() {
     local what=$1 accept=${2:-} entry preset name tools library libraries status=0
-    case $accept in
-    '' | --accept) ;;
-    *) echo "$what what: $accept (nothing or --accept)" >&2 && return 2 ;;
+    case $what$accept in
+    abi | sizes | abi--accept | sizes--accept) ;;
+    abi--since)
+        build release
+        scripts/abi_since.sh "${3:?the commit whose programs are to run}" build/release
+        return
+        ;;
+    *) echo "$what what: $accept" >&2 && return 2 ;;
     esac
     if [ "$what$accept" = abi--accept ] && ! has_change_line; then
         echo "Say in CHANGELOG.md what is new in the interface, then accept it." >&2
