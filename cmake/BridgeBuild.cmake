@@ -9,12 +9,14 @@ set(CMAKE_C_EXTENSIONS ON)
 set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
 set(CMAKE_POSITION_INDEPENDENT_CODE ON)
 
+option(BRIDGE_WERROR "A compiler's warning is an error" ON)
 add_library(bridge_flags INTERFACE)
 target_compile_definitions(bridge_flags INTERFACE _GNU_SOURCE)
 set(format_signedness $<$<COMPILE_LANG_AND_ID:C,GNU>:-Wformat-signedness> # clang 14 does not know it
                       $<$<COMPILE_LANG_AND_ID:CXX,GNU>:-Wformat-signedness>)
 target_compile_options(bridge_flags INTERFACE -Wall -Wextra -Wpedantic -Wconversion -Wsign-conversion -Wformat=2
-                                              ${format_signedness} -Wundef -Werror)
+                                              ${format_signedness} -Wundef
+                                              $<$<BOOL:${BRIDGE_WERROR}>:-Werror>)
 # Files that are compiled together may use each other's names.
 target_compile_options(bridge_flags INTERFACE $<$<NOT:$<BOOL:$<TARGET_PROPERTY:UNITY_BUILD>>>:-Wshadow>)
 if(CMAKE_CXX_COMPILER_ID STREQUAL GNU AND CMAKE_CXX_COMPILER_VERSION VERSION_LESS 13)
