@@ -102,6 +102,9 @@ furnish() {
     # Kernels and packages of the lab's machines, which it keeps itself.
     mkdir -p "${cache%/*}/lab" $root/root/.cache/bridge_client/lab
     mount --bind "${cache%/*}/lab" $root/root/.cache/bridge_client/lab
+    # Packages that one run builds and another one tries.
+    mkdir -p build/package $root/root/packages
+    mount --bind build/package $root/root/packages
 }
 
 # The first process of the namespaces: whatever runs there ends with it.
