@@ -1,11 +1,6 @@
-// Alignment of tables that a host may never touch: the linker gathers them by it, so that the words which every host
-// writes lie on few pages of their own.
+// Where tables lie that a host may never touch: behind everything else that is written, so that the words which every
+// host writes share their pages with none of them. See cmake/apart.ld.
 #pragma once
 
-#include <cstddef>
-
-namespace bri {
-
-inline constexpr size_t kApart = 64;
-
-} // namespace bri
+// NOLINTNEXTLINE(cppcoreguidelines-macro-usage): an attribute has no other way to be named
+#define BRI_APART [[gnu::section(".bss.apart")]]

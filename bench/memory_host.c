@@ -46,9 +46,11 @@ static int stop(void *master) {
     return 0;
 }
 
-/* Mappings of System V segments have their key as name. Read into a buffer that is written anyway. */
+/* Mappings of System V segments have their key as name. The text goes into a buffer that is the process's own before
+ * it is read: else a longer one, of more mappings, would count as memory. */
 static long private_bytes(void) {
-    static char text[262144];
+    static char text[65536];
+    memset(text, ' ', sizeof text);
     FILE *file = fopen("/proc/self/smaps", "r");
     if (file == NULL)
         return -1;
@@ -62,7 +64,7 @@ static long private_bytes(void) {
         unsigned long to = 0;
         if (sscanf(line, "%lx-%lx ", &from, &to) == 2)
             shared = strstr(line, "/SYSV") != NULL && strstr(line, "/SYSV") < strchr(line, '\n');
-        else if (!shared && sscanf(line, "Private_Dirty: %ld kB", &kib) == 1)
+        else if (!shared && sscanf(line, "Anonymous: %ld kB", &kib) == 1)
             total += kib * 1024;
         if (strchr(line, '\n') == NULL)
             break;

@@ -12,6 +12,8 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <sys/mman.h>
+#include <unistd.h>
 
 bri_clnt_ctx *g_bridge_client;
 
@@ -25,8 +27,19 @@ constexpr uint32_t kCacheMin = 10240;        // runs
 constexpr uint64_t kMemoryPerShare = 204960; // kB of system memory
 constexpr unsigned kRunsPerShareShift = 10;  // 1024 runs for each
 
+// Zeros that were written take memory, those that the kernel gives on demand take none: the pages that lie wholly
+// inside the buffer are given back. Most hosts never fill a batch.
 uint8_t *make_buffer() {
-    return static_cast<uint8_t *>(std::calloc(1, BRI_BATCH_BUFFER_SIZE));
+    auto *buffer = static_cast<uint8_t *>(std::calloc(1, BRI_BATCH_BUFFER_SIZE));
+    if (buffer == nullptr)
+        return nullptr;
+    const auto page = static_cast<uintptr_t>(sysconf(_SC_PAGESIZE));
+    const auto address = reinterpret_cast<uintptr_t>(buffer);
+    const uintptr_t begin = (address + page - 1) / page * page;
+    const uintptr_t end = (address + BRI_BATCH_BUFFER_SIZE) / page * page;
+    if (end > begin)
+        madvise(buffer + (begin - address), end - begin, MADV_DONTNEED);
+    return buffer;
 }
 
 void release_memory() {

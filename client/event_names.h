@@ -10,9 +10,10 @@
 
 namespace bri::client {
 
+// The text lies in the row: a table of pointers would be memory of every process, since the dynamic linker writes them.
 struct EventName {
     uint32_t type;
-    const char *text;
+    char text[44];
 };
 
 // The name of an event is its identifier, letter for letter.
@@ -161,7 +162,8 @@ constexpr bool by_type(const EventName &a, const EventName &b) {
 // The name of a type in one of these tables; `fallback` when it has none there.
 template <size_t kCount>
 [[nodiscard]] const char *find_name(const EventName (&names)[kCount], uint32_t type, const char *fallback) {
-    const EventName *row = std::lower_bound(std::begin(names), std::end(names), EventName{type, nullptr}, by_type);
+    const EventName *row = std::lower_bound(std::begin(names), std::end(names), type,
+                                            [](const EventName &name, uint32_t wanted) { return name.type < wanted; });
     return row != std::end(names) && row->type == type ? row->text : fallback;
 }
 

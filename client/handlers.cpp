@@ -39,7 +39,7 @@ struct Wanting {
 
 constexpr unsigned kWorthIt = 8; // nodes: fewer are walked as fast
 constexpr unsigned kTypesKept = 128;
-alignas(kApart) Wanting g_wanting[kTypesKept];
+BRI_APART Wanting g_wanting[kTypesKept];
 unsigned g_nodes;
 uint32_t g_generation = 1; // of all sets
 

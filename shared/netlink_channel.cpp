@@ -1,6 +1,7 @@
 // The persistent channel: its socket, the read job and the reconnect timer.
 #include "shared/netlink_channel.h"
 
+#include "base/apart.h"
 #include "base/log.h"
 #include "base/refused_jobs.h"
 #include "base/runtime.h"
@@ -88,7 +89,7 @@ void raise_kernel_data_request() {
 int read_job(void *) {
     refused_jobs::keep_flush_timer();
     const runtime::ReconnectAfterHandlers guard;
-    static ReplyBuffer buffer;
+    BRI_APART static ReplyBuffer buffer;
     bool gone = false;
     if (uint8_t *payload = receive_payload(g_channel.fd, g_channel.family, buffer, &gone))
         bridge_lib_nlmsg_dispch(payload);

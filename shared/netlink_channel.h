@@ -1,7 +1,6 @@
 // What the files of the kernel channel offer each other.
 #pragma once
 
-#include "base/apart.h"
 #include "base/bytes.h"
 #include "base/raii.h"
 
@@ -46,7 +45,7 @@ class DataPayload {
 // netlink_receive.cpp
 
 struct ReplyBuffer {
-    alignas(kApart) uint8_t bytes[kReplyMax];
+    alignas(uint64_t) uint8_t bytes[kReplyMax]; // hosts read records in it
 };
 
 // Reads one message of the family into the buffer, which is cleared whole: who got the last payload may have written

@@ -1,4 +1,5 @@
 // One-shot queries: a socket, a request and one answer each.
+#include "base/apart.h"
 #include "base/counters.h"
 #include "base/log.h"
 #include "shared/netlink_channel.h"
@@ -68,6 +69,6 @@ void *bridge_lib_query_netlink(const void *data, uint32_t len, int32_t type) {
 }
 
 void *bridge_lib_feedback_netlink(int fd, int32_t family_id) {
-    static bri::netlink::ReplyBuffer buffer;
+    BRI_APART static bri::netlink::ReplyBuffer buffer;
     return bri::netlink::receive_payload(fd, family_id, buffer, nullptr);
 }

@@ -76,6 +76,19 @@ class Patience {
     return true;
 }
 
+// Two functions, since each has a large buffer: the stack of a host, whose pages stay once they were touched, holds one
+// at a time.
+[[nodiscard, gnu::noinline]] bool ask_for_family(int fd) {
+    Request request;
+    return build_resolution(request, kFamilyName) && send_all(fd, request.bytes());
+}
+
+[[nodiscard, gnu::noinline]] uint16_t family_told(int fd) {
+    uint8_t answer[kFrameMax];
+    const ssize_t received = recv(fd, answer, sizeof answer, 0);
+    return received > 0 ? family_id_in({answer, static_cast<size_t>(received)}, kFamilyName) : uint16_t{0};
+}
+
 } // namespace
 
 int open_socket(uint32_t groups) {
@@ -84,12 +97,9 @@ int open_socket(uint32_t groups) {
 }
 
 uint16_t resolve_family(int fd) {
-    Request request;
-    if (!build_resolution(request, kFamilyName) || !send_all(fd, request.bytes()))
+    if (!ask_for_family(fd))
         return 0;
-    uint8_t answer[kFrameMax];
-    const ssize_t received = recv(fd, answer, sizeof answer, 0);
-    const uint16_t id = received > 0 ? family_id_in({answer, static_cast<size_t>(received)}, kFamilyName) : uint16_t{0};
+    const uint16_t id = family_told(fd);
     if (id == 0)
         BRI_LOG(log::kClient, "[%s] netlink msg type error.\n", name());
     return id;

@@ -17,7 +17,7 @@
 #include <cstddef>
 #include <cstring>
 
-alignas(bri::kApart) uint16_t g_vlan_private_version[BRI_VLAN_ENTRIES];
+BRI_APART uint16_t g_vlan_private_version[BRI_VLAN_ENTRIES];
 
 namespace bri::vlan {
 
