@@ -1,12 +1,9 @@
 // Event handlers of the host: registration, withdrawal, and the one way by which an event reaches them.
 #include "base/apart.h"
-#include "base/bits.h"
-#include "base/counters.h"
 #include "base/list.h"
-#include "base/log.h"
 #include "base/runtime.h"
 #include "base/text.h"
-#include "client/state.h"
+#include "client/handing_on.h"
 
 #include <bridge/bridge.h>
 
@@ -17,14 +14,6 @@ namespace bri::client {
 namespace {
 
 enum RegOp : uint8_t { kWithdraw = 0, kRegister = 1 };
-
-// One handler of the host and the types it wants. There is one node per function; nodes stay for the life of the
-// process, if need be with an empty set, so a walk survives whatever a handler does.
-struct EventHandler {
-    bri_list link;
-    event_set set;
-    bri_event_handler func;
-};
 
 // A type that few of many handlers want is not looked for in all of them each time: here are those who want it, in
 // their order. Found out when the type first comes behind a change of any set; a type that more want has kMany of them.
@@ -37,10 +26,8 @@ struct Wanting {
     EventHandler *nodes[kFew];
 };
 
-constexpr unsigned kWorthIt = 8; // nodes: fewer are walked as fast
 constexpr unsigned kTypesKept = 128;
 BRI_APART Wanting g_wanting[kTypesKept];
-unsigned g_nodes;
 uint32_t g_generation = 1; // of all sets
 
 [[gnu::noinline]] void find_wanting(Wanting &wanting, unsigned bit) {
@@ -106,80 +93,51 @@ void announce(const event_set &set, RegOp op) {
     bridge_client_send_message(&message, sizeof message, BRIDGE_EVENT_REG_MSG);
 }
 
-// Lines of the road of every event stand in functions of their own, for which the road itself saves no registers.
 [[gnu::cold, gnu::noinline]] void log_not_init() {
     BRI_LOG(log::kClient, "Call event-handler failed: client is not init.\n");
 }
 
-[[gnu::cold, gnu::noinline]] void drop_unregistered(uint32_t type) {
+} // namespace
+
+unsigned g_nodes;
+
+void drop_unregistered(uint32_t type) {
     counters::drop<counters::Drop::kNotRegistered>(type);
     BRI_LOG(log::kClient, "[%s] dose not care this event[%s, %d].\n", name(), bri_msg_type_name(type),
             static_cast<int>(type));
 }
 
-[[gnu::cold, gnu::noinline]] void drop_early(uint32_t type) {
+void drop_early(uint32_t type) {
     counters::drop<counters::Drop::kBeforeData>(type);
     BRI_LOG(log::kClient, "[%s] data-sync is not end, ignored[%d].\n", name(), static_cast<int>(type));
 }
 
-[[gnu::cold, gnu::noinline]] void log_handled(uint32_t type) {
+void log_handled(uint32_t type) {
     BRI_LOG(log::kClient, "[%s] event[%s, %d] is handled.\n", name(), bri_msg_type_name(type), static_cast<int>(type));
 }
 
-// Whether an event passes to the handlers at all: the process's role, its registered set, and the order of the start,
-// in which only client management speaks before the backup data has ended.
-[[gnu::always_inline]] inline bool admits(uint32_t type, unsigned bit) {
-    if (g_state.slave != 0) {
-        counters::drop<counters::Drop::kSlave>(type);
-        return false;
-    }
-    if (bit >= bits::kSetBits || !bits::test(g_bridge_client->event_set.words, bit)) {
-        drop_unregistered(type);
-        return false;
-    }
-    if (g_state.sync_state != client::kSyncEnded && submod_of(type) != BRI_SUBMOD_CLNT_MNG) {
-        drop_early(type);
-        return false;
-    }
-    return true;
-}
-
-unsigned bit_of(uint32_t type) {
-    return type & 0xFFFF;
-}
-
-inline void call(const EventHandler &node, uint32_t type, void *data, uint16_t len) {
-    node.func(type, data, len);
-    if (log::kClient.on())
-        log_handled(type);
-}
-
-// Calls those of a list who want the event, from `link` on. The bit is tested when the walk reaches a node: a type that
-// an earlier handler withdrew is not delivered any more, a handler that it registered is called.
-void call_from(const bri_list *link, const bri_list &handlers, uint32_t type, void *data, uint16_t len) {
+void call_from(const bri_list *link, const bri_list &handlers, const Message &event) {
     for (; link != &handlers; link = link->next) {
         const auto &node = *reinterpret_cast<const EventHandler *>(link);
-        if (bits::test(node.set.words, bit_of(type)))
-            call(node, type, data, len);
+        if (bits::test(node.set.words, bit_of(event.type())))
+            call(node, event.type(), event);
     }
 }
 
-// The same for all of the list, without a look at those who do not want it. Behind a handler that changed any set, or
-// raised an event that took the place in the index, the walk goes on from that handler.
-[[gnu::noinline]] void call_wanting(const bri_list &handlers, uint32_t type, void *data, uint16_t len) {
-    const Wanting &wanting = wanting_of(bit_of(type));
+// Behind a handler that changed any set, or raised an event that took the place in the index, the walk goes on from
+// that handler.
+void call_wanting(const bri_list &handlers, const Message &event) {
+    const Wanting &wanting = wanting_of(bit_of(event.type()));
     if (wanting.count == kMany)
-        return call_from(handlers.next, handlers, type, data, len);
+        return call_from(handlers.next, handlers, event);
     const uint32_t generation = g_generation;
     for (unsigned index = 0; index < wanting.count; ++index) {
         const EventHandler &node = *wanting.nodes[index];
-        call(node, type, data, len);
-        if (g_generation != generation || wanting.bit != bit_of(type))
-            return call_from(node.link.next, handlers, type, data, len);
+        call(node, event.type(), event);
+        if (g_generation != generation || wanting.bit != bit_of(event.type()))
+            return call_from(node.link.next, handlers, event);
     }
 }
-
-} // namespace
 
 } // namespace bri::client
 
@@ -206,20 +164,13 @@ void client::send_full_registration() {
         BRI_LOG(log::kClient, "[%s] send reg-evt failed: send msg error.\n", name());
 }
 
-void bridge_call_event_handlers(uint32_t type, void *data, uint32_t len) {
+// Out of line for those of the library who call it, all of them seldom.
+[[gnu::noinline]] void bridge_call_event_handlers(uint32_t type, void *data, uint32_t len) {
     if (g_bridge_client == nullptr) {
         log_not_init();
         return;
     }
-    if (!admits(type, bit_of(type)))
-        return;
-    ++counters::g_loop.events_handed_on;
-    BRI_PROBE(handed_on, type, len);
-    const bri_list &handlers = g_bridge_client->handlers;
-    const auto length = static_cast<uint16_t>(len);
-    if (g_nodes > kWorthIt)
-        return call_wanting(handlers, type, data, length);
-    call_from(handlers.next, handlers, type, data, length);
+    call_handlers(*g_bridge_client, type, {{type, len}, {static_cast<uint8_t *>(data), len}});
 }
 
 void runtime::hand_on(const Message &message) {

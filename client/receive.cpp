@@ -3,9 +3,10 @@
 #include "base/log.h"
 #include "base/refused_jobs.h"
 #include "base/runtime.h"
-#include "client/state.h"
+#include "client/handing_on.h"
 #include "client/transport.h"
 #include "shared/delay_list.h"
+#include "vlan/messages.h"
 
 #include <cerrno>
 #include <cstring>
@@ -89,10 +90,33 @@ void clear_behind(uint32_t came) {
     g_received = came;
 }
 
-// Whether messages are logged or held back: one look for both, since hardly ever either is.
+// Whether messages are logged or held back: one look for all, since hardly ever any is.
 bool watched() {
-    return (static_cast<int>(log::kClient.on()) | delay::interval()) != 0;
+    return (log::kClient.switch_byte() | log::kVlan.switch_byte() | delay::interval()) != 0;
 }
+
+// What subsystems hand to the handlers unread, with nothing but a line in between.
+constexpr bool is_handed_on(uint32_t type) {
+    switch (submod_of(type)) {
+    case BRI_SUBMOD_L2TOP:
+    case BRI_SUBMOD_MVLAN:
+    case BRI_SUBMOD_VLAN_GROUP:
+        return true;
+    case BRI_SUBMOD_VLAN:
+        return !vlan::is_versioned(type) && !vlan::is_internal(type);
+    default:
+        return false;
+    }
+}
+
+constexpr event_set handed_on() {
+    event_set set{};
+    for (uint32_t type = 0; type < bits::kSetBits; ++type)
+        if (is_handed_on(type))
+            set.words[bits::word_of(type)] |= bits::mask_of(type);
+    return set;
+}
+constexpr event_set kHandedOn = handed_on();
 
 // Announces a message; true when it is delayed.
 [[gnu::noinline]] bool hold_back(const Message &message) {
@@ -105,22 +129,37 @@ bool watched() {
     return true;
 }
 
-void take_message(const Message &message) {
+// The way of every message.
+[[gnu::noinline]] void take_by_routes(const Message &message) {
     if (!watched() || !hold_back(message))
         runtime::dispatch(message);
-    if (!log::kClient.on())
+}
+
+void end_lines() {
+    if (!log::kClient.on()) [[likely]]
         return;
     BRI_LOG_ALWAYS(log::kClient, "\n");
     BRI_LOG_ALWAYS(log::kClient, "\n");
 }
 
+// Most are events for the handlers, which nobody else looks at.
+inline void take_message(const bri_clnt_ctx &ctx, const Message &message) {
+    const uint32_t type = message.type();
+    const bool usual = !watched() & (type < bits::kSetBits); // one condition: the usual road is laid out straight on
+    if (usual && bits::test(kHandedOn.words, type)) [[likely]]
+        call_handlers(ctx, type, message);
+    else
+        take_by_routes(message);
+    end_lines();
+}
+
 // False when host code reset the connection on the way: the rest of the batch belongs to the lost one.
-bool take_messages(MessageIterator &next) {
+bool take_messages(const bri_clnt_ctx &ctx, MessageIterator &next) {
     const uint32_t connection = connection_number();
     // Taken before it is handed on: a handler may write to its payload, and to whatever lies behind it.
     for (Message message; next.take(message);) {
-        take_message(message);
-        if (connection_number() != connection)
+        take_message(ctx, message);
+        if (connection_number() != connection) [[unlikely]]
             return false;
     }
     return true;
@@ -129,7 +168,7 @@ bool take_messages(MessageIterator &next) {
 bool take_batch(const bri_batch_hdr &batch) {
     const uint32_t count = batch.msg_cnt;
     MessageIterator next({g_bglib_recvbuf + kHeaderSize, batch.msg_len}, count);
-    const bool kept = take_messages(next);
+    const bool kept = take_messages(*g_bridge_client, next);
     counters::g_loop.messages_in += count - next.left();
     if (kept && next.cut()) {
         counters::drop<counters::Drop::kShort>(0);

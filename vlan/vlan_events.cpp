@@ -57,7 +57,7 @@ constexpr VersionedEvent kVersioned[] = {
 };
 static_assert(kSingleLen == 4 && sizeof(vl_evt_vlanset_rec) == 8708);
 
-constexpr uint32_t kFirstVersioned = kVersioned[0].type;
+static_assert(std::size(kVersioned) == kVersionedTypes);
 constexpr bool by_type() {
     for (uint32_t row = 0; row < std::size(kVersioned); ++row)
         if (kVersioned[row].type != kFirstVersioned + row)
@@ -68,8 +68,7 @@ static_assert(by_type(), "one row per type, without a gap");
 
 // Null for a type without a version.
 const VersionedEvent *versioned(uint32_t type) {
-    const uint32_t row = type - kFirstVersioned;
-    return row < std::size(kVersioned) ? &kVersioned[row] : nullptr;
+    return is_versioned(type) ? &kVersioned[type - kFirstVersioned] : nullptr;
 }
 
 // Whether a message with a version is new.
@@ -84,12 +83,6 @@ bool is_fresh(const VersionedEvent &event, const Message &message) {
     if (!fresh)
         counters::drop<counters::Drop::kStale>(message.type());
     return fresh;
-}
-
-// Requests that come back, a counter nobody follows, and the debug switch.
-bool is_internal(uint32_t type) {
-    return type == DEBUG_EVENT_VLAN || type == VLAN_EVENT_SET_ADD_DYN_INTF || type == VLAN_EVENT_SET_DEL_DYN_INTF ||
-           type == VLAN_EVENT_SVI_MODIFY_UP_NUM;
 }
 
 // Apart from the road of every message, which saves no registers for it.

@@ -18,9 +18,16 @@ using test::operator+;
 constexpr int kHandlers = 24;
 constexpr unsigned kDeepest = 3; // events raised inside each other
 
-// The last two share a place in the index of types.
-constexpr unsigned kTypes[] = {BRIDGE_EVENT_SWITCHOVER_BEGIN, VLAN_EVENT_CREATE_INDEX,   VLAN_EVENT_MODIFY_INTF_PVID,
-                               L2TOP_EVENT_PORT_STATUS,       MAC_EVENT_SYNC_DATA_BEGIN, 3 << 7 | 92};
+// Of each way that a message may take. The last two share a place in the index of types.
+constexpr unsigned kTypes[] = {BRIDGE_EVENT_SWITCHOVER_BEGIN,
+                               VLAN_EVENT_CREATE_INDEX,
+                               VLAN_EVENT_MODIFY_INTF_PVID,
+                               VLAN_EVENT_SVI_MODIFY_UP_NUM,
+                               L2TOP_EVENT_PORT_STATUS,
+                               MVLAN_EVENT_NOTIFY_ENTRY,
+                               VG_EVENT_MEM_VLAN,
+                               MAC_EVENT_SYNC_DATA_BEGIN,
+                               3 << 7 | 92};
 
 class ReceiveReference : public test::Transport {
   protected:
@@ -37,6 +44,7 @@ class ReceiveReference : public test::Transport {
         std::vector<std::string> steps; // calls, results, lines
         ByteVec sent;
         ByteVec received;
+        std::vector<uint16_t> versions; // of all VLANs, as this process knows them
         uint32_t delayed = 0;
         std::vector<std::string> jobs;
     };
@@ -50,6 +58,7 @@ class ReceiveReference : public test::Transport {
         tick();
         seen.sent = peer_.read_now();
         seen.received = receive_buffer();
+        seen.versions.assign(std::begin(g_vlan_private_version), std::end(g_vlan_private_version));
         seen.delayed = g_bri_msg_delay_num;
         for (const test::Job &job : loop().pending)
             seen.jobs.push_back(job.name);
@@ -63,6 +72,7 @@ class ReceiveReference : public test::Transport {
         EXPECT_EQ(fast.steps, plain.steps) << seed;
         EXPECT_EQ(fast.sent, plain.sent) << seed;
         EXPECT_EQ(fast.received, plain.received) << seed;
+        EXPECT_EQ(fast.versions, plain.versions) << seed;
         EXPECT_EQ(fast.delayed, plain.delayed) << seed;
         EXPECT_EQ(fast.jobs, plain.jobs) << seed;
     }
@@ -100,6 +110,8 @@ class ReceiveReference : public test::Transport {
         state().sync_state = bri::client::kSyncEnded;
         std::memset(g_bri_clnt_dbg, 0, sizeof g_bri_clnt_dbg);
         std::memset(g_vlan_private_version, 0, sizeof g_vlan_private_version);
+        for (vle *entry = g_vl_mng.entries; entry != g_vl_mng.entries + BRI_VLAN_ENTRIES; ++entry)
+            entry->version = 0;
         std::memset(g_bglib_recvbuf, 0, BRI_BATCH_BUFFER_SIZE);
         bri::delay::clear();
         bridge_client_connect_reset();
@@ -113,7 +125,7 @@ class ReceiveReference : public test::Transport {
     static void note(const std::string &what) { steps_.push_back(what); }
 
     // What a handler may do: change the sets of any handler, raise events, send, reset, switch lines, role and delay on
-    // and off, write to what was handed to it.
+    // and off, write to what was handed to it and to the tables.
     static void do_something(void *data, uint16_t len) {
         switch (pick(12)) {
         case 0: {
@@ -152,6 +164,13 @@ class ReceiveReference : public test::Transport {
         case 8:
             if (pick(8) == 0)
                 bri::delay::set_interval(static_cast<int32_t>(pick(3)) - 1);
+            return;
+        case 9:
+            g_bri_clnt_dbg[BRI_DBG_VLAN] ^= 1;
+            return;
+        case 10: // what a message of a VLAN is held against
+            g_vlan_private_version[pick(BRI_VLAN_ENTRIES)] = static_cast<uint16_t>(pick(0x10000));
+            g_vl_mng.entries[pick(BRI_VLAN_ENTRIES)].version = static_cast<uint16_t>(pick(4));
             return;
         default:
             return;
