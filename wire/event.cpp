@@ -41,7 +41,8 @@ template <class T> Payload assumed_run() {
     }
 // NOLINTEND(cppcoreguidelines-macro-usage)
 
-// To the client, to the server; to the kernel and its answer. What the library neither builds nor reads is opaque.
+// Rising by type. To the client, to the server; to the kernel and its answer. What the library neither builds nor reads
+// is opaque.
 std::vector<Event> table() { // NOLINT(readability-function-size)
     return {
         // client management
