@@ -2,6 +2,10 @@
 #include "tests/tools/monitor_fixture.h"
 
 #include <filesystem>
+#include <sstream>
+#include <string>
+#include <utility>
+#include <vector>
 
 namespace {
 
@@ -17,6 +21,23 @@ struct Completion : Workstation {
         EXPECT_EQ(shell.wait(), 0);
         shell.drain();
         return shell.output();
+    }
+
+    // Those that begin a line of the help text, alone or behind a letter and a comma.
+    static std::vector<std::string> long_options_of(const std::string &name, const std::string &subcommand) {
+        Process program({"/bin/sh", "-c", "exec \"$0\" " + subcommand + " --help", name});
+        EXPECT_EQ(program.wait(), 0);
+        program.drain();
+        std::istringstream help(program.output());
+        std::vector<std::string> options;
+        for (std::string line; std::getline(help, line);) {
+            std::string word;
+            std::istringstream(line) >> word;
+            word.erase(0, word.size() > 3 && word[2] == ',' ? 3 : 0);
+            if (word.rfind("--", 0) == 0)
+                options.push_back(word);
+        }
+        return options;
     }
 
     static ::testing::AssertionResult offers(const std::string &program, const std::string &line,
@@ -43,6 +64,24 @@ TEST_F(Completion, offers_the_options_of_the_program_and_its_subcommand) {
     EXPECT_TRUE(offers(BRIDGE_MONITOR, "vlan --", {"--count", "--for", "--summary", "--time"}));
     EXPECT_TRUE(offers(BRIDGE_TAP, "--", {"--output", "--server", "--listen"}));
     EXPECT_TRUE(offers(BRIDGE_REPLAY, "day.pcapng --", {"--client", "--compare", "--speed", "--step", "--until"}));
+}
+
+TEST_F(Completion, offers_every_long_option_that_a_help_text_lists) {
+    const std::vector<std::pair<std::string, std::vector<std::string>>> programs{
+        {BRIDGE_INSPECT, {"", "ports", "vlans", "segments", "check"}},
+        {BRIDGE_MONITOR, {""}},
+        {BRIDGE_REPLAY, {""}},
+        {BRIDGE_TAP, {""}},
+        {kSandbox, {"", "check", "clean", "kernel", "run"}}};
+    for (const auto &[program, subcommands] : programs)
+        for (const std::string &subcommand : subcommands) {
+            const std::string all = offered(program, subcommand + " --");
+            const std::vector<std::string> options = long_options_of(program, subcommand);
+            EXPECT_GE(options.size(), 1U) << program << " " << subcommand;
+            for (const std::string &option : options)
+                EXPECT_NE(all.find(" " + option + " "), std::string::npos)
+                    << program << " " << subcommand << " " << option;
+        }
 }
 
 TEST_F(Completion, offers_the_values_of_an_option) {
