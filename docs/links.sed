@@ -2,3 +2,5 @@
 s#\[([^]]*)\]\(([^)]*/)?(sandbox|kit|tools/[a-z]+)/README\.md\)#\1#g
 # A record's name becomes a link by itself where the reference has it.
 s|\[([a-z_0-9]+)\]\(#[a-z_0-9]+\)|\1|g
+# A place in a guide becomes the guide: places have other names in the reference.
+s|\]\(([^)#]+\.md)#[^)]*\)|](\1)|g
