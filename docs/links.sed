@@ -4,3 +4,5 @@ s#\[([^]]*)\]\(([^)]*/)?(sandbox|kit|tools/[a-z]+)/README\.md\)#\1#g
 s|\[([a-z_0-9]+)\]\(#[a-z_0-9]+\)|\1|g
 # A place in a guide becomes the guide: places have other names in the reference.
 s|\]\(([^)#]+\.md)#[^)]*\)|](\1)|g
+# A file that is no guide becomes its name.
+s|\[([^]]*)\]\(\.\./[^)]*\.txt\)|\1|g

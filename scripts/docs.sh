@@ -17,6 +17,11 @@ done | sort -u >build/docs/public_names.txt
 sed -n 's/^ *<name>\([^<]*\)<.*/\1/p' build/docs/names.tag | sort -u >build/docs/reference_names.txt
 missing=$(comm -23 build/docs/public_names.txt build/docs/reference_names.txt)
 
+# Every link of the pages leads to one of them.
+grep -ohE 'href="[^"#:]+["#]' build/docs/html/*.html | sed 's/^href="//; s/.$//' | sort -u | while read -r page; do
+    [ -e "build/docs/html/$page" ] || echo "$page is linked to, but is not there"
+done >>build/docs/warnings.log
+
 # A page for each exported name, and nothing in it that the formatter warns of.
 find include/bridge -name '*.h' ! -name bridge.h -exec awk -v into=build/docs/man3 \
     -v version="$(sed -n 's/^project(.* VERSION \([0-9.]*\).*/\1/p' CMakeLists.txt)" -f docs/man.awk {} +
