@@ -58,11 +58,11 @@ TEST(WireText, each_kind_of_value_has_its_form) {
                             "type=static");
 
     bri_reg_msg registration{};
-    for (const unsigned type : {392U, 400U, 420U, 422U, 423U, 424U})
+    for (const unsigned type : {392U, 400U, 420U, 500U, 501U, 502U})
         registration.event_set.words[type / 32] |= bit(type);
     std::strcpy(registration.name, "my daemon");
     EXPECT_EQ(text_of(registration),
-              "event_set=VLAN_EVENT_RENAME,VLAN_EVENT_DEFAULT_INTF,420,422-424 op=withdraw pid=0 "
+              "event_set=VLAN_EVENT_RENAME,VLAN_EVENT_DEFAULT_INTF,420,500-502 op=withdraw pid=0 "
               "name=\"my daemon\" fresh=0");
 
     vl_evt_vlanset_rec set{};
