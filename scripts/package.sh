@@ -90,7 +90,7 @@ try_packages() {
     echo "== use"
     packaging/debian/tests/example
     echo "== remove"
-    dpkg-query -L "${names[@]}" | sort -u >"$work/files"
+    dpkg-query -L "${names[@]}" | sort -u | grep -v '^/\.$' >"$work/files"
     apt-get purge -y -q "${names[@]}"
     look_for_remains
     echo "Installed, upgraded, used and removed: ${names[*]}"
