@@ -209,7 +209,7 @@ void Kernel::take_message(const Socket &socket, Bytes packet) {
     if (!said.empty())
         result = answer_host(object_of<uint32_t>(said), said.subspan(sizeof(bri_msg_hdr)));
     watch_for_expiry();
-    if (result.error != 0 && !socket.listens()) // somebody waits for it
+    if (result.error != 0) // the kernel says so to whoever has sent the message
         return send(socket, error_answer(result.error, packet));
     if (result.answer.empty())
         return;

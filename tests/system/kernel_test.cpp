@@ -436,6 +436,13 @@ TEST_F(SandboxKernel, question_that_nobody_understands_is_refused) {
     EXPECT_EQ(error_of(channel.ask(MAC_EVENT_CLIENT_FIND_FIRST, Packet(68), kFirstFamily + 1)), -ENOENT);
 }
 
+TEST_F(SandboxKernel, message_that_nobody_understands_is_refused_on_the_channel_too) {
+    const Channel channel(kernel_address(), 0x8000);
+    const Packet answer = channel.ask(12345, {});
+    EXPECT_EQ(value_at<uint16_t>(answer.data(), 4), NLMSG_ERROR);
+    EXPECT_EQ(value_at<int32_t>(answer.data(), 16), -EOPNOTSUPP);
+}
+
 TEST_F(SandboxKernel, states_change_the_answers) {
     fill_some();
     const Channel channel(kernel_address());
