@@ -8,11 +8,12 @@ machine=$1
 work=build/lab/$machine${2:+-$2}
 
 options=(-nographic -no-reboot -kernel "$work/kernel" -initrd "$work/initrd" -nic none)
-append='panic=-1 loglevel=1'
+append='panic=-1 oops=panic loglevel=1'
 [ "${2:-}" != shell ] || append+=' lab=shell'
 case $machine in
 ppc32be) command=(qemu-system-ppc -M g3beige -m 512 "${options[@]}" -append "console=ttyPZ0 $append") ;;
-amd64) command=(qemu-system-x86_64 -M q35 -cpu max -smp 2 -m 1024 "${options[@]}" -append "console=ttyS0 nokaslr $append") ;;
+amd64) command=(qemu-system-x86_64 -M q35 -cpu qemu64 -m 1024 "${options[@]}"
+    -append "console=ttyS0 nokaslr mitigations=off tsc=reliable $append") ;;
 *) exit 2 ;;
 esac
 

@@ -31,6 +31,8 @@ begin_root() {
     echo 'root:x:0:0:root:/root:/bin/sh' >"$root/etc/passwd"
     echo 'root:x:0:' >"$root/etc/group"
     echo '127.0.0.1 localhost' >"$root/etc/hosts"
+    mkdir -p "$root/var"
+    ln -s ../run "$root/var/run"
 }
 
 add_modules() {

@@ -16,13 +16,16 @@ choose "${@:3}"
 # make_module: the module for the machine's kernel. Built outside, as a blank in the tree's path would end the words of
 # the kernel's makefiles.
 make_module() {
-    local cross=() scratch
+    local cross=() scratch making
     [ "$machine" != ppc32be ] || cross=("${ppc32be_cross[@]}")
     scratch=$(mktemp -d)
-    # shellcheck disable=SC2064 # expanded now
-    trap "rm -rf '$scratch'" EXIT
     cp -r lab/module include "$scratch"
-    "${make[@]}" -s -C "$kernel/build" "M=$scratch/module" "INCLUDE=$scratch/include" "${cross[@]}" modules
+    # In the background, so that a signal is answered at once.
+    "${make[@]}" -s -C "$kernel/build" "M=$scratch/module" "INCLUDE=$scratch/include" "${cross[@]}" modules &
+    making=$!
+    # shellcheck disable=SC2064 # expanded now
+    trap "kill $making 2>/dev/null || true; wait $making || true; rm -rf '$scratch'" EXIT
+    wait $making
     cp "$scratch/module/ef_bridge.ko" "$work/"
 }
 

@@ -15,7 +15,7 @@ using namespace test;
 
 constexpr unsigned kSeeds = 1000;
 constexpr unsigned kTogether = 25; // in one process: an emulator translates it once
-static_assert(kSeeds / 5 % kTogether == 0);
+static_assert(kSeeds / 10 % kTogether == 0);
 constexpr size_t kOperations = 80;
 constexpr long kSecond = 1000000; // in the loop's microseconds
 constexpr int kPatience = 100;    // seconds, in which also a server that was given up is asked again

@@ -34,7 +34,7 @@ inline int scaled(int iterations) {
 
 // The same of random histories, each of which is long enough to show something.
 inline unsigned scaled_histories(unsigned histories) {
-    return in_lab_machine() ? histories / 5 : histories;
+    return in_lab_machine() ? histories / 10 : histories;
 }
 
 // When those that are to meet often give up: on a machine with one processor they never do.
