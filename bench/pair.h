@@ -13,6 +13,15 @@
 
 namespace bench {
 
+// Both on one processor, where the one can only run when the other waits: what it costs to wake a process on another
+// processor, several times what is measured here, is the machine's and the moment's. Threads of a library follow.
+inline void share_a_processor() {
+    cpu_set_t set;
+    CPU_ZERO(&set);
+    CPU_SET(static_cast<unsigned>(sched_getcpu()), &set);
+    sched_setaffinity(0, sizeof set, &set);
+}
+
 // A round is so many windows; in one, the sender sends `messages` and waits until the taker has them.
 struct Pair {
     int go[2];   // the sender tells how many windows the next round has; 0 at the end
@@ -57,6 +66,7 @@ template <class Send> double send_round(const Pair &pair, uint32_t windows, Send
 // one, what sends it.
 template <class MakeTaker, class MakeSender>
 double of_both(uint32_t messages, MakeTaker make_taker, MakeSender make_sender) {
+    share_a_processor();
     Pair pair{};
     need(pipe(pair.go) == 0 && pipe(pair.told) == 0, "the pipes");
     const pid_t taker = fork();
@@ -71,14 +81,6 @@ double of_both(uint32_t messages, MakeTaker make_taker, MakeSender make_sender) 
     tell(pair.go[1], uint32_t{0});
     waitpid(taker, nullptr, 0);
     return time;
-}
-
-// Both on one processor, where the one can only run when the other waits.
-inline void share_a_processor() {
-    cpu_set_t set;
-    CPU_ZERO(&set);
-    CPU_SET(static_cast<unsigned>(sched_getcpu()), &set);
-    sched_setaffinity(0, sizeof set, &set);
 }
 
 constexpr uint32_t kExchanges = 64; // a window of requests and replies

@@ -106,7 +106,6 @@ int reply(uint32_t, void *, uint16_t) {
 }
 
 double reply_library(unsigned) {
-    share_a_processor();
     const Ends ends = make_ends();
     return of_both(
         kExchanges,
@@ -131,7 +130,6 @@ double reply_library(unsigned) {
 }
 
 double reply_bare(unsigned) {
-    share_a_processor();
     const Ends ends = make_ends();
     const auto exchanges = [](int fd, bool first) {
         return [=, sender = BareSender(fd, 24, 1), buffer = std::array<uint8_t, BRI_BATCH_BUFFER_SIZE>()]() mutable {

@@ -138,7 +138,6 @@ void call(sd_bus *bus) {
 }
 
 double reply_sd_bus(unsigned) {
-    share_a_processor();
     const Ends ends = make_ends();
     const auto each = [](auto exchange_one, int fd, bool server) {
         return [=, bus = bus_end(fd, server)] {

@@ -79,7 +79,7 @@ void call_wanting(const bri_list &handlers, const Message &event);
         if (!bits::test(node.set.words, bit_of(type)))
             continue;
         call(node, type, event);
-        if (link->next != &ctx.handlers)
+        if (link->next != &ctx.handlers) [[unlikely]]
             call_from(link->next, ctx.handlers, event);
         return;
     }

@@ -135,9 +135,7 @@ constexpr event_set kHandedOn = handed_on();
         runtime::dispatch(message);
 }
 
-void end_lines() {
-    if (!log::kClient.on()) [[likely]]
-        return;
+[[gnu::cold, gnu::noinline]] void end_lines() {
     BRI_LOG_ALWAYS(log::kClient, "\n");
     BRI_LOG_ALWAYS(log::kClient, "\n");
 }
@@ -150,7 +148,8 @@ inline void take_message(const bri_clnt_ctx &ctx, const Message &message) {
         call_handlers(ctx, type, message);
     else
         take_by_routes(message);
-    end_lines();
+    if (log::kClient.on()) [[unlikely]]
+        end_lines();
 }
 
 // False when host code reset the connection on the way: the rest of the batch belongs to the lost one.

@@ -7,6 +7,7 @@
 #include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
+#include <utility>
 
 namespace bri::client {
 
@@ -57,6 +58,30 @@ ssize_t write_quietly(int fd, const void *bytes, size_t n) {
     return sent < 0 && errno == ENOTSOCK ? write(fd, bytes, n) : sent;
 }
 
+// What a first read of n bytes gave that did not bring all of them. errno is that read's.
+struct Beginning {
+    int fd;
+    void *buf;
+    uint32_t n;
+    ssize_t first;
+};
+
+[[gnu::noinline]] int read_rest(const Beginning &begun, uint32_t &done, BatchClock &clock) {
+    bool again = false;
+    return move_bytes(begun.n, done, Nothing::kEnds, [&](uint32_t offset, uint32_t left) -> ssize_t {
+        if (!std::exchange(again, true))
+            return begun.first;
+        if (!clock.wait(begun.fd)) {
+            errno = ETIMEDOUT;
+            return -1;
+        }
+        const ssize_t got = read(begun.fd, static_cast<uint8_t *>(begun.buf) + offset, left);
+        if (got > 0)
+            clock.byte_came();
+        return got;
+    });
+}
+
 } // namespace
 
 void BatchClock::byte_came() {
@@ -84,18 +109,13 @@ bool BatchClock::wait(int fd) const {
 }
 
 int read_part(int fd, void *buf, uint32_t n, uint32_t &done, BatchClock &clock) {
-    bool again = false;
-    return move_bytes(n, done, Nothing::kEnds, [&](uint32_t offset, uint32_t left) -> ssize_t {
-        if (again && !clock.wait(fd)) {
-            errno = ETIMEDOUT;
-            return -1;
-        }
-        again = true;
-        const ssize_t got = read(fd, static_cast<uint8_t *>(buf) + offset, left);
-        if (got > 0)
-            clock.byte_came();
-        return got;
-    });
+    const ssize_t first = read(fd, buf, n);
+    if (first > 0)
+        clock.byte_came();
+    if (first != static_cast<ssize_t>(n)) [[unlikely]]
+        return read_rest({fd, buf, n, first}, done, clock);
+    done = n;
+    return static_cast<int>(n);
 }
 
 WriteResult failed_write() {
