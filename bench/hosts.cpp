@@ -1,6 +1,8 @@
 // What a host's process bears: the loop, its memory, allocations, and the host layer.
+#include "bench/bare.h"
 #include "bench/client.h"
 #include "bench/measure.h"
+#include "bench/pair.h"
 #include "bench/tables.h"
 
 #include <bridge/host.h>
@@ -8,6 +10,7 @@
 #include <cstdio>
 #include <filesystem>
 #include <malloc.h>
+#include <poll.h>
 #include <sys/un.h>
 #include <sys/wait.h>
 
@@ -44,13 +47,30 @@ double run_loop(int fd) {
     return processor_seconds() - g_loop_start;
 }
 
-double loop(unsigned) {
+// The system calls of a loop that waits by poll(), and nothing else.
+double run_bare_loop(int fd) {
+    static uint8_t buffer[BRI_BATCH_BUFFER_SIZE];
+    while (g_handled != kEvents) {
+        pollfd readable{fd, POLLIN, 0};
+        need(poll(&readable, 1, 50) >= 0, "the wait");
+        if (readable.revents == 0)
+            continue;
+        need(bare_receive(fd, buffer, [](uint32_t, void *, uint16_t) { return 0; }) == 1, "the batch");
+        if (++g_handled == 1)
+            g_loop_start = processor_seconds();
+    }
+    return processor_seconds() - g_loop_start;
+}
+
+// The host waits each time, and its processor is the sender's: it is not woken from another one.
+double loop_by(double (*run)(int fd)) {
+    share_a_processor();
     int ends[2];
     int told[2];
     need(socketpair(AF_UNIX, SOCK_STREAM, 0, ends) == 0 && pipe(told) == 0, "the socket pair");
     const pid_t host = fork();
     if (host == 0) {
-        const double seconds = run_loop(ends[0]);
+        const double seconds = run(ends[0]);
         _exit(exchange(write(told[1], &seconds, sizeof seconds), sizeof seconds) ? 0 : 1);
     }
     const std::string event = batch_of(1, 24);
@@ -62,6 +82,12 @@ double loop(unsigned) {
     need(exchange(read(told[0], &seconds, sizeof seconds), sizeof seconds), "the host");
     waitpid(host, nullptr, 0);
     return 1e9 * seconds / (kEvents - 1);
+}
+double loop(unsigned) {
+    return loop_by(run_loop);
+}
+double loop_bare(unsigned) {
+    return loop_by(run_bare_loop);
 }
 
 // --- private memory of a started host, more than that of a process with nothing but the loop; in bytes
@@ -182,7 +208,8 @@ double layer_heap(unsigned size) {
 }
 
 constexpr Measurement kMeasurements[] = {
-    {"loop", loop}, {"memory", memory}, {"allocations", allocations}, {"layer", layer}, {"layer_heap", layer_heap},
+    {"loop", loop},   {"loop_bare", loop_bare},   {"memory", memory}, {"allocations", allocations},
+    {"layer", layer}, {"layer_heap", layer_heap},
 };
 
 } // namespace

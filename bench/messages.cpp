@@ -220,8 +220,8 @@ double cache_library(unsigned size) {
         });
 }
 
-// --- time to empty a cache of 10,240 full runs, in seconds, by a reader that takes 5 us for a batch and sends one
-// event behind every 64. A tenth of the runs is measured; they leave at a steady pace.
+// --- time to empty a cache of 10,240 full runs, in seconds, by a reader that takes 5 us for a batch and sends an event
+// every 5 ms, also while a batch has come in part. A tenth of the runs is measured; they leave at a steady pace.
 
 constexpr unsigned kRunsMeasured = 1024;
 constexpr double kWhole = 10240.0 / kRunsMeasured;
@@ -232,18 +232,27 @@ double now() {
     return seconds_of(CLOCK_MONOTONIC);
 }
 
+constexpr size_t kFullRun = sizeof(bri_batch_hdr) + kFull * kMessage;
+
 [[noreturn]] void read_slowly() {
-    static uint8_t buffer[BRI_BATCH_BUFFER_SIZE];
+    static uint8_t run[kFullRun];
     const std::string event = batch_of(1, kPayload);
     close(g_near);
     empty_socket();
+    size_t came = 0;
     double next = now();
     for (bool open = true; open;) {
         pollfd readable{g_far, POLLIN, 0};
-        if (poll(&readable, 1, 1) > 0)
-            open = bare_receive(g_far, buffer, [](uint32_t, void *, uint16_t) { return 0; }) != 0;
-        for (const double start = now(); now() - start < 5e-6;)
-            ;
+        if (poll(&readable, 1, 1) > 0) {
+            const ssize_t got = recv(g_far, run + came, sizeof run - came, MSG_DONTWAIT);
+            open = got > 0;
+            came += open ? static_cast<size_t>(got) : 0;
+        }
+        if (came == sizeof run) {
+            came = 0;
+            for (const double start = now(); now() - start < 5e-6;)
+                ;
+        }
         if (now() < next)
             continue;
         static_cast<void>(send(g_far, event.data(), event.size(), MSG_DONTWAIT | MSG_NOSIGNAL));

@@ -71,6 +71,7 @@ constexpr Row kRows[] = {
     {"drain, 40-byte runs", {"drain_short"}, "a send for each", {"drain_short_bare"}, Goal::kAtMost, 0.06},
     {"empty a full cache, events come", {"empty_cache"}, "by timer alone", {"empty_by_timer"}, Goal::kUnder, 3, "s"},
     {"a batch of one through the loop", {"loop"}, "before", {"loop", 0, Library::kBefore}, Goal::kAtMost, 0.65},
+    {"a batch of one through the loop", {"loop"}, "poll and reads", {"loop_bare"}},
 
     // Tables.
     BRI_LOOKUP_ROWS(member_test, Goal::kAtMost, 1.2),

@@ -18,62 +18,54 @@ namespace {
 constexpr size_t kAtFirst = 16;
 constexpr size_t kMost = 64;
 
-// Up to kMost runs as the parts of one write. A small one is copied to the others before it: to the kernel each part
-// costs more than its bytes.
-class Parts {
-  public:
-    void add(Run &run) {
-        const size_t size = run.left();
-        if (size > kSmall || size > sizeof copies_ - copied_) {
-            parts_[count_++] = {run.unsent(), size};
-            return;
-        }
-        uint8_t *copy = copies_ + copied_;
-        std::memcpy(copy, run.unsent(), size);
-        copied_ += size;
-        if (count_ != 0 && ends_at(parts_[count_ - 1], copy))
-            parts_[count_ - 1].iov_len += size;
-        else
-            parts_[count_++] = {copy, size};
-    }
+// A smaller run is copied to the others before it: to the kernel each part costs more than its bytes.
+constexpr size_t kSmall = 256;
+constexpr size_t kCopies = 4096;
 
-    ssize_t write_to(int fd) {
-        msghdr message{};
-        message.msg_iov = parts_;
-        message.msg_iovlen = count_;
-        errno = 0; // a result of 0 says nothing of its own
-        return sendmsg(fd, &message, MSG_DONTWAIT | MSG_NOSIGNAL);
-    }
-
-  private:
-    static constexpr size_t kSmall = 256;
-
-    static bool ends_at(const iovec &part, const uint8_t *place) {
-        return static_cast<uint8_t *>(part.iov_base) + part.iov_len == place;
-    }
-
-    iovec parts_[kMost];
-    size_t count_ = 0;
-    uint8_t copies_[4096];
-    size_t copied_ = 0;
-};
+ssize_t write_parts(int fd, iovec *parts, size_t count) {
+    msghdr message{};
+    message.msg_iov = parts;
+    message.msg_iovlen = count;
+    errno = 0; // a result of 0 says nothing of its own
+    return sendmsg(fd, &message, MSG_DONTWAIT | MSG_NOSIGNAL);
+}
 
 ssize_t write_oldest(bri_clnt_ctx &ctx, size_t most) {
-    Parts parts;
-    for (bri_list *link = ctx.cache.next; link != &ctx.cache && most != 0; link = link->next, --most)
-        parts.add(*reinterpret_cast<Run *>(link));
-    return parts.write_to(ctx.sock);
+    iovec parts[kMost];
+    uint8_t copies[kCopies];
+    size_t count = 0;
+    uint8_t *begin = copies; // of the copies that are no part yet
+    uint8_t *end = copies;
+    const auto add_copies = [&] {
+        if (begin != end)
+            parts[count++] = {begin, static_cast<size_t>(end - begin)};
+        begin = end;
+    };
+    for (bri_list *link = ctx.cache.next; link != &ctx.cache && most != 0; link = link->next, --most) {
+        Run &run = *reinterpret_cast<Run *>(link);
+        const size_t size = run.left();
+        if (size <= kSmall && size <= static_cast<size_t>(copies + kCopies - end)) {
+            std::memcpy(end, run.unsent(), size);
+            end += size;
+            continue;
+        }
+        add_copies();
+        parts[count++] = {run.unsent(), size};
+    }
+    add_copies();
+    return write_parts(ctx.sock, parts, count);
 }
 
 // Takes the runs off that `sent` bytes complete. What went out of the next one, which is now the oldest.
 uint32_t account(bri_clnt_ctx &ctx, size_t sent) {
+    BatchesOut out;
     for (Run *run = list::first<Run>(ctx.cache); sent != 0; run = list::first<Run>(ctx.cache)) {
         if (sent < run->left()) {
             run->written += static_cast<uint32_t>(sent);
             break;
         }
         sent -= run->left();
-        count_batch(run->bytes());
+        out.add(run->bytes());
         drop_run(ctx, *run);
     }
     return static_cast<uint32_t>(sent);

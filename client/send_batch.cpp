@@ -145,12 +145,23 @@ bool can_write(const bri_clnt_ctx &ctx) {
 
 } // namespace
 
-void count_batch(const uint8_t *bytes) {
+BatchesOut::~BatchesOut() {
+    counters::g_senders.batches.add(batches_);
+    counters::g_senders.messages.add(messages_);
+    counters::g_senders.bytes.add(bytes_);
+}
+
+void BatchesOut::add(const uint8_t *bytes) {
     const auto header = load_as<bri_batch_hdr>(bytes);
-    counters::g_senders.batches.add(1);
-    counters::g_senders.messages.add(header.msg_cnt);
-    counters::g_senders.bytes.add(static_cast<uint32_t>(sizeof header) + header.msg_len);
-    BRI_PROBE(batch_out, header.msg_cnt, header.msg_len + static_cast<uint32_t>(sizeof header));
+    const uint32_t size = header.msg_len + static_cast<uint32_t>(sizeof header);
+    ++batches_;
+    messages_ += header.msg_cnt;
+    bytes_ += size;
+    BRI_PROBE(batch_out, header.msg_cnt, size);
+}
+
+void count_batch(const uint8_t *bytes) {
+    BatchesOut().add(bytes);
 }
 
 void count_refused() {

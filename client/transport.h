@@ -103,7 +103,23 @@ void flush(bri_clnt_ctx &ctx);
 // while another thread holds the lock.
 void drain_meanwhile(bri_clnt_ctx &ctx);
 
-// A batch, whose header stands at `bytes`, went out whole.
+// Counts batches that went out whole, together at its end.
+class BatchesOut {
+  public:
+    BatchesOut() = default;
+    ~BatchesOut();
+    BatchesOut(const BatchesOut &) = delete;
+    BatchesOut &operator=(const BatchesOut &) = delete;
+
+    void add(const uint8_t *bytes); // its header stands there
+
+  private:
+    uint32_t batches_ = 0;
+    uint32_t messages_ = 0;
+    uint32_t bytes_ = 0; // of 64 runs at most
+};
+
+// One of them.
 void count_batch(const uint8_t *bytes);
 
 // A send gives -1. Any thread.

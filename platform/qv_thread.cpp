@@ -19,7 +19,7 @@ struct qv_thread_master {
     bool stopped; // asked for, not yet obeyed by a run
     bool trace;
     double time_scale;
-    int served; // descriptor of the read job that runs, else -1
+    qv_thread *served; // the read job that runs, as long as it may be taken again
 };
 
 struct qv_thread {
@@ -52,6 +52,8 @@ __attribute__((format(printf, 2, 3))) void trace(const qv_thread_master &master,
 }
 
 void release(qv_thread &thread) {
+    if (thread.master->served == &thread)
+        thread.master->served = nullptr;
     event_del(&thread.job);
     list::unlink(thread.link);
     std::free(&thread);
@@ -66,16 +68,31 @@ template <class Predicate> void release_if(qv_thread_master &master, Predicate &
     }
 }
 
-void run_job(evutil_socket_t, short, void *argument) {
-    auto &thread = *static_cast<qv_thread *>(argument);
+// By poll() a descriptor is a number: what closes it, and what is opened with its number, needs no new event.
+bool keeps_descriptors(const qv_thread_master &master) {
+    return master.time_scale == 1;
+}
+
+// A read job waits on while it runs, so that it need not begin anew: most wait again for what they were run for.
+void run_and_keep(qv_thread &thread) {
     qv_thread_master &master = *thread.master;
+    list::unlink(thread.link);
+    master.served = &thread;
+    thread.func(thread.arg);
+    if (master.served == &thread && list::empty(thread.link))
+        release(thread);
+    master.served = nullptr;
+}
+
+void run_job(evutil_socket_t, short what, void *argument) {
+    auto &thread = *static_cast<qv_thread *>(argument);
+    trace(*thread.master, "run %s", thread.name);
+    if (what == EV_READ && keeps_descriptors(*thread.master))
+        return run_and_keep(thread);
     const qv_thread_func func = thread.func;
     void *const arg = thread.arg;
-    trace(master, "run %s", thread.name);
-    master.served = event_get_fd(&thread.job);
     release(thread);
     func(arg);
-    master.served = -1;
 }
 
 // What a job waits for. An event job waits for nothing: it is due when it is added.
@@ -86,16 +103,17 @@ struct Trigger {
     const timeval *after;
 };
 
-// A job that waits again for what it was run for, as most do, is not asked about it again.
-bool can_wait(const qv_thread_master &master, int fd) {
+bool can_wait(int fd) {
     struct stat file {};
-    return fd == master.served || (fstat(fd, &file) == 0 && !S_ISREG(file.st_mode) && !S_ISDIR(file.st_mode));
+    return fstat(fd, &file) == 0 && !S_ISREG(file.st_mode) && !S_ISDIR(file.st_mode);
 }
 
 bool start(qv_thread &thread, const Trigger &trigger) {
-    if (trigger.what == EV_READ && !can_wait(*thread.master, trigger.fd))
+    if (trigger.fd >= 0 && !can_wait(trigger.fd))
         return false;
-    if (event_assign(&thread.job, thread.master->base, trigger.fd, trigger.what, run_job, &thread) != 0)
+    const bool kept = trigger.what == EV_READ && keeps_descriptors(*thread.master);
+    const auto what = static_cast<short>(trigger.what | (kept ? EV_PERSIST : 0));
+    if (event_assign(&thread.job, thread.master->base, trigger.fd, what, run_job, &thread) != 0)
         return false;
     if (trigger.what != 0)
         return event_add(&thread.job, trigger.after) == 0;
@@ -103,17 +121,26 @@ bool start(qv_thread &thread, const Trigger &trigger) {
     return true;
 }
 
+// The job that runs, when it waits again; else null.
+qv_thread *taken_again(qv_thread_master &master, const Trigger &trigger) {
+    qv_thread *const served = master.served;
+    const bool again = served != nullptr && trigger.what == EV_READ && event_get_fd(&served->job) == trigger.fd &&
+                       list::empty(served->link);
+    return again ? served : nullptr;
+}
+
 qv_thread *add(qv_thread_master *master, qv_thread_func func, void *arg, const Trigger &trigger, const char *name) {
     if (master == nullptr || func == nullptr)
         return nullptr;
-    auto *thread = static_cast<qv_thread *>(std::calloc(1, sizeof(qv_thread)));
+    qv_thread *const again = taken_again(*master, trigger);
+    auto *thread = again != nullptr ? again : static_cast<qv_thread *>(std::calloc(1, sizeof(qv_thread)));
     if (thread == nullptr)
         return nullptr;
     thread->master = master;
     thread->func = func;
     thread->arg = arg;
     bri::copy_text(thread->name, name != nullptr ? name : "(unnamed)");
-    if (!start(*thread, trigger)) {
+    if (again == nullptr && !start(*thread, trigger)) {
         trace(*master, "refused %s %s", trigger.kind, thread->name);
         std::free(thread);
         return nullptr;
@@ -219,7 +246,6 @@ qv_thread_master *qv_thread_master_create(void) {
     list::init(master->jobs);
     master->trace = tracing();
     master->time_scale = scale;
-    master->served = -1;
     return master;
 }
 
