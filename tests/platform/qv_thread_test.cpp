@@ -170,6 +170,37 @@ TEST_F(LoopTest, read_job_that_closes_its_descriptor_waits_for_the_next_one_of_t
     EXPECT_EQ(runs, 2);
 }
 
+TEST_F(LoopTest, read_job_that_waits_again_is_cancelled_and_waits_anew_before_it_ends) {
+    static Pipe *readable;
+    Pipe bytes;
+    readable = &bytes;
+    static qv_thread_func self;
+    self = [](void *arg) {
+        note(arg);
+        const auto wait = [](qv_thread_func func, Note *job) {
+            return qv_thread_add_read_withname(current->loop, func, job, readable->ends[0], "wait");
+        };
+        EXPECT_NE(wait(self, &current->a), nullptr);
+        qv_thread_cancel_by_arg_func(current->loop, arg, self);
+        EXPECT_NE(wait(note, &current->b), nullptr);
+        EXPECT_NE(wait(note, &current->c), nullptr);
+        return 0;
+    };
+    ASSERT_NE(qv_thread_add_read_withname(loop, self, &a, bytes.ends[0], "wait"), nullptr);
+    bytes.put();
+    run_for_ms(20);
+    EXPECT_EQ(order.size(), 3U); // the byte stays: those who wait run once each, in either order
+    EXPECT_TRUE(order == "abc" || order == "acb") << order;
+}
+
+TEST_F(LoopTest, read_job_that_does_not_wait_again_is_not_run_again) {
+    Pipe bytes;
+    ASSERT_NE(qv_thread_add_read_withname(loop, note, &a, bytes.ends[0], "wait"), nullptr);
+    bytes.put();
+    run_for_ms(20);
+    EXPECT_EQ(order, "a");
+}
+
 TEST_F(LoopTest, second_timer_fires_after_its_seconds_and_not_before) {
     const auto start = Clock::now();
     qv_thread_add_timer_withname(loop, stop, nullptr, 1, "stop");
