@@ -79,15 +79,6 @@ std::string flags_text(const Field &field, uint32_t value) {
     return text;
 }
 
-std::string number_text(const Field &field, uint32_t value) {
-    if (field.kind == Kind::kFlags)
-        return flags_text(field, value);
-    if (field.kind == Kind::kSigned && value > most_of(field.element) / 2)
-        return "-" + std::to_string(most_of(field.element) - value + 1);
-    const Name *name = field.kind == Kind::kEnumeration ? name_of(field, value) : nullptr;
-    return name != nullptr ? name->text : std::to_string(value);
-}
-
 bool same_word(std::string_view a, std::string_view b) {
     return std::equal(a.begin(), a.end(), b.begin(), b.end(), [](char x, char y) {
         return std::tolower(static_cast<unsigned char>(x)) == std::tolower(static_cast<unsigned char>(y));
@@ -104,18 +95,6 @@ uint32_t parse_named(const Field &field, std::string_view text) {
     for (const Name &name : field.names)
         append(names, name.text, ' ');
     refuse(text, names.empty() ? "is no number" : "is no number and none of " + names);
-}
-
-uint32_t parse_one(const Field &field, std::string_view text) {
-    if (field.kind == Kind::kSigned && text.starts_with('-')) {
-        const uint32_t most = most_of(field.element);
-        return (most - parse_number(text.substr(1), most / 2 + 1) + 1) & most;
-    }
-    if (field.kind != Kind::kFlags)
-        return parse_named(field, text);
-    uint32_t value = 0;
-    for_each_piece(text, '|', [&](std::string_view flag) { value |= parse_named(field, flag); });
-    return value;
 }
 
 uint32_t number_at(const Field &field, Bytes bytes, size_t index, Order order) {
@@ -145,7 +124,7 @@ void parse_array(const Field &field, std::string_view text, std::span<uint8_t> b
         if (colon == std::string_view::npos)
             refuse(item, "is not of the form index:number");
         const Range range = parse_range(item.substr(0, colon), 0, static_cast<unsigned>(field.count() - 1));
-        const uint32_t value = parse_one(field, item.substr(colon + 1));
+        const uint32_t value = parse_number(field, item.substr(colon + 1));
         for (unsigned index = range.first; index <= range.last; ++index)
             store(bytes, field.offset + index * field.element, field.element, order, value);
     });
@@ -350,6 +329,29 @@ Field element_of(const Field &field, size_t index) {
     return element;
 }
 
+std::string number_text(const Field &field, uint32_t value) {
+    if (field.kind == Kind::kFlags)
+        return flags_text(field, value);
+    if (field.kind == Kind::kSigned && value > most_of(field.element) / 2)
+        return "-" + std::to_string(most_of(field.element) - value + 1);
+    const Name *name = field.kind == Kind::kEnumeration ? name_of(field, value) : nullptr;
+    return name != nullptr ? name->text : std::to_string(value);
+}
+
+uint32_t parse_number(const Field &field, std::string_view text) {
+    if (field.kind == Kind::kSigned && text.starts_with('-')) {
+        const uint32_t most = most_of(field.element);
+        return (most - parse_number(text.substr(1), most / 2 + 1) + 1) & most;
+    }
+    if (field.kind != Kind::kFlags)
+        return parse_named(field, text);
+    uint32_t value = 0;
+    if (text == "none")
+        return value;
+    for_each_piece(text, '|', [&](std::string_view flag) { value |= parse_named(field, flag); });
+    return value;
+}
+
 std::string value_text(const Field &field, Bytes bytes, Order order) {
     const Bytes own = bytes.subspan(field.offset, field.width);
     if (field.is_set()) {
@@ -379,7 +381,7 @@ void parse_value(const Field &field, std::string_view text, std::span<uint8_t> b
     else if (field.count() > 1)
         parse_array(field, text, bytes, order);
     else
-        store(bytes, field.offset, field.element, order, parse_one(field, text));
+        store(bytes, field.offset, field.element, order, parse_number(field, text));
 }
 
 bool is_quiet(const Field &field, Bytes bytes) {

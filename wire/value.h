@@ -47,6 +47,11 @@ void parse_value(const Field &field, std::string_view text, std::span<uint8_t> b
 // The numbers in a set.
 [[nodiscard]] Ids ids_of(const Field &set, Bytes bytes, Order order);
 
+// One number as the word that a field of that kind has for it, wherever the number stands; of flags, none is 0, too.
+[[nodiscard]] std::string number_text(const Field &field, uint32_t value);
+// The same back. Throws std::invalid_argument with a line for people.
+[[nodiscard]] uint32_t parse_number(const Field &field, std::string_view text);
+
 // One number of an array as a field of its own.
 [[nodiscard]] Field element_of(const Field &field, size_t index);
 
