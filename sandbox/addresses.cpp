@@ -5,15 +5,6 @@
 
 namespace sandbox {
 
-namespace {
-
-// The types that somebody configures on a port.
-bool needs_a_port(uint32_t type) {
-    return type != BRI_MAC_TYPE_DYNAMIC && type != BRI_MAC_TYPE_FILTER && type != BRI_MAC_TYPE_LOCAL;
-}
-
-} // namespace
-
 std::string Addresses::refusal(const bri_mac_entry &frame) const {
     if (frame.ifx == 0 || frame.bcast_id == 0)
         return frame.ifx == 0 ? "no port 0" : "no VLAN 0";
@@ -32,7 +23,7 @@ void Addresses::check(const bri_mac_msg &record) const {
     const bri_mac_entry &entry = record.entry;
     if (record.oper != BRI_MAC_ADD || is_dynamic(entry))
         return;
-    const bool placed = needs_a_port(entry.type);
+    const bool placed = entry.type != BRI_MAC_TYPE_FILTER && entry.type != BRI_MAC_TYPE_LOCAL; // these are on none
     if (placed && ((entry.field & BRI_MAC_FIELD_IFX) == 0 || entry.ifx == 0))
         throw std::invalid_argument("a configured address needs a port");
     refuse_for(entry.bcast_id == 0 ? "no VLAN 0" : misplaced_(entry.bcast_id, placed ? entry.ifx : 0));

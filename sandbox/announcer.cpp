@@ -18,10 +18,6 @@ bool for_the_library(uint32_t type) {
     return submodule == BRI_SUBMOD_CLNT_MNG || submodule == BRI_SUBMOD_DEBUG || type == RESEARCH_EVENT_SS_ORIGIN_MAC;
 }
 
-Buffer batch_of(uint32_t type, Bytes payload) {
-    return wire::join({{type, payload}});
-}
-
 // The library of a slave, or of a client that lacks the server's data, drops the question, and no answer would come.
 bool listens(const Connection &client) {
     return !client.slave && client.sync_step > 1;
@@ -35,7 +31,7 @@ bool gets(const Connection &client, uint32_t type) {
 }
 
 unsigned Announcer::announce(uint32_t type, Bytes payload, const Target &target) {
-    const Buffer batch = batch_of(type, payload);
+    const Buffer batch = wire::join({{type, payload}});
     std::vector<Client> told;
     unsigned count = 0;
     server_.for_each(target, [&](Connection &client) {
@@ -97,7 +93,7 @@ void Announcer::deliver(unsigned id, const Message &message) {
         if (!gets(client, message.type))
             return;
         trace_.message(Kind::kEvent, {client.party()}, message.type, message.payload);
-        send(client, batch_of(message.type, message.payload), 1);
+        send(client, wire::join({{message.type, message.payload}}), 1);
     });
 }
 

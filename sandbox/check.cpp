@@ -112,7 +112,7 @@ int play_all(const CheckOptions &options, const std::string &only, bool json) {
 } // namespace
 
 int check(int argc, char **argv) {
-    CheckOptions options;
+    CheckOptions options{{.time_scale = 10, .log = Log::kRecords, .daemon_output = kDaemonOutput}};
     std::string only;
     bool json = false;
     CLI::App app(check_usage());
@@ -123,7 +123,7 @@ int check(int argc, char **argv) {
         ->type_name("STORY");
     app.add_option("--script", options.setup, "Commands that make the switch; by default it has ports 1 to 8")
         ->type_name("FILE");
-    app.add_option("command", options.daemon, "The daemon and its arguments, behind --; it stays in the foreground")
+    app.add_option("command", options.command, "The daemon and its arguments, behind --; it stays in the foreground")
         ->required();
     if (const std::optional<int> status = parse_command_line(app, argc, argv))
         return *status;

@@ -11,14 +11,6 @@ namespace sandbox {
 
 namespace {
 
-bool ends_as(const std::string &text, std::string_view end) {
-    return text.size() >= end.size() && text.compare(text.size() - end.size(), end.size(), end) == 0;
-}
-
-bool starts_as(const std::string &text, std::string_view begin) {
-    return text.compare(0, begin.size(), begin) == 0;
-}
-
 // A number alone, or a list such as "10-20,30".
 bool has_number(const Fields &value, unsigned number) {
     if (value.is_number())
@@ -79,18 +71,18 @@ std::vector<Observed> observed_since(const World &world, size_t line) {
 }
 
 bool is_question(const Observed &message) {
-    return !message.request && (ends_as(message.type, "_PREJ") || message.type == "RESEARCH_EVENT_SWPORT_PREJUDGE");
+    return !message.request && (message.type.ends_with("_PREJ") || message.type == "RESEARCH_EVENT_SWPORT_PREJUDGE");
 }
 
 bool is_answer(const Observed &message, const std::string &question_type) {
-    const bool undecided = message.type == "RESEARCH_EVENT_FAILED" && starts_as(question_type, "RESEARCH_");
+    const bool undecided = message.type == "RESEARCH_EVENT_FAILED" && question_type.starts_with("RESEARCH_");
     return message.request && (message.type == question_type || undecided);
 }
 
 bool is_work(const Observed &message) {
     // One of client management is spelt in another way than the rest.
-    return message.request && !starts_as(message.type, "BRIDGE_EVE") && !starts_as(message.type, "RESEARCH_") &&
-           !ends_as(message.type, "_PREJ");
+    return message.request && !message.type.starts_with("BRIDGE_EVE") && !message.type.starts_with("RESEARCH_") &&
+           !message.type.ends_with("_PREJ");
 }
 
 bool speaks_of(const Observed &message, unsigned vid, unsigned ifx) {

@@ -2,7 +2,6 @@
 
 #include "sandbox/command.h"
 #include "sandbox/parse.h"
-#include "sandbox/places.h"
 #include "sandbox/script.h"
 
 #include <algorithm>
@@ -14,15 +13,9 @@ namespace sandbox {
 
 namespace {
 
-// Eight ports, unless the author has a switch of their own: two carry all VLANs, two their native one alone.
-constexpr const char *kDefaultSwitch =
-    "vlan create 10,20, port add 1 trunk 1, port add 2 trunk 1, port add 3 trunk 1, port add 4 trunk 1, "
-    "port add 5 access 10, port add 6 access 10, port add 7 access 10, port add 8 access 10, "
-    "port allow 1 1-4094, port allow 2 1-4094";
 // Ports that come and go; a story's own switch does not have them.
 constexpr unsigned kWorkPort = 61;
 constexpr unsigned kNewPort = 62;
-constexpr const char *kDaemonOutput = "daemon.log";
 constexpr size_t kLogLines = 40;
 
 // Seconds of the world.
@@ -51,19 +44,13 @@ std::string seconds_text(double time) {
     return text;
 }
 
+// A story that is being played, and what its lines have in common.
 class Player {
   public:
-    Player(const Story &story, const CheckOptions &options, Habits &habits)
-        : story_(story), scale_(options.time_scale), habits_(habits), stage_({.time_scale = options.time_scale,
-                                                                              .log = Log::kRecords,
-                                                                              .command = options.daemon,
-                                                                              .daemon_output = kDaemonOutput}) {
+    Player(const Story &story, const CheckOptions &options, Habits &known)
+        : scale(options.time_scale), habits(known), stage(options), story_(story) {
         Script script;
-        if (options.setup.empty())
-            for (const std::string &line : lines_of(kDefaultSwitch))
-                script.add(line);
-        else
-            script.add_file(find_script(options.setup));
+        script.add_file(find_script(options.setup));
         while (const std::optional<std::string> line = script.next())
             must(*line);
     }
@@ -81,66 +68,33 @@ class Player {
         return {std::move(points_), last_words()};
     }
 
-  private:
-    using Row = std::pair<const char *, void (Player::*)(const Words &words)>;
-    static const Row kRows[];
-
-    void run_line(const std::string &line);
-    void must_register(const char *point);
-
-    // The lines of stories; see check_story.h.
-    void begin(const Words &words);
-    void learn(const Words &words);
-    void again(const Words &words);
-    void do_something(const Words &words);
-    void acts(const Words &words);
-    void asks(const Words &words);
-    void silent(const Words &words);
-    void answers(const Words &words);
-    void addresses(const Words &words);
-    void idle(const Words &words);
-    void stops(const Words &words);
-    void try_command(const Words &words);
-
     // What is missing of a daemon that has ended is not told beside that.
     void say(const std::string &name, Judgement verdict, const std::string &why = "") {
-        if (verdict == Judgement::kWrong && has_ended())
-            return;
-        points_.push_back({story_.name, name, verdict, why});
+        if (verdict != Judgement::kWrong || !has_ended())
+            points_.push_back({story_.name, name, verdict, why});
     }
     void judge(const std::string &name, bool right, const std::string &why = "") {
         say(name, right ? Judgement::kRight : Judgement::kWrong, why);
     }
-    bool has_ended() {
-        if (const std::optional<int> status = stage_.daemon_ended()) {
-            points_.push_back({story_.name, "stays alive", Judgement::kWrong,
-                               "ended with status " + std::to_string(*status) + " at \"" + line_ + "\""});
-            over_ = true;
-        }
-        return over_;
-    }
-    // Whether a command goes well, and why not.
-    bool well(const std::string &command, std::string &why) {
+    // Runs a command: why it has failed, if it has.
+    std::optional<std::string> attempt(const std::string &command) {
         try {
-            stage_.run(command);
-            return true;
+            stage.run(command);
+            return std::nullopt;
         } catch (const std::runtime_error &error) {
-            why = error.what();
-            return false;
+            return error.what();
         }
     }
-    void must(const std::string &command) {
-        std::string why;
-        if (!well(command, why))
-            throw std::runtime_error(command + ": " + why);
+    // What it must do within the usual time, or else its story is over.
+    void must_register(const char *point) {
+        const auto why = attempt("wait clients registered >= 1 within " + std::to_string(kComing));
+        judge(point, !why, why.value_or(""));
+        over = over || why;
+        settle(2 * kStep);
     }
-    void try_to(const std::string &command) {
-        std::string ignored;
-        well(command, ignored);
-    }
-    void sleep(double time) const { std::this_thread::sleep_for(std::chrono::duration<double>(time / scale_)); }
-    [[nodiscard]] size_t place() { return stage_.world().lines(Log::kRecords).size(); }
-    [[nodiscard]] std::vector<Observed> seen() { return observed_since(stage_.world(), mark_); }
+    void sleep(double time) const { std::this_thread::sleep_for(std::chrono::duration<double>(time / scale)); }
+    void look_from_here() { mark = stage.world.lines(Log::kRecords).size(); }
+    [[nodiscard]] std::vector<Observed> seen() { return observed_since(stage.world, mark); }
     // The types of the requests since the mark by which it works.
     [[nodiscard]] std::set<std::string> work() {
         std::set<std::string> types;
@@ -168,147 +122,143 @@ class Player {
         }
         return found;
     }
-    [[nodiscard]] std::vector<unsigned> ports() {
-        std::vector<unsigned> all;
-        const Fields answer = Fields::parse(stage_.world().run("port show", true).text);
-        for (const Fields &port : answer["ports"])
-            all.push_back(port["ifx"]);
+    // The numbers of all ports, or of all clients.
+    [[nodiscard]] Words numbers(const char *command, const char *list, const char *number) {
+        Words all;
+        const Fields answer = Fields::parse(stage.world.run(command, true).text);
+        for (const Fields &row : answer[list])
+            all.push_back(row[number].dump());
         return all;
     }
-    [[nodiscard]] std::string first_client() {
-        const Fields clients = Fields::parse(stage_.world().run("clients", true).text)["clients"];
-        return clients.empty() ? "0" : clients[0]["id"].dump();
+    [[nodiscard]] Words ports() { return numbers("port show", "ports", "ifx"); }
+
+    double scale;
+    Habits &habits;
+    Stage stage;
+    size_t mark = 0;      // the line of the trace behind which something is looked for
+    bool created = false; // the first VLAN of what it should act on
+    bool over = false;
+
+  private:
+    void run_line(const std::string &line);
+    void must(const std::string &command) {
+        if (const auto why = attempt(command))
+            throw std::runtime_error(command + ": " + *why);
     }
-    [[nodiscard]] std::string last_words();
+    bool has_ended() {
+        if (const std::optional<int> status = stage.daemon_ended()) {
+            points_.push_back({story_.name, "stays alive", Judgement::kWrong,
+                               "ended with status " + std::to_string(*status) + " at \"" + line_ + "\""});
+            over = true;
+        }
+        return over;
+    }
+    [[nodiscard]] std::string last_words() {
+        const World &world = stage.world;
+        return "what happened last:\n" + last_of(world.lines(Log::kLines), kLogLines) + "the daemon's output:\n" +
+               last_of(read_lines(world.directory() + "/" + kDaemonOutput), kLogLines);
+    }
 
     const Story &story_;
-    double scale_;
-    Habits &habits_;
-    Stage stage_;
     std::vector<Point> points_;
-    size_t mark_ = 0;      // the line of the trace behind which something is looked for
-    bool created_ = false; // the first VLAN of what it should act on
-    std::string line_;     // of the story, that is being played
-    bool over_ = false;
+    std::string line_; // of the story, that is being played
 };
 
-const Player::Row Player::kRows[] = {
-    {"begin", &Player::begin},     {"learn", &Player::learn},     {"again", &Player::again},
-    {"do", &Player::do_something}, {"acts", &Player::acts},       {"asks", &Player::asks},
-    {"silent", &Player::silent},   {"answers", &Player::answers}, {"addresses", &Player::addresses},
-    {"idle", &Player::idle},       {"stops", &Player::stops},     {"try", &Player::try_command},
-};
+// --- the lines of stories; see check_story.h ---
 
-void Player::run_line(const std::string &line) {
-    const Words words = split(line);
-    for (const auto &[word, play_it] : kRows)
-        if (words[0] == word)
-            return (this->*play_it)(Words(words.begin() + 1, words.end()));
-    std::string command = line;
-    if (const size_t client = command.find('$'); client != std::string::npos)
-        command.replace(client, 1, first_client());
-    must(command);
-}
-
-void Player::must_register(const char *point) {
-    std::string why;
-    const bool registered = well("wait clients registered >= 1 within " + std::to_string(kComing), why);
-    judge(point, registered, why);
-    over_ = over_ || !registered;
-    settle(2 * kStep);
-}
-
-void Player::begin(const Words &) {
-    stage_.start_daemon({});
-    must_register("registers");
-    mark_ = place();
-}
-
-void Player::learn(const Words &words) {
-    mark_ = 0;
-    settle(kRest);
-    habits_.at_start = work();
-    do_something(words);
-    settle(kRest);
-    habits_.at_work = work();
-    for (const auto &[name, types] : {std::pair("sends something at its start", &habits_.at_start),
-                                      std::pair("acts on what happens", &habits_.at_work)})
-        say(name, types->empty() ? Judgement::kOpen : Judgement::kRight,
-            types->empty() ? "it asks for nothing" : names_text(*types));
+void do_something(Player &player, const Words &words) {
+    player.look_from_here();
     const unsigned vid = parse_number(words.at(0));
-    for (const Observed &message : seen())
-        habits_.names_new = habits_.names_new || (is_work(message) && speaks_of(message, vid, kWorkPort));
-}
-
-void Player::again(const Words &) {
-    must_register("registers again");
-}
-
-void Player::do_something(const Words &words) {
-    mark_ = place();
-    const unsigned vid = parse_number(words.at(0));
-    const std::string first = std::to_string(vid);
     const std::string last = std::to_string(vid + 2);
     const std::string port = std::to_string(kWorkPort);
-    const std::vector<unsigned> all = ports();
-    std::string why;
-    created_ = well("vlan create " + first, why);
-    try_to("vlan create " + std::to_string(vid + 1) + "-" + last);
-    try_to("port add " + port + " trunk 1");
-    for (const unsigned ifx : all)
-        for (const std::string &vlan : {first, std::string("10")})
-            try_to("traffic flood 4 " + vlan + " " + std::to_string(ifx));
-    sleep(kStep);
+    const Words ports = player.ports();
+    player.created = !player.attempt("vlan create " + words[0]);
+    player.attempt("vlan create " + std::to_string(vid + 1) + "-" + last);
+    player.attempt("port add " + port + " trunk 1");
+    for (const std::string &ifx : ports)
+        for (const std::string &vlan : {words[0], std::string("10")})
+            player.attempt("traffic flood 4 " + vlan + " " + ifx);
+    player.sleep(kStep);
     for (const char *command : {"port down ", "port up "}) {
-        for (const unsigned ifx : all)
-            try_to(command + std::to_string(ifx));
-        sleep(kStep);
+        for (const std::string &ifx : ports)
+            player.attempt(command + ifx);
+        player.sleep(kStep);
     }
-    try_to("vlan delete " + last);
-    try_to("port del " + port);
+    player.attempt("vlan delete " + last);
+    player.attempt("port del " + port);
 }
 
-void Player::acts(const Words &) {
-    if (habits_.at_work.empty())
-        return say("acts as before", Judgement::kOpen, "it never asks for anything then");
-    const bool acted = look_for(created_ ? kComing : kQuiet, [&] {
-        const std::set<std::string> now = work();
-        return std::any_of(now.begin(), now.end(),
-                           [&](const std::string &type) { return habits_.at_work.count(type) != 0; });
-    });
-    if (!acted && !created_)
-        return say("acts as before", Judgement::kOpen, "no VLAN came, as it was asked and did not agree");
-    judge("acts as before", acted, acted ? names_text(work()) : "it no longer sends " + names_text(habits_.at_work));
+void begin(Player &player, const Words &) {
+    player.stage.start_daemon({});
+    player.must_register("registers");
+    player.look_from_here();
 }
 
-void Player::asks(const Words &words) {
+void learn(Player &player, const Words &words) {
+    Habits &habits = player.habits;
+    player.mark = 0;
+    player.settle(kRest);
+    habits.at_start = player.work();
+    do_something(player, words);
+    player.settle(kRest);
+    habits.at_work = player.work();
+    for (const auto &[name, types] : {std::pair("sends something at its start", &habits.at_start),
+                                      std::pair("acts on what happens", &habits.at_work)})
+        player.say(name, types->empty() ? Judgement::kOpen : Judgement::kRight,
+                   types->empty() ? "it asks for nothing" : names_text(*types));
     const unsigned vid = parse_number(words.at(0));
-    const auto sign = [&]() -> std::optional<std::string> {
-        for (const Observed &message : seen()) {
+    for (const Observed &message : player.seen())
+        habits.names_new = habits.names_new || (is_work(message) && speaks_of(message, vid, kWorkPort));
+}
+
+void again(Player &player, const Words &) {
+    player.must_register("registers again");
+}
+
+bool share(const std::set<std::string> &some, const std::set<std::string> &others) {
+    return std::any_of(some.begin(), some.end(), [&](const std::string &name) { return others.count(name) != 0; });
+}
+
+void acts(Player &player, const Words &) {
+    constexpr const char *name = "acts as before";
+    const std::set<std::string> &habits = player.habits.at_work;
+    if (habits.empty())
+        return player.say(name, Judgement::kOpen, "it never asks for anything then");
+    const bool acted = player.look_for(player.created ? kComing : kQuiet, [&] { return share(player.work(), habits); });
+    if (!acted && !player.created)
+        return player.say(name, Judgement::kOpen, "no VLAN came, as it was asked and did not agree");
+    player.judge(name, acted, acted ? names_text(player.work()) : "it no longer sends " + names_text(habits));
+}
+
+void asks(Player &player, const Words &words) {
+    constexpr const char *name = "asks for origin data";
+    const unsigned vid = parse_number(words.at(0));
+    const bool names_new = player.habits.names_new;
+    const auto found = player.look_for(names_new ? kComing : kQuiet, [&]() -> std::optional<std::string> {
+        for (const Observed &message : player.seen()) {
             if (message.request && message.type == "BRIDGE_EVENT_ORI_DATA_REQUEST")
                 return "sends " + message.type;
             if (is_work(message) && speaks_of(message, vid, kNewPort))
                 return "sends " + message.type + " about what came meanwhile";
         }
         return std::nullopt;
-    };
-    const std::optional<std::string> found = look_for(habits_.names_new ? kComing : kQuiet, sign);
-    if (!found && !habits_.names_new)
-        say("asks for origin data", Judgement::kOpen, "it asks the server nothing, and for nothing about what is new");
+    });
+    if (!found && !names_new)
+        player.say(name, Judgement::kOpen, "it asks the server nothing, and for nothing about what is new");
     else
-        judge("asks for origin data", found.has_value(),
-              found.value_or("it does nothing about VLAN " + words[0] + " and port " + std::to_string(kNewPort) +
-                             ", which came while it did not listen"));
-    settle(kStep);
+        player.judge(name, found.has_value(),
+                     found.value_or("it does nothing about VLAN " + words[0] + " and port " + std::to_string(kNewPort) +
+                                    ", which came while it did not listen"));
+    player.settle(kStep);
 }
 
-void Player::silent(const Words &words) {
-    sleep(kQuiet);
-    const std::set<std::string> sent = work();
-    if (sent.empty() && habits_.at_start.empty() && habits_.at_work.empty())
-        say(join(words), Judgement::kOpen, "it sends nothing as a master either");
+void silent(Player &player, const Words &words) {
+    player.sleep(kQuiet);
+    const std::set<std::string> sent = player.work();
+    if (sent.empty() && player.habits.at_start.empty() && player.habits.at_work.empty())
+        player.say(join(words), Judgement::kOpen, "it sends nothing as a master either");
     else
-        judge(join(words), sent.empty(), sent.empty() ? "" : "it sends " + names_text(sent));
+        player.judge(join(words), sent.empty(), sent.empty() ? "" : "it sends " + names_text(sent));
 }
 
 // What is wrong with its answers since the mark, if anything; the slowest one.
@@ -344,67 +294,71 @@ Judged judge_answers(const std::vector<Observed> &messages) {
 }
 
 // Twice when something is wrong the first time: the machine may have been busy.
-void Player::answers(const Words &words) {
-    const unsigned vid = parse_number(words.at(0));
-    const std::string port = std::to_string(ports().at(0));
+void answers(Player &player, const Words &words) {
+    constexpr const char *name = "answers in time";
+    const std::string port = player.ports().at(0);
     Judged judged;
     for (unsigned attempt = 0; attempt < 2; ++attempt) {
-        mark_ = place();
-        const unsigned first = vid + 10 * attempt;
-        try_to("vlan create " + std::to_string(first));
-        try_to("vlan create " + std::to_string(first + 1) + "-" + std::to_string(first + 2));
-        try_to("port mode " + port + (attempt == 0 ? " hybrid ask" : " trunk ask"));
-        judged = judge_answers(seen());
+        player.look_from_here();
+        const unsigned first = parse_number(words.at(0)) + 10 * attempt;
+        player.attempt("vlan create " + std::to_string(first));
+        player.attempt("vlan create " + std::to_string(first + 1) + "-" + std::to_string(first + 2));
+        player.attempt("port mode " + port + (attempt == 0 ? " hybrid ask" : " trunk ask"));
+        judged = judge_answers(player.seen());
         if (judged.wrong.empty())
             break;
-        sleep(kSwitchPatience); // for what is late
-        judged = judge_answers(seen());
+        player.sleep(kSwitchPatience); // for what is late
+        judged = judge_answers(player.seen());
     }
     if (judged.questions == 0)
-        say("answers in time", Judgement::kOpen, "it has registered none of the questions");
-    else
-        judge("answers in time", judged.wrong.empty(),
-              judged.wrong.empty()
-                  ? std::to_string(judged.questions) + " answers within " + seconds_text(judged.slowest)
-                  : judged.wrong);
+        return player.say(name, Judgement::kOpen, "it has registered none of the questions");
+    const std::string well = std::to_string(judged.questions) + " answers within " + seconds_text(judged.slowest);
+    player.judge(name, judged.wrong.empty(), judged.wrong.empty() ? well : judged.wrong);
 }
 
-void Player::addresses(const Words &) {
+void addresses(Player &player, const Words &) {
     static const std::set<std::string> own = {"MAC_EVENT_NOTIFY_ADDR", "MAC_EVENT_NOTIFY_NONDYN",
                                               "MVLAN_EVENT_NOTIFY_ENTRY"};
-    const auto gives = [&](const std::set<std::string> &types) {
-        return std::any_of(types.begin(), types.end(), [](const std::string &type) { return own.count(type) != 0; });
-    };
-    const char *name = "gives its addresses again";
-    if (!gives(habits_.at_start))
-        return say(name, Judgement::kOpen, "it gives the kernel none at its start");
-    judge(name, look_for(kComing, [&] { return gives(work()); }));
+    constexpr const char *name = "gives its addresses again";
+    if (!share(own, player.habits.at_start))
+        return player.say(name, Judgement::kOpen, "it gives the kernel none at its start");
+    player.judge(name, player.look_for(kComing, [&] { return share(own, player.work()); }));
 }
 
-void Player::idle(const Words &words) {
-    const std::chrono::duration<double> time(parse_number(words.at(0)) / scale_);
-    const std::optional<double> busy = busy_part(stage_.daemon(), time);
+void idle(Player &player, const Words &words) {
+    constexpr const char *name = "does not spin";
+    const std::chrono::duration<double> time(parse_number(words.at(0)) / player.scale);
+    const std::optional<double> busy = busy_part(player.stage.daemon(), time);
     if (!busy)
-        return say("does not spin", Judgement::kOpen, "this kernel does not count its threads' time");
-    judge("does not spin", *busy < kBusy,
-          "busy in " + std::to_string(static_cast<int>(100 * *busy)) + " % of the time");
+        return player.say(name, Judgement::kOpen, "this kernel does not count its threads' time");
+    player.judge(name, *busy < kBusy, "busy in " + std::to_string(static_cast<int>(100 * *busy)) + " % of the time");
 }
 
-void Player::stops(const Words &) {
-    const std::optional<int> status = stage_.end_daemon();
+void stops(Player &player, const Words &) {
+    const std::optional<int> status = player.stage.end_daemon();
     const bool killed = status && *status > 128 && *status != 128 + SIGTERM;
-    judge("stops on SIGTERM", status && !killed, status ? "status " + std::to_string(*status) : "it does not");
-    over_ = true;
+    player.judge("stops on SIGTERM", status && !killed, status ? "status " + std::to_string(*status) : "it does not");
+    player.over = true;
 }
 
-void Player::try_command(const Words &words) {
-    try_to(join(words));
-}
+constexpr struct {
+    const char *word;
+    void (*play)(Player &player, const Words &words);
+} kLines[] = {{"begin", begin},         {"learn", learn}, {"again", again},   {"do", do_something},
+              {"acts", acts},           {"asks", asks},   {"silent", silent}, {"answers", answers},
+              {"addresses", addresses}, {"idle", idle},   {"stops", stops}};
 
-std::string Player::last_words() {
-    World &world = stage_.world();
-    return "what happened last:\n" + last_of(world.lines(Log::kLines), kLogLines) + "the daemon's output:\n" +
-           last_of(read_lines(world.directory() + "/" + kDaemonOutput), kLogLines);
+void Player::run_line(const std::string &line) {
+    const Words words = split(line);
+    for (const auto &row : kLines)
+        if (words[0] == row.word)
+            return row.play(*this, Words(words.begin() + 1, words.end()));
+    std::string command = line;
+    if (const size_t client = command.find('$'); client != std::string::npos) {
+        const Words clients = numbers("clients", "clients", "id");
+        command.replace(client, 1, clients.empty() ? "0" : clients[0]);
+    }
+    must(command);
 }
 
 } // namespace

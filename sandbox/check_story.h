@@ -32,6 +32,8 @@ bool speaks_of(const Observed &message, unsigned vid, unsigned ifx);
 // for a processor, so that a busy machine makes no difference. Nothing where the kernel does not count that.
 std::optional<double> busy_part(pid_t process, std::chrono::duration<double> time);
 
+inline constexpr const char *kDaemonOutput = "daemon.log"; // below the world's directory
+
 // A script whose lines, with commas between, are commands of a Stage, or those below, which judge:
 //
 //   begin          starts the daemon, which must register
@@ -45,7 +47,6 @@ std::optional<double> busy_part(pid_t process, std::chrono::duration<double> tim
 //   addresses      it must give the kernel its own addresses once more
 //   idle T         it must not use the processor all the time
 //   stops          it must end when it is told to
-//   try COMMAND    a command that a daemon may refuse
 //
 // $ stands for the number of its first client.
 struct Story {
@@ -71,10 +72,8 @@ struct Habits {
     bool names_new = false; // ports or VLANs that came
 };
 
-struct CheckOptions {
-    double time_scale = 10;
-    std::string setup; // a script that makes the switch; empty for one of eight ports
-    std::vector<std::string> daemon;
+struct CheckOptions : StageOptions {
+    std::string setup = "eight-ports"; // a script that makes the switch
 };
 
 // What a story showed, and for people what happened last.

@@ -1,6 +1,5 @@
 // The commands about the sandbox itself and about clients: what they are told, and how the server treats them.
-#include "sandbox/parse.h"
-#include "sandbox/sandbox.h"
+#include "sandbox/operation.h"
 #include "wire/value.h"
 
 #include <algorithm>
@@ -15,13 +14,6 @@ std::pair<Target, std::string> take_target(const Call &call) {
     return {Target(given ? call.words[0] : ""), call.rest(given ? 1 : 0)};
 }
 
-// The only word of a call, if there is one.
-Target only_target(const Call &call) {
-    if (!call.words.empty() && call.words[0][0] != '@')
-        throw std::invalid_argument("usage: " + call.command + " [@CLIENT], not " + call.words[0]);
-    return Target(call.rest());
-}
-
 // For what concerns those alone that are there.
 void must_be_there(Sandbox &sandbox, const Call &call, const Target &target) {
     if (!target.all() && sandbox.bridge.server.for_each(target, [](const Connection &) {}) == 0)
@@ -30,6 +22,12 @@ void must_be_there(Sandbox &sandbox, const Call &call, const Target &target) {
 
 Answer counted(const Call &call, unsigned count) {
     return Answer().say("{command}: {clients} clients", {{"command", call.command}, {"clients", count}});
+}
+
+Answer counted_there(const Call &call, unsigned count) {
+    if (count == 0 && !call.words.empty())
+        throw std::invalid_argument(call.command + ": there is no client " + Target(call.words[0]).word());
+    return counted(call, count);
 }
 
 Outcome role(Sandbox &sandbox, const Call &call) {
@@ -52,22 +50,6 @@ Outcome switchover(Sandbox &sandbox, const Call &call) {
     if (half != "begin")
         sandbox.bridge.synchronisation.end_switchover(target);
     return Answer().say("switchover: {switchover}", {{"switchover", half.empty() ? "begin and end" : half}});
-}
-
-Outcome hold_synchronisation(Sandbox &sandbox, const Call &call) {
-    sandbox.bridge.synchronisation.hold(only_target(call));
-    return Answer();
-}
-
-template <unsigned (Synchronisation::*Step)(const Target &target)>
-Outcome synchronise(Sandbox &sandbox, const Call &call) {
-    return counted(call, (sandbox.bridge.synchronisation.*Step)(only_target(call)));
-}
-
-template <unsigned (Server::*Treat)(const Target &target)> Outcome treat(Sandbox &sandbox, const Call &call) {
-    const Target target = only_target(call);
-    must_be_there(sandbox, call, target);
-    return counted(call, (sandbox.bridge.server.*Treat)(target));
 }
 
 // The answer of a command that sends one.
@@ -94,13 +76,6 @@ Outcome raw(Sandbox &sandbox, const Call &call) {
     const Buffer bytes = wire::parse_hex(words);
     const unsigned count = sandbox.bridge.server.for_each(target, [&](Connection &client) { client.send(bytes); });
     return Answer().say("raw: to {clients} clients", {{"clients", count}});
-}
-
-Outcome restart(Sandbox &sandbox, const Call &call) {
-    const Microseconds pause = call.words.empty() ? Microseconds(0) : parse_seconds(call.words[0]);
-    const unsigned count = sandbox.bridge.server.drop(Target());
-    sandbox.bridge.server.restart(pause);
-    return counted(call, count);
 }
 
 Outcome clients(Sandbox &sandbox, const Call &) {
@@ -213,15 +188,6 @@ Outcome help(Sandbox &, const Call &call) {
     return answer;
 }
 
-Outcome print(Sandbox &, const Call &call) {
-    return Answer().say("{text}", {{"text", call.rest()}});
-}
-
-Outcome quit(Sandbox &sandbox, const Call &) {
-    sandbox.end();
-    return Answer();
-}
-
 Outcome last_records(Sandbox &sandbox, const Call &call) {
     const std::deque<Record> &history = sandbox.trace.history();
     const size_t wanted = call.words.empty() ? 50 : parse_number(call.words[0]);
@@ -231,30 +197,37 @@ Outcome last_records(Sandbox &sandbox, const Call &call) {
     return answer.total("records");
 }
 
-Outcome seed_random(Sandbox &sandbox, const Call &call) {
-    sandbox.random.seed(parse_number(call.words[0]));
-    return Answer();
-}
-
 constexpr Command kClientCommands[] = {
-    {"print", "[TEXT...]", "print a line", print},
+    {"print", "[TEXT...]", "print a line",
+     [](Sandbox &, const Call &call) -> Outcome {
+         return Answer().say("{text}", {{"text", call.rest()}});
+     }},
     {"trace", "[N]", "the last N things that have happened, 50", last_records},
-    {"random seed", "N", "begin the random numbers anew", seed_random},
+    {"random seed", "N", "begin the random numbers anew",
+     [](Sandbox &sandbox, const Call &call) -> Outcome {
+         sandbox.random.seed(parse_number(call.words[0]));
+         return Answer();
+     }},
     {"help", "[WORD]", "this list, or what begins with the word", help},
-    {"quit", "", "end the server", quit},
+    {"quit", "", "end the server",
+     [](Sandbox &sandbox, const Call &) -> Outcome {
+         sandbox.end();
+         return Answer();
+     }},
     {"role", "[@CLIENT] [master|slave]", "tell the clients their role, or show it", role},
     {"switchover", "[@CLIENT] [begin|end]", "make a slave take over as master; one half or both", switchover},
     {"sync hold", "[@CLIENT]", "who registers under that name is told its role and the begin of the data, and no more",
-     hold_synchronisation},
+     operation<&Synchronisation::hold>},
     {"sync next", "[@CLIENT]", "those are told the end of the data; then that they are synchronised",
-     synchronise<&Synchronisation::next>},
+     operation<&Synchronisation::next, counted>},
     {"sync go", "[@CLIENT]", "those are told all that is left, and nobody is held any more",
-     synchronise<&Synchronisation::go>},
+     operation<&Synchronisation::go, counted>},
     {"event", "[@CLIENT] TYPE [FIELD=VALUE...|HEX...]", "send an event to the clients that registered it", event},
     {"raw", "[@CLIENT] HEX...", "write bytes to the connections as they stand", raw},
-    {"stall", "[@CLIENT]", "stop reading and writing, like a server that hangs", treat<&Server::stall>},
-    {"resume", "[@CLIENT]", "end a stall", treat<&Server::resume>},
-    {"restart", "[SECONDS]", "close everything and listen again, after a while", restart},
+    {"stall", "[@CLIENT]", "stop reading and writing, like a server that hangs",
+     operation<&Server::stall, counted_there>},
+    {"resume", "[@CLIENT]", "end a stall", operation<&Server::resume, counted_there>},
+    {"restart", "[SECONDS]", "close everything and listen again, after a while", operation<&Server::restart, counted>},
     {"clients", "", "list the connections", clients},
     {"debug", "CLIENT WHAT WORD...", "switch a client's debugging, delay its events, make it print itself", debug},
 };
@@ -278,12 +251,7 @@ constexpr Value kClientValues[] = {
 
 } // namespace
 
-Family client_commands() {
-    return kClientCommands;
-}
-
-Values client_values() {
-    return kClientValues;
-}
+const Family client_commands = kClientCommands;
+const Values client_values = kClientValues;
 
 } // namespace sandbox

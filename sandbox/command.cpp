@@ -47,7 +47,7 @@ template <size_t N> bool is_one_of(const char *const (&list)[N], const std::stri
 }
 
 std::span<const Values> all_values() {
-    static const Values families[] = {client_values(), switch_values(), mac_values()};
+    static const Values families[] = {client_values, switch_values, mac_values};
     return families;
 }
 
@@ -248,8 +248,7 @@ void Sandbox::open() {
 }
 
 std::span<const Family> all_commands() {
-    static const Family families[] = {client_commands(), wait_commands(), switch_commands(), mac_commands(),
-                                      rule_commands()};
+    static const Family families[] = {client_commands, wait_commands, switch_commands, mac_commands, rule_commands};
     return families;
 }
 

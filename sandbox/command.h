@@ -95,9 +95,9 @@ struct Value {
 using Values = std::span<const Value>;
 
 // The families' tables.
-Values client_values();
-Values switch_values();
-Values mac_values();
+extern const Values client_values;
+extern const Values switch_values;
+extern const Values mac_values;
 
 // "vlan 10 members has 3": whether it holds now. A field alone is true or not empty; "exists" and "gone" ask for the
 // object itself; is, not, has, lacks, <, <=, >, >= compare, "is" may be left out.

@@ -124,10 +124,8 @@ KernelResult switch_learning(KernelTables &tables, Bytes data) {
 
 KernelResult switch_port_learning(KernelTables &tables, Bytes data) {
     const auto request = object_of<bri_mac_intf_learn>(data);
-    if (request.ifx >= BRI_PORT_SLOTS)
-        return {EINVAL};
-    tables.macs.settings.quiet_ports[request.ifx] = request.learn_disable != 0;
-    return {};
+    const auto change = request.learn_disable != 0 ? bri_port_set_add : bri_port_set_remove;
+    return {change(&tables.macs.settings.quiet_ports, request.ifx) == 0 ? 0 : EINVAL};
 }
 
 KernelResult set_age(KernelTables &tables, Bytes data) {
@@ -152,10 +150,6 @@ KernelResult read_addresses(KernelTables &tables, Bytes) {
     return {0, buffer_of(run_of(all))};
 }
 
-KernelResult read_hosts(KernelTables &tables, Bytes) {
-    return {0, buffer_of(run_of(tables.hosts.entries()))};
-}
-
 KernelResult read_figures(KernelTables &tables, Bytes) {
     const MacTable &macs = tables.macs;
     KernelFigures figures{};
@@ -163,9 +157,7 @@ KernelResult read_figures(KernelTables &tables, Bytes) {
     figures.range = macs.settings.range;
     figures.room = macs.settings.room;
     figures.learning = macs.settings.learning ? 1 : 0;
-    for (unsigned ifx = 0; ifx < BRI_PORT_SLOTS; ++ifx)
-        if (macs.settings.quiet_ports[ifx])
-            bri_port_set_add(&figures.quiet_ports, ifx);
+    figures.quiet_ports = macs.settings.quiet_ports;
     for (uint32_t type = 0; type < std::size(figures.of_type); ++type)
         figures.of_type[type] = macs.count(type);
     figures.addresses = static_cast<uint32_t>(macs.size());
@@ -199,7 +191,10 @@ constexpr struct HandlerRow {
     {Asker::kServer, kForget, sizeof(KernelForget), forget},
     {Asker::kServer, kHostRoom, sizeof(uint32_t), set_host_room},
     {Asker::kServer, kReadAddresses, 0, read_addresses},
-    {Asker::kServer, kReadHosts, 0, read_hosts},
+    {Asker::kServer, kReadHosts, 0,
+     [](KernelTables &tables, Bytes) -> KernelResult {
+         return {0, buffer_of(run_of(tables.hosts.entries()))};
+     }},
     {Asker::kServer, kReadFigures, 0, read_figures},
 };
 

@@ -14,10 +14,6 @@ namespace {
 // Clients build the path in a buffer of this size and cut what does not fit.
 constexpr size_t kClientPathBuffer = 64;
 
-[[noreturn]] void fail(const std::string &what) {
-    throw std::runtime_error(what + ": " + std::strerror(errno));
-}
-
 sockaddr_un address_of(const std::string &path) {
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
@@ -36,7 +32,7 @@ void set_mode(const std::string &path, mode_t kind, mode_t mode) {
 void make_directory(const std::string &directory) {
     constexpr mode_t like_tmp = 01777;
     if (mkdir(directory.c_str(), 0777) != 0 && errno != EEXIST)
-        fail("cannot make " + directory);
+        fail_with("cannot make " + directory);
     set_mode(directory, S_IFDIR, like_tmp);
 }
 
@@ -65,11 +61,15 @@ int listen_at(const std::string &path, int type, Access access) {
     umask(before);
     errno = error;
     if (!bound || listen(fd.get(), SOMAXCONN) != 0)
-        fail("cannot listen at " + path);
+        fail_with("cannot listen at " + path);
     return fd.release();
 }
 
 } // namespace
+
+void fail_with(const std::string &what) {
+    throw std::runtime_error(what + ": " + std::strerror(errno));
+}
 
 std::string socket_path(const std::string &tmpdir, const std::string &name) {
     std::string path = tmpdir + "/bridge/" + name;
@@ -98,7 +98,7 @@ int connect_to(const std::string &path, int type) {
     const sockaddr_un address = address_of(path);
     Fd fd(socket(AF_UNIX, type | SOCK_CLOEXEC, 0));
     if (!fd.ok() || connect(fd.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0)
-        fail("no server at " + path);
+        fail_with("no server at " + path);
     return fd.release();
 }
 
@@ -117,7 +117,7 @@ ControlClient::ControlClient(const std::string &tmpdir) : fd_(connect_to(socket_
 ControlClient::Reply ControlClient::run(const std::string &command, bool json) {
     const std::string line = (json ? "json " : "text ") + command + "\n";
     if (!send_all(fd_.get(), line))
-        fail("the server has gone");
+        fail_with("the server has gone");
     size_t end = 0;
     while ((end = input_.find('\n')) == std::string::npos)
         read_more();

@@ -8,6 +8,9 @@
 
 namespace sandbox {
 
+// Throws std::runtime_error with that and what errno says.
+[[noreturn]] void fail_with(const std::string &what);
+
 // The path of a socket of that name. Throws std::runtime_error when it is longer than the clients take.
 std::string socket_path(const std::string &tmpdir, const std::string &name);
 

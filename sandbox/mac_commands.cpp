@@ -1,5 +1,6 @@
 // The commands about addresses, the frames they are learned from, and the kernel's bridge module.
 #include "sandbox/operation.h"
+#include "wire/value.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -48,7 +49,7 @@ bri_mac_msg record_of(bri_mac_oper oper, const Words &words) {
     return record;
 }
 
-Answer changed(uint32_t count) {
+Answer changed(const Call &, uint32_t count) {
     return Answer().say("mac: {count} changed", {{"count", count}});
 }
 
@@ -57,11 +58,7 @@ Outcome add_address(Sandbox &sandbox, const Call &call) {
     if (whole.size() < 4)
         whole.emplace_back("dynamic");
     refuse_if(std::find(whole.begin(), whole.end(), "*") != whole.end(), "an address to add is named whole");
-    return changed(sandbox.bridge.addresses.apply({record_of(BRI_MAC_ADD, whole)}));
-}
-
-Outcome remove_addresses(Sandbox &sandbox, const Call &call) {
-    return changed(sandbox.bridge.addresses.apply({record_of(BRI_MAC_DEL, call.words)}));
+    return changed(call, sandbox.bridge.addresses.apply({record_of(BRI_MAC_ADD, whole)}));
 }
 
 // COUNT VID IFX: entries that count up from 06:00:00:00:00:00, for the look of a full table.
@@ -78,11 +75,7 @@ Outcome fill_table(Sandbox &sandbox, const Call &call) {
     std::vector<bri_mac_msg> records;
     for (const bri_mac_entry &entry : many_of(call.words))
         records.push_back({0, BRI_MAC_ADD, entry});
-    return changed(sandbox.bridge.addresses.apply(records));
-}
-
-Outcome flush_addresses(Sandbox &sandbox, const Call &call) {
-    return changed(sandbox.bridge.addresses.flush(word_or(call, 0, all_vlans()), word_or<uint32_t>(call, 1)));
+    return changed(call, sandbox.bridge.addresses.apply(records));
 }
 
 Fields fields_of(const bri_mac_entry &entry) {
@@ -113,9 +106,7 @@ Answer figures_of(Sandbox &sandbox) {
     for (uint32_t type = BRI_MAC_TYPE_DYNAMIC; type < std::size(kTypes); ++type)
         if (figures.of_type[type] != 0)
             answer.row("types", "  {type} {count}", {{"type", type_text(type)}, {"count", figures.of_type[type]}});
-    Fields quiet = Fields::array();
-    for (uint32_t ifx = 0; (ifx = bri_port_set_next(&figures.quiet_ports, ifx)) != 0;)
-        quiet.push_back(ifx);
+    const wire::Ids quiet = wire::ids_in(figures.quiet_ports.words);
     answer.say("mac: {count} addresses, age {age} s, room for {static} static, {filter} filter, {total} in all, "
                "learning {learning}",
                {{"count", figures.addresses},
@@ -129,8 +120,7 @@ Answer figures_of(Sandbox &sandbox) {
     return answer;
 }
 
-Outcome set_age(Sandbox &sandbox, const Call &call) {
-    const uint32_t seconds = sandbox.bridge.addresses.set_age(parse_number(call.words[0]));
+Answer age_set(const Call &, uint32_t seconds) {
     return Answer().say("mac: age {seconds} s", {{"seconds", seconds}});
 }
 
@@ -225,11 +215,6 @@ Outcome add_host(Sandbox &sandbox, const Call &call) {
     return Answer();
 }
 
-Outcome remove_host(Sandbox &sandbox, const Call &call) {
-    sandbox.bridge.addresses.apply_host(host_entry(kMacVlanDelete, call.words[0]));
-    return Answer();
-}
-
 Outcome show_hosts(Sandbox &sandbox, const Call &) {
     Answer answer{"entries"};
     for (const mvlan_msg &known : sandbox.bridge.addresses.hosts())
@@ -284,14 +269,19 @@ Outcome set_kernel(Sandbox &sandbox, const Call &call) {
 
 constexpr Command kMacCommands[] = {
     {"mac add", "MAC VID IFX [TYPE]", "dynamic, static, filter, local, copy, security, other, trusted", add_address},
-    {"mac delete", "MAC [VID] [IFX] [TYPE]", "all that match; * and what is left out stand for any", remove_addresses},
+    {"mac delete", "MAC [VID] [IFX] [TYPE]", "all that match; * and what is left out stand for any",
+     [](Sandbox &sandbox, const Call &call) -> Outcome {
+         return changed(call, sandbox.bridge.addresses.apply({record_of(BRI_MAC_DEL, call.words)}));
+     }},
     {"mac fill", "COUNT VID IFX", "that many dynamic addresses, from 06:00:00:00:00:00 on", fill_table},
-    {"mac flush", "[LIST] [IFX]", "the learned addresses of VLANs go, on a port or on all", flush_addresses},
+    {"mac flush", "[LIST] [IFX]", "the learned addresses of VLANs go, on a port or on all",
+     operation<&Addresses::flush, changed>},
     {"mac show", "", "the table", show_addresses},
     {"mac find", "MAC VID", "one address", find_address},
     {"mac count", "", "how many of each type, and the settings",
      [](Sandbox &sandbox, const Call &) -> Outcome { return figures_of(sandbox); }},
-    {"mac age", "SECONDS", "how long a learned address stays without a frame; 0: for ever", set_age},
+    {"mac age", "SECONDS", "how long a learned address stays without a frame; 0: for ever",
+     operation<&Addresses::set_age, age_set>},
     {"mac range", "MIN MAX STEP", "the ages that are allowed, in seconds; zeros: all",
      operation<&Addresses::set_age_range>},
     {"mac learning", "on|off [IFX]", "learn addresses from frames, everywhere or on a port", set_learning},
@@ -301,7 +291,11 @@ constexpr Command kMacCommands[] = {
     {"traffic stop", "MAC", "that host is silent; all: everybody is", stop_traffic},
     {"traffic show", "", "the hosts that send", show_traffic},
     {"mvlan add", "MAC VID [IFX]", "put the host with that address in a VLAN", add_host},
-    {"mvlan delete", "MAC", "withdraw that", remove_host},
+    {"mvlan delete", "MAC", "withdraw that",
+     [](Sandbox &sandbox, const Call &call) -> Outcome {
+         sandbox.bridge.addresses.apply_host(host_entry(kMacVlanDelete, call.words[0]));
+         return Answer();
+     }},
     {"mvlan capacity", "ENTRIES", "the entries that there is room for; any: no limit",
      [](Sandbox &sandbox, const Call &call) -> Outcome {
          sandbox.bridge.addresses.set_host_room(parse_limit(call.words[0]));
@@ -324,12 +318,7 @@ constexpr Value kMacValues[] = {
 
 } // namespace
 
-Family mac_commands() {
-    return kMacCommands;
-}
-
-Values mac_values() {
-    return kMacValues;
-}
+const Family mac_commands = kMacCommands;
+const Values mac_values = kMacValues;
 
 } // namespace sandbox

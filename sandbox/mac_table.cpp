@@ -10,12 +10,8 @@ namespace {
 constexpr uint8_t kWhole = BRI_MAC_FIELD_MAC | BRI_MAC_FIELD_IFX | BRI_MAC_FIELD_TYPE | BRI_MAC_FIELD_BCAST_ID;
 constexpr uint8_t kNamed = BRI_MAC_FIELD_MAC | BRI_MAC_FIELD_BCAST_ID;
 
-bool same_mac(const bri_mac_entry &left, const bri_mac_entry &right) {
-    return std::memcmp(left.mac, right.mac, sizeof left.mac) == 0;
-}
-
 bool matches(const bri_mac_entry &entry, const bri_mac_entry &key, unsigned fields) {
-    return ((fields & BRI_MAC_FIELD_MAC) == 0 || same_mac(entry, key)) &&
+    return ((fields & BRI_MAC_FIELD_MAC) == 0 || std::ranges::equal(entry.mac, key.mac)) &&
            ((fields & BRI_MAC_FIELD_IFX) == 0 || entry.ifx == key.ifx) &&
            ((fields & BRI_MAC_FIELD_TYPE) == 0 || entry.type == key.type) &&
            ((fields & BRI_MAC_FIELD_BCAST_ID) == 0 || entry.bcast_id == key.bcast_id);
@@ -36,10 +32,6 @@ bri_mac_entry kept(const bri_mac_entry &given) {
     entry.ifx = (given.field & BRI_MAC_FIELD_IFX) != 0 ? given.ifx : 0;
     entry.type = given.type;
     return entry;
-}
-
-bri_mac_msg change(bri_mac_oper oper, const bri_mac_entry &entry) {
-    return {0, oper, entry};
 }
 
 } // namespace
@@ -82,7 +74,8 @@ bool MacTable::add(const bri_mac_entry &given, Microseconds now, MacNews &news) 
         return true;
     }
     if ((is_new || found->second.entry.type != entry.type) && !has_room(entry.type, is_new)) {
-        refuse(entry, news);
+        if (!std::exchange(told_full_, true))
+            news.exceeded.push_back({0, BRI_MAC_ADD, entry});
         return false;
     }
     Known &known = is_new ? entries_.try_emplace(name_of(entry)).first->second : found->second;
@@ -90,7 +83,7 @@ bool MacTable::add(const bri_mac_entry &given, Microseconds now, MacNews &news) 
     if (!is_new)
         forget(known);
     keep(known, entry, now);
-    news.changes.push_back(change(BRI_MAC_ADD, entry));
+    news.changes.push_back({0, BRI_MAC_ADD, entry});
     if (moves)
         news.moved.push_back(news.changes.back());
     return true;
@@ -102,7 +95,7 @@ Seen MacTable::see(const bri_mac_entry &frame, Microseconds now, MacNews &news) 
         return Seen::kConfigured;
     if (!settings.learning)
         return Seen::kLearningOff;
-    if (frame.ifx < settings.quiet_ports.size() && settings.quiet_ports[frame.ifx])
+    if (bri_port_set_has(&settings.quiet_ports, frame.ifx) != 0)
         return Seen::kPortLearningOff;
     if (known != entries_.end() && known->second.entry.ifx == frame.ifx) {
         refresh(known->second, now);
@@ -123,11 +116,6 @@ bool MacTable::has_room(uint32_t type, bool new_address) const {
                            : type == BRI_MAC_TYPE_FILTER ? room.filter_num
                                                          : MacSettings::kNoLimit;
     return count(type) < share && (!new_address || entries_.size() < room.total_num);
-}
-
-void MacTable::refuse(const bri_mac_entry &entry, MacNews &news) {
-    if (!std::exchange(told_full_, true))
-        news.exceeded.push_back(change(BRI_MAC_ADD, entry));
 }
 
 void MacTable::keep(Known &known, const bri_mac_entry &entry, Microseconds now) {
@@ -170,23 +158,17 @@ void MacTable::remove_known(Entries::iterator from, Entries::iterator end,
         const auto here = from++;
         if (!wanted(here->second))
             continue;
-        news.changes.push_back(change(BRI_MAC_DEL, here->second.entry));
+        news.changes.push_back({0, BRI_MAC_DEL, here->second.entry});
         forget(here->second);
         entries_.erase(here);
     }
 }
 
-void MacTable::remove_if(const std::function<bool(const bri_mac_entry &)> &wanted, MacNews &news) {
-    remove_known(
-        entries_.begin(), entries_.end(), [&](const Known &known) { return wanted(known.entry); }, news);
-}
-
 void MacTable::expire(Microseconds now, MacNews &news) {
     for (auto due = next_expiry(); due && *due <= now; due = next_expiry()) {
         const auto known = entries_.find(ageing_.front());
-        news.changes.push_back(change(BRI_MAC_DEL, known->second.entry));
-        forget(known->second);
-        entries_.erase(known);
+        remove_known(
+            known, std::next(known), [](const Known &) { return true; }, news);
     }
 }
 
@@ -197,12 +179,12 @@ std::optional<Microseconds> MacTable::next_expiry() const {
     return entries_.find(ageing_.front())->second.seen + age;
 }
 
-void MacTable::begin_check(const std::function<bool(const bri_mac_entry &)> &of_kind) {
+void MacTable::begin_check(const Wanted &of_kind) {
     for (auto &[name, known] : entries_)
         known.unconfirmed = known.unconfirmed || of_kind(known.entry);
 }
 
-void MacTable::end_check(const std::function<bool(const bri_mac_entry &)> &of_kind, MacNews &news) {
+void MacTable::end_check(const Wanted &of_kind, MacNews &news) {
     remove_known(
         entries_.begin(), entries_.end(), [&](const Known &known) { return known.unconfirmed && of_kind(known.entry); },
         news);

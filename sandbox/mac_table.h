@@ -5,10 +5,9 @@
 #include "sandbox/message.h"
 
 #include <bridge/mac_client.h>
-#include <bridge/port_db.h>
+#include <bridge/sets.h>
 
 #include <array>
-#include <bitset>
 #include <chrono>
 #include <list>
 #include <map>
@@ -37,7 +36,7 @@ struct MacSettings {
     bri_mac_age_range range{0, 0, 0};
     bri_mac_available room{kNoLimit, kNoLimit, kNoLimit};
     bool learning = true;
-    std::bitset<BRI_PORT_SLOTS> quiet_ports; // on which nothing is learned
+    bri_port_set quiet_ports{}; // on which nothing is learned
 
     // The age that the range allows: within its bounds, and on one of its steps from the lowest. A range of zeros
     // allows all.
@@ -46,6 +45,8 @@ struct MacSettings {
 
 class MacTable {
   public:
+    using Wanted = std::function<bool(const bri_mac_entry &)>;
+
     MacSettings settings;
 
     // Takes one record: an add names one address whole, a delete all that its fields select. A learned address does not
@@ -53,7 +54,10 @@ class MacTable {
     void apply(const bri_mac_msg &record, Microseconds now, MacNews &news);
     // A frame with this source address came in.
     Seen see(const bri_mac_entry &frame, Microseconds now, MacNews &news);
-    void remove_if(const std::function<bool(const bri_mac_entry &)> &wanted, MacNews &news);
+    void remove_if(const Wanted &wanted, MacNews &news) {
+        remove_known(
+            entries_.begin(), entries_.end(), [&](const Known &known) { return wanted(known.entry); }, news);
+    }
     void clear();
 
     // Learned addresses that nobody has seen for the allowed age go; when the next one will, unless none will.
@@ -61,8 +65,8 @@ class MacTable {
     [[nodiscard]] std::optional<Microseconds> next_expiry() const;
 
     // A check: the addresses of a kind that nobody adds again until its end are gone then.
-    void begin_check(const std::function<bool(const bri_mac_entry &)> &of_kind);
-    void end_check(const std::function<bool(const bri_mac_entry &)> &of_kind, MacNews &news);
+    void begin_check(const Wanted &of_kind);
+    void end_check(const Wanted &of_kind, MacNews &news);
 
     // The first address that the key selects, by address and domain; and the first one behind `current`. A key's
     // address alone is where to start, with a domain it is the one to find; port and type must match where given.
@@ -91,7 +95,6 @@ class MacTable {
     static Name name_of(const bri_mac_entry &entry) { return {std::to_array(entry.mac), entry.bcast_id}; }
     bool add(const bri_mac_entry &given, Microseconds now, MacNews &news);
     [[nodiscard]] bool has_room(uint32_t type, bool new_address) const;
-    void refuse(const bri_mac_entry &entry, MacNews &news);
     void keep(Known &known, const bri_mac_entry &entry, Microseconds now);
     void forget(Known &known);
     void refresh(Known &known, Microseconds now);

@@ -10,8 +10,8 @@
 namespace sandbox {
 
 template <class Part> Part &part_of(Bridge &bridge) {
-    return std::get<Part &>(std::tie(bridge.ports, bridge.supers, bridge.vlans, bridge.prejudge, bridge.topology,
-                                     bridge.groups, bridge.addresses));
+    return std::get<Part &>(std::tie(bridge.server, bridge.synchronisation, bridge.ports, bridge.supers, bridge.vlans,
+                                     bridge.prejudge, bridge.topology, bridge.groups, bridge.addresses));
 }
 
 template <class Function> struct Signature;
@@ -21,19 +21,29 @@ template <class P, class Result, class... Arguments> struct Signature<Result (P:
     template <size_t Index> using Argument = std::decay_t<std::tuple_element_t<Index, std::tuple<Arguments...>>>;
 };
 
-// A command whose words are the operation's arguments.
-template <auto Operation> Outcome operation(Sandbox &sandbox, const Call &call) {
+// One of the words, which may lack: then it is 0, all VLANs or everybody.
+template <class T> T word_or(const Call &call, size_t index) {
+    constexpr bool target = std::is_same_v<T, Target>;
+    const std::string lacking = target ? "" : std::is_same_v<T, vlanset> ? "all" : "0";
+    const std::string word = index < call.words.size() ? call.words[index] : lacking;
+    refuse_if(target && !word.empty() && word[0] != '@', "usage: " + call.command + " [@CLIENT], not " + word);
+    return word_as<T>(word);
+}
+
+// A command whose words are the operation's arguments; `Tell` makes the answer of what that gives, if anything does.
+template <auto Operation, auto Tell = nullptr> Outcome operation(Sandbox &sandbox, const Call &call) {
     using S = Signature<decltype(Operation)>;
     auto &part = part_of<typename S::Part>(sandbox.bridge);
-    [&]<size_t... Index>(std::index_sequence<Index...>) {
-        (part.*Operation)(word_as<typename S::template Argument<Index>>(call.words.at(Index))...);
+    return [&]<size_t... Index>(std::index_sequence<Index...>)->Answer {
+        const auto run = [&] {
+            return (part.*Operation)(word_or<typename S::template Argument<Index>>(call, Index)...);
+        };
+        if constexpr (std::is_null_pointer_v<decltype(Tell)>)
+            return run(), Answer();
+        else
+            return Tell(call, run());
     }
     (typename S::Indices());
-    return Answer();
-}
-// A word that may lack.
-template <class T> T word_or(const Call &call, size_t index, T otherwise = {}) {
-    return index < call.words.size() ? word_as<T>(call.words[index]) : otherwise;
 }
 // A command that shows something.
 template <auto Show> Outcome show(Sandbox &, const Call &) {

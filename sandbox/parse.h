@@ -25,12 +25,14 @@ bri_vlan_mode parse_vlan_mode(const std::string &word);
 
 // A word as what an operation takes; a number of 16 bits is a VLAN id.
 template <class Value> Value word_as(const std::string &word) {
-    if constexpr (std::is_same_v<Value, std::string>)
-        return word;
+    if constexpr (std::is_constructible_v<Value, std::string>) // a name, or whom a command is for
+        return Value(word);
     else if constexpr (std::is_same_v<Value, vlanset>)
         return parse_vlans(word);
     else if constexpr (std::is_same_v<Value, bool>)
         return parse_switch(word);
+    else if constexpr (std::is_same_v<Value, Microseconds>)
+        return parse_seconds(word);
     else if constexpr (std::is_same_v<Value, bri_port_mode>)
         return parse_port_mode(word);
     else if constexpr (std::is_same_v<Value, bri_vlan_mode>)

@@ -41,16 +41,10 @@ void set_member(uint16_t vid, uint32_t ifx, bool on) {
 }
 
 bool carries(const spcb &port, uint16_t vid) {
-    switch (load(port.mode)) {
-    case BRI_PORT_ROUTE:
-        return false;
-    case BRI_PORT_TRUNK:
-    case BRI_PORT_UPLINK:
-    case BRI_PORT_HYBRID:
+    const uint32_t mode = load(port.mode);
+    if (mode == BRI_PORT_TRUNK || mode == BRI_PORT_UPLINK || mode == BRI_PORT_HYBRID)
         return holds_shared(port.allow_vlan.words, vid);
-    default:
-        return load(port.default_vid) == vid;
-    }
+    return mode != BRI_PORT_ROUTE && load(port.default_vid) == vid;
 }
 
 // Ports that are in no VLAN but the ones that they carry.
@@ -65,11 +59,7 @@ spcb &open_to_others(uint32_t ifx) {
 }
 
 vl_evt_intf_rec record_of(const spcb &port) {
-    vl_evt_intf_rec record{};
-    record.ifx = load(port.ifx);
-    record.mode = load(port.mode);
-    record.pvid = load(port.default_vid);
-    return record;
+    return {load(port.ifx), {}, load(port.mode), load(port.default_vid), 0, 0};
 }
 
 vlanset memberships(uint32_t ifx) {
@@ -247,21 +237,14 @@ void Ports::announce_members(uint32_t ifx, const vlanset &vlans, bool added, uin
     if (!added && count(vlans) != 0)
         on_left(ifx, vlans);
     if (mode == BRI_PORT_ACCESS && count(vlans) == 1) {
-        vl_evt_intf_vlan_rec record{};
-        record.ifx = ifx;
-        record.vid = lowest(vlans);
-        record.value = BRI_TAG_UNTAGGED;
-        record.mode = mode;
-        tell(added ? VLAN_EVENT_ADD_INTF : VLAN_EVENT_DEL_INTF, record);
+        tell(added ? VLAN_EVENT_ADD_INTF : VLAN_EVENT_DEL_INTF,
+             vl_evt_intf_vlan_rec{ifx, lowest(vlans), 0, 0, BRI_TAG_UNTAGGED, mode, 0});
     } else if (count(vlans) != 0) {
-        vl_evt_intf_vlanset_rec record{};
-        record.ifx = ifx;
-        record.vlans = vlans;
-        record.tagged = those_of(vlans, [&](uint16_t vid) {
+        const vlanset tagged = those_of(vlans, [&](uint16_t vid) {
             return swport_get_vlan_tag_rule(static_cast<int32_t>(ifx), vid) == BRI_TAG_TAGGED;
         });
-        record.kind = kind;
-        tell(added ? VLAN_EVENT_RANGE_ADD_INTF : VLAN_EVENT_RANGE_DEL_INTF, record);
+        tell(added ? VLAN_EVENT_RANGE_ADD_INTF : VLAN_EVENT_RANGE_DEL_INTF,
+             vl_evt_intf_vlanset_rec{ifx, vlans, tagged, kind, 0});
     }
 }
 

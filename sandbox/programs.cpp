@@ -1,6 +1,6 @@
 #include "sandbox/programs.h"
 
-#include "sandbox/control.h"
+#include "sandbox/console.h"
 #include "sandbox/kernel_link.h"
 #include "sandbox/world.h"
 #include "tools/tap/relay.h"
@@ -152,13 +152,10 @@ class Program {
 
 // A descriptor that stands for a standard stream must not become a socket.
 void open_standard_streams() {
-    while (true) {
-        const int fd = open("/dev/null", O_RDWR);
-        if (fd > STDERR_FILENO || fd < 0) {
-            close(fd);
-            return;
-        }
+    int fd = 0;
+    while ((fd = open("/dev/null", O_RDWR)) >= 0 && fd <= STDERR_FILENO) {
     }
+    close(fd);
 }
 
 } // namespace
@@ -168,6 +165,11 @@ int start(int argc, char **argv) {
         if (argc > 1 && std::strcmp(argv[1], program.name) == 0)
             return program.main(argc - 1, argv + 1);
     return serve(argc, argv);
+}
+
+int bad_usage(const std::string &text) {
+    std::fputs(text.c_str(), stderr);
+    return kBadUsage;
 }
 
 std::string program_names() {
@@ -184,8 +186,7 @@ std::optional<int> parse_command_line(CLI::App &app, int argc, char **argv) {
     } catch (const CLI::Success &help) {
         return app.exit(help);
     } catch (const CLI::ParseError &error) {
-        std::fprintf(stderr, "bridge-sandbox: %s\n", escaped(error.what()).c_str());
-        return kBadUsage;
+        return bad_usage("bridge-sandbox: " + escaped(error.what()) + "\n");
     }
 }
 
@@ -232,26 +233,19 @@ size_t remove_tables(int32_t vsd) {
 }
 
 int control(int argc, char **argv) {
-    bool json = false;
-    std::string command;
-    for (int i = 1; i < argc; ++i) {
-        const std::string word = argv[i];
+    Words words(argv + 1, argv + argc);
+    const bool json = std::erase(words, "--json") != 0;
+    for (const std::string &word : words) {
         if (word == "--help" || word == "-h") {
             std::fputs(kUsage, stdout);
             return EXIT_SUCCESS;
         }
-        if (word == "--json") {
-            json = true;
-        } else if (word.substr(0, 2) == "--") {
-            std::fprintf(stderr, "bridge-sandbox ctl: no such option: %s\n%s", escaped(word).c_str(), kUsage);
-            return kBadUsage;
-        } else
-            command += (command.empty() ? "" : " ") + word;
+        if (word.starts_with("--"))
+            return bad_usage("bridge-sandbox ctl: no such option: " + escaped(word) + "\n" + kUsage);
     }
-    if (command.empty()) {
-        std::fputs(kUsage, stderr);
-        return kBadUsage;
-    }
+    const std::string command = join(words);
+    if (command.empty())
+        return bad_usage(kUsage);
     must_be_set(environment("TMPDIR"));
     ControlClient client(environment("TMPDIR"));
     std::istringstream one(command);

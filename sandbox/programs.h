@@ -28,6 +28,8 @@ int start(int argc, char **argv);
 // "ctl, run"
 std::string program_names();
 
+// Prints that where errors go; the exit status.
+int bad_usage(const std::string &text);
 // An exit status when there is nothing more to do: help was shown, or a word was not understood, which is said.
 std::optional<int> parse_command_line(CLI::App &app, int argc, char **argv);
 

@@ -21,20 +21,12 @@ void create_vlan(Bridge &bridge, const Connection &, Bytes payload) {
     };
     bridge.vlans.create(named_vlan(payload), BRI_VLAN_STATIC, false, settled);
 }
-void destroy_vlan(Bridge &bridge, const Connection &, Bytes payload) {
-    bridge.vlans.remove(named_vlan(payload));
-}
-
 // An answer to the question of the same number; what the field must be for the client to accept.
 template <uint32_t Type, auto Field, bool Accepts>
 void answer(Bridge &bridge, const Connection &client, Bytes payload) {
     const auto reply = object_of<typename MemberOf<decltype(Field)>::Whole>(payload);
     bridge.prejudge.answer(client, Type, (reply.*Field != 0) == Accepts ? "" : "refused");
 }
-void fail_to_answer(Bridge &bridge, const Connection &client, Bytes) {
-    bridge.prejudge.answer(client, RESEARCH_EVENT_SWPORT_PREJUDGE, "could not decide");
-}
-
 // A cut record at the end is passed over.
 void take_records(Bridge &bridge, const Connection &, Bytes payload) {
     bridge.addresses.apply(records_of<bri_mac_msg>(payload));
@@ -65,9 +57,6 @@ void take_states(Bridge &bridge, const Connection &, Bytes payload) {
                                     " bytes");
     bridge.topology.set_states({batch.records, batch.count});
 }
-void take_instances(Bridge &bridge, const Connection &, Bytes payload) {
-    bridge.topology.set_instances(object_of<wire::instance_table>(payload).instances);
-}
 void take_protocol(Bridge &bridge, const Connection &, Bytes payload) {
     const auto config = object_of<l2top_proto_config>(payload);
     if (config.enable != 0)
@@ -85,7 +74,8 @@ constexpr auto flush_learned = request<&Addresses::flush, &bri_mac_vlanmap_del::
 // A setting is announced by whoever sets it; the others that are echoed are events of their own.
 constexpr Request kRequests[] = {
     {VLAN_EVENT_CREATE_INDEX, kExact, create_vlan},
-    {VLAN_EVENT_DESTROY_INDEX, kExact, destroy_vlan},
+    {VLAN_EVENT_DESTROY_INDEX, kExact,
+     [](Bridge &bridge, const Connection &, Bytes payload) { bridge.vlans.remove(named_vlan(payload)); }},
     {VLAN_EVENT_DESTROY_RANGE, kExact, request<&Vlans::remove, &vl_evt_vlanset_rec::vlans>},
     {VLAN_EVENT_CREATE_PREJ, kExact, answer<VLAN_EVENT_CREATE_PREJ, &wire::vlan_reply::result, false>},
     {VLAN_EVENT_CREATE_RANGE_PREJ, kExact, answer<VLAN_EVENT_CREATE_RANGE_PREJ, &vl_vlanset_reply::failure, false>},
@@ -113,12 +103,18 @@ constexpr Request kRequests[] = {
     {MAC_EVENT_NONDYN_CHECK_END, kAny, whole_request<&Addresses::end_check>},
     {MVLAN_EVENT_NOTIFY_ENTRY, kAtLeast, whole_request<&Addresses::apply_host>},
     {MVLAN_EVENT_ERROR, kAtLeast, take_host_error, true},
-    {L2TOP_EVENT_INSTANCE_CONFIG, kExact, take_instances},
+    {L2TOP_EVENT_INSTANCE_CONFIG, kExact,
+     [](Bridge &bridge, const Connection &, Bytes payload) {
+         bridge.topology.set_instances(object_of<wire::instance_table>(payload).instances);
+     }},
     {L2TOP_EVENT_PORT_STATUS, kExact, take_states},
     {L2TOP_EVENT_PROTO_CONFIG, kExact, take_protocol},
     {RESEARCH_EVENT_SWPORT_PREJUDGE, kExact,
      answer<RESEARCH_EVENT_SWPORT_PREJUDGE, &bri_swport_prejudge_reply::is_allow, true>},
-    {RESEARCH_EVENT_FAILED, kAny, fail_to_answer},
+    {RESEARCH_EVENT_FAILED, kAny,
+     [](Bridge &bridge, const Connection &client, Bytes) {
+         bridge.prejudge.answer(client, RESEARCH_EVENT_SWPORT_PREJUDGE, "could not decide");
+     }},
 };
 
 } // namespace

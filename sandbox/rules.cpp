@@ -83,9 +83,7 @@ unsigned Rules::add(const std::string &fault, const Words &words, std::mt19937_6
     size_t next = 0;
     const Fault what = fault_named(fault);
     const Kind kind = take_kind(what, words, next);
-    Rule rule{next_number_, fault, what, MessagePattern(kind, words, next)};
-    for (const std::string &word : words)
-        rule.text += " " + word;
+    Rule rule{next_number_, fault + " " + join(words), what, MessagePattern(kind, words, next)};
     bool seeded = false;
     while (next < words.size()) {
         const std::string &word = words[next++];
@@ -162,10 +160,6 @@ Outcome add_rule(Sandbox &sandbox, const Call &call) {
     return Answer().say("rule {rule}: {text}", {{"rule", number}, {"text", call.command + " " + call.rest()}});
 }
 
-Outcome show_rules(Sandbox &sandbox, const Call &) {
-    return sandbox.rules.show();
-}
-
 // "drop" and "drop @CLIENT" close connections; behind it, an event's name makes a rule.
 Outcome drop(Sandbox &sandbox, const Call &call) {
     if (!call.words.empty() && (call.words.size() > 1 || call.words[0][0] != '@'))
@@ -189,14 +183,13 @@ constexpr Command kRuleCommands[] = {
     {"delay", "RULE... by SECONDS", "they come later, and others overtake them", add_rule},
     {"duplicate", "RULE...", "they come twice", add_rule},
     {"reorder", "RULE...", "they come behind the next one", add_rule},
-    {"rules", "", "the rules, and how often each was applied", show_rules},
+    {"rules", "", "the rules, and how often each was applied",
+     [](Sandbox &sandbox, const Call &) -> Outcome { return sandbox.rules.show(); }},
     {"rules clear", "[N]", "take one away, or all", remove_rules},
 };
 
 } // namespace
 
-Family rule_commands() {
-    return kRuleCommands;
-}
+const Family rule_commands = kRuleCommands;
 
 } // namespace sandbox

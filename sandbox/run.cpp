@@ -1,6 +1,5 @@
 // bridge-sandbox run: a private world for one command, or for a script about daemons.
 #include "sandbox/answer.h"
-#include "sandbox/places.h"
 #include "sandbox/programs.h"
 #include "sandbox/script.h"
 #include "sandbox/stage.h"
@@ -17,12 +16,8 @@ namespace {
 
 constexpr size_t kLastLines = 50;
 
-struct RunOptions {
+struct RunOptions : StageOptions {
     std::string script;
-    double time_scale = environment_time_scale();
-    bool json = false;
-    std::string recording;
-    std::vector<std::string> command;
 };
 
 // The script decides: its last line's success is that of the run, whatever becomes of the daemon.
@@ -44,15 +39,14 @@ int run_script(Stage &stage, const std::string &path) {
 }
 
 int run_command(const RunOptions &options) {
-    const std::string script = options.script.empty() ? "" : find_script(options.script).string();
-    const Log log = options.json ? Log::kRecords : Log::kLines;
-    Stage stage({options.time_scale, log, options.command, options.recording});
+    const std::string script = options.script.empty() ? "" : find_script(options.script);
+    Stage stage(options);
     if (!options.command.empty())
         stage.start_daemon({});
     const int status = script.empty() ? stage.wait_for_daemon() : run_script(stage, script);
     if (status != 0)
         std::fprintf(stderr, "bridge-sandbox: status %d; what happened last:\n%s", status,
-                     last_of(stage.world().lines(log), kLastLines).c_str());
+                     last_of(stage.world.lines(options.log), kLastLines).c_str());
     return status;
 }
 
@@ -60,6 +54,7 @@ int run_command(const RunOptions &options) {
 
 int run(int argc, char **argv) {
     RunOptions options;
+    options.time_scale = environment_time_scale();
     CLI::App app("Runs a command in a private world: an own TMPDIR and VSDID, a server, the kernel's bridge module. "
                  "Everything is removed at the end. The exit status is the command's; with a script, 0 or 1 as the "
                  "script went. When it fails, the last that happened is printed.");
@@ -69,15 +64,14 @@ int run(int argc, char **argv) {
         "name of a scenario that comes with the program. The command is the daemon that they are about");
     script->type_name("FILE");
     add_time_scale(app, options.time_scale, "How many times as fast as the wall's all clocks run");
-    app.add_flag("--json", options.json, "Print what happened last as JSON, a record a line");
+    app.add_flag_callback(
+        "--json", [&] { options.log = Log::kRecords; }, "Print what happened last as JSON, a record a line");
     add_recording(app, options.recording);
     app.add_option("command", options.command, "The command and its arguments, behind --");
     if (const std::optional<int> status = parse_command_line(app, argc, argv))
         return *status;
-    if (options.command.empty() && options.script.empty()) {
-        std::fputs("bridge-sandbox run: a command or a script is needed\n", stderr);
-        return kBadUsage;
-    }
+    if (options.command.empty() && options.script.empty())
+        return bad_usage("bridge-sandbox run: a command or a script is needed\n");
     end_on_signals();
     return run_command(options);
 }

@@ -36,11 +36,11 @@ struct Sandbox {
 };
 
 // The families of commands; each is a table in the file that its name tells, rules.cpp for the last one.
-Family client_commands();
-Family wait_commands();
-Family switch_commands();
-Family mac_commands();
-Family rule_commands();
+extern const Family client_commands;
+extern const Family wait_commands;
+extern const Family switch_commands;
+extern const Family mac_commands;
+extern const Family rule_commands;
 std::span<const Family> all_commands();
 
 // Runs one line; one that says nothing is answered with nothing. Throws std::exception with the reason when it fails.

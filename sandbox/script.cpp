@@ -13,10 +13,6 @@ namespace {
 
 constexpr uint32_t kMostTimes = 100000;
 
-bool opens_block(const Words &words) {
-    return words.size() == 2 && words[0] == "repeat";
-}
-
 } // namespace
 
 void Script::add_file(const std::string &path) {
@@ -32,39 +28,37 @@ void Script::add_file(const std::string &path) {
 std::optional<std::string> Script::next() {
     while (!lines_.empty()) {
         const Words words = split(lines_.front());
-        if (words.empty()) {
-            lines_.pop_front();
-        } else if (words[0] != "repeat") {
-            std::string line = std::move(lines_.front());
-            lines_.pop_front();
-            return line;
-        } else if (!unroll()) {
-            return std::nullopt;
+        if (!words.empty() && words[0] == "repeat") {
+            if (!unroll(words))
+                return std::nullopt;
+            continue;
         }
+        std::string line = std::move(lines_.front());
+        lines_.pop_front();
+        if (!words.empty())
+            return line;
     }
     return std::nullopt;
 }
 
 // Puts what the first line repeats in its place. False when that is not all there yet.
-bool Script::unroll() {
-    const Words words = split(lines_.front());
+bool Script::unroll(const Words &words) {
     const uint32_t times = parse_number(words.size() > 1 ? words[1] : "", kMostTimes);
-    size_t end = 1;
     std::deque<std::string> body;
+    size_t end = 1; // lines of it, the first one included
     if (words.size() > 2)
         body.push_back(join(words, 2));
     else
-        for (int depth = 1;; ++end) {
+        for (int depth = 1; depth > 0; body.push_back(lines_[end++])) {
             if (end == lines_.size())
                 return false;
             const Words inner = split(lines_[end]);
-            depth += opens_block(inner) ? 1 : 0;
-            depth -= inner.size() == 1 && inner[0] == "end" ? 1 : 0;
-            if (depth == 0)
-                break;
-            body.push_back(lines_[end]);
+            depth += inner.size() == 2 && inner[0] == "repeat" ? 1 : 0;
+            depth -= inner == Words{"end"} ? 1 : 0;
         }
-    lines_.erase(lines_.begin(), lines_.begin() + static_cast<ptrdiff_t>(words.size() > 2 ? 1 : end + 1));
+    if (words.size() == 2)
+        body.pop_back(); // its end
+    lines_.erase(lines_.begin(), lines_.begin() + static_cast<ptrdiff_t>(end));
     for (uint32_t i = 0; i < times; ++i)
         lines_.insert(lines_.begin(), body.begin(), body.end());
     return true;

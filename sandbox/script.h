@@ -4,6 +4,7 @@
 #include <deque>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace sandbox {
 
@@ -21,7 +22,7 @@ class Script {
     void clear() { lines_.clear(); }
 
   private:
-    bool unroll();
+    bool unroll(const std::vector<std::string> &words);
 
     std::deque<std::string> lines_;
 };

@@ -25,10 +25,10 @@ void Server::listen() {
     stalled_ = false;
 }
 
-void Server::restart(Microseconds pause) {
-    drop(Target());
+unsigned Server::restart(Microseconds pause) {
     acceptor_.reset();
     listen_again_.start(pause);
+    return drop(Target());
 }
 
 void Server::listen_again() {

@@ -29,13 +29,12 @@ class Server : Pinned {
 
     // Takes the place of a server that has died; throws std::runtime_error when one is alive or the socket fails.
     void listen();
-    // Closes the socket and every connection, and listens again after a while.
-    void restart(Microseconds pause);
-
     // Each gives the number of clients concerned. A stall of all clients also keeps new ones waiting.
     unsigned stall(const Target &target);
     unsigned resume(const Target &target);
     unsigned drop(const Target &target);
+    // Closes the socket and every connection, and listens again after a while.
+    unsigned restart(Microseconds pause);
 
     // While more than this waits for all clients together, the slowest is given up.
     static constexpr size_t kMostQueued = size_t{256} << 20;

@@ -30,8 +30,8 @@ constexpr struct {
     const char *verb;
     void (*run)(Stage &stage, const Words &rest);
 } kStageLines[] = {
-    {"server", "kill", [](Stage &stage, const Words &) { stage.world().kill_server(); }},
-    {"server", "start", [](Stage &stage, const Words &) { stage.world().start_server(); }},
+    {"server", "kill", [](Stage &stage, const Words &) { stage.world.kill_server(); }},
+    {"server", "start", [](Stage &stage, const Words &) { stage.world.start_server(); }},
     {"daemon", "start", [](Stage &stage, const Words &rest) { stage.start_daemon(rest); }},
     {"daemon", "end", [](Stage &stage, const Words &) { end(stage); }},
     {"daemon", "wait", [](Stage &stage, const Words &) { must_be_well(stage.wait_for_daemon()); }},
@@ -40,9 +40,9 @@ constexpr struct {
 } // namespace
 
 Stage::Stage(StageOptions options)
-    : options_(std::move(options)), world_(options_.time_scale, options_.log, options_.recording) {
-    world_.start_kernel();
-    world_.start_server();
+    : world(options.time_scale, options.log, options.recording), options_(std::move(options)) {
+    world.start_kernel();
+    world.start_server();
 }
 
 std::string Stage::run(const std::string &line) {
@@ -52,7 +52,7 @@ std::string Stage::run(const std::string &line) {
             row.run(*this, Words(words.begin() + 2, words.end()));
             return "";
         }
-    const ControlClient::Reply reply = world_.run(line);
+    const ControlClient::Reply reply = world.run(line);
     if (!reply.ok)
         throw std::runtime_error(reply.text.substr(0, reply.text.find('\n')));
     return reply.text;
@@ -69,7 +69,7 @@ void Stage::start_daemon(const std::vector<std::string> &command) {
     if (words.empty())
         throw std::runtime_error("start which daemon?");
     const std::string &output = options_.daemon_output;
-    daemon_ = world_.start(words, output.empty() ? output : world_.directory() + "/" + output);
+    daemon_ = world.start(words, output.empty() ? output : world.directory() + "/" + output);
 }
 
 std::optional<int> Stage::end_daemon() {

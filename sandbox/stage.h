@@ -8,9 +8,9 @@ namespace sandbox {
 struct StageOptions {
     double time_scale = 1;
     Log log = Log::kLines;
-    std::vector<std::string> command; // what "daemon start" starts by itself; may be empty
-    std::string recording = {};       // a file for what it and the server say; empty: none
-    std::string daemon_output = {};   // a file in the world's directory; empty: where this program's goes
+    std::vector<std::string> command = {}; // what "daemon start" starts by itself; may be empty
+    std::string recording = {};            // a file for what it and the server say; empty: none
+    std::string daemon_output = {};        // a file in the world's directory; empty: where this program's goes
 };
 
 class Stage {
@@ -22,7 +22,6 @@ class Stage {
     // the server's answer. Throws std::runtime_error with the reason when it fails.
     std::string run(const std::string &line);
 
-    World &world() { return world_; }
     // The newest one. Throws std::runtime_error when none was started, or it was told to end or waited for.
     [[nodiscard]] pid_t daemon() const;
 
@@ -33,9 +32,10 @@ class Stage {
     // The status of one that has ended by itself.
     std::optional<int> daemon_ended();
 
+    World world;
+
   private:
     StageOptions options_;
-    World world_;
     pid_t daemon_ = -1;
 };
 

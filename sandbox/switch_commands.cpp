@@ -47,59 +47,34 @@ Outcome delete_vlans(Sandbox &sandbox, const Call &call) {
 Outcome set_port_mode(Sandbox &sandbox, const Call &call) {
     const auto ifx = word_as<uint32_t>(call.words[0]);
     const auto mode = word_as<bri_port_mode>(call.words[1]);
-    Ports &ports = sandbox.bridge.ports;
-    if (call.words.size() < 3) {
-        ports.set_mode(ifx, mode);
-        return Answer();
-    }
+    if (call.words.size() < 3)
+        return operation<&Ports::set_mode>(sandbox, call);
     refuse_if(call.words[2] != "ask", "usage: port mode IFX MODE [ask]");
     port_at(ifx);
     const auto pending = std::make_shared<Pending>();
     const auto question = [ifx, mode] {
         return Message{RESEARCH_EVENT_SWPORT_PREJUDGE, buffer_of(bytes_of(wire::swport_prejudge_request{ifx, mode}))};
     };
-    sandbox.bridge.prejudge.ask(question,
-                                [&sandbox, &ports, ifx, mode, line = call.line, pending](std::string refusal) {
-                                    if (refusal.empty() && !there_is_port(ifx))
-                                        refusal = "no port " + std::to_string(ifx);
-                                    if (refusal.empty())
-                                        ports.set_mode(ifx, mode);
-                                    else
-                                        pending->refusal = line + ": " + refusal;
-                                    pending->answer.say("{command}: done", {{"command", line}});
-                                    pending->settled = true;
-                                    sandbox.trace.note(line + " settled");
-                                });
+    const auto settled = [&sandbox, ifx, mode, line = call.line, pending](const std::string &refusal) {
+        try {
+            refuse_for(refusal);
+            sandbox.bridge.ports.set_mode(ifx, mode);
+            pending->answer.say("{command}: done", {{"command", line}});
+        } catch (const std::invalid_argument &error) { // also when the port has been taken away
+            pending->refusal = line + ": " + error.what();
+        }
+        pending->settled = true;
+        sandbox.trace.note(line + " settled");
+    };
+    sandbox.bridge.prejudge.ask(question, settled);
     return wait_for(pending);
 }
 
 // A link that goes down and comes up again, some times in a row.
 struct Flapping : Pending {
-    Flapping(Sandbox &sandbox, uint32_t port, unsigned times, Microseconds between)
-        : world(sandbox), ifx(port), pause(between), steps(2 * times), timer(sandbox.loop, [this] { step(); }) {
-        step();
-    }
-    void step() {
-        if (steps == 0)
-            return;
-        const bool up = --steps % 2 == 0;
-        try {
-            world.bridge.ports.set_link(ifx, up);
-        } catch (const std::invalid_argument &error) { // the port has been taken away
-            steps = 0;
-            refusal = error.what();
-        }
-        settled = steps == 0;
-        if (settled)
-            world.trace.note("port " + std::to_string(ifx) + " flaps no more"); // whoever waits looks then
-        else
-            timer.start(pause);
-    }
+    Flapping(Loop &loop, unsigned changes) : left(changes), timer(loop, [] {}) {}
 
-    Sandbox &world;
-    uint32_t ifx;
-    Microseconds pause;
-    unsigned steps;
+    unsigned left;
     Timer timer;
 };
 
@@ -109,74 +84,69 @@ Outcome flap(Sandbox &sandbox, const Call &call) {
     const auto ifx = word_as<uint32_t>(call.words[0]);
     const unsigned times = parse_number(call.words[1], most);
     port_at(ifx);
-    const auto flapping = std::make_shared<Flapping>(sandbox, ifx, times, pause);
-    flapping->settled = flapping->steps == 0;
+    const auto flapping = std::make_shared<Flapping>(sandbox.loop, 2 * times);
     flapping->answer.say("{command}: done", {{"command", call.line}});
+    flapping->settled = times == 0;
+    flapping->timer.set([&sandbox, ifx, pause, self = flapping.get()] {
+        try {
+            sandbox.bridge.ports.set_link(ifx, --self->left % 2 == 0);
+        } catch (const std::invalid_argument &error) { // the port has been taken away
+            self->left = 0;
+            self->refusal = error.what();
+        }
+        self->settled = self->left == 0;
+        if (self->settled)
+            sandbox.trace.note("port " + std::to_string(ifx) + " flaps no more"); // whoever waits looks then
+        else
+            self->timer.start(pause);
+    });
+    if (times != 0)
+        flapping->timer.start(Microseconds(0));
     return wait_for(flapping, 2 * times * pause + std::chrono::hours(1));
 }
-
-// The two tables of claims; both are every process's to write, this one's too.
-struct Claims {
-    wire::Field field; // how a word of it is written
-    // Both give what is in the way.
-    uint32_t (*set)(uint32_t ifx, uint32_t bits, uint32_t against);
-    void (*clear)(uint32_t ifx, uint32_t bits);
-};
 
 void check_interface(bool there, uint32_t ifx) {
     refuse_if(!there, "no interface " + std::to_string(ifx));
 }
 
-uint32_t change_attributes(uint32_t ifx, uint32_t bits, uint8_t on, uint32_t against) {
-    uint32_t conflict = 0;
-    port_at(ifx);
-    swport_set_attr_exclude(static_cast<int32_t>(ifx), bits, on, against, &conflict);
-    return conflict;
+// The two tables of claims; both are every process's to write, this one's too. To set gives what is in the way.
+struct Exclusions {
+    static const wire::Field &field() { return *wire::record_of<bri_exclusion_table>().find("flags"); }
+    static uint32_t set(uint32_t ifx, uint32_t bits, uint32_t against) {
+        uint32_t conflict = 0;
+        check_interface(bridge_set_excflag(ifx, bits, against, &conflict) == 0 || conflict != 0, ifx);
+        return conflict;
+    }
+    static void clear(uint32_t ifx, uint32_t bits) { check_interface(bridge_unset_excflag(ifx, bits) == 0, ifx); }
+};
+
+struct Attributes {
+    static const wire::Field &field() { return *wire::record_of<spcb>().find("attr_exclude"); }
+    static uint32_t set(uint32_t ifx, uint32_t bits, uint32_t against, uint8_t on = 1) {
+        uint32_t conflict = 0;
+        port_at(ifx);
+        swport_set_attr_exclude(static_cast<int32_t>(ifx), bits, on, against, &conflict);
+        return conflict;
+    }
+    static void clear(uint32_t ifx, uint32_t bits) { set(ifx, bits, 0, 0); }
+};
+
+template <class Claims> uint32_t bits_of(const std::string &word) {
+    return wire::parse_number(Claims::field(), word);
+}
+template <class Claims> std::string bits_text(uint32_t bits) {
+    return wire::number_text(Claims::field(), bits);
 }
 
-const Claims &exclusions() {
-    static const Claims claims{
-        wire::element_of(*wire::record_of<bri_exclusion_table>().find("flags"), 0),
-        [](uint32_t ifx, uint32_t bits, uint32_t against) {
-            uint32_t conflict = 0;
-            check_interface(bridge_set_excflag(ifx, bits, against, &conflict) == 0 || conflict != 0, ifx);
-            return conflict;
-        },
-        [](uint32_t ifx, uint32_t bits) { check_interface(bridge_unset_excflag(ifx, bits) == 0, ifx); }};
-    return claims;
-}
-
-const Claims &attributes() {
-    static const Claims claims{
-        *wire::record_of<spcb>().find("attr_exclude"),
-        [](uint32_t ifx, uint32_t bits, uint32_t against) { return change_attributes(ifx, bits, 1, against); },
-        [](uint32_t ifx, uint32_t bits) { change_attributes(ifx, bits, 0, 0); }};
-    return claims;
-}
-
-uint32_t parse_bits(const wire::Field &field, const std::string &text) {
-    Buffer bytes(field.offset + field.width);
-    wire::parse_value(field, text, bytes, wire::Order::kNative);
-    return object_of<uint32_t>(Bytes(bytes).subspan(field.offset));
-}
-
-std::string bits_text(const wire::Field &field, uint32_t bits) {
-    Buffer bytes(field.offset);
-    const Bytes word = bytes_of(bits);
-    bytes.insert(bytes.end(), word.begin(), word.end());
-    return wire::value_text(field, bytes, wire::Order::kNative);
-}
-
-template <const Claims &(*Table)()> Outcome claim(Sandbox &, const Call &call) {
-    const Claims &claims = Table();
-    const uint32_t against = call.words.size() > 2 ? parse_bits(claims.field, call.words[2]) : 0;
-    const uint32_t conflict = claims.set(parse_number(call.words[0]), parse_bits(claims.field, call.words[1]), against);
-    refuse_if(conflict != 0, bits_text(claims.field, conflict) + " is in the way");
+template <class Claims> Outcome claim(Sandbox &, const Call &call) {
+    const uint32_t against = call.words.size() > 2 ? bits_of<Claims>(call.words[2]) : 0;
+    const uint32_t conflict = Claims::set(parse_number(call.words[0]), bits_of<Claims>(call.words[1]), against);
+    refuse_if(conflict != 0, bits_text<Claims>(conflict) + " is in the way");
     return Answer();
 }
 
-template <const Claims &(*Table)()> Outcome release(Sandbox &, const Call &call) {
-    Table().clear(parse_number(call.words[0]), parse_bits(Table().field, call.words[1]));
+template <class Claims> Outcome release(Sandbox &, const Call &call) {
+    Claims::clear(parse_number(call.words[0]), bits_of<Claims>(call.words[1]));
     return Answer();
 }
 
@@ -184,13 +154,13 @@ template <const Claims &(*Table)()> Outcome release(Sandbox &, const Call &call)
 Answer show_claims() {
     Answer answer{"exclusions", "attributes"};
     for (uint32_t ifx = 0; ifx <= BRI_EXCLUSION_IFX_MAX; ++ifx)
-        if (const uint32_t bits = exclusions().set(ifx, 0, UINT32_MAX); bits != 0)
+        if (const uint32_t bits = Exclusions::set(ifx, 0, UINT32_MAX); bits != 0)
             answer.row("exclusions", "  interface {ifx} {flags}",
-                       {{"ifx", ifx}, {"flags", bits_text(exclusions().field, bits)}});
+                       {{"ifx", ifx}, {"flags", bits_text<Exclusions>(bits)}});
     for_each_port([&](uint32_t ifx) {
         if (const uint32_t bits = load(port_at(ifx).attr_exclude); bits != 0)
             answer.row("attributes", "  port {ifx} attributes {attr_exclude}",
-                       {{"ifx", ifx}, {"attr_exclude", bits_text(attributes().field, bits)}});
+                       {{"ifx", ifx}, {"attr_exclude", bits_text<Attributes>(bits)}});
     });
     return answer;
 }
@@ -250,10 +220,10 @@ constexpr Command kSwitchCommands[] = {
     {"group mode", "ID MODE", "its VLAN assign mode, a number", operation<&Groups::set_assign_mode>},
     {"group show", "", "the groups", show<&Groups::show>},
     {"exclude set", "IFX FLAGS [against FLAGS]", "claim an interface: dot1x|secure, unless one of the others is there",
-     claim<exclusions>},
-    {"exclude clear", "IFX FLAGS", "give it back", release<exclusions>},
-    {"exclude attribute", "IFX BITS [against BITS]", "the same with the attributes of a port", claim<attributes>},
-    {"exclude no-attribute", "IFX BITS", "give them back", release<attributes>},
+     claim<Exclusions>},
+    {"exclude clear", "IFX FLAGS", "give it back", release<Exclusions>},
+    {"exclude attribute", "IFX BITS [against BITS]", "the same with the attributes of a port", claim<Attributes>},
+    {"exclude no-attribute", "IFX BITS", "give them back", release<Attributes>},
     {"exclude show", "", "all claims", show<show_claims>},
     {"super create", "LIST", "the VLANs are super VLANs from now on", operation<&SuperVlans::create>},
     {"super delete", "LIST", "they are none any more, nor are their sub VLANs sub VLANs",
@@ -294,12 +264,7 @@ constexpr Value kSwitchValues[] = {
 
 } // namespace
 
-Family switch_commands() {
-    return kSwitchCommands;
-}
-
-Values switch_values() {
-    return kSwitchValues;
-}
+const Family switch_commands = kSwitchCommands;
+const Values switch_values = kSwitchValues;
 
 } // namespace sandbox

@@ -59,10 +59,6 @@ std::array<uint16_t, 4096> instances_now() {
     return copy;
 }
 
-vlanset vlans_in(uint16_t instance) {
-    return those_of(all_vlans(), [&](uint16_t vid) { return swport_get_stp_instance(vid) == instance; });
-}
-
 // Those that a VLAN that exists is in.
 std::set<uint16_t> instances_in_use() {
     std::set<uint16_t> found;
@@ -152,7 +148,8 @@ void Topology::replay(uint32_t submodule, const Announce &send) {
 Answer Topology::show() {
     Answer answer{"instances", "states"};
     for (uint16_t instance = 0; instance < BRI_STP_INSTANCES; ++instance) {
-        const vlanset vlans = vlans_in(instance);
+        const vlanset vlans =
+            those_of(all_vlans(), [&](uint16_t vid) { return swport_get_stp_instance(vid) == instance; });
         if (instance == 0 || count(vlans) != 0)
             answer.row("instances", "  instance {instance} vlans {vlans}",
                        {{"instance", instance}, {"vlans", vlans_text(vlans)}});

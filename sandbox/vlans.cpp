@@ -2,6 +2,7 @@
 
 #include "sandbox/parse.h"
 #include "wire/json.h"
+#include "wire/value.h"
 
 namespace sandbox {
 
@@ -271,15 +272,9 @@ Answer Vlans::show() {
         vle entry;
         if (vl_get_vlan_copy(vid, &entry) == 0)
             return;
-        Fields members = Fields::array();
-        Fields down = Fields::array();
-        for (uint32_t ifx = 1; ifx < BRI_PORT_SLOTS; ++ifx) {
-            if (!holds_shared(entry.members, ifx))
-                continue;
-            members.push_back(ifx);
-            if (link_is_down(ifx))
-                down.push_back(ifx);
-        }
+        const wire::Ids members = wire::ids_in(entry.members, 1, BRI_PORT_SLOTS - 1);
+        wire::Ids down = members;
+        std::erase_if(down, [](unsigned ifx) { return !link_is_down(ifx); });
         answer.row("vlans",
                    "  vlan {vid} {name} {mode} version {version} svi {svi} ports " +
                        std::string(members.empty() ? "none" : "{members}") + (down.empty() ? "" : " down {down}"),
@@ -312,23 +307,20 @@ void Groups::remove(uint32_t id) {
 }
 
 void Groups::set_vlans(uint32_t id, const vlanset &vlans) {
-    const uint8_t existing = existing_id(id);
     vlanset changed[2] = {}; // added, removed; how many
     uint8_t counts[2] = {};
-    vlan_group_set_member_vlan(existing, &vlans, &changed[0], &changed[1], &counts[0], &counts[1]);
-    announce_entry(announce_, VG_EVENT_MEM_VLAN, existing);
+    vlan_group_set_member_vlan(existing_id(id), &vlans, &changed[0], &changed[1], &counts[0], &counts[1]);
+    announce_entry(announce_, VG_EVENT_MEM_VLAN, static_cast<uint8_t>(id));
 }
 
 void Groups::set_default(uint32_t id, uint16_t vid) {
-    const uint8_t existing = existing_id(id);
-    vlan_group_set_default_vlan(existing, vid);
-    announce_entry(announce_, VG_EVENT_DEFAULT_VLAN, existing);
+    vlan_group_set_default_vlan(existing_id(id), vid);
+    announce_entry(announce_, VG_EVENT_DEFAULT_VLAN, static_cast<uint8_t>(id));
 }
 
 void Groups::set_assign_mode(uint32_t id, uint8_t mode) {
-    const uint8_t existing = existing_id(id);
-    vlan_group_set_vlan_assign_mode(existing, mode);
-    announce_entry(announce_, VG_EVENT_VLAN_MODE, existing);
+    vlan_group_set_vlan_assign_mode(existing_id(id), mode);
+    announce_entry(announce_, VG_EVENT_VLAN_MODE, static_cast<uint8_t>(id));
 }
 
 void Groups::replay(uint32_t submodule, const Announce &send) {

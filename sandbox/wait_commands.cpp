@@ -53,10 +53,7 @@ class Condition {
         else
             throw std::invalid_argument("no such condition: " + word +
                                         "; there are event TYPE, request TYPE, refusal TYPE" + ValueCondition::nouns());
-        std::string text;
-        for (size_t i = begin; i < next; ++i)
-            text += (i == begin ? "" : " ") + words[i];
-        return text;
+        return join({words.begin() + static_cast<ptrdiff_t>(begin), words.begin() + static_cast<ptrdiff_t>(next)});
     }
 
     std::optional<std::variant<MessagePattern, ValueCondition>> what_;
@@ -92,20 +89,40 @@ std::string in_vain(Sandbox &sandbox, const Condition &condition) {
            (condition.message() == nullptr ? ": " + condition.value().now(sandbox) : "");
 }
 
+// The conditions of "A then B then C", or the one of a wait, and how far they have been met.
+struct Sequence {
+    std::vector<Condition> conditions;
+    size_t met = 0;
+    uint64_t after = 0;
+    Answer answer;
+};
+
 // Each record is used up by the wait that it ends: the next wait for the same takes the next one.
-Outcome wait_for(Sandbox &sandbox, const Call &call) {
+template <bool InOrder> Outcome wait_for(Sandbox &sandbox, const Call &call) {
+    const auto sequence = std::make_shared<Sequence>();
+    std::vector<Condition> &conditions = sequence->conditions;
     size_t next = 0;
-    const auto condition = std::make_shared<Condition>(call.words, next);
+    do
+        conditions.emplace_back(call.words, next);
+    while (InOrder && next < call.words.size() && call.words[next] == "then" && ++next);
     const Bounds bounds = take_bounds(sandbox, call, next);
-    uint64_t &matched = call.session.matched[condition->text()];
-    auto after = std::make_shared<uint64_t>(std::max(matched, bounds.since));
-    const auto done = [&sandbox, condition, after, &matched] {
-        std::optional<Answer> answer = condition->met(sandbox, *after);
-        if (answer)
-            matched = *after;
-        return answer;
+    uint64_t &matched = call.session.matched[InOrder ? "expect" : conditions[0].text()];
+    sequence->after = std::max(matched, bounds.since);
+    const auto done = [&sandbox, sequence, &matched]() -> std::optional<Answer> {
+        for (; sequence->met < sequence->conditions.size(); ++sequence->met) {
+            const std::optional<Answer> answer = sequence->conditions[sequence->met].met(sandbox, sequence->after);
+            if (!answer)
+                return std::nullopt;
+            if (InOrder)
+                sequence->answer.element("expected", answer->lines()[0], answer->json());
+            else
+                sequence->answer = *answer;
+        }
+        matched = sequence->after;
+        return sequence->answer;
     };
-    return Wait{done, bounds.limit, [&sandbox, condition] { return in_vain(sandbox, *condition); }, {}};
+    return Wait{
+        done, bounds.limit, [&sandbox, sequence] { return in_vain(sandbox, sequence->conditions[sequence->met]); }, {}};
 }
 
 // From now on.
@@ -124,37 +141,6 @@ Outcome never(Sandbox &sandbox, const Call &call) {
                 parse_seconds(call.words[next + 1]),
                 {},
                 Answer().say("never {condition}", {{"condition", condition->text()}})};
-}
-
-// The conditions of "A then B then C", and how far they have been met.
-struct Sequence {
-    std::vector<Condition> conditions;
-    size_t met = 0;
-    uint64_t after = 0;
-    Answer answer;
-};
-
-Outcome expect(Sandbox &sandbox, const Call &call) {
-    const auto sequence = std::make_shared<Sequence>();
-    size_t next = 0;
-    do
-        sequence->conditions.emplace_back(call.words, next);
-    while (next < call.words.size() && call.words[next] == "then" && ++next);
-    const Bounds bounds = take_bounds(sandbox, call, next);
-    uint64_t &matched = call.session.matched["expect"];
-    sequence->after = std::max(matched, bounds.since);
-    const auto done = [&sandbox, sequence, &matched]() -> std::optional<Answer> {
-        for (; sequence->met < sequence->conditions.size(); ++sequence->met) {
-            const std::optional<Answer> answer = sequence->conditions[sequence->met].met(sandbox, sequence->after);
-            if (!answer)
-                return std::nullopt;
-            sequence->answer.element("expected", answer->lines()[0], answer->json());
-        }
-        matched = sequence->after;
-        return sequence->answer;
-    };
-    return Wait{
-        done, bounds.limit, [&sandbox, sequence] { return in_vain(sandbox, sequence->conditions[sequence->met]); }, {}};
 }
 
 // What has happened so far does not count any more, or has that name for "since".
@@ -211,33 +197,32 @@ Outcome fails(Sandbox &sandbox, const Call &call) {
     return wait;
 }
 
-Outcome sleep(Sandbox &, const Call &call) {
-    return Wait{[] { return std::optional<Answer>(); }, parse_seconds(call.words[0]), {}, Answer().say("slept")};
-}
-
 // The shorter ways to say two of the waits.
 Outcome wait_as(Sandbox &sandbox, const Call &call, Words condition) {
     if (call.words.size() > 1)
         condition.insert(condition.end(), {"within", call.words[1]});
-    return wait_for(sandbox, {call.command, condition, call.session});
+    return wait_for<false>(sandbox, {call.command, condition, call.session});
 }
-Outcome wait_clients(Sandbox &sandbox, const Call &call) {
-    return wait_as(sandbox, call, {"clients", "registered", "is", std::to_string(parse_number(call.words[0]))});
-}
-Outcome wait_event(Sandbox &sandbox, const Call &call) {
-    return wait_as(sandbox, call, {"request", call.words[0]});
-}
-
 constexpr Command kWaitCommands[] = {
     {"wait", "CONDITION... [since MARK] [within SECONDS]", "until it happens or is so; 10 seconds at most by default",
-     wait_for},
+     wait_for<false>},
     {"never", "CONDITION... for SECONDS", "fails as soon as it happens or is so", never},
-    {"expect", "CONDITION... [then CONDITION...] [since MARK] [within SECONDS]", "what happens in this order", expect},
+    {"expect", "CONDITION... [then CONDITION...] [since MARK] [within SECONDS]", "what happens in this order",
+     wait_for<true>},
     {"mark", "[NAME]", "waits look behind this place only, or \"since NAME\" does", mark},
     {"fails", "COMMAND...", "run it and fail unless it does", fails},
-    {"sleep", "SECONDS", "let time pass", sleep},
-    {"wait-event", "TYPE [SECONDS]", "wait request TYPE", wait_event},
-    {"wait-clients", "N [SECONDS]", "wait clients registered is N", wait_clients},
+    {"sleep", "SECONDS", "let time pass",
+     [](Sandbox &, const Call &call) -> Outcome {
+         return Wait{[] { return std::optional<Answer>(); }, parse_seconds(call.words[0]), {}, Answer().say("slept")};
+     }},
+    {"wait-event", "TYPE [SECONDS]", "wait request TYPE",
+     [](Sandbox &sandbox, const Call &call) {
+         return wait_as(sandbox, call, {"request", call.words[0]});
+     }},
+    {"wait-clients", "N [SECONDS]", "wait clients registered is N",
+     [](Sandbox &sandbox, const Call &call) {
+         return wait_as(sandbox, call, {"clients", "registered", "is", std::to_string(parse_number(call.words[0]))});
+     }},
 };
 
 bool only_waits(const Command &row) {
@@ -246,8 +231,6 @@ bool only_waits(const Command &row) {
 
 } // namespace
 
-Family wait_commands() {
-    return kWaitCommands;
-}
+const Family wait_commands = kWaitCommands;
 
 } // namespace sandbox

@@ -1,6 +1,5 @@
 #include "sandbox/world.h"
 
-#include "sandbox/places.h"
 #include "sandbox/programs.h"
 #include "wire/segments.h"
 
@@ -28,9 +27,31 @@ namespace {
 
 constexpr std::chrono::seconds kChildPatience{20};
 constexpr const char *kSemaphores = "/dev/shm";
+// The program's companions are beside it in a build tree, or in the tree that it is installed in.
+constexpr const char *kPreload = "libef_bridge_sim.so"; // stands for the kernel's module in daemons
+constexpr const char *kPreloads[] = {".", "../sandbox", "../" BRIDGE_LIBDIR};
+constexpr const char *kScripts[] = {"scenarios", "../" BRIDGE_DATADIR "/scenarios"};
+constexpr const char *kExamples[] = {"../examples", "../" BRIDGE_LIBEXECDIR};
 
-[[noreturn]] void fail_with(const std::string &what) {
-    throw std::runtime_error(what + ": " + std::strerror(errno));
+fs::path own_path() {
+    return fs::read_symlink("/proc/self/exe");
+}
+
+// The file in one of those directories, seen from the program's; empty when none has it.
+std::string companion(const std::string &file, std::span<const char *const> directories) {
+    for (const char *directory : directories)
+        if (const fs::path path = own_path().parent_path() / directory / file; fs::exists(path))
+            return path;
+    return {};
+}
+
+// Puts the example daemons behind everything that PATH has.
+void add_examples_to_path() {
+    std::string path = environment("PATH");
+    for (const char *directory : kExamples)
+        if (const fs::path examples = own_path().parent_path() / directory; fs::is_directory(examples))
+            path += ":" + fs::canonical(examples).string();
+    setenv("PATH", path.c_str(), 1);
 }
 
 std::string make_directory() {
@@ -119,6 +140,41 @@ void watch_over(const std::string &directory, int32_t vsd) {
     _exit(0);
 }
 
+// In the child, up to its new program.
+[[noreturn]] void become(char *const *words, char *const *entries, const std::string &output, pid_t parent,
+                         int failure) {
+    for (const int number : {SIGPIPE, SIGXFSZ}) // what this program ignores a daemon may die of, and must be seen to
+        std::signal(number, SIG_DFL);
+    dies_with(parent, SIGKILL);
+    bool ready = true;
+    if (!output.empty()) {
+        const int in = open("/dev/null", O_RDONLY | O_CLOEXEC);
+        const int out = open(output.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
+        ready = dup2(in, STDIN_FILENO) >= 0 && dup2(out, STDOUT_FILENO) >= 0 && dup2(out, STDERR_FILENO) >= 0;
+    }
+    if (ready)
+        execvpe(words[0], words, entries);
+    const int error = errno;
+    _exit(write(failure, &error, sizeof error) > 0 ? 127 : 126);
+}
+
+// Until it does or the process has ended.
+template <class Try> void wait_until(pid_t pid, const char *what, Try &&happens) {
+    const auto end = std::chrono::steady_clock::now() + kChildPatience;
+    while (!happens()) {
+        if (waitpid(pid, nullptr, WNOHANG) != 0 || std::chrono::steady_clock::now() > end)
+            throw std::runtime_error(std::string(what) + " does not start");
+        std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    }
+}
+
+int exit_status(int status) {
+    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+}
+
+volatile std::sig_atomic_t told_to_end = 0; // the signal
+volatile pid_t waited_for = 0;              // gets it too
+
 } // namespace
 
 World::World(double time_scale, Log log, std::string recording)
@@ -142,6 +198,12 @@ World::~World() {
     remove_world(directory_, vsd_);
 }
 
+std::string find_script(const std::string &name) {
+    const bool is_path = fs::exists(name) || name.find('/') != std::string::npos;
+    const std::string found = is_path ? "" : companion(name + ".scenario", kScripts);
+    return found.empty() ? name : found;
+}
+
 std::vector<std::string> environment_with(const std::vector<std::string> &entries) {
     std::vector<std::string> all = entries;
     for (char **entry = environ; *entry != nullptr; ++entry) {
@@ -152,28 +214,6 @@ std::vector<std::string> environment_with(const std::vector<std::string> &entrie
     }
     return all;
 }
-
-namespace {
-
-// In the child, up to its new program.
-[[noreturn]] void become(char *const *words, char *const *entries, const std::string &output, pid_t parent,
-                         int failure) {
-    for (const int number : {SIGPIPE, SIGXFSZ}) // what this program ignores a daemon may die of, and must be seen to
-        std::signal(number, SIG_DFL);
-    dies_with(parent, SIGKILL);
-    bool ready = true;
-    if (!output.empty()) {
-        const int in = open("/dev/null", O_RDONLY | O_CLOEXEC);
-        const int out = open(output.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
-        ready = dup2(in, STDIN_FILENO) >= 0 && dup2(out, STDOUT_FILENO) >= 0 && dup2(out, STDERR_FILENO) >= 0;
-    }
-    if (ready)
-        execvpe(words[0], words, entries);
-    const int error = errno;
-    _exit(write(failure, &error, sizeof error) > 0 ? 127 : 126);
-}
-
-} // namespace
 
 pid_t spawn(std::vector<std::string> words, std::vector<std::string> environment, const std::string &output) {
     const std::vector<char *> arguments = pointers(words);
@@ -197,23 +237,9 @@ pid_t spawn(std::vector<std::string> words, std::vector<std::string> environment
 }
 
 pid_t World::start_own(std::vector<std::string> arguments, const std::string &output) const {
-    arguments.insert(arguments.begin(), fs::read_symlink("/proc/self/exe"));
+    arguments.insert(arguments.begin(), own_path());
     return spawn(std::move(arguments), environment_with({}), output);
 }
-
-namespace {
-
-// Until it does or the process has ended.
-template <class Try> void wait_until(pid_t pid, const char *what, Try &&happens) {
-    const auto end = std::chrono::steady_clock::now() + kChildPatience;
-    while (!happens()) {
-        if (waitpid(pid, nullptr, WNOHANG) != 0 || std::chrono::steady_clock::now() > end)
-            throw std::runtime_error(std::string(what) + " does not start");
-        std::this_thread::sleep_for(std::chrono::milliseconds(2));
-    }
-}
-
-} // namespace
 
 void World::start_kernel() {
     std::vector<std::string> arguments = {"kernel"};
@@ -251,21 +277,17 @@ void World::kill_server() {
 }
 
 pid_t World::start(const std::vector<std::string> &command, const std::string &output) {
+    const fs::path preload = companion(kPreload, kPreloads);
+    if (preload.empty())
+        throw std::runtime_error(std::string("cannot find ") + kPreload);
     const std::string libraries = environment("LD_LIBRARY_PATH");
     return spawn(command,
                  environment_with(
                      {std::string("LD_PRELOAD=") + kPreload, "TMPDIR=" + front(),
-                      "LD_LIBRARY_PATH=" + preload_directory().string() + (libraries.empty() ? "" : ":") + libraries,
+                      "LD_LIBRARY_PATH=" + preload.parent_path().string() + (libraries.empty() ? "" : ":") + libraries,
                       "BRIDGE_WORLD=" + fs::path(directory_).filename().string()}),
                  output);
 }
-
-namespace {
-
-volatile std::sig_atomic_t told_to_end = 0; // the signal
-volatile pid_t waited_for = 0;              // gets it too
-
-} // namespace
 
 void end_on_signals() {
     struct sigaction action {};
@@ -281,14 +303,6 @@ void end_on_signals() {
 bool is_told_to_end() {
     return told_to_end != 0;
 }
-
-namespace {
-
-int exit_status(int status) {
-    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-}
-
-} // namespace
 
 int World::wait(pid_t program) {
     waited_for = program;

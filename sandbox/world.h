@@ -25,6 +25,9 @@ enum class Log { kLines, kRecords };
 std::vector<std::string> read_lines(const std::string &path);
 std::string last_of(const std::vector<std::string> &lines, size_t count);
 
+// A script by its path, or one of those that come with the program by its name: "start".
+std::string find_script(const std::string &name);
+
 // This process's, but for these entries.
 std::vector<std::string> environment_with(const std::vector<std::string> &entries);
 // Starts a program: with nothing to read and its output at the end of that file, or with this process's streams. Throws

@@ -83,7 +83,7 @@ TEST(MacTable, configured_address_stays_where_it_is) {
 
 TEST(MacTable, learning_can_be_off_everywhere_or_on_a_port) {
     Table table;
-    table.settings.quiet_ports.set(3);
+    bri_port_set_add(&table.settings.quiet_ports, 3);
     EXPECT_EQ(table.seen(entry(1, 10, 3), Seen::kPortLearningOff), "");
     EXPECT_EQ(table.seen(entry(1, 10, 4), Seen::kLearned), "+1@4");
     EXPECT_EQ(table.seen(entry(1, 10, 3), Seen::kPortLearningOff), ""); // nor does it move there
