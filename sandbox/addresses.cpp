@@ -24,8 +24,8 @@ void Addresses::check(const bri_mac_msg &record) const {
     if (record.oper != BRI_MAC_ADD || is_dynamic(entry))
         return;
     const bool placed = entry.type != BRI_MAC_TYPE_FILTER && entry.type != BRI_MAC_TYPE_LOCAL; // these are on none
-    if (placed && ((entry.field & BRI_MAC_FIELD_IFX) == 0 || entry.ifx == 0))
-        throw std::invalid_argument("a configured address needs a port");
+    refuse_if(placed && ((entry.field & BRI_MAC_FIELD_IFX) == 0 || entry.ifx == 0),
+              "a configured address needs a port");
     refuse_for(entry.bcast_id == 0 ? "no VLAN 0" : misplaced_(entry.bcast_id, placed ? entry.ifx : 0));
 }
 

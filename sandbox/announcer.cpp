@@ -163,8 +163,10 @@ void Synchronisation::begin_switchover(const Target &target) {
 }
 
 Prejudge::Prejudge(Loop &loop, Server &server, Announcer &announcer)
-    : server_(server), announcer_(announcer), limit_(loop, [this] { time_out(); }),
-      next_(loop, [this] { begin_next(); }), lost_(loop, [this] { forget_lost(); }) {}
+    : server_(server), announcer_(announcer), limit_(loop, [this] { time_out(); }), next_(loop, [this] {
+          forget_lost();
+          begin_next();
+      }) {}
 
 void Prejudge::ask(Word word, Settled settled) {
     questions_.push_back({std::move(word), std::move(settled)});

@@ -93,7 +93,7 @@ class Prejudge {
     // accepted.
     void answer(const Connection &client, uint32_t type, const std::string &objection);
     // Some client is gone. Safe in the middle of an announcement: what follows from it happens later.
-    void look_for_lost() { lost_.start(Milliseconds(0)); }
+    void look_for_lost() { next_.start(Milliseconds(0)); }
 
     // How long the clients have for an answer.
     void set_patience(uint32_t milliseconds) { patience_ = Milliseconds(milliseconds); }
@@ -119,8 +119,7 @@ class Prejudge {
     std::map<std::pair<unsigned, uint32_t>, unsigned> overdue_; // answers by client and type that come too late
     Milliseconds patience_{3000};
     Timer limit_;
-    Timer next_;
-    Timer lost_;
+    Timer next_; // looks who is lost, and then for the next question
 };
 
 } // namespace sandbox

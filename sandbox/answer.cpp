@@ -1,6 +1,5 @@
 #include "sandbox/answer.h"
 
-#include <cstdarg>
 #include <cstdio>
 #include <stdexcept>
 
@@ -19,13 +18,6 @@ std::string value_text(const Fields &value) {
     for (const Fields &element : value)
         text += (text.empty() ? "" : " ") + value_text(element);
     return text;
-}
-
-const Fields &field_of(const Fields &fields, std::string_view name) {
-    const auto found = fields.find(std::string(name));
-    if (found == fields.end())
-        throw std::logic_error("a pattern names \"" + std::string(name) + "\", which is no field");
-    return *found;
 }
 
 } // namespace
@@ -57,7 +49,10 @@ std::string fill(std::string_view pattern, const Fields &fields) {
         const size_t close = pattern.find('}', open);
         if (close == std::string_view::npos)
             throw std::logic_error("a pattern without the end of a field: " + std::string(pattern));
-        const std::string value = value_text(field_of(fields, pattern.substr(open + 1, close - open - 1)));
+        const std::string name(pattern.substr(open + 1, close - open - 1));
+        if (!fields.contains(name))
+            throw std::logic_error("a pattern names \"" + name + "\", which is no field");
+        const std::string value = value_text(fields[name]);
         text += pattern.substr(0, open);
         if (value.empty() && !text.empty() && text.back() == ' ')
             text.pop_back();
@@ -85,12 +80,8 @@ Answer &Answer::element(const char *list, std::string text, const Fields &fields
     return *this;
 }
 
-void say(const char *format, ...) {
-    va_list values;
-    va_start(values, format);
-    std::vprintf(format, values);
-    va_end(values);
-    std::putchar('\n');
+void say(const std::string &line) {
+    std::puts(line.c_str());
     std::fflush(stdout);
 }
 

@@ -51,6 +51,6 @@ class Answer {
 std::string escaped(std::string_view text);
 
 // One line on standard output for the person or script that runs the program, written at once.
-__attribute__((format(printf, 1, 2))) void say(const char *format, ...);
+void say(const std::string &line);
 
 } // namespace sandbox

@@ -44,19 +44,4 @@ class Bridge : private ConnectionOwner {
     void answer_origin_request(Connection &client, Bytes payload);
 };
 
-// What clients ask for: rows of type, size and what is done.
-struct Request {
-    enum class Size { kExact, kAtLeast, kAny }; // of the payload, by its record
-
-    uint32_t type;
-    Size size;
-    // Does it. Throws std::invalid_argument with the reason when the switch refuses.
-    void (*take)(Bridge &bridge, const Connection &client, Bytes payload);
-    bool echoed = false; // also comes back, as it stands, as the event of its number
-
-    [[nodiscard]] bool fits(Bytes payload) const;
-};
-// Null for one that is not known.
-const Request *find_request(uint32_t type);
-
 } // namespace sandbox

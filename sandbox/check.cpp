@@ -54,42 +54,33 @@ std::vector<std::string> story_names() {
     return names;
 }
 
-// The lines for people are written as soon as they are known.
-class Report {
-  public:
-    explicit Report(bool json) : json_(json) {}
+void print(const Point &point) {
+    std::printf("%-10s %-38s %-10s %s\n", point.story.c_str(), point.name.c_str(), verdict_text(point.verdict),
+                point.why.c_str());
+    std::fflush(stdout);
+}
 
-    void add(const Point &point) {
-        ++counts_[static_cast<size_t>(point.verdict)];
-        Fields fields = point_json(point);
-        answer_.element("points", "", fields);
-        if (!json_)
-            std::printf("%-10s %-38s %-10s %s\n", point.story.c_str(), point.name.c_str(),
-                        fields["verdict"].get<std::string>().c_str(), point.why.c_str());
-        std::fflush(stdout);
-    }
-    int end() {
-        const auto [right, wrong, open] = counts_;
-        answer_.say("{right} right, {wrong} wrong, {open} not judged",
-                    {{"right", right}, {"wrong", wrong}, {"open", open}});
-        std::printf("%s\n", json_ ? answer_.json().dump().c_str() : answer_.lines().back().c_str());
-        return wrong == 0 ? EXIT_SUCCESS : EXIT_FAILURE;
-    }
-
-  private:
-    bool json_;
-    Answer answer_{"points"};
-    std::array<unsigned, 3> counts_{}; // by Judgement
-};
+// All of it once more, for programs, or the sum; the exit status.
+int sum_up(const std::vector<Point> &points, bool json) {
+    Answer answer{"points"};
+    for (const Point &point : points)
+        answer.element("points", "", point_json(point));
+    const auto count = [&](Judgement verdict) { return std::ranges::count(points, verdict, &Point::verdict); };
+    answer.say(
+        "{right} right, {wrong} wrong, {open} not judged",
+        {{"right", count(Judgement::kRight)}, {"wrong", count(Judgement::kWrong)}, {"open", count(Judgement::kOpen)}});
+    say(json ? answer.json().dump() : answer.lines().back());
+    return count(Judgement::kWrong) == 0 ? EXIT_SUCCESS : EXIT_FAILURE;
+}
 
 bool has_point(const Played &played, Judgement verdict, const std::string &name = "") {
-    return std::any_of(played.points.begin(), played.points.end(), [&](const Point &point) {
+    return std::ranges::any_of(played.points, [&](const Point &point) {
         return point.verdict == verdict && (name.empty() || point.name == name);
     });
 }
 
 int play_all(const CheckOptions &options, const std::string &only, bool json) {
-    Report report(json);
+    std::vector<Point> points;
     Habits habits;
     for (const Story &story : kStories) {
         const bool first = &story == kStories;
@@ -100,13 +91,15 @@ int play_all(const CheckOptions &options, const std::string &only, bool json) {
         const bool hopeless = first && !has_point(played, Judgement::kRight, "registers");
         if (!hopeless && !only.empty() && only != story.name)
             continue;
-        std::for_each(played.points.begin(), played.points.end(), [&](const Point &point) { report.add(point); });
+        points.insert(points.end(), played.points.begin(), played.points.end());
+        if (!json)
+            std::ranges::for_each(played.points, print);
         if (!only.empty() && has_point(played, Judgement::kWrong))
             std::fputs(played.log.c_str(), stderr);
         if (hopeless)
             break;
     }
-    return report.end();
+    return sum_up(points, json);
 }
 
 } // namespace

@@ -1,5 +1,5 @@
 #include "sandbox/check_story.h"
-#include "wire/value.h"
+#include "sandbox/parse.h"
 
 #include <algorithm>
 #include <filesystem>
@@ -11,20 +11,6 @@ namespace sandbox {
 
 namespace {
 
-// A number alone, or a list such as "10-20,30".
-bool has_number(const Fields &value, unsigned number) {
-    if (value.is_number())
-        return value.get<double>() == number;
-    if (!value.is_string())
-        return false;
-    try {
-        const wire::Ids ids = wire::parse_ids(value.get<std::string>(), 0, UINT16_MAX);
-        return std::find(ids.begin(), ids.end(), number) != ids.end();
-    } catch (const std::invalid_argument &) {
-        return false; // a text of another kind
-    }
-}
-
 bool speaks_of(const std::string &name, const Fields &value, unsigned vid, unsigned ifx) {
     if (value.is_structured()) {
         for (const auto &[key, element] : value.items())
@@ -32,7 +18,8 @@ bool speaks_of(const std::string &name, const Fields &value, unsigned vid, unsig
                 return true;
         return false;
     }
-    return has_number(value, name == "ifx" ? ifx : vid);
+    const std::string number = std::to_string(name == "ifx" ? ifx : vid);
+    return value.is_string() ? lists(value.get<std::string>(), number) : value.is_number() && value.dump() == number;
 }
 
 // What the scheduler has counted for one thread, in nanoseconds.

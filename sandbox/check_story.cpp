@@ -2,7 +2,6 @@
 
 #include "sandbox/command.h"
 #include "sandbox/parse.h"
-#include "sandbox/script.h"
 
 #include <algorithm>
 #include <csignal>
@@ -57,8 +56,7 @@ class Player {
 
     Played play() {
         for (const std::string &line : lines_of(story_.script)) {
-            if (is_told_to_end())
-                throw std::runtime_error("interrupted");
+            fail_if(is_told_to_end(), "interrupted");
             line_ = line;
             run_line(line_);
             if (has_ended())
@@ -363,12 +361,14 @@ void Player::run_line(const std::string &line) {
 
 } // namespace
 
+const char *verdict_text(Judgement verdict) {
+    static constexpr const char *kVerdicts[] = {"right", "wrong", "not judged"};
+    return kVerdicts[static_cast<size_t>(verdict)];
+}
+
 Fields point_json(const Point &point) {
-    static constexpr const char *kJudgements[] = {"right", "wrong", "not judged"};
-    return {{"story", point.story},
-            {"point", point.name},
-            {"verdict", kJudgements[static_cast<size_t>(point.verdict)]},
-            {"why", point.why}};
+    return {
+        {"story", point.story}, {"point", point.name}, {"verdict", verdict_text(point.verdict)}, {"why", point.why}};
 }
 
 Played play(const Story &story, const CheckOptions &options, Habits &habits) {

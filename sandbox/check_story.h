@@ -63,6 +63,7 @@ struct Point {
     Judgement verdict = Judgement::kOpen;
     std::string why; // what was seen, or why nothing can be said
 };
+const char *verdict_text(Judgement verdict);
 Fields point_json(const Point &point);
 
 // The types of the requests that a daemon sends as the master of a switch where nothing goes wrong.

@@ -1,14 +1,19 @@
+#include "sandbox/parse.h"
 #include "sandbox/sandbox.h"
-#include "wire/value.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cmath>
 #include <cstdlib>
+#include <filesystem>
+#include <fstream>
 #include <sstream>
 
 namespace sandbox {
 
 namespace {
+
+constexpr uint32_t kMostTimes = 100000; // of a repetition
 
 // How many words of the line the row's words are; 0 when the line is about something else.
 size_t match(const Command &row, const Words &line) {
@@ -17,8 +22,8 @@ size_t match(const Command &row, const Words &line) {
     return same ? words.size() : 0;
 }
 
-[[noreturn]] void tell_usage(const Command &row) {
-    throw std::invalid_argument("usage: " + std::string(row.words) + " " + row.arguments);
+std::string usage_of(const Command &row) {
+    return "usage: " + std::string(row.words) + " " + row.arguments;
 }
 
 // Takes out of the words those that the row demands as they are: the ones in front of an argument.
@@ -28,8 +33,7 @@ void take_fixed_words(const Command &row, Words &words) {
         const std::string word = pattern[i].substr(pattern[i][0] == '[' ? 1 : 0);
         if (!std::all_of(word.begin(), word.end(), [](char c) { return c >= 'a' && c <= 'z'; }))
             continue;
-        if (words[i] != word || i + 1 == words.size())
-            tell_usage(row);
+        refuse_if(words[i] != word || i + 1 == words.size(), usage_of(row));
         words.erase(words.begin() + static_cast<ptrdiff_t>(i));
     }
 }
@@ -43,7 +47,7 @@ constexpr const char *kOperators[] = {"is", "not", "has", "lacks", "<", "<=", ">
 constexpr const char *kEnds[] = {"within", "for", "then", "since"};
 
 template <size_t N> bool is_one_of(const char *const (&list)[N], const std::string &word) {
-    return std::find(std::begin(list), std::end(list), word) != std::end(list);
+    return std::ranges::find(list, word) != std::end(list);
 }
 
 std::span<const Values> all_values() {
@@ -73,17 +77,8 @@ std::string names_in(const Fields &object) {
 // Whether an array, or a text such as "1-10,20", has the word among its elements.
 bool has(const Fields &value, const std::string &word) {
     if (value.is_array())
-        return std::any_of(value.begin(), value.end(), [&](const Fields &element) { return plain(element) == word; });
-    const std::string text = plain(value);
-    if (text == word)
-        return true;
-    try {
-        const unsigned number = wire::parse_number(word);
-        const wire::Ids ids = wire::parse_ids(text, 0, UINT16_MAX);
-        return std::find(ids.begin(), ids.end(), number) != ids.end();
-    } catch (const std::invalid_argument &) {
-        return false; // a text of another kind
-    }
+        return std::ranges::any_of(value, [&](const Fields &element) { return plain(element) == word; });
+    return plain(value) == word || lists(plain(value), word);
 }
 
 bool truth(const Fields &value) {
@@ -166,8 +161,7 @@ const Command &find_command(std::span<const Family> families, const Words &line,
     call.command = best->words;
     call.words.assign(line.begin() + static_cast<ptrdiff_t>(length), line.end());
     const Arity arity = arity_of(best->arguments);
-    if (call.words.size() < arity.least || call.words.size() > arity.most)
-        tell_usage(*best);
+    refuse_if(call.words.size() < arity.least || call.words.size() > arity.most, usage_of(*best));
     call.line = join(line);
     if (arity.most != SIZE_MAX)
         take_fixed_words(*best, call.words);
@@ -241,10 +235,52 @@ std::string ValueCondition::now(Sandbox &sandbox) const {
     return found == object.end() ? "it exists" : field_ + " is " + plain(*found);
 }
 
-void Sandbox::open() {
-    bridge.kernel.open();
-    Vlans::open();
-    Groups::open();
+void Script::add_file(const std::string &path) {
+    fail_if(std::filesystem::is_directory(path), "cannot read " + path + ": it is a directory");
+    std::ifstream file(path);
+    if (!file)
+        throw std::runtime_error("cannot read " + path + ": " + std::strerror(errno));
+    for (std::string line; std::getline(file, line);)
+        add(line);
+}
+
+std::optional<std::string> Script::next() {
+    while (!lines_.empty()) {
+        const Words words = split(lines_.front());
+        if (!words.empty() && words[0] == "repeat") {
+            if (!unroll(words))
+                return std::nullopt;
+            continue;
+        }
+        std::string line = std::move(lines_.front());
+        lines_.pop_front();
+        if (!words.empty())
+            return line;
+    }
+    return std::nullopt;
+}
+
+// Puts what the first line repeats in its place. False when that is not all there yet.
+bool Script::unroll(const Words &words) {
+    const uint32_t times = parse_number(words.size() > 1 ? words[1] : "", kMostTimes);
+    std::deque<std::string> body;
+    size_t end = 1; // lines of it, the first one included
+    if (words.size() > 2)
+        body.push_back(join(words, 2));
+    else
+        for (int depth = 1; depth > 0; body.push_back(lines_[end++])) {
+            if (end == lines_.size())
+                return false;
+            const Words inner = split(lines_[end]);
+            depth += inner.size() == 2 && inner[0] == "repeat" ? 1 : 0;
+            depth -= inner == Words{"end"} ? 1 : 0;
+        }
+    if (words.size() == 2)
+        body.pop_back(); // its end
+    lines_.erase(lines_.begin(), lines_.begin() + static_cast<ptrdiff_t>(end));
+    for (uint32_t i = 0; i < times; ++i)
+        lines_.insert(lines_.begin(), body.begin(), body.end());
+    return true;
 }
 
 std::span<const Family> all_commands() {

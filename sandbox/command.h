@@ -6,6 +6,7 @@
 #include "sandbox/answer.h"
 #include "sandbox/loop.h"
 
+#include <deque>
 #include <map>
 #include <optional>
 #include <span>
@@ -20,6 +21,26 @@ using Words = std::vector<std::string>;
 Words split(const std::string &line);
 // The words from there on, with that between them.
 std::string join(const Words &words, size_t first = 0, const char *between = " ");
+
+// Lines of commands in order, with their repetitions:
+// "repeat 3 COMMAND" is that command three times; "repeat 3" is what follows up to "end" three times, also nested.
+class Script {
+  public:
+    void add(std::string line) { lines_.push_back(std::move(line)); }
+    // Throws std::runtime_error when the file cannot be read or is none.
+    void add_file(const std::string &path);
+
+    // The next line that is a command; nothing when there is none yet, or when a block's end has not come. Throws
+    // std::invalid_argument for a repetition that makes no sense.
+    std::optional<std::string> next();
+    [[nodiscard]] bool empty() const { return lines_.empty(); }
+    void clear() { lines_.clear(); }
+
+  private:
+    bool unroll(const Words &words);
+
+    std::deque<std::string> lines_;
+};
 
 // What one stream of commands remembers.
 struct Session {

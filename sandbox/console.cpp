@@ -53,7 +53,10 @@ void CommandStream::step() {
     } catch (const std::exception &error) {
         wait_.reset();
         limit_.cancel();
-        fail(error.what());
+        if (owner_.failed(error.what()))
+            wake();
+        else
+            script_.clear();
     }
 }
 
@@ -86,13 +89,6 @@ bool CommandStream::run_next() {
     return true;
 }
 
-void CommandStream::fail(const std::string &error) {
-    if (owner_.failed(error))
-        wake();
-    else
-        script_.clear();
-}
-
 StandardInput::StandardInput(Loop &loop, CommandStream &stream) : stream_(stream) {
     if (always_readable(STDIN_FILENO)) {
         while (read_some()) {
@@ -115,7 +111,10 @@ bool StandardInput::read_some() {
     const ssize_t length = read(STDIN_FILENO, piece, sizeof piece);
     if (length > 0) {
         text_.append(piece, static_cast<size_t>(length));
-        take_lines();
+        size_t begin = 0;
+        for (size_t end = 0; (end = text_.find('\n', begin)) != std::string::npos; begin = end + 1)
+            stream_.add_line(text_.substr(begin, end - begin));
+        text_.erase(0, begin);
         return true;
     }
     if (length < 0 && errno == EINTR)
@@ -123,13 +122,6 @@ bool StandardInput::read_some() {
     if (!text_.empty())
         stream_.add_line(text_); // a last line without a line end
     return false;
-}
-
-void StandardInput::take_lines() {
-    size_t begin = 0;
-    for (size_t end = 0; (end = text_.find('\n', begin)) != std::string::npos; begin = end + 1)
-        stream_.add_line(text_.substr(begin, end - begin));
-    text_.erase(0, begin);
 }
 
 class Control::Peer : Pinned {
@@ -196,9 +188,6 @@ class Control::Peer : Pinned {
     std::deque<bool> json_; // of each command that has not been answered yet
     CommandStream stream_;
 };
-
-Control::Control(Sandbox &sandbox, const std::string &tmpdir)
-    : sandbox_(sandbox), path_(socket_path(tmpdir, ".control")) {}
 
 void Control::listen() {
     acceptor_.emplace(sandbox_.loop, path_, SOCK_STREAM, Access::kOwner, [this](evutil_socket_t descriptor) {

@@ -3,7 +3,6 @@
 #pragma once
 
 #include "sandbox/sandbox.h"
-#include "sandbox/script.h"
 
 namespace sandbox {
 
@@ -32,7 +31,6 @@ class CommandStream {
     void step();
     void look_at_wait();
     bool run_next();
-    void fail(const std::string &error);
 
     Sandbox &sandbox_;
     StreamOwner owner_;
@@ -52,7 +50,6 @@ class StandardInput {
 
   private:
     bool read_some(); // false at the end
-    void take_lines();
 
     CommandStream &stream_;
     std::string text_;
@@ -67,7 +64,7 @@ class StandardInput {
 class Control {
   public:
     // At TMPDIR/bridge/.control, for this user alone. Throws std::runtime_error.
-    Control(Sandbox &sandbox, const std::string &tmpdir);
+    Control(Sandbox &sandbox, const std::string &tmpdir) : sandbox_(sandbox), path_(socket_path(tmpdir, ".control")) {}
 
     void listen();
 

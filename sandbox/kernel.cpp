@@ -73,42 +73,37 @@ Bytes said_in(Bytes packet) {
 
 } // namespace
 
-class Kernel::Socket : public std::enable_shared_from_this<Socket> {
-  public:
-    Socket(Kernel &kernel, evutil_socket_t descriptor) : fd_(descriptor), kernel_(kernel) {
+struct Kernel::Socket : std::enable_shared_from_this<Socket> {
+    Socket(Kernel &module, evutil_socket_t descriptor) : fd(descriptor), kernel(module) {
         const auto on_readable = [](evutil_socket_t, short, void *argument) {
             auto &self = *static_cast<Socket *>(argument);
-            self.kernel_.read_packet(self);
+            self.kernel.read_packet(self);
         };
-        readable_.reset(event_new(kernel.loop_.base(), descriptor, EV_READ | EV_PERSIST, on_readable, this));
-        if (!kernel.held_)
-            event_add(readable_.get(), nullptr);
+        readable.reset(event_new(module.loop_.base(), descriptor, EV_READ | EV_PERSIST, on_readable, this));
+        if (!module.held_)
+            event_add(readable.get(), nullptr);
     }
 
-    [[nodiscard]] int descriptor() const { return fd_.get(); }
-    [[nodiscard]] bool bound() const { return bound_; }
-    [[nodiscard]] bool listens() const { return (groups_ & kControllerNotices) != 0; }
-    void bind(const sockaddr_nl &address) {
-        bound_ = true;
-        groups_ = address.nl_groups;
-    }
+    [[nodiscard]] bool listens() const { return (groups & kControllerNotices) != 0; }
     // Like the kernel's, a message that the socket has no room for is lost.
     void send(Bytes message) const {
-        static_cast<void>(::send(fd_.get(), message.data(), message.size(), MSG_DONTWAIT | MSG_NOSIGNAL));
+        static_cast<void>(::send(fd.get(), message.data(), message.size(), MSG_DONTWAIT | MSG_NOSIGNAL));
     }
 
-  private:
-    Fd fd_;
-    Kernel &kernel_;
-    Event readable_; // behind fd_: released before the descriptor closes
-    bool bound_ = false;
-    uint32_t groups_ = 0;
+    Fd fd;
+    Kernel &kernel;
+    Event readable; // behind fd: released before the descriptor closes
+    bool bound = false;
+    uint32_t groups = 0;
 };
 
 Kernel::Kernel(Loop &loop, const std::string &tmpdir, Announce tell, Answers answers)
     : loop_(loop), path_(socket_path(tmpdir, ".kernel_socket")), tell_(std::move(tell)),
       answers_(std::move(answers)), tables_{tell_, [this] { return loop_.now(); }},
-      delay_timer_(loop, [this] { send_due(); }), expiry_timer_(loop, [this] { expire(); }) {}
+      delay_timer_(loop, [this] { send_due(); }), expiry_timer_(loop, [this] {
+          tables_.change([](MacTable &macs, Microseconds now, MacNews &news) { macs.expire(now, news); });
+          watch_for_expiry();
+      }) {}
 
 void Kernel::listen() {
     acceptor_.emplace(loop_, path_, SOCK_SEQPACKET, Access::kEverybody, [this](evutil_socket_t descriptor) {
@@ -163,13 +158,13 @@ bool Kernel::serve() {
 bool Kernel::is_asked() const {
     char first = 0;
     return std::any_of(sockets_.begin(), sockets_.end(), [&](const auto &socket) {
-        return recv(socket->descriptor(), &first, sizeof first, MSG_PEEK | MSG_DONTWAIT) > 0;
+        return recv(socket->fd.get(), &first, sizeof first, MSG_PEEK | MSG_DONTWAIT) > 0;
     });
 }
 
 bool Kernel::read_packet(Socket &socket) {
     static uint8_t packet[kPacketMax];
-    const ssize_t length = recv(socket.descriptor(), packet, sizeof packet, 0);
+    const ssize_t length = recv(socket.fd.get(), packet, sizeof packet, 0);
     if (length < 0 && (errno == EAGAIN || errno == EINTR))
         return false;
     if (length <= 0) {
@@ -177,12 +172,13 @@ bool Kernel::read_packet(Socket &socket) {
         return false;
     }
     const Bytes bytes{packet, static_cast<size_t>(length)};
-    const bool bound = socket.bound();
-    if (bound)
-        answer(socket, bytes);
-    else
-        socket.bind(object_of<sockaddr_nl>(bytes));
-    return bound;
+    if (!socket.bound) {
+        socket.bound = true;
+        socket.groups = object_of<sockaddr_nl>(bytes).nl_groups;
+        return false;
+    }
+    answer(socket, bytes);
+    return true;
 }
 
 void Kernel::answer(const Socket &socket, Bytes packet) {
@@ -240,11 +236,6 @@ void Kernel::send_due() {
             socket->send(delayed_.front().message);
     if (!delayed_.empty())
         delay_timer_.start(std::max(delayed_.front().due - loop_.now(), Microseconds(1)));
-}
-
-void Kernel::expire() {
-    tables_.change([](MacTable &macs, Microseconds now, MacNews &news) { macs.expire(now, news); });
-    watch_for_expiry();
 }
 
 void Kernel::watch_for_expiry() {

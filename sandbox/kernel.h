@@ -40,7 +40,7 @@ class Kernel {
     [[nodiscard]] const std::string &path() const { return path_; }
 
   private:
-    class Socket;
+    struct Socket;
     struct Delayed {
         Microseconds due;
         std::weak_ptr<const Socket> socket;
@@ -55,7 +55,6 @@ class Kernel {
     KernelResult answer_host(uint32_t type, Bytes data);
     void send(const Socket &socket, Bytes message);
     void send_due();
-    void expire();
     void watch_for_expiry();
 
     Loop &loop_;

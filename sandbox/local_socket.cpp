@@ -51,8 +51,7 @@ int listen_at(const std::string &path, int type, Access access) {
     make_directory(path.substr(0, path.rfind('/')));
     const sockaddr_un unix_address = address_of(path);
     const auto *address = reinterpret_cast<const sockaddr *>(&unix_address);
-    if (process_listens(address, sizeof unix_address, type))
-        throw std::runtime_error("a server is already listening at " + path);
+    fail_if(process_listens(address, sizeof unix_address, type), "a server is already listening at " + path);
     remove_socket(path);
     Fd fd(socket(AF_UNIX, type | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
     const mode_t before = umask(access == Access::kOwner ? 0177 : 0);
@@ -73,8 +72,7 @@ void fail_with(const std::string &what) {
 
 std::string socket_path(const std::string &tmpdir, const std::string &name) {
     std::string path = tmpdir + "/bridge/" + name;
-    if (path.size() >= kClientPathBuffer)
-        throw std::runtime_error("TMPDIR is too long for the clients: " + tmpdir);
+    fail_if(path.size() >= kClientPathBuffer, "TMPDIR is too long for the clients: " + tmpdir);
     return path;
 }
 

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "sandbox/loop.h"
+#include "sandbox/message.h"
 
 #include <string>
 #include <sys/socket.h>

@@ -52,14 +52,4 @@ EndOnSignals::EndOnSignals(Loop &loop, std::function<void()> end) : end_(std::mo
     }
 }
 
-void Later::after(Microseconds time, std::function<void()> act) {
-    const auto place = timers_.emplace(timers_.end(), loop_, [] {});
-    place->set([this, place, act = std::move(act)] {
-        std::list<Timer> ended; // lives until the timer's own function is through
-        ended.splice(ended.end(), timers_, place);
-        act();
-    });
-    place->start(time);
-}
-
 } // namespace sandbox

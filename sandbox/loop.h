@@ -95,15 +95,4 @@ class EndOnSignals {
     std::list<Event> events_;
 };
 
-// Things to do later, each once.
-class Later {
-  public:
-    explicit Later(Loop &loop) : loop_(loop) {}
-    void after(Microseconds time, std::function<void()> act);
-
-  private:
-    Loop &loop_;
-    std::list<Timer> timers_;
-};
-
 } // namespace sandbox

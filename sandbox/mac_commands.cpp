@@ -19,10 +19,12 @@ const char *type_text(uint32_t type) {
     return kTypes[type < std::size(kTypes) ? type : 0];
 }
 
-uint32_t parse_type(const std::string &text) {
-    const auto *const found = std::find(std::begin(kTypes) + 1, std::end(kTypes), text);
-    refuse_if(found == std::end(kTypes), "no such type of address: " + text);
-    return static_cast<uint32_t>(found - kTypes);
+// The place of a word in a table, behind the first ones.
+template <size_t N>
+uint32_t find_word(const char *const (&table)[N], const std::string &word, const char *what, size_t first = 0) {
+    const auto *const found = std::find(table + first, table + N, word);
+    refuse_if(found == table + N, std::string("no such ") + what + ": " + word);
+    return static_cast<uint32_t>(found - table);
 }
 
 std::string mac_text(const uint8_t (&mac)[6]) {
@@ -45,7 +47,8 @@ bri_mac_msg record_of(bri_mac_oper oper, const Words &words) {
     take(0, BRI_MAC_FIELD_MAC, [&](const std::string &word) { parse_mac(word, entry.mac); });
     take(1, BRI_MAC_FIELD_BCAST_ID, [&](const std::string &word) { entry.bcast_id = word_as<uint16_t>(word); });
     take(2, BRI_MAC_FIELD_IFX, [&](const std::string &word) { entry.ifx = parse_number(word); });
-    take(3, BRI_MAC_FIELD_TYPE, [&](const std::string &word) { entry.type = parse_type(word); });
+    take(3, BRI_MAC_FIELD_TYPE,
+         [&](const std::string &word) { entry.type = find_word(kTypes, word, "type of address", 1); });
     return record;
 }
 
@@ -57,7 +60,7 @@ Outcome add_address(Sandbox &sandbox, const Call &call) {
     Words whole = call.words;
     if (whole.size() < 4)
         whole.emplace_back("dynamic");
-    refuse_if(std::find(whole.begin(), whole.end(), "*") != whole.end(), "an address to add is named whole");
+    refuse_if(std::ranges::find(whole, "*") != whole.end(), "an address to add is named whole");
     return changed(call, sandbox.bridge.addresses.apply({record_of(BRI_MAC_ADD, whole)}));
 }
 
@@ -252,15 +255,11 @@ Outcome set_kernel(Sandbox &sandbox, const Call &call) {
     KernelLink &link = sandbox.bridge.kernel;
     auto module = link.ask(kReadModule).record<KernelModule>();
     const std::string &word = call.words[0];
-    const auto *const row = std::find(std::begin(kKernelStates), std::end(kKernelStates), word);
     if (word == "delay")
         module.delay_ms = parse_number(call.rest(1), longest_delay);
-    else if (row == std::end(kKernelStates))
-        throw std::invalid_argument("no such state: " + word);
-    else if (call.words.size() > 1 && word != "error")
-        throw std::invalid_argument("only error takes a number");
     else {
-        module.state = static_cast<uint32_t>(row - kKernelStates);
+        module.state = find_word(kKernelStates, word, "state");
+        refuse_if(call.words.size() > 1 && word != "error", "only error takes a number");
         module.error = call.words.size() > 1 ? parse_number(call.words[1], largest_error) : uint32_t{EIO};
     }
     link.ask(kSetModule, bytes_of(module));

@@ -179,11 +179,6 @@ std::optional<Microseconds> MacTable::next_expiry() const {
     return entries_.find(ageing_.front())->second.seen + age;
 }
 
-void MacTable::begin_check(const Wanted &of_kind) {
-    for (auto &[name, known] : entries_)
-        known.unconfirmed = known.unconfirmed || of_kind(known.entry);
-}
-
 void MacTable::end_check(const Wanted &of_kind, MacNews &news) {
     remove_known(
         entries_.begin(), entries_.end(), [&](const Known &known) { return known.unconfirmed && of_kind(known.entry); },

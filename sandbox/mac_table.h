@@ -65,7 +65,10 @@ class MacTable {
     [[nodiscard]] std::optional<Microseconds> next_expiry() const;
 
     // A check: the addresses of a kind that nobody adds again until its end are gone then.
-    void begin_check(const Wanted &of_kind);
+    void begin_check(const Wanted &of_kind) {
+        for (auto &[name, known] : entries_)
+            known.unconfirmed = known.unconfirmed || of_kind(known.entry);
+    }
     void end_check(const Wanted &of_kind, MacNews &news);
 
     // The first address that the key selects, by address and domain; and the first one behind `current`. A key's

@@ -46,6 +46,11 @@ inline void refuse_if(bool refused, const std::string &reason) {
     if (refused)
         throw std::invalid_argument(reason);
 }
+// That something cannot be done at all, which no command can mend.
+inline void fail_if(bool failed, const std::string &reason) {
+    if (failed)
+        throw std::runtime_error(reason);
+}
 inline void refuse_for(const std::string &reason) { // empty: there is none
     refuse_if(!reason.empty(), reason);
 }

@@ -1,6 +1,7 @@
 #include "sandbox/parse.h"
 
 #include "wire/text.h"
+#include "wire/value.h"
 
 #include <algorithm>
 #include <cctype>
@@ -15,9 +16,9 @@ uint32_t parse_number(const std::string &text, uint32_t most) {
     char *end = nullptr;
     errno = 0;
     const unsigned long long value = std::strtoull(text.c_str(), &end, 0);
-    if (text.empty() || std::isdigit(static_cast<unsigned char>(text[0])) == 0 || *end != '\0' || errno != 0 ||
-        value > most)
-        throw std::invalid_argument("not a number up to " + std::to_string(most) + ": " + text);
+    refuse_if(text.empty() || std::isdigit(static_cast<unsigned char>(text[0])) == 0 || *end != '\0' || errno != 0 ||
+                  value > most,
+              "not a number up to " + std::to_string(most) + ": " + text);
     return static_cast<uint32_t>(value);
 }
 
@@ -25,8 +26,8 @@ void parse_mac(const std::string &text, uint8_t (&mac)[6]) {
     std::string digits = text;
     std::erase_if(digits, [](char c) { return c == '.' || c == ':' || c == '-'; });
     const auto is_digit = [](unsigned char c) { return std::isxdigit(c) != 0; };
-    if (digits.size() != 2 * sizeof mac || !std::all_of(digits.begin(), digits.end(), is_digit))
-        throw std::invalid_argument("not a MAC address: " + text);
+    refuse_if(digits.size() != 2 * sizeof mac || !std::all_of(digits.begin(), digits.end(), is_digit),
+              "not a MAC address: " + text);
     for (size_t i = 0; i < sizeof mac; ++i)
         mac[i] = static_cast<uint8_t>(std::stoul(digits.substr(2 * i, 2), nullptr, 16));
 }
@@ -46,14 +47,23 @@ vlanset parse_vlans(const std::string &text) {
     vlanset set{};
     if (text == "all")
         return all_vlans();
-    if (text.empty() || (text != "none" && bri_vlanset_from_text(&set, text.c_str()) != 0))
-        throw std::invalid_argument("not a VLAN list: " + text);
+    refuse_if(text.empty() || (text != "none" && bri_vlanset_from_text(&set, text.c_str()) != 0),
+              "not a VLAN list: " + text);
     return set;
 }
 
 std::string vlans_text(const vlanset &set) {
     char text[BRI_SET_TEXT_SIZE];
     return bri_vlanset_to_text(&set, text, sizeof text) != 0 ? text : "none";
+}
+
+bool lists(const std::string &list, const std::string &number) {
+    try {
+        const wire::Ids ids = wire::parse_ids(list, 0, UINT16_MAX);
+        return std::ranges::find(ids, wire::parse_number(number)) != ids.end();
+    } catch (const std::invalid_argument &) {
+        return false; // a text of another kind
+    }
 }
 
 bool parse_switch(const std::string &word) {

@@ -19,6 +19,9 @@ double parse_real(const std::string &text, double most, const char *what);
 // "1.5" as that many seconds.
 Microseconds parse_seconds(const std::string &text);
 
+// Whether a number is in a list such as "10-20,30".
+bool lists(const std::string &list, const std::string &number);
+
 bool parse_switch(const std::string &word); // on or off
 bri_port_mode parse_port_mode(const std::string &word);
 bri_vlan_mode parse_vlan_mode(const std::string &word);

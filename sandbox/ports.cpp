@@ -6,13 +6,10 @@ namespace sandbox {
 
 namespace {
 
-// What the server keeps in the first part of a port's block that is its own; 0 in a new port.
-struct OwnWords {
-    uint32_t link_down;
-};
-static_assert(sizeof(OwnWords) <= sizeof(spcb::server1) && offsetof(spcb, server1) % alignof(OwnWords) == 0);
-OwnWords &own(spcb &port) {
-    return *reinterpret_cast<OwnWords *>(port.server1);
+// Whether the link is down, in the first part of a port's block that is the server's own; 0 in a new port.
+static_assert(offsetof(spcb, server1) % alignof(uint32_t) == 0);
+uint32_t &down_word(spcb &port) {
+    return *reinterpret_cast<uint32_t *>(port.server1);
 }
 
 // The dynamic memberships of a port, in the server's own part of its block.
@@ -73,8 +70,7 @@ void changed(spcb &port) {
 } // namespace
 
 void Ports::open() {
-    if (bridge_portdb_init() == 0)
-        throw std::runtime_error("cannot map the port table");
+    fail_if(bridge_portdb_init() == 0, "cannot map the port table");
     for_each_port([](uint32_t) { swport_inc_total_num(); }); // this process's own count
 }
 
@@ -223,7 +219,7 @@ void Ports::set_link(uint32_t ifx, bool up) {
     spcb &port = port_at(ifx);
     if (link_is_down(ifx) != up)
         return;
-    store(own(port).link_down, up ? 0 : 1);
+    store(down_word(port), up ? 0 : 1);
     const vlanset counted = count_up(memberships(ifx));
     if (!up)
         on_down(ifx);
@@ -279,7 +275,7 @@ bool there_is_port(uint32_t ifx) {
 }
 
 bool link_is_down(uint32_t ifx) {
-    return there_is_port(ifx) && load(own(port_at(ifx)).link_down) != 0;
+    return there_is_port(ifx) && load(down_word(port_at(ifx))) != 0;
 }
 
 spcb &port_at(uint32_t ifx) {

@@ -20,13 +20,6 @@ namespace sandbox {
 
 namespace {
 
-constexpr struct {
-    const char *name;
-    int (*main)(int argc, char **argv);
-} kPrograms[] = {
-    {"check", check}, {"clean", clean}, {"ctl", control}, {"kernel", kernel_main}, {"run", run},
-};
-
 constexpr Milliseconds kRecordingPatience{5000}; // with a server that does not read what the last clients have left
 
 constexpr const char *kUsage = "usage: bridge-sandbox ctl [--json] COMMAND...\n"
@@ -52,8 +45,7 @@ struct Recording {
 };
 
 void must_be_set(const std::string &tmpdir) {
-    if (tmpdir.empty())
-        throw std::runtime_error("TMPDIR is not set");
+    fail_if(tmpdir.empty(), "TMPDIR is not set");
 }
 
 // True when it went well.
@@ -75,8 +67,7 @@ bool run_lines(ControlClient &client, std::istream &input, bool json) {
             if (!run_one(client, *command, json))
                 return false;
     }
-    if (!script.empty())
-        throw std::runtime_error("a repetition has no end");
+    fail_if(!script.empty(), "a repetition has no end");
     return true;
 }
 
@@ -118,12 +109,12 @@ class Program {
         control_.listen();
         if (!options_.recording.empty())
             recording_.emplace(sandbox_.loop, options_.tmpdir, options_.front, options_.recording);
-        say("listening at %s, VSDID %d, seed %llu", escaped(socket_path(options_.front, ".server_socket")).c_str(), vsd,
-            static_cast<unsigned long long>(options_.seed));
+        say("listening at " + escaped(socket_path(options_.front, ".server_socket")) + ", VSDID " +
+            std::to_string(vsd) + ", seed " + std::to_string(options_.seed));
         if (found != 0)
-            say("the tables of VSDID %d were there already; --fresh begins without them", vsd);
+            say("the tables of VSDID " + std::to_string(vsd) + " were there already; --fresh begins without them");
         const StandardInput input(sandbox_.loop, add_stream([](const std::string &error) {
-                                      say("error: %s", escaped(error).c_str());
+                                      say("error: " + escaped(error));
                                       return true;
                                   }));
         sandbox_.loop.run();
@@ -134,7 +125,7 @@ class Program {
     CommandStream &add_stream(std::function<bool(const std::string &)> failed) {
         const auto answered = [](const Answer &answer) {
             for (const std::string &line : answer.lines())
-                say("%s", line.c_str());
+                say(line);
         };
         return streams_.emplace_back(sandbox_, StreamOwner{answered, std::move(failed)});
     }
@@ -160,23 +151,9 @@ void open_standard_streams() {
 
 } // namespace
 
-int start(int argc, char **argv) {
-    for (const auto &program : kPrograms)
-        if (argc > 1 && std::strcmp(argv[1], program.name) == 0)
-            return program.main(argc - 1, argv + 1);
-    return serve(argc, argv);
-}
-
 int bad_usage(const std::string &text) {
     std::fputs(text.c_str(), stderr);
     return kBadUsage;
-}
-
-std::string program_names() {
-    std::string names;
-    for (const auto &program : kPrograms)
-        names += (names.empty() ? "" : ", ") + std::string(program.name);
-    return names;
 }
 
 std::optional<int> parse_command_line(CLI::App &app, int argc, char **argv) {
@@ -214,22 +191,24 @@ CLI::Option *add_recording(CLI::App &app, std::string &file) {
         ->type_name("FILE");
 }
 
-int clean(int argc, char **argv) {
-    CLI::App app("Removes the tables in shared memory of this VSDID. A process that has them open keeps them, but no "
-                 "other one finds them any more.");
-    if (const std::optional<int> status = parse_command_line(app, argc, argv))
-        return *status;
-    const int32_t vsd = wire::vsd_of_environment();
-    say("VSDID %d: %zu objects removed", vsd, remove_tables(vsd));
-    return EXIT_SUCCESS;
-}
-
 size_t remove_tables(int32_t vsd) {
     const std::vector<wire::SystemObject> objects = wire::system_objects(vsd);
     for (const wire::SystemObject &object : objects)
         if (!wire::remove(object))
             throw std::runtime_error("cannot remove the " + wire::text_of(object) + ": " + std::strerror(errno));
     return objects.size();
+}
+
+namespace {
+
+int clean(int argc, char **argv) {
+    CLI::App app("Removes the tables in shared memory of this VSDID. A process that has them open keeps them, but no "
+                 "other one finds them any more.");
+    if (const std::optional<int> status = parse_command_line(app, argc, argv))
+        return *status;
+    const int32_t vsd = wire::vsd_of_environment();
+    say("VSDID " + std::to_string(vsd) + ": " + std::to_string(remove_tables(vsd)) + " objects removed");
+    return EXIT_SUCCESS;
 }
 
 int control(int argc, char **argv) {
@@ -252,6 +231,7 @@ int control(int argc, char **argv) {
     return run_lines(client, command == "-" ? std::cin : one, json) ? EXIT_SUCCESS : EXIT_FAILURE;
 }
 
+// The kernel's bridge module in a process of its own, for servers that come and go.
 int kernel_main(int argc, char **argv) {
     std::string tmpdir;
     std::string file;
@@ -271,11 +251,27 @@ int kernel_main(int argc, char **argv) {
     std::optional<Recording> recording;
     if (!file.empty())
         recording.emplace(loop, tmpdir, tmpdir + kRecorded, file);
-    say("listening at %s", kernel.path().c_str());
+    say("listening at " + kernel.path());
     loop.run();
     if (recording)
         recording->relay.finish(kRecordingPatience);
     return EXIT_SUCCESS;
+}
+
+// Each is a main of its own; argv[0] is the program's name. They throw std::exception with what went wrong.
+constexpr struct {
+    const char *name;
+    int (*main)(int argc, char **argv);
+} kPrograms[] = {
+    {"check", check}, {"clean", clean}, {"ctl", control}, {"kernel", kernel_main}, {"run", run},
+};
+
+// "ctl, run"
+std::string program_names() {
+    std::string names;
+    for (const auto &program : kPrograms)
+        names += (names.empty() ? "" : ", ") + std::string(program.name);
+    return names;
 }
 
 int serve(int argc, char **argv) {
@@ -309,6 +305,15 @@ int serve(int argc, char **argv) {
     options.tmpdir += "/srv"; // the clients find the recording in its place
     const tap::Place place(options.tmpdir);
     return Program(options).run();
+}
+
+} // namespace
+
+int start(int argc, char **argv) {
+    for (const auto &program : kPrograms)
+        if (argc > 1 && std::strcmp(argv[1], program.name) == 0)
+            return program.main(argc - 1, argv + 1);
+    return serve(argc, argv);
 }
 
 } // namespace sandbox

@@ -14,20 +14,12 @@ namespace sandbox {
 
 inline constexpr int kBadUsage = 64; // exit status
 
-// Each is a main of its own; argv[0] is the program's name. They throw std::exception with what went wrong.
-int serve(int argc, char **argv);
-int control(int argc, char **argv);
+// Mains of their own; argv[0] is the program's name. They throw std::exception with what went wrong.
 int run(int argc, char **argv);
 int check(int argc, char **argv);
-int clean(int argc, char **argv);
-// The kernel's bridge module in a process of its own, for servers that come and go.
-int kernel_main(int argc, char **argv);
 
 // The subcommand that is named first, or the server.
 int start(int argc, char **argv);
-// "ctl, run"
-std::string program_names();
-
 // Prints that where errors go; the exit status.
 int bad_usage(const std::string &text);
 // An exit status when there is nothing more to do: help was shown, or a word was not understood, which is said.

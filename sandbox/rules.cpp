@@ -23,15 +23,13 @@ constexpr struct {
 static_assert(std::size(kFaults) == static_cast<size_t>(Fault::kReorder) + 1);
 
 Fault fault_named(const std::string &word) {
-    const auto *const row =
-        std::find_if(std::begin(kFaults) + 1, std::end(kFaults), [&](const auto &known) { return word == known.word; });
-    refuse_if(row == std::end(kFaults), "no such fault: " + word);
+    const auto *const row = std::ranges::find_if(kFaults, [&](const auto &known) { return word == known.word; });
+    refuse_if(row == std::end(kFaults) || word.empty(), "no such fault: " + word);
     return static_cast<Fault>(row - std::begin(kFaults));
 }
 
 const std::string &word_at(const Words &words, size_t index, const char *what) {
-    if (index >= words.size())
-        throw std::invalid_argument(std::string(what) + " is missing");
+    refuse_if(index >= words.size(), std::string(what) + " is missing");
     return words[index];
 }
 
@@ -67,16 +65,14 @@ bool MessagePattern::matches(Kind kind, uint32_t type, Bytes payload, const Part
 
 bool MessagePattern::matches(const Record &record) const {
     const bool lost = record.kind == Kind::kEvent && !record.result.empty();
-    return record.type == type_ && !lost &&
-           std::any_of(record.clients.begin(), record.clients.end(), [&](const Client &client) {
+    return record.type == type_ && !lost && std::ranges::any_of(record.clients, [&](const Client &client) {
                return matches(record.kind, record.type, record.payload, *client);
            });
 }
 
 std::string Verdict::text() const {
-    return fault == Fault::kNone
-               ? ""
-               : std::string(kFaults[static_cast<size_t>(fault)].done) + " by rule " + std::to_string(rule);
+    const std::string done = kFaults[static_cast<size_t>(fault)].done;
+    return fault == Fault::kNone ? "" : done + " by rule " + std::to_string(rule);
 }
 
 unsigned Rules::add(const std::string &fault, const Words &words, std::mt19937_64 &random) {
@@ -103,17 +99,12 @@ unsigned Rules::add(const std::string &fault, const Words &words, std::mt19937_6
         } else
             throw std::invalid_argument("not understood: " + word);
     }
-    if ((what == Fault::kDelay) != (rule.delay.count() != 0))
-        throw std::invalid_argument(what == Fault::kDelay ? "delay by how many seconds?" : "only delay takes a time");
+    refuse_if((what == Fault::kDelay) != (rule.delay.count() != 0),
+              what == Fault::kDelay ? "delay by how many seconds?" : "only delay takes a time");
     if (rule.chance != 1 && !seeded)
         rule.random.seed(random());
     rules_.push_back(std::move(rule));
     return next_number_++;
-}
-
-unsigned Rules::remove(unsigned number) {
-    return static_cast<unsigned>(
-        rules_.remove_if([&](const Rule &rule) { return number == 0 || rule.number == number; }));
 }
 
 Verdict Rules::decide(Kind kind, uint32_t type, Bytes payload, const Party &client) {
@@ -140,8 +131,15 @@ Answer Rules::show() const {
 bool Detour::pass(unsigned client, const Message &message, const Verdict &verdict) {
     if (verdict.fault == Fault::kReorder)
         held_[client].push_back(message);
-    else if (verdict.fault == Fault::kDelay || verdict.fault == Fault::kDuplicate)
-        later_.after(verdict.delay, [this, client, message] { arrive_(client, message); });
+    if (verdict.fault == Fault::kDelay || verdict.fault == Fault::kDuplicate) {
+        const auto timer = later_.emplace(later_.end(), loop_, [] {});
+        timer->set([this, timer, client, message] {
+            std::list<Timer> ended; // lives until the timer's own function is through
+            ended.splice(ended.end(), later_, timer);
+            arrive_(client, message);
+        });
+        timer->start(verdict.delay);
+    }
     return verdict.fault == Fault::kNone || verdict.fault == Fault::kDuplicate;
 }
 

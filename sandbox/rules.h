@@ -51,7 +51,10 @@ class Rules {
     // out is an event, for refuse a request. Gives the rule's number. Throws std::invalid_argument.
     unsigned add(const std::string &fault, const Words &words, std::mt19937_64 &random);
     // How many; 0 stands for all.
-    unsigned remove(unsigned number);
+    unsigned remove(unsigned number) {
+        return static_cast<unsigned>(
+            rules_.remove_if([&](const Rule &rule) { return number == 0 || rule.number == number; }));
+    }
 
     // The first rule that is about this message decides, and is used up by it.
     Verdict decide(Kind kind, uint32_t type, Bytes payload, const Party &client);
@@ -81,7 +84,7 @@ class Detour {
   public:
     // `arrive` gets those that come later, with their client's number.
     using Arrive = std::function<void(unsigned client, const Message &message)>;
-    Detour(Loop &loop, Arrive arrive) : later_(loop), arrive_(std::move(arrive)) {}
+    Detour(Loop &loop, Arrive arrive) : loop_(loop), arrive_(std::move(arrive)) {}
 
     // Does what the rules have decided; true when the message goes straight on, too.
     bool pass(unsigned client, const Message &message, const Verdict &verdict);
@@ -89,8 +92,9 @@ class Detour {
     void release(unsigned client);
 
   private:
-    Later later_;
+    Loop &loop_;
     Arrive arrive_;
+    std::list<Timer> later_;
     std::map<unsigned, std::vector<Message>> held_;
 };
 

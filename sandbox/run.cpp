@@ -1,7 +1,6 @@
 // bridge-sandbox run: a private world for one command, or for a script about daemons.
-#include "sandbox/answer.h"
+#include "sandbox/command.h"
 #include "sandbox/programs.h"
-#include "sandbox/script.h"
 #include "sandbox/stage.h"
 
 #include <CLI/CLI.hpp>
@@ -26,8 +25,7 @@ int run_script(Stage &stage, const std::string &path) {
     script.add_file(path);
     while (const std::optional<std::string> line = script.next()) {
         try {
-            if (is_told_to_end())
-                throw std::runtime_error("interrupted");
+            fail_if(is_told_to_end(), "interrupted");
             std::fputs(stage.run(*line).c_str(), stdout);
         } catch (const std::exception &error) {
             std::fprintf(stderr, "bridge-sandbox: %s: %s: %s\n", escaped(path).c_str(), escaped(*line).c_str(),

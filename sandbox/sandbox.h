@@ -18,7 +18,11 @@ struct Sandbox {
           bridge(loop, options.tmpdir, trace, rules, options.slave), traffic(loop, bridge.addresses) {}
 
     // The kernel and the tables; not before the server listens, and so is the only one. Throws std::runtime_error.
-    void open();
+    void open() {
+        bridge.kernel.open();
+        Vlans::open();
+        Groups::open();
+    }
     // No more commands are run, and the loop ends.
     void end() {
         ending = true;

@@ -13,14 +13,12 @@ namespace {
 constexpr std::chrono::seconds kEndPatience{3};
 
 void must_be_well(int status) {
-    if (status != 0)
-        throw std::runtime_error("the daemon ended with status " + std::to_string(status));
+    fail_if(status != 0, "the daemon ended with status " + std::to_string(status));
 }
 
 void end(Stage &stage) {
     const std::optional<int> status = stage.end_daemon();
-    if (!status)
-        throw std::runtime_error("the daemon does not end");
+    fail_if(!status, "the daemon does not end");
     must_be_well(*status);
 }
 
@@ -53,21 +51,18 @@ std::string Stage::run(const std::string &line) {
             return "";
         }
     const ControlClient::Reply reply = world.run(line);
-    if (!reply.ok)
-        throw std::runtime_error(reply.text.substr(0, reply.text.find('\n')));
+    fail_if(!reply.ok, reply.text.substr(0, reply.text.find('\n')));
     return reply.text;
 }
 
 pid_t Stage::daemon() const {
-    if (daemon_ < 0)
-        throw std::runtime_error("no daemon runs");
+    fail_if(daemon_ < 0, "no daemon runs");
     return daemon_;
 }
 
 void Stage::start_daemon(const std::vector<std::string> &command) {
     const std::vector<std::string> &words = command.empty() ? options_.command : command;
-    if (words.empty())
-        throw std::runtime_error("start which daemon?");
+    fail_if(words.empty(), "start which daemon?");
     const std::string &output = options_.daemon_output;
     daemon_ = world.start(words, output.empty() ? output : world.directory() + "/" + output);
 }

@@ -14,8 +14,7 @@ struct Pending {
 };
 Wait wait_for(const std::shared_ptr<Pending> &pending, Microseconds limit = std::chrono::hours(1)) {
     const auto done = [pending]() -> std::optional<Answer> {
-        if (!pending->refusal.empty())
-            throw std::runtime_error(pending->refusal);
+        fail_if(!pending->refusal.empty(), pending->refusal);
         return pending->settled ? std::optional(pending->answer) : std::nullopt;
     };
     return {done, limit, [] { return std::string("waited in vain for the end of it"); }, {}};

@@ -110,10 +110,10 @@ Trace::Subscription write_records(Trace &trace, const std::string &path) {
 
 Trace::Subscription print_records(Trace &trace, bool with_time) {
     return trace.records.subscribe([with_time](const Record &record) {
+        char time[32] = "";
         if (with_time)
-            say("%10.6f %s", static_cast<double>(record.time.count()) / 1e6, record_text(record).c_str());
-        else
-            say("%s", record_text(record).c_str());
+            std::snprintf(time, sizeof time, "%10.6f ", static_cast<double>(record.time.count()) / 1e6);
+        say(time + record_text(record));
     });
 }
 

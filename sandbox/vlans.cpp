@@ -183,8 +183,7 @@ Answer SuperVlans::show() {
 
 void Vlans::open() {
     Ports::open();
-    if (vl_vlandb_init() == 0)
-        throw std::runtime_error("cannot map the VLAN table");
+    fail_if(vl_vlandb_init() == 0, "cannot map the VLAN table");
     vl_set_vlan_range(BRI_VID_MIN, BRI_VID_MAX);
     store(g_vl_mng.stat->max_vlan_num, BRI_VID_MAX);
     store(g_vl_mng.stat->max_svi_num, BRI_VID_MAX);
@@ -291,8 +290,7 @@ Answer Vlans::show() {
 }
 
 void Groups::open() {
-    if (vlan_group_shm_init() == 0)
-        throw std::runtime_error("cannot map the table of VLAN groups");
+    fail_if(vlan_group_shm_init() == 0, "cannot map the table of VLAN groups");
 }
 
 void Groups::create(uint32_t id) {

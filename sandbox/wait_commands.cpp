@@ -129,8 +129,8 @@ template <bool InOrder> Outcome wait_for(Sandbox &sandbox, const Call &call) {
 Outcome never(Sandbox &sandbox, const Call &call) {
     size_t next = 0;
     const auto condition = std::make_shared<Condition>(call.words, next);
-    if (next + 2 != call.words.size() || call.words[next] != "for")
-        throw std::invalid_argument("never " + condition->text() + " for how long?");
+    refuse_if(next + 2 != call.words.size() || call.words[next] != "for",
+              "never " + condition->text() + " for how long?");
     auto after = std::make_shared<uint64_t>(sandbox.trace.last());
     const auto done = [&sandbox, condition, after]() -> std::optional<Answer> {
         if (const std::optional<Answer> answer = condition->met(sandbox, *after))
@@ -198,11 +198,15 @@ Outcome fails(Sandbox &sandbox, const Call &call) {
 }
 
 // The shorter ways to say two of the waits.
-Outcome wait_as(Sandbox &sandbox, const Call &call, Words condition) {
+Outcome wait_shortly(Sandbox &sandbox, const Call &call) {
+    const std::string &what = call.words[0];
+    const bool event = call.command == "wait-event";
+    Words words = event ? Words{"request", what} : split("clients registered is " + std::to_string(parse_number(what)));
     if (call.words.size() > 1)
-        condition.insert(condition.end(), {"within", call.words[1]});
-    return wait_for<false>(sandbox, {call.command, condition, call.session});
+        words.insert(words.end(), {"within", call.words[1]});
+    return wait_for<false>(sandbox, {call.command, words, call.session});
 }
+
 constexpr Command kWaitCommands[] = {
     {"wait", "CONDITION... [since MARK] [within SECONDS]", "until it happens or is so; 10 seconds at most by default",
      wait_for<false>},
@@ -215,14 +219,8 @@ constexpr Command kWaitCommands[] = {
      [](Sandbox &, const Call &call) -> Outcome {
          return Wait{[] { return std::optional<Answer>(); }, parse_seconds(call.words[0]), {}, Answer().say("slept")};
      }},
-    {"wait-event", "TYPE [SECONDS]", "wait request TYPE",
-     [](Sandbox &sandbox, const Call &call) {
-         return wait_as(sandbox, call, {"request", call.words[0]});
-     }},
-    {"wait-clients", "N [SECONDS]", "wait clients registered is N",
-     [](Sandbox &sandbox, const Call &call) {
-         return wait_as(sandbox, call, {"clients", "registered", "is", std::to_string(parse_number(call.words[0]))});
-     }},
+    {"wait-event", "TYPE [SECONDS]", "wait request TYPE", wait_shortly},
+    {"wait-clients", "N [SECONDS]", "wait clients registered is N", wait_shortly},
 };
 
 bool only_waits(const Command &row) {

@@ -162,8 +162,8 @@ void watch_over(const std::string &directory, int32_t vsd) {
 template <class Try> void wait_until(pid_t pid, const char *what, Try &&happens) {
     const auto end = std::chrono::steady_clock::now() + kChildPatience;
     while (!happens()) {
-        if (waitpid(pid, nullptr, WNOHANG) != 0 || std::chrono::steady_clock::now() > end)
-            throw std::runtime_error(std::string(what) + " does not start");
+        fail_if(waitpid(pid, nullptr, WNOHANG) != 0 || std::chrono::steady_clock::now() > end,
+                std::string(what) + " does not start");
         std::this_thread::sleep_for(std::chrono::milliseconds(2));
     }
 }
@@ -251,8 +251,7 @@ void World::start_kernel() {
 }
 
 void World::start_server() {
-    if (server_ > 0)
-        throw std::runtime_error("the server runs already");
+    fail_if(server_ > 0, "the server runs already");
     std::vector<std::string> arguments = {"--time"};
     if (log_ == Log::kRecords)
         arguments.insert(arguments.end(), {"--trace", log_file(servers_, Log::kRecords)});
@@ -268,8 +267,7 @@ void World::start_server() {
 }
 
 void World::kill_server() {
-    if (server_ <= 0)
-        throw std::runtime_error("no server runs");
+    fail_if(server_ <= 0, "no server runs");
     control_.reset();
     kill(server_, SIGKILL);
     waitpid(server_, nullptr, 0);
@@ -278,8 +276,7 @@ void World::kill_server() {
 
 pid_t World::start(const std::vector<std::string> &command, const std::string &output) {
     const fs::path preload = companion(kPreload, kPreloads);
-    if (preload.empty())
-        throw std::runtime_error(std::string("cannot find ") + kPreload);
+    fail_if(preload.empty(), std::string("cannot find ") + kPreload);
     const std::string libraries = environment("LD_LIBRARY_PATH");
     return spawn(command,
                  environment_with(
@@ -328,8 +325,7 @@ std::optional<int> World::ended(pid_t program, std::chrono::milliseconds patienc
 }
 
 ControlClient::Reply World::run(const std::string &command, bool json) {
-    if (!control_)
-        throw std::runtime_error("no server runs");
+    fail_if(!control_, "no server runs");
     return control_->run(command, json);
 }
 

@@ -1,4 +1,4 @@
-#include "sandbox/script.h"
+#include "sandbox/command.h"
 #include "tests/support/test.h"
 
 #include <gtest/gtest.h>

@@ -108,12 +108,13 @@ TEST(Pattern, event_that_was_not_delivered_is_none) {
 TEST(Loop, runs_timers_in_its_own_time) {
     Loop loop(100);
     std::string order;
-    Later later(loop);
-    later.after(std::chrono::seconds(2), [&] {
+    Timer second(loop, [&] {
         order += 'b';
         loop.end();
     });
-    later.after(std::chrono::seconds(1), [&] { order += 'a'; });
+    Timer first(loop, [&] { order += 'a'; });
+    second.start(std::chrono::seconds(2));
+    first.start(std::chrono::seconds(1));
     loop.run();
     EXPECT_EQ(order, "ab");
     EXPECT_GE(loop.now(), std::chrono::seconds(2));
