@@ -44,10 +44,6 @@ uint32_t Addresses::apply(const std::vector<bri_mac_msg> &records) {
     return changed;
 }
 
-uint32_t Addresses::flush(const vlanset &vlans, uint32_t ifx) {
-    return ask_(MAC_EVENT_DEL_DYN_ON_VLANMAP, bytes_of(bri_mac_vlanmap_del{0, {}, ifx, vlans})).record<uint32_t>();
-}
-
 uint32_t Addresses::set_age(uint32_t seconds) {
     const auto age = ask_(MAC_EVENT_SET_AGETIME, bytes_of(seconds)).record<uint32_t>();
     announce_(MAC_EVENT_SET_AGETIME, bytes_of(age));
@@ -81,18 +77,10 @@ void Addresses::apply_host(const mvlan_msg &request) {
     throw std::invalid_argument(reason);
 }
 
-void Addresses::port_down(uint32_t ifx) {
-    bri_mac_msg deletion{0, BRI_MAC_DEL, {}};
-    deletion.entry.field = BRI_MAC_FIELD_IFX | BRI_MAC_FIELD_TYPE;
-    deletion.entry.ifx = ifx;
-    deletion.entry.type = BRI_MAC_TYPE_DYNAMIC;
-    tell(MAC_EVENT_NOTIFY_ADDR, bytes_of(deletion));
-}
-
 // The port and the VLANs go their way, whether the module is there or not.
-void Addresses::tell(uint32_t type, Bytes data) {
+void Addresses::forget(const KernelForget &what) {
     try {
-        ask_(type, data);
+        ask_(kForget, bytes_of(what));
     } catch (const std::invalid_argument &) { // said when it went
     }
 }

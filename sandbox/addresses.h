@@ -23,7 +23,9 @@ class Addresses {
     // said to have been learned is not asked. All are looked at, the others done, before one is refused.
     uint32_t apply(const std::vector<bri_mac_msg> &records);
     // Deletes the learned addresses of those VLANs, on one port or, for 0, on all.
-    uint32_t flush(const vlanset &vlans, uint32_t ifx);
+    uint32_t flush(const vlanset &vlans, uint32_t ifx) {
+        return ask_(kForget, bytes_of(KernelForget{ifx, 0, vlans, 0, 1})).record<uint32_t>();
+    }
     // Why no frame with that VLAN and port can come in; empty when one can.
     [[nodiscard]] std::string refusal(const bri_mac_entry &frame) const;
     // Frames came in: address, VLAN and port of each.
@@ -36,18 +38,21 @@ class Addresses {
     void set_age_range(uint32_t min, uint32_t max, uint32_t step);
     void set_learning(bool on) { set(MAC_EVENT_GLOBAL_LEARN, bytes_of(on ? 0U : 1U)); }
     void set_port_learning(uint32_t ifx, bool on);
-    void set_room(const bri_mac_available &room) { set(MAC_EVENT_SET_AVAILABLE_MAC, bytes_of(room)); }
-    void set_host_room(uint32_t entries) { ask_(kHostRoom, bytes_of(entries)); }
+    void set_room(Limit configured, Limit filters, Limit total) {
+        const Limit room[] = {configured, filters, total}; // a bri_mac_available
+        set(MAC_EVENT_SET_AVAILABLE_MAC, bytes_of(room));
+    }
+    void set_host_room(Limit entries) { ask_(kHostRoom, bytes_of(entries)); }
 
     // A host's VLAN by its address; the VLAN of an add must exist.
     void apply_host(const mvlan_msg &request);
 
     // What becomes of a port or of VLANs takes addresses along: the learned ones when the link fails, all of them where
     // an address cannot be any more.
-    void port_down(uint32_t ifx);
-    void port_left(uint32_t ifx, const vlanset &vlans) { tell(kForget, bytes_of(KernelForget{ifx, 0, vlans, 0})); }
-    void port_deleted(uint32_t ifx) { tell(kForget, bytes_of(KernelForget{ifx, 1, {}, 1})); }
-    void vlans_deleted(const vlanset &vlans) { tell(kForget, bytes_of(KernelForget{0, 1, vlans, 0})); }
+    void port_down(uint32_t ifx) { forget({ifx, 0, {}, 1, 1}); }
+    void port_left(uint32_t ifx, const vlanset &vlans) { forget({ifx, 0, vlans, 0, 0}); }
+    void port_deleted(uint32_t ifx) { forget({ifx, 1, {}, 1, 0}); }
+    void vlans_deleted(const vlanset &vlans) { forget({0, 1, vlans, 0, 0}); }
 
     // A client's check of the addresses that are configured, of one type or, for 0, of all: its begin or its end.
     void begin_check(uint32_t type) { ask_(MAC_EVENT_NONDYN_CHECK_BEGIN, bytes_of(type)); }
@@ -61,7 +66,7 @@ class Addresses {
     [[nodiscard]] KernelFigures figures() { return ask_(kReadFigures, {}).record<KernelFigures>(); }
 
   private:
-    void tell(uint32_t type, Bytes data);
+    void forget(const KernelForget &what);
     void set(uint32_t type, Bytes record);
     void check(const bri_mac_msg &record) const;
 

@@ -180,23 +180,18 @@ void Prejudge::begin_next() {
     const std::optional<Message> question = questions_.front().word();
     waiting_.clear();
     asking_ = true;
-    if (question)
-        send_question(*question);
+    type_ = question ? question->type : 0;
+    server_.for_each(Target(), [&](Connection &client) {
+        if (!question || !gets(client, type_) || !listens(client))
+            return;
+        announcer_.tell(client, {*question});
+        if (client.open())
+            waiting_.insert(client.id());
+    });
     if (waiting_.empty())
         settle("");
     else
         limit_.start(patience_);
-}
-
-void Prejudge::send_question(const Message &question) {
-    type_ = question.type;
-    server_.for_each(Target(), [&](Connection &client) {
-        if (!gets(client, type_) || !listens(client))
-            return;
-        announcer_.tell(client, {question});
-        if (client.open())
-            waiting_.insert(client.id());
-    });
 }
 
 void Prejudge::answer(const Connection &client, uint32_t type, const std::string &objection) {

@@ -105,7 +105,6 @@ class Prejudge {
     };
 
     void begin_next();
-    void send_question(const Message &question);
     void settle(const std::string &refusal);
     void time_out() { settle(std::to_string(waiting_.size()) + " clients did not answer in time"); }
     void forget_lost();

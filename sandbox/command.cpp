@@ -297,8 +297,8 @@ Outcome run_command(Sandbox &sandbox, const std::string &line, Session &session)
     Call call{{}, {}, session};
     const Command &row = find_command(all_commands(), words, call);
     Outcome outcome = row.run(sandbox, call);
-    if (!outcome.wait && outcome.answer.lines().empty())
-        outcome.answer.say("{command}: done", {{"command", call.line}});
+    if (Answer *answer = std::get_if<Answer>(&outcome); answer != nullptr && answer->lines().empty())
+        answer->say("{command}: done", {{"command", call.line}});
     return outcome;
 }
 

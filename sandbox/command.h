@@ -10,6 +10,7 @@
 #include <map>
 #include <optional>
 #include <span>
+#include <variant>
 
 namespace sandbox {
 
@@ -60,14 +61,7 @@ struct Wait {
 };
 
 // A handler's answer, now or later.
-struct Outcome {
-    Answer answer;
-    std::optional<Wait> wait;
-
-    // Handlers return either.
-    Outcome(Answer given) : answer(std::move(given)) {} // NOLINT(google-explicit-constructor)
-    Outcome(Wait awaited) : wait(std::move(awaited)) {} // NOLINT(google-explicit-constructor)
-};
+using Outcome = std::variant<Answer, Wait>;
 
 struct Call {
     std::string command; // the row's words

@@ -21,13 +21,13 @@ bool always_readable(int descriptor) {
 
 } // namespace
 
-CommandStream::CommandStream(Sandbox &sandbox, StreamOwner owner)
-    : sandbox_(sandbox), owner_(std::move(owner)), step_(sandbox.loop, [this] { step(); }),
-      limit_(sandbox.loop,
-             [this] {
-                 timed_out_ = true;
-                 step();
-             }),
+CommandStream::CommandStream(Sandbox &sandbox, Answered answered, Failed failed)
+    : sandbox_(sandbox), answered_(std::move(answered)), failed_(std::move(failed)),
+      step_(sandbox.loop, [this] { step(); }), limit_(sandbox.loop,
+                                                      [this] {
+                                                          timed_out_ = true;
+                                                          step();
+                                                      }),
       changes_(sandbox.trace.changed.subscribe([this] { wake(); })) {}
 
 void CommandStream::add_line(std::string line) {
@@ -53,7 +53,7 @@ void CommandStream::step() {
     } catch (const std::exception &error) {
         wait_.reset();
         limit_.cancel();
-        if (owner_.failed(error.what()))
+        if (failed_(error.what()))
             wake();
         else
             script_.clear();
@@ -71,7 +71,7 @@ void CommandStream::look_at_wait() {
     limit_.cancel();
     if (!answer && ended.timed_out)
         throw std::runtime_error(ended.timed_out());
-    owner_.answered(answer ? *answer : ended.passed);
+    answered_(answer ? *answer : ended.passed);
 }
 
 bool CommandStream::run_next() {
@@ -79,11 +79,11 @@ bool CommandStream::run_next() {
     if (!line)
         return false;
     Outcome outcome = run_command(sandbox_, *line, session_);
-    if (!outcome.wait) {
-        owner_.answered(outcome.answer);
+    if (const Answer *answer = std::get_if<Answer>(&outcome)) {
+        answered_(*answer);
         return true;
     }
-    wait_ = std::move(outcome.wait);
+    wait_ = std::get<Wait>(std::move(outcome));
     timed_out_ = false;
     limit_.start(wait_->limit);
     return true;
@@ -129,8 +129,9 @@ class Control::Peer : Pinned {
     Peer(Control &control, evutil_socket_t descriptor)
         : control_(control),
           channel_(bufferevent_socket_new(control.sandbox_.loop.base(), descriptor, BEV_OPT_CLOSE_ON_FREE)),
-          stream_(control.sandbox_, {[this](const Answer &answer) { answered(answer); },
-                                     [this](const std::string &error) { return failed(error); }}) {
+          stream_(
+              control.sandbox_, [this](const Answer &answer) { answered(answer); },
+              [this](const std::string &error) { return failed(error); }) {
         const auto on_read = [](bufferevent *, void *self) { static_cast<Peer *>(self)->read_lines(); };
         const auto on_end = [](bufferevent *, short, void *self) { static_cast<Peer *>(self)->leave(); };
         bufferevent_setcb(channel_.get(), on_read, nullptr, on_end, this);

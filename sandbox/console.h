@@ -6,15 +6,12 @@
 
 namespace sandbox {
 
-// Who is told what becomes of a stream's commands.
-struct StreamOwner {
-    std::function<void(const Answer &)> answered;
-    std::function<bool(const std::string &error)> failed; // false ends the stream
-};
-
 class CommandStream {
   public:
-    CommandStream(Sandbox &sandbox, StreamOwner owner);
+    // What becomes of each command is told; false of `failed` ends the stream.
+    using Answered = std::function<void(const Answer &)>;
+    using Failed = std::function<bool(const std::string &error)>;
+    CommandStream(Sandbox &sandbox, Answered answered, Failed failed);
 
     void add_line(std::string line);
     // One command that is answered or fails once, also when it is none.
@@ -33,7 +30,8 @@ class CommandStream {
     bool run_next();
 
     Sandbox &sandbox_;
-    StreamOwner owner_;
+    Answered answered_;
+    Failed failed_;
     Script script_;
     Session session_;
     std::optional<Wait> wait_;

@@ -90,36 +90,23 @@ KernelResult see_frames(KernelTables &tables, Bytes data) {
     return answer_of(seen);
 }
 
-KernelResult flush_vlans(KernelTables &tables, Bytes data) {
-    const auto request = object_of<bri_mac_vlanmap_del>(data);
-    const auto goes = [&](const bri_mac_entry &entry) {
-        return is_dynamic(entry) && holds(request.vlans, entry.bcast_id) &&
-               (request.ifx == 0 || request.ifx == entry.ifx);
-    };
-    return answer_of(tables.change([&](MacTable &macs, Microseconds, MacNews &news) { macs.remove_if(goes, news); }));
-}
-
 KernelResult forget(KernelTables &tables, Bytes data) {
     const auto request = object_of<KernelForget>(data);
     const auto there = [&](uint16_t vid, uint32_t ifx) {
         return (request.everywhere != 0 || holds(request.vlans, vid)) && (request.ifx == 0 || request.ifx == ifx);
     };
-    tables.change([&](MacTable &macs, Microseconds, MacNews &news) {
-        macs.remove_if([&](const bri_mac_entry &entry) { return there(entry.bcast_id, entry.ifx); }, news);
-    });
-    if (request.hosts == 0)
-        return {};
-    for (mvlan_msg host :
-         tables.hosts.remove_if([&](const mvlan_msg &known) { return there(known.entry.vlan, known.ifx); })) {
-        host.entry.type = kMacVlanDelete;
-        tables.tell(MVLAN_EVENT_NOTIFY_ENTRY, bytes_of(host));
-    }
-    return {};
-}
-
-KernelResult switch_learning(KernelTables &tables, Bytes data) {
-    tables.macs.settings.learning = object_of<uint32_t>(data) == 0;
-    return {};
+    const auto goes = [&](const bri_mac_entry &entry) {
+        return there(entry.bcast_id, entry.ifx) && (request.learned == 0 || is_dynamic(entry));
+    };
+    const uint32_t gone =
+        tables.change([&](MacTable &macs, Microseconds, MacNews &news) { macs.remove_if(goes, news); });
+    if (request.hosts != 0)
+        for (mvlan_msg host :
+             tables.hosts.remove_if([&](const mvlan_msg &known) { return there(known.entry.vlan, known.ifx); })) {
+            host.entry.type = kMacVlanDelete;
+            tables.tell(MVLAN_EVENT_NOTIFY_ENTRY, bytes_of(host));
+        }
+    return answer_of(gone);
 }
 
 KernelResult switch_port_learning(KernelTables &tables, Bytes data) {
@@ -156,7 +143,7 @@ KernelResult read_figures(KernelTables &tables, Bytes) {
     figures.age = static_cast<uint32_t>(macs.settings.allowed_age().count());
     figures.range = macs.settings.range;
     figures.room = macs.settings.room;
-    figures.learning = macs.settings.learning ? 1 : 0;
+    figures.learning = macs.settings.learn_disable == 0 ? 1 : 0;
     figures.quiet_ports = macs.settings.quiet_ports;
     for (uint32_t type = 0; type < std::size(figures.of_type); ++type)
         figures.of_type[type] = macs.count(type);
@@ -178,13 +165,12 @@ constexpr struct HandlerRow {
     {Asker::kHost, MAC_EVENT_DYN_CHECK_END, 0, end_check<true>},
     {Asker::kServer, MAC_EVENT_NOTIFY_ADDR, 0, take_addresses},
     {Asker::kServer, MAC_EVENT_CLIENT_FIND_FIRST, sizeof(bri_mac_find_first), find_first},
-    {Asker::kServer, MAC_EVENT_DEL_DYN_ON_VLANMAP, sizeof(bri_mac_vlanmap_del), flush_vlans},
     {Asker::kServer, MAC_EVENT_NONDYN_CHECK_BEGIN, sizeof(uint32_t), begin_check<false>},
     {Asker::kServer, MAC_EVENT_NONDYN_CHECK_END, sizeof(uint32_t), end_check<false>},
     {Asker::kServer, MAC_EVENT_SET_AGETIME, sizeof(uint32_t), set_age},
     {Asker::kServer, MAC_EVENT_SET_AGETIME_RANGE, sizeof(bri_mac_age_range), set<&MacSettings::range>},
     {Asker::kServer, MAC_EVENT_INTF_LEARN, sizeof(bri_mac_intf_learn), switch_port_learning},
-    {Asker::kServer, MAC_EVENT_GLOBAL_LEARN, sizeof(uint32_t), switch_learning},
+    {Asker::kServer, MAC_EVENT_GLOBAL_LEARN, sizeof(uint32_t), set<&MacSettings::learn_disable>},
     {Asker::kServer, MAC_EVENT_SET_AVAILABLE_MAC, sizeof(bri_mac_available), set<&MacSettings::room>},
     {Asker::kServer, MVLAN_EVENT_NOTIFY_ENTRY, sizeof(mvlan_msg), set_vlan},
     {Asker::kServer, kFramesSeen, 0, see_frames},

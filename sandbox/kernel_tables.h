@@ -66,7 +66,7 @@ template <class Record> KernelResult answer_of(const Record &record) {
 // What the server alone says, beyond the MAC requests that it passes on; the numbers are no event's.
 enum ServerSays : uint32_t {
     kFramesSeen = 0x10000, // a run of bri_mac_entry: address, VLAN and port; answered by FramesSeen
-    kForget,               // KernelForget
+    kForget,               // KernelForget; answered by the number of addresses, uint32_t
     kHostRoom,             // uint32_t: entries that the table of hosts' VLANs may hold
     kReadAddresses,        // answered by a run of bri_mac_msg
     kReadHosts,            // answered by a run of mvlan_msg
@@ -81,6 +81,7 @@ struct KernelForget {
     uint32_t hosts;
     vlanset vlans;
     uint32_t everywhere; // whatever `vlans` says
+    uint32_t learned;    // no configured addresses
 };
 // How many of the frames did what, by enum Seen.
 struct FramesSeen {

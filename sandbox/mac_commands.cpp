@@ -136,16 +136,6 @@ Outcome set_learning(Sandbox &sandbox, const Call &call) {
     return Answer();
 }
 
-uint32_t parse_limit(const std::string &word) {
-    return word == "any" ? MacSettings::kNoLimit : parse_number(word);
-}
-
-Outcome set_capacity(Sandbox &sandbox, const Call &call) {
-    sandbox.bridge.addresses.set_room(
-        {parse_limit(call.words[0]), parse_limit(call.words[1]), parse_limit(call.words[2])});
-    return Answer();
-}
-
 // What became of a frame, by enum Seen.
 constexpr const char *kSeen[] = {"learned",
                                  "known",
@@ -284,7 +274,8 @@ constexpr Command kMacCommands[] = {
     {"mac range", "MIN MAX STEP", "the ages that are allowed, in seconds; zeros: all",
      operation<&Addresses::set_age_range>},
     {"mac learning", "on|off [IFX]", "learn addresses from frames, everywhere or on a port", set_learning},
-    {"mac capacity", "STATIC FILTER TOTAL", "the addresses that there is room for; any: no limit", set_capacity},
+    {"mac capacity", "STATIC FILTER TOTAL", "the addresses that there is room for; any: no limit",
+     operation<&Addresses::set_room>},
     {"traffic", "MAC VID IFX [every SECONDS]", "a frame from that address comes in, once or again and again", traffic},
     {"traffic flood", "COUNT VID IFX", "one from each of that many, from 06:00:00:00:00:00 on", flood},
     {"traffic stop", "MAC", "that host is silent; all: everybody is", stop_traffic},
@@ -296,10 +287,7 @@ constexpr Command kMacCommands[] = {
          return Answer();
      }},
     {"mvlan capacity", "ENTRIES", "the entries that there is room for; any: no limit",
-     [](Sandbox &sandbox, const Call &call) -> Outcome {
-         sandbox.bridge.addresses.set_host_room(parse_limit(call.words[0]));
-         return Answer();
-     }},
+     operation<&Addresses::set_host_room>},
     {"mvlan show", "", "the entries", show_hosts},
     {"kernel", "[STATE [NUMBER]]",
      "the kernel's bridge module: up, down, error [ERRNO], long or silent; delay MS; or show it", set_kernel},

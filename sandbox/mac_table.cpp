@@ -93,7 +93,7 @@ Seen MacTable::see(const bri_mac_entry &frame, Microseconds now, MacNews &news) 
     const auto known = entries_.find(name_of(frame));
     if (known != entries_.end() && !is_dynamic(known->second.entry))
         return Seen::kConfigured;
-    if (!settings.learning)
+    if (settings.learn_disable != 0)
         return Seen::kLearningOff;
     if (bri_port_set_has(&settings.quiet_ports, frame.ifx) != 0)
         return Seen::kPortLearningOff;

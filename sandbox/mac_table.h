@@ -29,13 +29,15 @@ struct MacNews {
 // What a frame's source address did.
 enum class Seen { kLearned, kRefreshed, kMoved, kConfigured, kLearningOff, kPortLearningOff, kFull };
 
+enum class Limit : uint32_t { kNone = UINT32_MAX };
+
 struct MacSettings {
-    static constexpr uint32_t kNoLimit = UINT32_MAX;
+    static constexpr auto kNoLimit = static_cast<uint32_t>(Limit::kNone);
 
     std::chrono::seconds age{300}; // of a learned address that no frame comes from; 0: it never goes
     bri_mac_age_range range{0, 0, 0};
     bri_mac_available room{kNoLimit, kNoLimit, kNoLimit};
-    bool learning = true;
+    uint32_t learn_disable = 0;
     bri_port_set quiet_ports{}; // on which nothing is learned
 
     // The age that the range allows: within its bounds, and on one of its steps from the lowest. A range of zeros

@@ -57,7 +57,7 @@ template <class Argument, class Field> Argument field_as(const Field &field) {
     if constexpr (std::is_same_v<Argument, vlanset> && std::is_integral_v<Field>)
         return only(field);
     else
-        return field;
+        return static_cast<Argument>(field);
 }
 
 // A request of which these fields are the operation's arguments.

@@ -40,6 +40,8 @@ template <class Value> Value word_as(const std::string &word) {
         return parse_port_mode(word);
     else if constexpr (std::is_same_v<Value, bri_vlan_mode>)
         return parse_vlan_mode(word);
+    else if constexpr (std::is_enum_v<Value>) // a limit
+        return word == "any" ? Value::kNone : Value{parse_number(word)};
     else
         return static_cast<Value>(parse_number(word, sizeof(Value) == 2 ? BRI_VID_MAX : static_cast<Value>(-1)));
 }

@@ -127,7 +127,7 @@ class Program {
             for (const std::string &line : answer.lines())
                 say(line);
         };
-        return streams_.emplace_back(sandbox_, StreamOwner{answered, std::move(failed)});
+        return streams_.emplace_back(sandbox_, answered, std::move(failed));
     }
 
     const ServeOptions &options_;

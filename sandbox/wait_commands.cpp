@@ -3,7 +3,6 @@
 #include "sandbox/sandbox.h"
 
 #include <algorithm>
-#include <variant>
 
 namespace sandbox {
 
@@ -181,14 +180,15 @@ Outcome fails(Sandbox &sandbox, const Call &call) {
     Call inner{{}, {}, call.session};
     // One that is not understood is not refused, it is an error.
     const bool waits = only_waits(find_command(all_commands(), call.words, inner));
-    std::optional<Outcome> outcome;
+    Outcome outcome;
     const auto run = [&]() -> std::optional<Answer> {
-        outcome.emplace(run_command(sandbox, call.rest(), call.session));
-        return outcome->wait ? std::nullopt : std::optional(outcome->answer);
+        outcome = run_command(sandbox, call.rest(), call.session);
+        const Answer *answer = std::get_if<Answer>(&outcome);
+        return answer != nullptr ? std::optional(*answer) : std::nullopt;
     };
     if (const std::optional<Answer> answer = must_fail(run, waits))
         return *answer;
-    Wait wait = std::move(*outcome->wait);
+    Wait wait = std::get<Wait>(std::move(outcome));
     wait.done = [done = std::move(wait.done), waits] { return must_fail(done, waits); };
     // What a passing limit means is turned round, too.
     const bool well = wait.timed_out == nullptr;

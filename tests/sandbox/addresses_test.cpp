@@ -99,7 +99,7 @@ TEST_F(AddressesTest, settings_reach_the_table_and_are_announced) {
     EXPECT_EQ(object_of<uint32_t>(last), 30U);
     addresses.set_learning(false);
     EXPECT_EQ(announced(), std::vector<uint32_t>{MAC_EVENT_GLOBAL_LEARN});
-    addresses.set_room({1, 2, 3});
+    addresses.set_room(Limit{1}, Limit{2}, Limit{3});
     EXPECT_EQ(announced(), std::vector<uint32_t>{MAC_EVENT_SET_AVAILABLE_MAC});
     const KernelFigures figures = addresses.figures();
     EXPECT_EQ(figures.age, 30U);
@@ -144,7 +144,7 @@ TEST_F(AddressesTest, vlan_of_a_host_that_cannot_be_is_answered_with_an_error) {
     EXPECT_EQ(announced(), std::vector<uint32_t>{MVLAN_EVENT_ERROR});
     EXPECT_EQ(last.size(), sizeof(mvlan_entry));
     host.entry.vlan = 10;
-    addresses.set_host_room(0);
+    addresses.set_host_room(Limit{0});
     EXPECT_EQ(reason_of([&] { addresses.apply_host(host); }), "the table of hosts' VLANs is full");
     host.entry.type = kMacVlanDelete;
     EXPECT_EQ(reason_of([&] { addresses.apply_host(host); }), "no such entry");
@@ -155,8 +155,8 @@ TEST_F(AddressesTest, vlan_of_a_host_that_cannot_be_is_answered_with_an_error) {
 
 TEST_F(AddressesTest, every_message_from_the_server_has_its_least_size) {
     const uint8_t none[1] = {};
-    for (const uint32_t type : {uint32_t{MAC_EVENT_DEL_DYN_ON_VLANMAP}, uint32_t{MAC_EVENT_SET_AGETIME},
-                                uint32_t{MAC_EVENT_INTF_LEARN}, uint32_t{MVLAN_EVENT_NOTIFY_ENTRY}, uint32_t{kForget}})
+    for (const uint32_t type : {uint32_t{MAC_EVENT_SET_AGETIME}, uint32_t{MAC_EVENT_INTF_LEARN},
+                                uint32_t{MVLAN_EVENT_NOTIFY_ENTRY}, uint32_t{kForget}})
         EXPECT_EQ(handle(tables, Asker::kServer, type, {none, sizeof none}).error, EINVAL) << type;
     EXPECT_EQ(handle(tables, Asker::kServer, MAC_EVENT_SS_NOTIFY_ADDR, {}).error, EOPNOTSUPP);
     EXPECT_EQ(handle(tables, Asker::kHost, kForget, {none, sizeof none}).error, EOPNOTSUPP);

@@ -18,7 +18,7 @@ struct ClaimsTest : test::Env {
     // The answer's lines, or why it was refused.
     std::string run(const std::string &line) {
         try {
-            return run_command(sandbox, line, session).answer.text();
+            return std::get<Answer>(run_command(sandbox, line, session)).text();
         } catch (const std::invalid_argument &error) {
             return error.what();
         }

@@ -87,7 +87,7 @@ TEST(MacTable, learning_can_be_off_everywhere_or_on_a_port) {
     EXPECT_EQ(table.seen(entry(1, 10, 3), Seen::kPortLearningOff), "");
     EXPECT_EQ(table.seen(entry(1, 10, 4), Seen::kLearned), "+1@4");
     EXPECT_EQ(table.seen(entry(1, 10, 3), Seen::kPortLearningOff), ""); // nor does it move there
-    table.settings.learning = false;
+    table.settings.learn_disable = 1;
     EXPECT_EQ(table.seen(entry(2, 10, 4), Seen::kLearningOff), "");
     EXPECT_EQ(table.seen(entry(3, 10, 1U << 20), Seen::kLearningOff), "");
     EXPECT_EQ(table.size(), 1U);
