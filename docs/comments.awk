@@ -96,6 +96,8 @@ ended {
             $0 = field_at(RSTART + 5)
     }
     before = $0
+    if ($1 == "BRI_API" && $2 == "enum" && index($4, $3 "(void)") == 1)
+        sub(/\(void\)/, "(BRI_NOTHING void)") # an argument, or Doxygen takes the function for the enumeration
     if (begins_declaration())
         say_again()
     print

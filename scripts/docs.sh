@@ -6,6 +6,7 @@ cd "$(dirname "${BASH_SOURCE[0]}")/.."
 rm -rf build/docs
 mkdir -p build/docs/man3
 doxygen docs/Doxyfile >build/docs/doxygen.log 2>build/docs/warnings.log
+sed -i -E 's/BRI_NOTHING(&#160;| )*//' build/docs/html/*.html build/docs/html/{,search/}*.js # see docs/comments.awk
 # In C++ members share the comment above the first of them, which Doxygen takes for that one's alone.
 sed -i '/\.hpp:[0-9]*: warning: Member .* is not documented/d' build/docs/warnings.log
 
@@ -14,7 +15,8 @@ for kind in exports records; do
     awk -v kind=$kind -f tests/contract/public_names.awk include/bridge/*.h
 done | sort -u >build/docs/public_names.txt
 [ -s build/docs/public_names.txt ] || { echo "no public names found" >&2; exit 1; }
-sed -n 's/^ *<name>\([^<]*\)<.*/\1/p' build/docs/names.tag | sort -u >build/docs/reference_names.txt
+awk '/ kind="/ { kind = $0 } /^ *<name>/ && kind ~ /"(function|variable|struct)"/ { gsub(/ *<[^>]*>/, ""); print }' \
+    build/docs/names.tag | sort -u >build/docs/reference_names.txt
 missing=$(comm -23 build/docs/public_names.txt build/docs/reference_names.txt)
 
 # Every link of the pages leads to one of them.
