@@ -14,7 +14,7 @@ choose() {
 # The machine's lines of lab/programs.txt, or those of the chosen programs.
 listed() {
     awk -v machine="$1" -v chosen=" ${chosen[*]} " \
-        '$1 == machine && (chosen ~ /^ *$/ || index(chosen, " " $2 " "))' lab/programs.txt
+        '$1 == machine && (chosen ~ /^ *$/ ? $4 != "named" : index(chosen, " " $2 " "))' lab/programs.txt
 }
 
 # Those programs, as paths in the machine's build.

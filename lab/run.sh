@@ -35,8 +35,8 @@ check_names() {
         for name in "${chosen[@]}"; do
             awk -v machine="$machine" -v name="$name" '$1 == machine && $2 == name { exit found = 1 } END { exit !found }' \
                 lab/programs.txt && continue
-            chosen=()
-            echo "lab: $machine has no program $name; it has: $(listed "$machine" | awk '{ print $2 }' | xargs)" >&2
+            echo "lab: $machine has no program $name; it has: $(awk -v machine="$machine" '$1 == machine { print $2 }' \
+                lab/programs.txt | xargs)" >&2
             exit 2
         done
     done
