@@ -71,7 +71,7 @@ make_root_amd64() {
     ln -s "$PWD/sandbox/scenarios" "$root$build/sandbox/scenarios"
     carry /bin/sh /bin/bash
     carry_command ip bridge cat ls ps mkdir rm sleep grep kill mount umount insmod rmmod lsmod dmesg id uname chmod \
-        seq head tail date stat cp mv ln touch env true false
+        seq head tail date stat cp mv ln touch env true false mktemp ping sed sort
     plan amd64 "$build" >"$root/lab/plan"
     printf 'cd %q\n' "$PWD" >"$root/root/.bashrc"
     add_modules "${kernel_modules[@]/#/$kernel/lib/modules/$(cat "$kernel/release")/kernel/}" "$work/ef_bridge.ko"

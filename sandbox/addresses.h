@@ -42,6 +42,7 @@ class Addresses {
         const Limit room[] = {configured, filters, total}; // a bri_mac_available
         set(MAC_EVENT_SET_AVAILABLE_MAC, bytes_of(room));
     }
+    void let_age_elsewhere(bool elsewhere) { ask_(kAgeElsewhere, bytes_of(elsewhere ? 1U : 0U)); }
     void set_host_room(Limit entries) { ask_(kHostRoom, bytes_of(entries)); }
 
     // A host's VLAN by its address; the VLAN of an add must exist.

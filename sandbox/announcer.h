@@ -19,10 +19,15 @@ class Announcer {
     // Sends an event to the clients that registered it; how many of them. Client-management and debug messages are for
     // the client library itself and go to every registered client.
     unsigned announce(uint32_t type, Bytes payload, const Target &target = Target());
-    // That, for the parts of the switch.
+    // That, for the parts of the switch: what they announce has happened.
     Announce everybody() {
-        return [this](uint32_t type, Bytes payload) { announce(type, payload); };
+        return [this](uint32_t type, Bytes payload) {
+            on_change(type, payload);
+            announce(type, payload);
+        };
     }
+    // Told before the clients are.
+    Announce on_change = [](uint32_t, Bytes) {};
     // The same to one client, in one batch as far as they fit.
     void tell(Connection &client, const std::vector<Message> &messages);
 

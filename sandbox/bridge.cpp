@@ -185,7 +185,7 @@ void Bridge::take_kernel_news(uint32_t type, Bytes data) {
         trace_.note("kernel: got " + event_text(object_of<uint32_t>(data)) + ", " +
                     std::to_string(data.size() - sizeof(bri_msg_hdr)) + " bytes");
     else
-        announcer.announce(type, data);
+        announcer.everybody()(type, data);
 }
 
 void Bridge::on_lost(Connection &client, const std::string &why) {

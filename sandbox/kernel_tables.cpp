@@ -126,6 +126,11 @@ template <auto Setting> KernelResult set(KernelTables &tables, Bytes data) {
     return {};
 }
 
+KernelResult set_ages_elsewhere(KernelTables &tables, Bytes data) {
+    tables.macs.settings.ages_elsewhere = object_of<uint32_t>(data) != 0;
+    return {};
+}
+
 KernelResult set_host_room(KernelTables &tables, Bytes data) {
     tables.hosts.room = object_of<uint32_t>(data);
     return {};
@@ -175,6 +180,7 @@ constexpr struct HandlerRow {
     {Asker::kServer, MVLAN_EVENT_NOTIFY_ENTRY, sizeof(mvlan_msg), set_vlan},
     {Asker::kServer, kFramesSeen, 0, see_frames},
     {Asker::kServer, kForget, sizeof(KernelForget), forget},
+    {Asker::kServer, kAgeElsewhere, sizeof(uint32_t), set_ages_elsewhere},
     {Asker::kServer, kHostRoom, sizeof(uint32_t), set_host_room},
     {Asker::kServer, kReadAddresses, 0, read_addresses},
     {Asker::kServer, kReadHosts, 0,

@@ -72,6 +72,7 @@ enum ServerSays : uint32_t {
     kReadHosts,            // answered by a run of mvlan_msg
     kReadFigures,          // answered by KernelFigures
     kSetModule,            // KernelModule: how the module behaves
+    kAgeElsewhere,         // uint32_t: what was learned does not go by itself, unless 0
     kReadModule            // answered by KernelModule
 };
 

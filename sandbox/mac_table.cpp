@@ -174,7 +174,7 @@ void MacTable::expire(Microseconds now, MacNews &news) {
 
 std::optional<Microseconds> MacTable::next_expiry() const {
     const std::chrono::seconds age = settings.allowed_age();
-    if (ageing_.empty() || age.count() == 0)
+    if (ageing_.empty() || age.count() == 0 || settings.ages_elsewhere)
         return std::nullopt;
     return entries_.find(ageing_.front())->second.seen + age;
 }

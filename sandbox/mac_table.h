@@ -38,7 +38,8 @@ struct MacSettings {
     bri_mac_age_range range{0, 0, 0};
     bri_mac_available room{kNoLimit, kNoLimit, kNoLimit};
     uint32_t learn_disable = 0;
-    bri_port_set quiet_ports{}; // on which nothing is learned
+    bri_port_set quiet_ports{};  // on which nothing is learned
+    bool ages_elsewhere = false; // nothing goes by its age, whoever learns tells
 
     // The age that the range allows: within its bounds, and on one of its steps from the lowest. A range of zeros
     // allows all.

@@ -1,4 +1,5 @@
 // bridge-sandbox: a switch on a workstation.
+#include "frames/bridge.h"
 #include "sandbox/answer.h"
 #include "sandbox/programs.h"
 
@@ -19,6 +20,7 @@ int fail(int status, const std::exception &error) {
 // NOLINTNEXTLINE(bugprone-exception-escape): out of memory before there is anything to say it with
 int main(int argc, char **argv) {
     std::signal(SIGPIPE, SIG_IGN);
+    sandbox::open_back_end = frames::open_bridge;
     try {
         return sandbox::start(argc, argv);
     } catch (const std::invalid_argument &error) { // of the command line and the environment

@@ -76,7 +76,8 @@ struct ServeOptions : Options {
     std::vector<std::string> scripts;
     std::string trace_file;
     std::string recording;
-    std::string front; // the clients' TMPDIR, which is another one than the server's when they are recorded
+    std::string front;  // the clients' TMPDIR, which is another one than the server's when they are recorded
+    std::string bridge; // to carry real frames
     bool fresh = false;
     bool quiet = false;
     bool with_time = false;
@@ -106,6 +107,8 @@ class Program {
             remove_tables(vsd);
         const size_t found = wire::system_objects(vsd).size();
         sandbox_.open();
+        if (!options_.bridge.empty())
+            sandbox_.back_end = open_back_end(sandbox_, options_.tmpdir, options_.bridge);
         control_.listen();
         if (!options_.recording.empty())
             recording_.emplace(sandbox_.loop, options_.tmpdir, options_.front, options_.recording);
@@ -118,6 +121,8 @@ class Program {
                                       return true;
                                   }));
         sandbox_.loop.run();
+        if (sandbox_.back_end != nullptr)
+            sandbox_.back_end->restore();
         return exit_code_;
     }
 
@@ -285,6 +290,9 @@ int serve(int argc, char **argv) {
         ->type_name("FILE");
     app.add_option("--role", options.role, "The clients' role: master or slave")
         ->check(CLI::IsMember({"master", "slave"}));
+    if (open_back_end != nullptr)
+        app.add_option("--bridge", options.bridge, "A Linux bridge that does what the switch says, and is followed")
+            ->type_name("NAME");
     app.add_flag("--fresh", options.fresh, "Remove the tables in shared memory that an earlier server left");
     app.add_option("--seed", options.seed, "Where its random numbers begin")->check([](const std::string &word) {
         return word[0] == '-' ? word + " is below 0" : std::string();

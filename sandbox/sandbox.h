@@ -1,6 +1,7 @@
 // Everything that a command can reach.
 #pragma once
 
+#include "sandbox/back_end.h"
 #include "sandbox/bridge.h"
 
 namespace sandbox {
@@ -37,6 +38,7 @@ struct Sandbox {
     Rules rules;
     Bridge bridge;
     Traffic traffic;
+    std::unique_ptr<BackEnd> back_end; // null without one
 };
 
 // The families of commands; each is a table in the file that its name tells, rules.cpp for the last one.

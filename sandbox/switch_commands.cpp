@@ -42,6 +42,21 @@ Outcome delete_vlans(Sandbox &sandbox, const Call &call) {
     return Answer();
 }
 
+// A device of the back end becomes the port.
+Outcome add_port(Sandbox &sandbox, const Call &call) {
+    const auto ifx = word_as<uint32_t>(call.words[0]);
+    const auto add = [&] {
+        sandbox.bridge.ports.add(ifx, word_as<bri_port_mode>(call.words[1]), word_as<uint16_t>(call.words[2]));
+        return Answer();
+    };
+    if (call.words.size() < 4)
+        return add();
+    refuse_if(sandbox.back_end == nullptr, "without --bridge there are no devices");
+    refuse_if(there_is_port(ifx), "there is a port " + std::to_string(ifx) + " already");
+    sandbox.back_end->attach(ifx, call.words[3]);
+    return add();
+}
+
 // Every client that decides on port modes is asked first, when told to.
 Outcome set_port_mode(Sandbox &sandbox, const Call &call) {
     const auto ifx = word_as<uint32_t>(call.words[0]);
@@ -184,8 +199,10 @@ Outcome set_conflicts(Sandbox &sandbox, const Call &call) {
 }
 
 constexpr Command kSwitchCommands[] = {
-    {"port add", "IFX MODE PVID",
-     "a new port, 1 to 63; MODE is access, trunk, hybrid, uplink, tunnel, host, promis, route", operation<&Ports::add>},
+    {"port add", "IFX MODE PVID [dev DEVICE]",
+     "a new port, 1 to 63; MODE is access, trunk, hybrid, uplink, tunnel, host, promis, route; with --bridge a device "
+     "is the port",
+     add_port},
     {"port del", "IFX", "take a port away", operation<&Ports::remove>},
     {"port mode", "IFX MODE [ask]", "another mode; with ask, when no client objects", set_port_mode},
     {"port pvid", "IFX VID", "another native VLAN", operation<&Ports::set_pvid>},
