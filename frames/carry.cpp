@@ -139,15 +139,14 @@ void LinuxBridge::carry_ports(Bytes) {
 
 // The VLANs that there are are the bridge's own; how the machine itself takes part in them stays as it is.
 void LinuxBridge::carry_vlans(Bytes) {
-    if (Link &bridge = links_[bridge_]; true) {
-        PortVlans want;
-        want.members = those_of(all_vlans(), there_is_vlan);
-        const PortVlans &own = memory_.links[name_].vlans;
-        want.untagged = those_of(want.members, [&](uint16_t vid) { return holds(own.untagged, vid); });
-        want.pvid = holds(want.members, own.pvid) ? own.pvid : uint16_t{0};
-        if (ask_all(vlan_requests(bridge_, Side::kBridge, bridge.vlans, want), "its VLANs"))
-            bridge.vlans = want;
-    }
+    Link &bridge = links_[bridge_];
+    PortVlans want;
+    want.members = those_of(all_vlans(), there_is_vlan);
+    const PortVlans &own = memory_.links[name_].vlans;
+    want.untagged = those_of(want.members, [&](uint16_t vid) { return holds(own.untagged, vid); });
+    want.pvid = holds(want.members, own.pvid) ? own.pvid : uint16_t{0};
+    if (ask_all(vlan_requests(bridge_, Side::kBridge, bridge.vlans, want), "its VLANs"))
+        bridge.vlans = want;
     carry_ports({});
 }
 
