@@ -56,38 +56,38 @@ std::string Stage::run(const std::string &line) {
 }
 
 pid_t Stage::daemon() const {
-    fail_if(daemon_ < 0, "no daemon runs");
-    return daemon_;
+    fail_if(daemons_.empty(), "no daemon runs");
+    return daemons_.back();
 }
 
 void Stage::start_daemon(const std::vector<std::string> &command) {
     const std::vector<std::string> &words = command.empty() ? options_.command : command;
     fail_if(words.empty(), "start which daemon?");
     const std::string &output = options_.daemon_output;
-    daemon_ = world.start(words, output.empty() ? output : world.directory() + "/" + output);
+    daemons_.push_back(world.start(words, output.empty() ? output : world.directory() + "/" + output));
 }
 
 std::optional<int> Stage::end_daemon() {
     kill(daemon(), SIGTERM);
-    const std::optional<int> status = World::ended(daemon_, kEndPatience);
+    const std::optional<int> status = World::ended(daemon(), kEndPatience);
     if (!status)
-        kill(daemon_, SIGKILL);
-    daemon_ = -1;
+        kill(daemon(), SIGKILL);
+    daemons_.pop_back();
     return status;
 }
 
 int Stage::wait_for_daemon() {
     const int status = World::wait(daemon());
-    daemon_ = -1;
+    daemons_.pop_back();
     return status;
 }
 
 std::optional<int> Stage::daemon_ended() {
-    if (daemon_ < 0)
+    if (daemons_.empty())
         return std::nullopt;
-    const std::optional<int> status = World::ended(daemon_, std::chrono::milliseconds(0));
+    const std::optional<int> status = World::ended(daemon(), std::chrono::milliseconds(0));
     if (status)
-        daemon_ = -1;
+        daemons_.pop_back();
     return status;
 }
 

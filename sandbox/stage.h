@@ -22,7 +22,7 @@ class Stage {
     // the server's answer. Throws std::runtime_error with the reason when it fails.
     std::string run(const std::string &line);
 
-    // The newest one. Throws std::runtime_error when none was started, or it was told to end or waited for.
+    // The newest one that was neither told to end nor waited for. Throws std::runtime_error when there is none.
     [[nodiscard]] pid_t daemon() const;
 
     void start_daemon(const std::vector<std::string> &command);
@@ -36,7 +36,7 @@ class Stage {
 
   private:
     StageOptions options_;
-    pid_t daemon_ = -1;
+    std::vector<pid_t> daemons_;
 };
 
 } // namespace sandbox
