@@ -38,7 +38,7 @@ int64_t microseconds_now() {
 
 std::string clock_text() {
     const int64_t now = microseconds_now();
-    const std::time_t seconds = now / 1000000;
+    const auto seconds = static_cast<std::time_t>(now / 1000000);
     tm local{};
     localtime_r(&seconds, &local);
     char text[32];
