@@ -9,18 +9,8 @@ namespace inspect {
 
 namespace {
 
-using wire::Ids;
 using wire::kExclusionSegment;
 using wire::kGroupSegment;
-
-bool holds_a_chosen_vlan(const Ids &members, const std::optional<std::set<unsigned>> &vlans) {
-    if (!vlans)
-        return true;
-    for (const unsigned vid : members)
-        if (vlans->contains(vid))
-            return true;
-    return false;
-}
 
 // Without the table no interface has a flag.
 std::unique_ptr<const Snapshot<bri_exclusion_table>> look_for_flags(int32_t vsd) {
@@ -47,7 +37,7 @@ Report look_at_groups(int32_t vsd, const Selection &selection) {
                   {}};
     for (unsigned id = 1; id < BRI_VLAN_GROUP_ENTRIES; ++id) {
         const vlan_group_entry &group = groups->data.groups[id];
-        if (group.id != 0 && holds_a_chosen_vlan(wire::ids_in(group.members.words), selection.vlans))
+        if (group.id != 0 && any_chosen(selection.vlans, wire::ids_in(group.members.words)))
             report.rows.push_back(indexed("group", id, group));
     }
     return report;

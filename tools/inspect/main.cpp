@@ -1,4 +1,5 @@
 // bridge-inspect: a read-only look into the shared tables of the bridge service.
+#include "tools/command_line.h"
 #include "tools/inspect/check.h"
 #include "tools/inspect/segment.h"
 #include "tools/inspect/tables.h"
@@ -7,18 +8,15 @@
 
 #include <bridge/port_exclusion.h>
 
-#include <CLI/CLI.hpp>
-
 #include <chrono>
 #include <functional>
-#include <iostream>
 #include <thread>
 
 namespace {
 
 using namespace inspect;
 
-enum Status { kFine = 0, kFaults = 1, kMissing = 2, kUsage = 64, kBroken = 70, kOutput = 74 };
+enum Status { kFine = 0, kFaults = 1, kMissing = 2, kUsage = tools::kBadUsage, kBroken = 70, kOutput = 74 };
 
 struct Options {
     int32_t vsd = 0;
@@ -195,36 +193,20 @@ void describe(CLI::App &app, Options &options) {
                "Nothing is ever created, written or locked; only segments --remove --yes removes.");
 }
 
-int fail(Status status, const std::exception &error) {
-    std::cerr << "bridge-inspect: " << error.what() << '\n';
-    return status;
-}
-
-int run(int argc, char **argv) {
-    Options options;
-    CLI::App app("A read-only look into the shared tables of the bridge service.", "bridge-inspect");
-    describe(app, options);
-    try {
-        app.parse(argc, argv);
-    } catch (const CLI::ParseError &error) {
-        return app.exit(error) == 0 ? kFine : kUsage;
-    }
+int view(const CLI::App &app, Options &options) {
     try {
         options.vsd = options.named_vsd ? *options.named_vsd : wire::vsd_of_environment();
         return Viewer(options, chosen_look(app, options)).run();
-    } catch (const std::invalid_argument &error) {
-        return fail(kUsage, error);
     } catch (const Unreadable &error) {
-        return fail(kMissing, error);
+        return tools::fail(app.get_name().c_str(), kMissing, error);
     }
 }
+
+constexpr tools::Program<Options> kProgram = {
+    "bridge-inspect", "A read-only look into the shared tables of the bridge service.", describe, view, kBroken};
 
 } // namespace
 
 int main(int argc, char **argv) {
-    try {
-        return run(argc, argv);
-    } catch (const std::exception &error) {
-        return fail(kBroken, error);
-    }
+    return tools::main_of(kProgram, argc, argv);
 }

@@ -27,15 +27,6 @@ Json row_of(const spcb &port, unsigned ifx, const bri_vlandb *vlans) {
     return row;
 }
 
-bool carries_a_chosen_vlan(const Json &row, const std::optional<std::set<unsigned>> &choice) {
-    if (!choice)
-        return true;
-    for (const Json &vid : row.at("member_of"))
-        if (choice->contains(vid.get<unsigned>()))
-            return true;
-    return false;
-}
-
 // The VLAN segment is only needed when VLANs choose the ports.
 std::unique_ptr<const Snapshot<bri_vlandb>> look_for_vlans(int32_t vsd, bool needed) {
     try {
@@ -73,7 +64,7 @@ Report look_at_ports(int32_t vsd, const Selection &selection) {
         if (port.ifx == 0 || !chosen(selection.ports, ifx))
             continue;
         Json row = row_of(port, ifx, vlans);
-        if (carries_a_chosen_vlan(row, selection.vlans))
+        if (any_chosen(selection.vlans, row.at("member_of")))
             report.rows.push_back(std::move(row));
     }
     return report;

@@ -7,6 +7,7 @@
 #include <bridge/port_db.h>
 #include <bridge/vlan_db.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <optional>
 #include <set>
@@ -23,6 +24,9 @@ struct Selection {
 
 [[nodiscard]] inline bool chosen(const std::optional<std::set<unsigned>> &choice, unsigned id) {
     return !choice || choice->contains(id);
+}
+template <class Ids> [[nodiscard]] bool any_chosen(const std::optional<std::set<unsigned>> &choice, const Ids &ids) {
+    return !choice || std::any_of(ids.begin(), ids.end(), [&](unsigned id) { return choice->contains(id); });
 }
 
 [[nodiscard]] Report look_at_ports(int32_t vsd, const Selection &selection);

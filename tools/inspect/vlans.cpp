@@ -12,15 +12,6 @@ namespace {
 
 using wire::kVlanSegment;
 
-bool has_a_chosen_port(const vle &entry, const std::optional<std::set<unsigned>> &ports) {
-    if (!ports)
-        return true;
-    for (const unsigned ifx : *ports)
-        if ((entry.members[ifx / 32] >> ifx % 32 & 1) != 0)
-            return true;
-    return false;
-}
-
 // What a longer name left behind the end of this one is nobody's.
 vle without_leftovers(vle entry) {
     const size_t length = strnlen(entry.name, sizeof entry.name);
@@ -65,7 +56,7 @@ Report look_at_vlans(int32_t vsd, const Selection &selection) {
                   {}};
     for (unsigned vid = BRI_VID_MIN; vid <= BRI_VID_MAX; ++vid) {
         const vle &entry = vlans->data.vlans[vid];
-        if (entry.vid != 0 && chosen(selection.vlans, vid) && has_a_chosen_port(entry, selection.ports))
+        if (entry.vid != 0 && chosen(selection.vlans, vid) && any_chosen(selection.ports, wire::ids_in(entry.members)))
             report.rows.push_back(indexed("vlan", vid, without_leftovers(entry)));
     }
     return report;

@@ -1,9 +1,8 @@
 // bridge-monitor: shows the events of the bridge service as they come.
+#include "tools/command_line.h"
 #include "tools/monitor/events.h"
 #include "tools/monitor/monitor.h"
 #include "wire/event.h"
-
-#include <CLI/CLI.hpp>
 
 #include <cstdlib>
 #include <iostream>
@@ -13,7 +12,7 @@ namespace {
 
 using namespace monitor;
 
-enum Status { kFine = 0, kFailed = 1, kUsage = 64 };
+enum Status { kFine = 0, kFailed = 1 };
 
 struct Options {
     std::vector<std::string> words;
@@ -70,19 +69,8 @@ void choose(Options &options) {
                   << ": the server waits for an answer that a monitor does not give\n";
 }
 
-int run_program(int argc, char **argv) {
-    Options options;
-    CLI::App app("Shows the events of the bridge service as they come.", "bridge-monitor");
-    describe(app, options);
-    try {
-        app.parse(argc, argv);
-        choose(options);
-    } catch (const CLI::ParseError &error) {
-        return app.exit(error) == 0 ? kFine : kUsage;
-    } catch (const std::invalid_argument &error) {
-        std::cerr << "bridge-monitor: " << error.what() << '\n';
-        return kUsage;
-    }
+int show(const CLI::App & /*app*/, Options &options) {
+    choose(options);
     if (options.list) {
         std::cout << known_words() << std::flush;
         return std::cout ? kFine : kFailed;
@@ -90,13 +78,11 @@ int run_program(int argc, char **argv) {
     return monitor::run(options.settings) ? kFine : kFailed;
 }
 
+constexpr tools::Program<Options> kProgram = {"bridge-monitor", "Shows the events of the bridge service as they come.",
+                                              describe, show, kFailed};
+
 } // namespace
 
 int main(int argc, char **argv) {
-    try {
-        return run_program(argc, argv);
-    } catch (const std::exception &error) {
-        std::cerr << "bridge-monitor: " << error.what() << '\n';
-        return kFailed;
-    }
+    return tools::main_of(kProgram, argc, argv);
 }

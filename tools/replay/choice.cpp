@@ -86,7 +86,7 @@ Choice choose(const std::vector<Packet> &packets, const std::string &wanted) {
     const std::set<std::string> names = names_of(all);
     if (wanted.empty() && names.size() > 1)
         throw std::runtime_error("the recording has several clients, choose one with --client: " + list(all));
-    const Choice choice = of_name(all, wanted.empty() ? *names.begin() : wanted);
+    Choice choice = of_name(all, wanted.empty() ? *names.begin() : wanted);
     if (choice.clients.empty())
         throw std::runtime_error("no client " + wire::printable(wanted) + " in the recording, but " + list(all));
     if (const Connections those = connections_in(packets, &choice.clients); those.at_once)
@@ -101,6 +101,17 @@ std::vector<Packet> packets_of(const std::vector<Packet> &packets, const Choice 
         return packet.head.kind == Kind::kTable || everybodys || choice.clients.contains(packet.head.client);
     });
     return its;
+}
+
+size_t farewell_of(const std::vector<Packet> &packets) {
+    const auto is_told = [](const Packet &packet) {
+        return packet.head.kind == Kind::kBatch && packet.head.way == recording::Way::kToClient;
+    };
+    const auto closes = [](const Packet &packet) {
+        return packet.head.kind == Kind::kConnection && static_cast<Change>(packet.body[0]) == Change::kClosedByClient;
+    };
+    const auto last = std::find_if(packets.rbegin(), packets.rend(), is_told);
+    return std::any_of(packets.rbegin(), last, closes) ? static_cast<size_t>(packets.rend() - last) : packets.size();
 }
 
 } // namespace replay

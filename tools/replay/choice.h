@@ -22,4 +22,7 @@ struct Choice {
 [[nodiscard]] std::vector<recording::Packet> packets_of(const std::vector<recording::Packet> &packets,
                                                         const Choice &choice);
 
+// The place in those of what comes behind all that it is told, when it closes its connection then; else their end.
+[[nodiscard]] size_t farewell_of(const std::vector<recording::Packet> &packets);
+
 } // namespace replay

@@ -1,11 +1,9 @@
 // bridge-replay: plays a recording of the bridge service to a daemon.
 #include "sandbox/world.h"
+#include "tools/command_line.h"
 #include "tools/replay/player.h"
 
-#include <CLI/CLI.hpp>
-
 #include <csignal>
-#include <iostream>
 
 namespace {
 
@@ -54,15 +52,7 @@ void describe(CLI::App &app, Options &options) {
                "ended early; 64 bad usage.");
 }
 
-Status run_program(int argc, char **argv) {
-    Options options;
-    CLI::App app("Plays a recording of the bridge service to a daemon, in a world of its own.", "bridge-replay");
-    describe(app, options);
-    try {
-        app.parse(argc, argv);
-    } catch (const CLI::ParseError &error) {
-        return app.exit(error) == 0 ? kFine : kUsage;
-    }
+int play_file(const CLI::App & /*app*/, Options &options) {
     Settings &settings = options.settings;
     settings.speed = options.speed == kMax ? 0 : std::stod(options.speed);
     const recording::Recording recording = recording::read_file(options.file, options.until);
@@ -73,13 +63,12 @@ Status run_program(int argc, char **argv) {
     return play(recording, settings);
 }
 
+constexpr tools::Program<Options> kProgram = {
+    "bridge-replay", "Plays a recording of the bridge service to a daemon, in a world of its own.", describe, play_file,
+    kFailed};
+
 } // namespace
 
 int main(int argc, char **argv) {
-    try {
-        return run_program(argc, argv);
-    } catch (const std::exception &error) {
-        std::cerr << "bridge-replay: " << error.what() << '\n';
-        return kFailed;
-    }
+    return tools::main_of(kProgram, argc, argv);
 }

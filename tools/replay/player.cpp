@@ -1,21 +1,19 @@
 #include "tools/replay/player.h"
 
-#include "sandbox/connection.h"
 #include "sandbox/kernel.h"
 #include "sandbox/programs.h"
 #include "sandbox/world.h"
+#include "tools/replay/enter.h"
 #include "tools/replay/kernel_answers.h"
-#include "tools/replay/peer.h"
 #include "tools/replay/said.h"
+#include "tools/replay/server.h"
 #include "tools/replay/tables.h"
 #include "wire/batch.h"
 
 #include <algorithm>
 #include <csignal>
 #include <iostream>
-#include <list>
 #include <optional>
-#include <poll.h>
 #include <stdexcept>
 
 namespace replay {
@@ -26,7 +24,6 @@ using recording::Change;
 using recording::Kind;
 using recording::Packet;
 using recording::Way;
-using sandbox::Connection;
 using sandbox::Microseconds;
 using Clock = std::chrono::steady_clock;
 using Nanoseconds = std::chrono::duration<double, std::nano>;
@@ -40,30 +37,15 @@ constexpr size_t kMostQueued = 256 << 10;                        // bytes that w
 constexpr std::chrono::milliseconds kEnd{3000};                  // to end when it is asked to
 constexpr std::chrono::milliseconds kDrain{200};                 // for what a daemon that has ended had sent
 
-// A connection of the daemon. Those that have closed stay, as nothing may go inside of its own call.
-struct Link {
-    Link(sandbox::Loop &loop, int socket, unsigned number, sandbox::ConnectionOwner &owner)
-        : connection(loop, socket, number, owner), descriptor(socket), process(process_behind(socket)) {}
-
-    Connection connection;
-    int descriptor; // the connection's
-    pid_t process;
-};
-
-class Player : private sandbox::ConnectionOwner {
+class Player {
   public:
     Player(const recording::Recording &recording, const Settings &settings);
 
     Status run();
 
   private:
-    void on_message(Connection &client, uint32_t type, sandbox::Bytes payload) override;
-    void on_lost(Connection &, const std::string &) override {}
-    void on_drained() override {}
-    void on_falling_behind() override {}
-    std::optional<sandbox::KernelResult> on_question(uint32_t type, sandbox::Bytes data);
-
     void hear(Said message);
+    std::optional<sandbox::KernelResult> on_question(uint32_t type, sandbox::Bytes data);
 
     void serve_stray();
     bool serve();
@@ -72,13 +54,10 @@ class Player : private sandbox::ConnectionOwner {
     template <class Condition> bool wait_for_daemon(Condition &&holds);
     [[nodiscard]] bool runs(); // the daemon
     [[nodiscard]] bool is_over() { return (!runs() && daemon_ > 0) || sandbox::is_told_to_end(); }
-    [[nodiscard]] bool is_settled() const;
-    [[nodiscard]] bool is_connected() const { return link_ != nullptr && link_->connection.open(); }
 
     void settle(recording::Time now = recording::Time::max());
     void wait_until_due(const Packet &packet);
     void set_anchor(const Packet &packet);
-    [[nodiscard]] bool enter_pressed();
     void wait_for_enter();
 
     void start_daemon();
@@ -110,39 +89,24 @@ class Player : private sandbox::ConnectionOwner {
     sandbox::Timer look_{loop_, [] {}};
     KernelAnswers answers_;
     sandbox::Kernel kernel_;
-    sandbox::Acceptor acceptor_;
-    std::list<Link> links_;
-    Link *link_ = nullptr; // the one that the recording has come to
-    size_t taken_ = 0;     // connections
+    Server server_;
     Dialogue dialogue_;
     Clock::time_point asked_since_ = Clock::time_point::max(); // the kernel, which has not answered
     pid_t daemon_ = -1;
     std::optional<int> ended_; // the daemon's status
     bool is_busy_ = false;     // the daemon, for longer than anybody waits
     size_t played_ = 0;
-    size_t farewell_ = 0; // the packets from here on are the daemon's end
+    size_t farewell_; // the packets from here on are the daemon's end
     bool module_is_there_ = true;
     recording::Time told_ = recording::Time::max(); // when something was sent to it last, in the recording
     Clock::time_point anchor_;                      // when the packet of that time was played
     recording::Time anchor_time_{};
-    bool input_ended_ = false;
+    Enter enter_;
 };
 
 double time_scale_of(double speed) {
     constexpr double most = 1000;
     return std::clamp(speed, 1.0, most);
-}
-
-// Behind all that it is told, when it closes its connection then; else there is none.
-size_t farewell_of(const std::vector<Packet> &packets) {
-    const auto is_told = [](const Packet &packet) {
-        return packet.head.kind == Kind::kBatch && packet.head.way == Way::kToClient;
-    };
-    const auto closes = [](const Packet &packet) {
-        return packet.head.kind == Kind::kConnection && static_cast<Change>(packet.body[0]) == Change::kClosedByClient;
-    };
-    const auto last = std::find_if(packets.rbegin(), packets.rend(), is_told);
-    return std::any_of(packets.rbegin(), last, closes) ? static_cast<size_t>(packets.rend() - last) : packets.size();
 }
 
 Player::Player(const recording::Recording &recording, const Settings &settings)
@@ -151,12 +115,11 @@ Player::Player(const recording::Recording &recording, const Settings &settings)
       kernel_(
           loop_, world_.directory(), [](uint32_t, sandbox::Bytes) {},
           [this](uint32_t type, sandbox::Bytes data) { return on_question(type, data); }),
-      acceptor_(loop_, sandbox::socket_path(world_.directory(), ".server_socket"), SOCK_STREAM,
-                sandbox::Access::kEverybody, [this](evutil_socket_t descriptor) {
-                    sandbox::ConnectionOwner &owner = *this;
-                    links_.emplace_back(loop_, descriptor, static_cast<unsigned>(links_.size() + 1), owner);
-                }) {
-    farewell_ = farewell_of(packets_);
+      server_(loop_, world_.directory(),
+              [this](uint32_t type, sandbox::Bytes payload) {
+                  hear({Said::To::kServer, type, sandbox::buffer_of(payload)});
+              }),
+      farewell_(farewell_of(packets_)) {
     if (answers_.are_known())
         kernel_.hold();
     kernel_.listen();
@@ -168,10 +131,6 @@ Player::Player(const recording::Recording &recording, const Settings &settings)
 void Player::hear(Said message) {
     say("sent: " + message.text());
     dialogue_.hear(std::move(message));
-}
-
-void Player::on_message(Connection &, uint32_t type, sandbox::Bytes payload) {
-    hear({Said::To::kServer, type, sandbox::buffer_of(payload)});
 }
 
 std::optional<sandbox::KernelResult> Player::on_question(uint32_t type, sandbox::Bytes data) {
@@ -233,24 +192,19 @@ bool Player::runs() {
     return daemon_ > 0 && !ended_;
 }
 
-bool Player::is_settled() const {
-    return !is_connected() ||
-           (link_->connection.queued() == 0 && has_handled_everything(link_->descriptor, link_->process));
-}
-
 // So that it sees the tables as they were when it was told, where it had the time for that in the recording. A daemon
 // that never comes back is waited for once.
 void Player::settle(recording::Time now) {
     if (daemon_ < 0 || is_busy_ || now - told_ < kQuick)
         return;
-    is_busy_ = !wait_for_daemon([this] { return is_settled(); });
+    is_busy_ = !wait_for_daemon([this] { return !server_.is_connected() || server_.is_settled(); });
     if (is_busy_ && !is_over())
         say("the daemon does not come back to its loop; going on");
 }
 
 // Who waited too long for something does not hurry afterwards.
 void Player::wait_until_due(const Packet &packet) {
-    if (settings_.speed == 0 || taken_ == 0)
+    if (settings_.speed == 0 || !server_.was_found())
         return;
     const auto apart = std::min(Nanoseconds(packet.time - anchor_time_) / settings_.speed, kMostApart);
     const Clock::time_point due = anchor_ + std::chrono::duration_cast<Clock::duration>(apart);
@@ -265,19 +219,8 @@ void Player::set_anchor(const Packet &packet) {
     anchor_time_ = packet.time;
 }
 
-bool Player::enter_pressed() {
-    pollfd input{STDIN_FILENO, POLLIN, 0};
-    while (!input_ended_ && ::poll(&input, 1, 0) > 0) {
-        char key = 0;
-        input_ended_ = read(STDIN_FILENO, &key, sizeof key) <= 0;
-        if (key == '\n')
-            return true;
-    }
-    return input_ended_;
-}
-
 void Player::wait_for_enter() {
-    wait_for(Clock::time_point::max(), [this] { return enter_pressed(); });
+    wait_for(Clock::time_point::max(), [this] { return enter_.pressed(); });
 }
 
 // --- the packets ---
@@ -290,9 +233,9 @@ void Player::start_daemon() {
 
 void Player::take_connection(const Packet &packet) {
     start_daemon();
-    if (!wait_for_daemon([this] { return links_.size() > taken_; }))
+    if (!wait_for_daemon([this] { return server_.has_another(); }))
         return say_about(packet, "the daemon does not connect");
-    link_ = &*std::next(links_.begin(), static_cast<std::ptrdiff_t>(taken_++));
+    server_.take_next();
     set_anchor(packet);
 }
 
@@ -302,25 +245,26 @@ void Player::play_connection(const Packet &packet) {
         return take_connection(packet);
     case Change::kClosedByServer:
         settle(packet.time);
-        if (is_connected())
-            link_->connection.close();
+        if (server_.is_connected())
+            server_.connection().close();
         break;
     case Change::kClosedByClient:
-        if (packet.number != packets_.back().number && !wait_for_daemon([this] { return !is_connected(); }))
+        if (packet.number != packets_.back().number && !wait_for_daemon([this] { return !server_.is_connected(); }))
             say_about(packet, "the daemon does not close its connection");
     }
 }
 
 void Player::play_batch(const Packet &packet) {
-    if (taken_ == 0) // the recording began in the middle
+    if (!server_.was_found()) // the recording began in the middle
         take_connection(packet);
     if (packet.head.way == Way::kToServer)
         return await_messages(packet);
-    if (!wait_for_daemon([this] { return !is_connected() || link_->connection.queued() < kMostQueued; }) && !is_over())
+    if (!wait_for_daemon([this] { return !server_.is_connected() || server_.connection().queued() < kMostQueued; }) &&
+        !is_over())
         return say_about(packet, "not sent, as the daemon does not read");
-    if (!is_connected())
+    if (!server_.is_connected())
         return say_about(packet, "not sent, as the daemon has no connection");
-    link_->connection.send(native_body(packet));
+    server_.connection().send(native_body(packet));
     told_ = packet.time;
 }
 
@@ -410,7 +354,7 @@ void Player::end_daemon() {
         tell_to_end(signal);
         run_until(Clock::now() + kEnd, [this] { return !runs(); });
     }
-    run_until(Clock::now() + kDrain, [this] { return !is_connected(); });
+    run_until(Clock::now() + kDrain, [this] { return !server_.is_connected(); });
 }
 
 Status Player::report() {

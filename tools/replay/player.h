@@ -19,7 +19,7 @@ struct Settings {
     std::vector<std::string> command;
 };
 
-enum Status { kFine = 0, kDiffers = 1, kFailed = 2, kUsage = 64 };
+enum Status { kFine = 0, kDiffers = 1, kFailed = 2 };
 
 // Standard error gets what the daemon sent; its own output goes where this process's goes. Throws std::runtime_error.
 [[nodiscard]] Status play(const recording::Recording &recording, const Settings &settings);

@@ -1,17 +1,15 @@
 // bridge-tap: records what a daemon and a bridge server say to each other.
 #include "sandbox/world.h"
+#include "tools/command_line.h"
 #include "tools/tap/relay.h"
 #include "wire/segments.h"
 
-#include <CLI/CLI.hpp>
-
 #include <csignal>
 #include <cstdlib>
-#include <iostream>
 
 namespace {
 
-enum Status { kFine = 0, kFailed = 1, kUsage = 64 };
+constexpr int kFailed = 1;
 
 constexpr sandbox::Milliseconds kPatience{5000}; // with a server that does not read what the command has left
 
@@ -80,34 +78,24 @@ class Tap {
     tap::Relay relay_;
     std::list<sandbox::Event> signals_;
     pid_t command_ = -1;
-    int status_ = kFine;
+    int status_ = 0;
 };
 
-int run_program(int argc, char **argv) {
-    Options options;
-    CLI::App app("Records what daemons and a bridge server say to each other.", "bridge-tap");
-    describe(app, options);
-    try {
-        app.parse(argc, argv);
-        if (options.server.empty())
-            throw CLI::RequiredError("--server, as TMPDIR is not set,");
-        std::error_code ignored;
-        if (std::filesystem::equivalent(options.server, options.listen, ignored))
-            throw CLI::ValidationError("--listen", "is the server's own directory");
-    } catch (const CLI::ParseError &error) {
-        return app.exit(error) == 0 ? kFine : kUsage;
-    }
+int record(const CLI::App & /*app*/, Options &options) {
+    if (options.server.empty())
+        throw CLI::RequiredError("--server, as TMPDIR is not set,");
+    std::error_code ignored;
+    if (std::filesystem::equivalent(options.server, options.listen, ignored))
+        throw CLI::ValidationError("--listen", "is the server's own directory");
     return Tap(options).run();
 }
+
+constexpr tools::Program<Options> kProgram = {
+    "bridge-tap", "Records what daemons and a bridge server say to each other.", describe, record, kFailed};
 
 } // namespace
 
 int main(int argc, char **argv) {
     std::signal(SIGPIPE, SIG_IGN);
-    try {
-        return run_program(argc, argv);
-    } catch (const std::exception &error) {
-        std::cerr << "bridge-tap: " << error.what() << '\n';
-        return kFailed;
-    }
+    return tools::main_of(kProgram, argc, argv);
 }
