@@ -56,7 +56,7 @@ make_root_ppc32be() {
     while read -r program; do
         powerpc-linux-gnu-strip -o "$root/lab/bin/${program##*/}" "build/ppc32be/$program"
     done < <(files_of ppc32be)
-    plan ppc32be /lab/bin | sed 's|/lab/bin/tests/|/lab/bin/|' >"$root/lab/plan"
+    plan ppc32be /lab/bin | sed "s|/lab/bin/[^\t]*/|/lab/bin/|" >"$root/lab/plan"
     add_modules "$work/ef_bridge.ko"
 }
 
