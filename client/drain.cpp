@@ -68,6 +68,7 @@ uint32_t account(bri_clnt_ctx &ctx, size_t sent) {
         out.add(run->bytes());
         drop_run(ctx, *run);
     }
+    count(out);
     return static_cast<uint32_t>(sent);
 }
 

@@ -59,10 +59,10 @@ void call_wanting(const bri_list &handlers, const Message &event);
     return true;
 }
 
-[[gnu::always_inline]] inline void call(const EventHandler &node, uint32_t type, const Message &event) {
-    node.func(type, event.payload.data, static_cast<uint16_t>(event.header.len));
+[[gnu::always_inline]] inline void call(const EventHandler &node, uint32_t type, void *data, uint32_t len) {
+    node.func(type, data, static_cast<uint16_t>(len));
     if (log::kClient.on())
-        log_handled(event.type());
+        log_handled(type);
 }
 
 // Hands an event to the handlers, if it passes. The first one who wants it is called from here: mostly there is no
@@ -78,7 +78,7 @@ void call_wanting(const bri_list &handlers, const Message &event);
         const auto &node = *reinterpret_cast<const EventHandler *>(link);
         if (!bits::test(node.set.words, bit_of(type)))
             continue;
-        call(node, type, event);
+        call(node, type, event.payload.data, event.header.len);
         if (link->next != &ctx.handlers) [[unlikely]]
             call_from(link->next, ctx.handlers, event);
         return;

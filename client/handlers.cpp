@@ -117,10 +117,13 @@ void log_handled(uint32_t type) {
 }
 
 void call_from(const bri_list *link, const bri_list &handlers, const Message &event) {
+    const uint32_t type = event.type();
+    void *const data = event.payload.data;
+    const uint32_t len = event.header.len;
     for (; link != &handlers; link = link->next) {
         const auto &node = *reinterpret_cast<const EventHandler *>(link);
-        if (bits::test(node.set.words, bit_of(event.type())))
-            call(node, event.type(), event);
+        if (bits::test(node.set.words, bit_of(type)))
+            call(node, type, data, len);
     }
 }
 
@@ -133,7 +136,7 @@ void call_wanting(const bri_list &handlers, const Message &event) {
     const uint32_t generation = g_generation;
     for (unsigned index = 0; index < wanting.count; ++index) {
         const EventHandler &node = *wanting.nodes[index];
-        call(node, event.type(), event);
+        call(node, event.type(), event.payload.data, event.header.len);
         if (g_generation != generation || wanting.bit != bit_of(event.type()))
             return call_from(node.link.next, handlers, event);
     }

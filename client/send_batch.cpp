@@ -145,23 +145,10 @@ bool can_write(const bri_clnt_ctx &ctx) {
 
 } // namespace
 
-BatchesOut::~BatchesOut() {
-    counters::g_senders.batches.add(batches_);
-    counters::g_senders.messages.add(messages_);
-    counters::g_senders.bytes.add(bytes_);
-}
-
-void BatchesOut::add(const uint8_t *bytes) {
-    const auto header = load_as<bri_batch_hdr>(bytes);
-    const uint32_t size = header.msg_len + static_cast<uint32_t>(sizeof header);
-    ++batches_;
-    messages_ += header.msg_cnt;
-    bytes_ += size;
-    BRI_PROBE(batch_out, header.msg_cnt, size);
-}
-
-void count_batch(const uint8_t *bytes) {
-    BatchesOut().add(bytes);
+void count(const BatchesOut &out) {
+    counters::g_senders.batches.add(out.batches);
+    counters::g_senders.messages.add(out.messages);
+    counters::g_senders.bytes.add(out.bytes);
 }
 
 void count_refused() {

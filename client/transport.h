@@ -6,6 +6,8 @@
 // syslog library calls nothing of ours.
 #pragma once
 
+#include "base/bytes.h"
+#include "base/probes.h"
 #include "base/shared_word.h"
 
 #include <bridge/client.h>
@@ -103,24 +105,29 @@ void flush(bri_clnt_ctx &ctx);
 // while another thread holds the lock.
 void drain_meanwhile(bri_clnt_ctx &ctx);
 
-// Counts batches that went out whole, together at its end.
-class BatchesOut {
-  public:
-    BatchesOut() = default;
-    ~BatchesOut();
-    BatchesOut(const BatchesOut &) = delete;
-    BatchesOut &operator=(const BatchesOut &) = delete;
+// Batches that went out whole, to be counted together.
+struct BatchesOut {
+    uint32_t batches = 0;
+    uint32_t messages = 0;
+    uint32_t bytes = 0; // of 64 runs at most
 
-    void add(const uint8_t *bytes); // its header stands there
-
-  private:
-    uint32_t batches_ = 0;
-    uint32_t messages_ = 0;
-    uint32_t bytes_ = 0; // of 64 runs at most
+    void add(const uint8_t *batch) { // its header stands there
+        const auto header = load_as<bri_batch_hdr>(batch);
+        const uint32_t size = header.msg_len + static_cast<uint32_t>(sizeof header);
+        ++batches;
+        messages += header.msg_cnt;
+        bytes += size;
+        BRI_PROBE(batch_out, header.msg_cnt, size);
+    }
 };
+void count(const BatchesOut &out);
 
 // One of them.
-void count_batch(const uint8_t *bytes);
+inline void count_batch(const uint8_t *bytes) {
+    BatchesOut out;
+    out.add(bytes);
+    count(out);
+}
 
 // A send gives -1. Any thread.
 void count_refused();

@@ -1,14 +1,16 @@
 #!/usr/bin/env bash
-# bench.sh [--before COMMIT] [--plot] [arguments of the program]: builds what is measured, optimised, into build/: this
-# tree, the library without its log lines, and the library of an earlier commit; then runs the benchmark.
+# bench.sh [--before COMMIT] [--plot | --document] [arguments of the program]: builds what is measured, optimised, into
+# build/: this tree, the library without its log lines, and the library of an earlier commit; then runs the benchmark.
+# --plot draws the curves of docs/performance.md anew instead, --document writes its table, with the column "before".
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 # The library before its paths were made fast.
 before=9ad216c
-plot='' arguments=()
+plot='' document='' arguments=()
 while [ $# -gt 0 ]; do
     case $1 in
     --plot) plot=yes ;;
+    --document) document=yes ;;
     --before)
         before=${2:?--before COMMIT}
         shift
@@ -60,5 +62,12 @@ if git rev-parse -q --verify "$before^{commit}" >/dev/null 2>&1; then
     trees+=(--before "$tree/build")
 else
     echo "No commit $before here: nothing is held against the library before." >&2
+fi
+if [ -n "$document" ]; then
+    "$program" "${trees[@]}" --json ${arguments+"${arguments[@]}"} >build/now.json || true # misses stand in the table
+    tree=$PWD/build/before-$before/build
+    LD_LIBRARY_PATH=$tree/client:$tree/platform:$tree/host \
+        "$program" --json --rounds 3 ${arguments+"${arguments[@]}"} >build/then.json || true
+    exec python3 bench/table.py build/now.json build/then.json docs/performance.md
 fi
 exec "$program" "${trees[@]}" ${arguments+"${arguments[@]}"}
