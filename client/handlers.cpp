@@ -116,7 +116,7 @@ void log_handled(uint32_t type) {
     BRI_LOG(log::kClient, "[%s] event[%s, %d] is handled.\n", name(), bri_msg_type_name(type), static_cast<int>(type));
 }
 
-void call_from(const bri_list *link, const bri_list &handlers, const Message &event) {
+[[gnu::noinline]] void call_from(const bri_list *link, const bri_list &handlers, const Message &event) {
     const uint32_t type = event.type();
     void *const data = event.payload.data;
     const uint32_t len = event.header.len;
