@@ -13,7 +13,10 @@ namespace soak {
 
 namespace {
 
-constexpr Milliseconds kPatience{60000}; // for what must happen by itself
+// For what must happen by itself. A lab machine is emulated, and slow.
+Milliseconds patience() {
+    return Milliseconds(std::getenv("BRIDGE_MODULE") == nullptr ? 60000 : 300000);
+}
 
 // Freed memory goes back to where it came from at once, and what is large never lies between what is small. Otherwise
 // memory that is kept at hand, or cannot be given back for a small piece on top of it, would pass for memory in use.
@@ -145,7 +148,7 @@ void Stage::run(Milliseconds time) {
 }
 
 bool Stage::run_until(const std::string &what, const std::function<bool()> &condition) {
-    const Clock::time_point end = Clock::now() + kPatience;
+    const Clock::time_point end = Clock::now() + patience();
     while (!condition()) {
         if (Clock::now() >= end) {
             books.faults.push_back("waited in vain for " + what);
