@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # boot.sh MACHINE [shell]: boots the machine that lab/run.sh has made, by emulation alone, and keeps what it says in
-# build/lab/MACHINE/console. Fails when the machine does not come to its end within LAB_SECONDS (900). The emulator's own
-# status says nothing.
+# build/lab/MACHINE/console, and beside it in kept/ what its programs leave in /lab/kept. Fails when the machine does not
+# come to its end within LAB_SECONDS (900). The emulator's own status says nothing.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 machine=$1
@@ -27,6 +27,10 @@ status=0
 "${with_its_parent[@]}" timeout "$limit" "${with_its_parent[@]}" "${command[@]}" \
     </dev/null >"$work/console.raw" 2>&1 || status=$?
 tr -d '\r' <"$work/console.raw" >"$work/console"
+mkdir -p "$work/kept"
+while read -r name bytes; do
+    basenc --decode --base16 <<<"$bytes" >"$work/kept/$name"
+done < <(sed -n 's/^\[lab\] file //p' "$work/console")
 if ! grep -qx '\[lab\] done' "$work/console"; then
     tail -30 "$work/console"
     [ $status -ne 124 ] || echo "$machine was ended after $limit s"

@@ -26,7 +26,7 @@ carry_command() {
 # begin_root BUILD: what both machines have. The module is the last of those that init loads.
 begin_root() {
     rm -rf "$root"
-    mkdir -p "$root"/{proc,sys,dev/pts,dev/shm,tmp,run,root,etc,lab/bin,lab/modules.d}
+    mkdir -p "$root"/{proc,sys,dev/pts,dev/shm,tmp,run,root,etc,lib,lab/bin,lab/kept,lab/modules.d}
     cp "$1/lab/lab_init" "$root/init"
     echo 'root:x:0:0:root:/root:/bin/sh' >"$root/etc/passwd"
     echo 'root:x:0:' >"$root/etc/group"
@@ -49,13 +49,18 @@ pack_root() {
     mv "$work/initrd.part" "$work/initrd"
 }
 
-# The test programs of this machine's build are static.
+# The test programs of this machine's build are static. Those of the workstation are not; all lie in one folder.
 make_root_ppc32be() {
-    local program
+    local program build libraries=/usr/powerpc-linux-gnu/lib
     begin_root build/ppc32be
     while read -r program; do
-        powerpc-linux-gnu-strip -o "$root/lab/bin/${program##*/}" "build/ppc32be/$program"
-    done < <(files_of ppc32be)
+        build=build/ppc32be
+        [ -e "$build/$program" ] || build+=-workstation
+        powerpc-linux-gnu-strip -o "$root/lab/bin/${program##*/}" "$build/$program"
+    done < <(files_of ppc32be && printf '%s\n' "${carried_ppc32be[@]}")
+    mv "$root"/lab/bin/*.so.* "$root/lib/"
+    cp -L "$libraries"/{ld.so.1,libc.so.6,libm.so.6,libstdc++.so.6,libgcc_s.so.1} "$root/lib/"
+    cp tests/tools/recordings/tour.scenario "$root/lab/"
     plan ppc32be /lab/bin | sed "s|/lab/bin/[^\t]*/|/lab/bin/|" >"$root/lab/plan"
     add_modules "$work/ef_bridge.ko"
 }
@@ -80,6 +85,9 @@ make_root_amd64() {
 # What those programs start.
 carried=(sandbox/bridge-sandbox sandbox/libef_bridge_sim.so tests/soak/soak_host tests/picture_host
     examples/{port_watch,mac_table,vlan_guard,vlan_follow,port_guard,vlan_mirror})
+
+carried_ppc32be=(sandbox/libef_bridge_sim.so examples/{mac_table,vlan_follow} tools/bridge-monitor
+    client/libbridge_client.so.1 host/libbridge_host.so.1 platform/lib{qv-thread,qv_syslog}.so.1)
 
 # In the order in which they can be loaded. A bridge, its peers and VLAN devices are for what drives real frames.
 kernel_modules=(net/{llc/llc,802/stp,802/garp,802/mrp,bridge/bridge,8021q/8021q}.ko drivers/net/{veth,nlmon}.ko)
