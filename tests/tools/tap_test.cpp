@@ -1,7 +1,9 @@
 // What goes into bridge-tap comes out of it, whatever the two sides do.
 #include "tests/tools/tap_fixture.h"
 
+#include <algorithm>
 #include <fcntl.h>
+#include <map>
 #include <random>
 
 namespace {
@@ -40,7 +42,15 @@ class Side {
         if (random_() % 256 == 0)
             std::this_thread::sleep_for(std::chrono::milliseconds(2));
     }
+    // Everything until the other side has closed, and however it did.
+    void take_the_rest() {
+        fcntl(fd_, F_SETFL, 0);
+        uint8_t input[20000];
+        for (ssize_t length = 0; (length = read(fd_, input, sizeof input)) > 0;)
+            got_.insert(got_.end(), input, input + length);
+    }
     [[nodiscard]] const ByteVec &output() const { return output_; }
+    [[nodiscard]] ByteVec sent() const { return part_of(output_, 0, sent_); }
     [[nodiscard]] const ByteVec &got() const { return got_; }
 
   private:
@@ -82,6 +92,49 @@ TEST_F(Tap, passes_on_and_records_every_byte_between_sides_of_any_speed) {
     const recording::Recording recording = recording_of(tap);
     EXPECT_TRUE(bytes_of_way(recording, Way::kToServer) == left.output());
     EXPECT_TRUE(bytes_of_way(recording, Way::kToClient) == right.output());
+}
+
+// Either side is cut off in the middle of what it says and hears, the server by dying.
+TEST_F(Tap, passes_on_all_that_was_said_by_whoever_is_cut_off_under_load) {
+    std::optional<Server> server(std::in_place);
+    Process tap = start_tap();
+    std::map<uint32_t, std::pair<ByteVec, ByteVec>> said; // of each connection: by the client, by the server
+    std::mt19937 random(3);
+    constexpr uint32_t kRounds = 16;
+    for (uint32_t round = 1; round <= kRounds; ++round) {
+        Peer client = connect_to_tap();
+        Peer served = server->accept();
+        Side left(client, many_batches(kMegabyte, round * 10000), round);
+        Side right(served, many_batches(kMegabyte, round * 20000), round + 100);
+        for (auto moves = random() % 60; moves > 0; --moves) {
+            left.move();
+            right.move();
+        }
+        const bool dies = round % 2 == 0;
+        if (dies)
+            server->stop();
+        (dies ? served : client).close();
+        Side &other = dies ? left : right;
+        other.take_the_rest();
+        EXPECT_TRUE(other.got() == (dies ? right : left).sent()) << round;
+        if (dies) {
+            EXPECT_TRUE(becomes([&] { return !try_to_connect().open(); })); // nobody listens for a dead server
+            server.emplace();
+        }
+        said[round] = {left.sent(), right.sent()};
+    }
+    EXPECT_LT(most_memory(tap), 32 * kMegabyte);
+    const recording::Recording recording = recording_of(tap);
+    for (const auto &[round, both] : said) {
+        const auto begins_with = [](const ByteVec &whole, const ByteVec &part) {
+            return part.size() <= whole.size() && std::equal(part.begin(), part.end(), whole.begin());
+        };
+        const bool died = round % 2 == 0;
+        const ByteVec up = bytes_of_way(recording, Way::kToServer, round);
+        const ByteVec down = bytes_of_way(recording, Way::kToClient, round);
+        EXPECT_TRUE((died ? down : up) == (died ? both.second : both.first)) << round;
+        EXPECT_TRUE(begins_with(died ? both.first : both.second, died ? up : down)) << round;
+    }
 }
 
 // What a client can send until it is held up.
