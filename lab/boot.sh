@@ -27,13 +27,14 @@ status=0
 "${with_its_parent[@]}" timeout "$limit" "${with_its_parent[@]}" "${command[@]}" \
     </dev/null >"$work/console.raw" 2>&1 || status=$?
 tr -d '\r' <"$work/console.raw" >"$work/console"
-mkdir -p "$work/kept"
-while read -r name bytes; do
-    basenc --decode --base16 <<<"$bytes" >"$work/kept/$name"
-done < <(sed -n 's/^\[lab\] file //p' "$work/console")
 if ! grep -qx '\[lab\] done' "$work/console"; then
     tail -30 "$work/console"
     [ $status -ne 124 ] || echo "$machine was ended after $limit s"
     echo "$machine did not come to its end"
     exit 1
 fi
+rm -rf "$work/kept"
+mkdir -p "$work/kept"
+while read -r name bytes; do
+    basenc --decode --base16 <<<"$bytes" >"$work/kept/$name"
+done < <(sed -n 's/^\[lab\] file //p' "$work/console")

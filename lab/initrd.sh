@@ -57,8 +57,11 @@ make_root_ppc32be() {
         build=build/ppc32be
         [ -e "$build/$program" ] || build+=-workstation
         powerpc-linux-gnu-strip -o "$root/lab/bin/${program##*/}" "$build/$program"
-    done < <(files_of ppc32be && printf '%s\n' "${carried_ppc32be[@]}")
-    mv "$root"/lab/bin/*.so.* "$root/lib/"
+    done < <(
+        files_of ppc32be
+        [ ! -e "build/ppc32be-workstation/${carried_ppc32be[0]}" ] || printf '%s\n' "${carried_ppc32be[@]}"
+    )
+    find "$root/lab/bin" -name '*.so.*' -exec mv {} "$root/lib/" \;
     cp -L "$libraries"/{ld.so.1,libc.so.6,libm.so.6,libstdc++.so.6,libgcc_s.so.1} "$root/lib/"
     cp tests/tools/recordings/tour.scenario "$root/lab/"
     plan ppc32be /lab/bin | sed "s|/lab/bin/[^\t]*/|/lab/bin/|" >"$root/lab/plan"
