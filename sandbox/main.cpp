@@ -20,7 +20,9 @@ int fail(int status, const std::exception &error) {
 // NOLINTNEXTLINE(bugprone-exception-escape): out of memory before there is anything to say it with
 int main(int argc, char **argv) {
     std::signal(SIGPIPE, SIG_IGN);
+#ifdef BRIDGE_FRAMES
     sandbox::open_back_end = frames::open_bridge;
+#endif
     try {
         return sandbox::start(argc, argv);
     } catch (const std::invalid_argument &error) { // of the command line and the environment
