@@ -8,15 +8,6 @@
 #include <cstdlib>
 #include <stdexcept>
 
-namespace {
-
-int fail(int status, const std::exception &error) {
-    std::fprintf(stderr, "bridge-sandbox: %s\n", sandbox::escaped(error.what()).c_str());
-    return status;
-}
-
-} // namespace
-
 // NOLINTNEXTLINE(bugprone-exception-escape): out of memory before there is anything to say it with
 int main(int argc, char **argv) {
     std::signal(SIGPIPE, SIG_IGN);
@@ -25,9 +16,9 @@ int main(int argc, char **argv) {
 #endif
     try {
         return sandbox::start(argc, argv);
-    } catch (const std::invalid_argument &error) { // of the command line and the environment
-        return fail(sandbox::kBadUsage, error);
     } catch (const std::exception &error) {
-        return fail(EXIT_FAILURE, error);
+        std::fprintf(stderr, "bridge-sandbox: %s\n", sandbox::escaped(error.what()).c_str());
+        // What the command line and the environment have wrong is an invalid argument.
+        return dynamic_cast<const std::invalid_argument *>(&error) != nullptr ? sandbox::kBadUsage : EXIT_FAILURE;
     }
 }

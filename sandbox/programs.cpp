@@ -22,6 +22,7 @@ namespace {
 
 constexpr Milliseconds kRecordingPatience{5000}; // with a server that does not read what the last clients have left
 
+constexpr const char *kNoPlace = "TMPDIR is not set";
 constexpr const char *kUsage = "usage: bridge-sandbox ctl [--json] COMMAND...\n"
                                "Runs a command of the server in this TMPDIR and prints its answer (try: ctl help). The "
                                "exit status is 0, or 1\nwhen it fails. With - for the command, each line of standard "
@@ -43,10 +44,6 @@ struct Recording {
     recording::Recorder recorder;
     tap::Relay relay;
 };
-
-void must_be_set(const std::string &tmpdir) {
-    fail_if(tmpdir.empty(), "TMPDIR is not set");
-}
 
 // True when it went well.
 bool run_one(ControlClient &client, const std::string &command, bool json) {
@@ -230,7 +227,7 @@ int control(int argc, char **argv) {
     const std::string command = join(words);
     if (command.empty())
         return bad_usage(kUsage);
-    must_be_set(environment("TMPDIR"));
+    fail_if(environment("TMPDIR").empty(), kNoPlace);
     ControlClient client(environment("TMPDIR"));
     std::istringstream one(command);
     return run_lines(client, command == "-" ? std::cin : one, json) ? EXIT_SUCCESS : EXIT_FAILURE;
@@ -248,7 +245,7 @@ int kernel_main(int argc, char **argv) {
                                           " below its TMPDIR for theirs");
     if (const std::optional<int> status = parse_command_line(app, argc, argv))
         return *status;
-    must_be_set(tmpdir);
+    fail_if(tmpdir.empty(), kNoPlace);
     Loop loop(time_scale);
     const EndOnSignals signals(loop, [&loop] { loop.end(); });
     KernelService kernel(loop, tmpdir);
@@ -305,7 +302,7 @@ int serve(int argc, char **argv) {
     if (const std::optional<int> status = parse_command_line(app, argc, argv))
         return *status;
     options.slave = options.role == "slave";
-    must_be_set(options.tmpdir);
+    fail_if(options.tmpdir.empty(), kNoPlace);
     open_standard_streams();
     options.front = options.tmpdir;
     if (options.recording.empty())

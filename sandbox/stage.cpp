@@ -24,15 +24,14 @@ void end(Stage &stage) {
 
 // The lines about the world's processes; the others are for the server.
 constexpr struct {
-    const char *noun;
-    const char *verb;
+    const char *words;
     void (*run)(Stage &stage, const Words &rest);
 } kStageLines[] = {
-    {"server", "kill", [](Stage &stage, const Words &) { stage.world.kill_server(); }},
-    {"server", "start", [](Stage &stage, const Words &) { stage.world.start_server(); }},
-    {"daemon", "start", [](Stage &stage, const Words &rest) { stage.start_daemon(rest); }},
-    {"daemon", "end", [](Stage &stage, const Words &) { end(stage); }},
-    {"daemon", "wait", [](Stage &stage, const Words &) { must_be_well(stage.wait_for_daemon()); }},
+    {"server kill", [](Stage &stage, const Words &) { stage.world.kill_server(); }},
+    {"server start", [](Stage &stage, const Words &) { stage.world.start_server(); }},
+    {"daemon start", [](Stage &stage, const Words &rest) { stage.start_daemon(rest); }},
+    {"daemon end", [](Stage &stage, const Words &) { end(stage); }},
+    {"daemon wait", [](Stage &stage, const Words &) { must_be_well(stage.wait_for_daemon()); }},
 };
 
 } // namespace
@@ -46,7 +45,7 @@ Stage::Stage(StageOptions options)
 std::string Stage::run(const std::string &line) {
     const Words words = split(line);
     for (const auto &row : kStageLines)
-        if (words.size() > 1 && words[0] == row.noun && words[1] == row.verb) {
+        if (words.size() > 1 && words[0] + " " + words[1] == row.words) {
             row.run(*this, Words(words.begin() + 2, words.end()));
             return "";
         }

@@ -262,11 +262,9 @@ Fields element(const Answer &answer, const char *list, const char *field, uint32
 Fields state_value(Sandbox &, const Words &keys) {
     const uint32_t ifx = parse_number(keys[0]);
     const uint32_t instance = parse_number(keys[1], BRI_STP_INSTANCES - 1);
-    uint32_t state = 0;
-    if (swport_check_exist(static_cast<int32_t>(ifx)) == 0 ||
-        bridge_get_port_instance_status(ifx, static_cast<uint16_t>(instance), &state) != 0)
+    if (!there_is_port(ifx))
         return nullptr;
-    return {{"ifx", ifx}, {"instance", instance}, {"state", state}};
+    return {{"ifx", ifx}, {"instance", instance}, {"state", load(port_at(ifx).fwd_state[instance])}};
 }
 
 constexpr Value kSwitchValues[] = {

@@ -208,8 +208,7 @@ std::vector<std::string> environment_with(const std::vector<std::string> &entrie
     std::vector<std::string> all = entries;
     for (char **entry = environ; *entry != nullptr; ++entry) {
         const std::string name = std::string(*entry).substr(0, std::string(*entry).find('=') + 1);
-        if (std::none_of(entries.begin(), entries.end(),
-                         [&](const std::string &other) { return other.substr(0, name.size()) == name; }))
+        if (std::ranges::none_of(entries, [&](const std::string &other) { return other.starts_with(name); }))
             all.emplace_back(*entry);
     }
     return all;

@@ -95,6 +95,18 @@ TEST(WireText, sets_are_read_in_every_form) {
     EXPECT_EQ(text_of(parse_text_as<bri_reg_msg>("event_set=all").event_set), "words=all");
 }
 
+TEST(WireText, numbers_have_the_words_of_their_field_alone_too) {
+    const Field &protocols = *record_of<bri_proto_registry>().find("state");
+    EXPECT_EQ(parse_number(protocols, "mstp|erps"), 1U << BRI_PROT_MSTP | 1U << BRI_PROT_ERPS);
+    EXPECT_EQ(number_text(protocols, 1U << BRI_PROT_MSTP | 1U << BRI_PROT_ERPS), "mstp|erps");
+    EXPECT_EQ(parse_number(protocols, "none"), 0U);
+    EXPECT_EQ(parse_text_as<bri_proto_registry>("state=none").state, 0U);
+    EXPECT_EQ(complaint_of([&] { (void)parse_number(protocols, "mstp|none"); }).find("\"none\" is no number"), 0U);
+    const Field &mode = *record_of<vl_evt_intf_rec>().find("mode");
+    EXPECT_EQ(parse_number(mode, "trunk"), static_cast<uint32_t>(BRI_PORT_TRUNK));
+    EXPECT_EQ(number_text(mode, 77), "77");
+}
+
 TEST(WireText, control_characters_of_names_are_escaped_and_come_back) {
     vl_evt_vlan_rec record{};
     std::strcpy(record.name, "a\x1b[2J\"\xff\\b{=}");
