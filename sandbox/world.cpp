@@ -29,7 +29,7 @@ constexpr std::chrono::seconds kChildPatience{20};
 constexpr const char *kSemaphores = "/dev/shm";
 // The program's companions are beside it in a build tree, or in the tree that it is installed in.
 constexpr const char *kPreload = "libef_bridge_sim.so"; // stands for the kernel's module in daemons
-constexpr const char *kPreloads[] = {".", "../sandbox", "../" BRIDGE_LIBDIR};
+constexpr const char *kPreloads[] = {".", "../sandbox", ("../" BRIDGE_LIBDIR)};
 constexpr const char *kScripts[] = {"scenarios", "../" BRIDGE_DATADIR "/scenarios"};
 constexpr const char *kExamples[] = {"../examples", "../" BRIDGE_LIBEXECDIR};
 
