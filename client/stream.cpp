@@ -108,7 +108,7 @@ bool BatchClock::wait(int fd) const {
     return true;
 }
 
-[[gnu::noinline]] int read_part(int fd, void *buf, uint32_t n, uint32_t &done, BatchClock &clock) {
+int read_part(int fd, void *buf, uint32_t n, uint32_t &done, BatchClock &clock) {
     const ssize_t first = read(fd, buf, n);
     if (first > 0)
         clock.byte_came();
