@@ -69,8 +69,10 @@ void LinuxBridge::begin(const Memory *known) {
     want.stp = 0;
     want.native = 0;
     const auto request = set_bridge(bridge_, links[bridge_].bridge, want);
-    if (request && !ask(*request, "its settings"))
+    if (request && !ask(*request, "its settings")) {
+        std::remove(file_.c_str());
         throw std::runtime_error(name_ + " cannot be set: no right to it, or a kernel without VLAN filtering");
+    }
     links_ = list(); // the native VLAN of new ports went with the settings
     carry_vlans({});
     carry_ageing({});
