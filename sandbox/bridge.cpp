@@ -1,4 +1,4 @@
-#include "sandbox/operation.h"
+#include "sandbox/sandbox.h"
 
 #include <algorithm>
 

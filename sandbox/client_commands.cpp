@@ -1,5 +1,5 @@
 // The commands about the sandbox itself and about clients: what they are told, and how the server treats them.
-#include "sandbox/operation.h"
+#include "sandbox/sandbox.h"
 #include "wire/value.h"
 
 #include <algorithm>
@@ -240,8 +240,10 @@ Fields client_value(Sandbox &sandbox, const Words &keys) {
 }
 
 Fields clients_value(Sandbox &sandbox, const Words &) {
-    return {{"count", sandbox.bridge.server.for_each(Target(), [](const Connection &) {})},
-            {"registered", sandbox.bridge.server.registered()}};
+    unsigned registered = 0;
+    const auto look = [&](const Connection &client) { registered += client.registration.complete ? 1U : 0U; };
+    const unsigned count = sandbox.bridge.server.for_each(Target(), look);
+    return {{"count", count}, {"registered", registered}};
 }
 
 constexpr Value kClientValues[] = {

@@ -1,4 +1,3 @@
-#include "sandbox/parse.h"
 #include "sandbox/sandbox.h"
 
 #include <algorithm>

@@ -1,5 +1,5 @@
 // The commands about addresses, the frames they are learned from, and the kernel's bridge module.
-#include "sandbox/operation.h"
+#include "sandbox/sandbox.h"
 #include "wire/value.h"
 
 #include <algorithm>

@@ -1,6 +1,5 @@
 #include "sandbox/rules.h"
 
-#include "sandbox/parse.h"
 #include "sandbox/sandbox.h"
 
 #include <algorithm>

@@ -109,10 +109,4 @@ unsigned Server::drop(const Target &target) {
     return count;
 }
 
-unsigned Server::registered() {
-    unsigned count = 0;
-    for_each(Target(), [&](const Connection &client) { count += client.registration.complete ? 1U : 0U; });
-    return count;
-}
-
 } // namespace sandbox

@@ -56,7 +56,6 @@ class Server : Pinned {
             if (client->open() && client->id() == id)
                 return fn(*client);
     }
-    [[nodiscard]] unsigned registered();
     [[nodiscard]] const std::string &path() const { return path_; }
 
     // Connections were closed by a drop or a restart, which tell nobody else.

@@ -1,5 +1,5 @@
 // The commands about ports, VLANs, groups, claims on ports, spanning trees and bridge protocols.
-#include "sandbox/operation.h"
+#include "sandbox/sandbox.h"
 #include "wire/value.h"
 
 namespace sandbox {

@@ -1,5 +1,4 @@
 // The commands that wait: for messages in the trace, for values of the switch, for time.
-#include "sandbox/parse.h"
 #include "sandbox/sandbox.h"
 
 #include <algorithm>
