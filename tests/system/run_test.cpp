@@ -369,6 +369,8 @@ TEST_F(SandboxRun, script_starts_daemons_of_its_own) {
                                                     "daemon end\n"
                                                     "wait client two gone\n"
                                                     "wait client one registered\n"
+                                                    "daemon end\n"
+                                                    "wait client one gone\n"
                                                     "daemon end\n");
     const auto [status, text] = sandbox_run({"--script", script});
     EXPECT_EQ(status, 1);
