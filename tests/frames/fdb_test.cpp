@@ -21,7 +21,7 @@ Request told(uint16_t type, uint32_t link, uint16_t state, uint32_t master = kBr
     head.ndm_ifindex = static_cast<int>(link);
     head.ndm_state = state;
     Request request(type, 0, head);
-    request.put(NDA_LLADDR, bytes_of(kHost.mac)).put(NDA_MASTER, master);
+    request.put(NDA_LLADDR, frames::bytes_of(kHost.mac)).put(NDA_MASTER, master);
     if (vid != 0)
         request.put(NDA_VLAN, vid);
     return request;

@@ -119,7 +119,7 @@ TEST(FramesVlans, numbers_that_are_no_vlan_are_in_no_set) {
         bridge_vlan_info info;
     } run[] = {{{8, IFLA_BRIDGE_VLAN_INFO}, {BRIDGE_VLAN_INFO_RANGE_BEGIN, 4000}},
                {{8, IFLA_BRIDGE_VLAN_INFO}, {BRIDGE_VLAN_INFO_RANGE_END, 65535}}};
-    EXPECT_EQ(vlans_text(vlans_of(bytes_of(run)).members), "4000-4094");
+    EXPECT_EQ(vlans_text(vlans_of(frames::bytes_of(run)).members), "4000-4094");
 }
 
 } // namespace
