@@ -1,5 +1,6 @@
 /* A host on the made-up switch, whose bridge server does not run. */
 #include <bridge/bridge.h>
+
 #include <switch_loop.h>
 
 int main(void) {

@@ -1,8 +1,7 @@
 /* The thread-event library of a made-up switch: nothing but what the client library needs of one. */
-#include <switch_loop.h>
-
 #include <stdio.h>
 #include <stdlib.h>
+#include <switch_loop.h>
 #include <sys/time.h>
 
 enum { JOBS = 16 };
