@@ -41,6 +41,8 @@ std::map<std::string, Share> shares_of(pid_t process) {
     return shares;
 }
 
+constexpr int kLooks = 20;
+
 } // namespace
 
 std::vector<Observed> observed_since(const World &world, size_t line) {
@@ -76,22 +78,25 @@ bool speaks_of(const Observed &message, unsigned vid, unsigned ifx) {
     return speaks_of("", message.fields, vid, ifx);
 }
 
-std::optional<double> busy_part(pid_t process, std::chrono::duration<double> time) {
-    const std::map<std::string, Share> before = shares_of(process);
+// A wait is counted when it is over, with what of it was before we looked: we look on until every thread could run for
+// half of the time at least.
+std::optional<double> busy_part(pid_t process, std::chrono::duration<double, std::nano> time) {
+    std::map<std::string, Share> before = shares_of(process);
     const auto begin = std::chrono::steady_clock::now();
-    std::this_thread::sleep_for(time);
-    const std::map<std::string, Share> after = shares_of(process);
-    const std::chrono::duration<double, std::nano> passed = std::chrono::steady_clock::now() - begin;
-    std::optional<double> most;
-    for (const auto &[thread, share] : after) {
-        const auto old = before.find(thread);
-        if (old == before.end())
-            continue;
-        const double ran = share.ran - old->second.ran;
-        const double free = passed.count() - (share.waited - old->second.waited); // to run in, or to sleep
-        most = std::max(most.value_or(0), std::min(1.0, ran / std::max(free, ran + 1)));
+    for (int looks = 0; looks < kLooks && !before.empty(); looks++) {
+        std::this_thread::sleep_for(time);
+        const std::chrono::duration<double, std::nano> passed = std::chrono::steady_clock::now() - begin;
+        std::optional<double> most;
+        double least_free = passed.count(); // to run in, or to sleep
+        for (const auto &[thread, share] : shares_of(process)) {
+            const double free = passed.count() - (share.waited - before[thread].waited);
+            least_free = std::min(least_free, free);
+            most = std::max(most.value_or(0), std::min(1.0, (share.ran - before[thread].ran) / free));
+        }
+        if (least_free >= time.count() / 2)
+            return most;
     }
-    return most;
+    return std::nullopt;
 }
 
 } // namespace sandbox

@@ -328,7 +328,8 @@ void idle(Player &player, const Words &words) {
     const std::chrono::duration<double> time(parse_number(words.at(0)) / player.scale);
     const std::optional<double> busy = busy_part(player.stage.daemon(), time);
     if (!busy)
-        return player.say(name, Judgement::kOpen, "this kernel does not count its threads' time");
+        return player.say(name, Judgement::kOpen,
+                          "the kernel does not count its threads' time, or others left it none");
     player.judge(name, *busy < kBusy, "busy in " + std::to_string(static_cast<int>(100 * *busy)) + " % of the time");
 }
 

@@ -28,9 +28,10 @@ bool is_answer(const Observed &message, const std::string &question_type);
 // Whether a VLAN or a port of that number is spoken of.
 bool speaks_of(const Observed &message, unsigned vid, unsigned ifx);
 
-// Looks at a process for that long: which part, of 1, its busiest thread ran of the time in which it was not waiting
-// for a processor, so that a busy machine makes no difference. Nothing where the kernel does not count that.
-std::optional<double> busy_part(pid_t process, std::chrono::duration<double> time);
+// Looks at a process for that long, or longer on a busy machine: which part, of 1, its busiest thread ran of the time
+// in which it was not waiting for a processor. Nothing where the kernel does not count that, or leaves it no time at
+// all.
+std::optional<double> busy_part(pid_t process, std::chrono::duration<double, std::nano> time);
 
 inline constexpr const char *kDaemonOutput = "daemon.log"; // below the world's directory
 
