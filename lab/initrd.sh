@@ -15,7 +15,7 @@ carry() {
 }
 
 libraries_of() {
-    ldd "$1" 2>/dev/null | awk '$2 == "=>" && $3 ~ /^\// { print $3 } $1 ~ /^\// { print $1 }'
+    ldd "$1" 2>/dev/null | sed -nE 's/^\t(.* => )?(\/.*) \(0x[0-9a-f]+\)$/\2/p'
 }
 
 carry_command() {
