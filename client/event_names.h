@@ -12,8 +12,8 @@ namespace bri::client {
 
 // The text lies in the row: a table of pointers would be memory of every process, since the dynamic linker writes them.
 struct EventName {
-    uint32_t type;
-    char text[44];
+    uint16_t type;
+    char text[34];
 };
 
 // The name of an event is its identifier, letter for letter.
