@@ -180,7 +180,8 @@ bool enter_lan(std::string &why_not) {
         write_to("/proc/self/uid_map", "0 " + std::to_string(user) + " 1");
         write_to("/proc/self/gid_map", "0 " + std::to_string(group) + " 1");
     }
-    if (shell("ip link add br0 type bridge vlan_filtering 1")) {
+    // With an address of its own: the kernel's entry for one that a port shares names now the one, now the other.
+    if (shell("ip link add br0 address 02:00:00:00:00:fe type bridge vlan_filtering 1")) {
         write_to("/proc/sys/net/ipv6/conf/all/disable_ipv6", "1");
         return shell("ip link set br0 up");
     }
