@@ -5,22 +5,18 @@
 // median of the rounds' ratios. Status 1 when a figure that the machine cannot change misses its goal, or when a
 // measurement fails.
 #include "bench/measure.h"
-#include "bench/rows.h"
+#include "bench/report.h"
 
 #include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
-#include <array>
 #include <cstdio>
 #include <cstring>
 #include <fstream>
-#include <gnu/libc-version.h>
-#include <map>
 #include <optional>
 #include <random>
 #include <string>
-#include <sys/utsname.h>
 #include <sys/wait.h>
 #include <unistd.h>
 #include <vector>
@@ -68,7 +64,9 @@ std::string missing(const Side &side) {
         return "no earlier build (--before)";
     if (side.library == Library::kSilent && g_options.silent.empty())
         return "no build without lines (--silent)";
-    return find(side.measurement) == nullptr ? "the library was not there when this was built" : "";
+    if (const Peer *peer = peer_of(side.measurement); peer != nullptr && find(side.measurement) == nullptr)
+        return std::string(peer->name) + " was not there when this was built (Debian's " + peer->package + ")";
+    return "";
 }
 
 [[noreturn]] void become_measurement(const Side &side, int output) {
@@ -103,57 +101,20 @@ std::optional<double> take(const Side &side) {
 
 // --- the table
 
-struct Result {
-    const Row *row;
-    std::string skipped; // why it was not measured
-    std::vector<double> ours, beside, ratios;
-    bool failed = false;
-};
-
-double median(std::vector<double> values) {
-    if (values.empty())
-        return 0;
-    const auto middle = values.begin() + static_cast<ptrdiff_t>(values.size() / 2);
-    std::nth_element(values.begin(), middle, values.end());
-    return *middle;
-}
-
-bool missed(const Result &result) {
-    const Row &row = *result.row;
-    switch (row.goal) {
-    case Goal::kAtMost:
-        return median(result.ratios) > row.limit;
-    case Goal::kAtLeast:
-        return median(result.ratios) < row.limit;
-    case Goal::kUnder:
-        return median(result.ours) > row.limit;
-    case Goal::kNone:
-        break;
-    }
-    return false;
-}
-
-const char *verdict(const Result &result) {
-    if (result.failed)
-        return "FAILED";
-    if (result.row->goal == Goal::kNone)
-        return "";
-    return missed(result) ? "missed" : "met";
-}
-
-// Both sides of a row, one straight behind the other.
+// Both sides of a row, if the other one is here, one straight behind the other.
 void measure(Result &result, std::mt19937 &random) {
     const Row &row = *result.row;
     std::optional<double> ours;
     std::optional<double> beside;
+    const bool both = row.beside_name != nullptr && result.missing.empty();
     const bool ours_first = random() % 2 == 0;
     if (ours_first)
         ours = take(row.ours);
-    if (row.beside_name != nullptr)
+    if (both)
         beside = take(row.beside);
     if (!ours_first)
         ours = take(row.ours);
-    if (!ours || (row.beside_name != nullptr && !beside)) {
+    if (!ours || (both && !beside)) {
         result.failed = true;
         return;
     }
@@ -167,16 +128,13 @@ void measure(Result &result, std::mt19937 &random) {
 std::vector<Result> chosen_rows() {
     std::vector<Result> results;
     for (const Row &row : kRows)
-        if (std::string(row.what).find(g_options.only) != std::string::npos) {
-            const std::string why = missing(row.ours);
-            results.push_back({&row, why.empty() ? missing(row.beside) : why, {}, {}, {}});
-        }
+        if (std::string(row.what).find(g_options.only) != std::string::npos)
+            results.push_back(row_to_measure(row, missing(row.ours), missing(row.beside)));
     return results;
 }
 
 // A figure that no machine changes is taken once.
-std::vector<Result> measure_rows() {
-    std::vector<Result> results = chosen_rows();
+void measure_rows(std::vector<Result> &results) {
     std::mt19937 random(g_options.seed);
     std::vector<size_t> order(results.size());
     for (size_t index = 0; index < order.size(); ++index)
@@ -185,113 +143,25 @@ std::vector<Result> measure_rows() {
         std::shuffle(order.begin(), order.end(), random);
         for (const size_t index : order)
             if (Result &result = results[index];
-                result.skipped.empty() && !result.failed && !(round > 0 && result.row->counted))
+                !result.skipped && !result.failed && !(round > 0 && result.row->counted))
                 measure(result, random);
         if (isatty(STDERR_FILENO) != 0)
             std::fprintf(stderr, "\rround %u of %u", round + 1, g_options.rounds);
     }
     if (isatty(STDERR_FILENO) != 0)
         std::fputs("\r\033[K", stderr);
-    return results;
-}
-
-std::string figure(double value, const char *unit) {
-    char text[48];
-    const bool time = std::strcmp(unit, "ns") == 0;
-    if (time && value >= 1e4)
-        std::snprintf(text, sizeof text, "%.1f us", value / 1e3);
-    else
-        std::snprintf(text, sizeof text, time || std::strcmp(unit, "s") == 0 ? "%.2f %s" : "%.0f %s", value, unit);
-    return text;
-}
-
-std::string goal_of(const Row &row) {
-    char text[48];
-    if (row.goal == Goal::kNone)
-        return "";
-    if (row.goal == Goal::kUnder)
-        return "<= " + figure(row.limit, row.unit);
-    std::snprintf(text, sizeof text, row.goal == Goal::kAtMost ? "<= %.4g" : ">= %.4g", row.limit);
-    return text;
-}
-
-std::string ratio_of(const Result &result) {
-    if (result.ratios.empty())
-        return "";
-    const auto [least, most] = std::minmax_element(result.ratios.begin(), result.ratios.end());
-    char text[64];
-    std::snprintf(text, sizeof text, "%.3g (%.3g to %.3g)", median(result.ratios), *least, *most);
-    return text;
-}
-
-void print(const std::vector<Result> &results) {
-    std::printf("Medians of %u rounds in random order, seed %u; processor time.\n", g_options.rounds, g_options.seed);
-    std::puts("The ratio is ours by beside, for goals \">=\" beside by ours.\n");
-    std::printf("%-32s %14s  %-20s %14s  %-24s %-14s %s\n", "", "ours", "beside", "", "ratio (min to max)", "goal", "");
-    for (const Result &result : results) {
-        if (!result.skipped.empty() || result.ours.empty())
-            continue;
-        const Row &row = *result.row;
-        const bool both = !result.beside.empty();
-        std::printf("%-32s %14s  %-20s %14s  %-24s %-14s %s\n", row.what, figure(median(result.ours), row.unit).c_str(),
-                    both ? row.beside_name : "", both ? figure(median(result.beside), row.unit).c_str() : "",
-                    ratio_of(result).c_str(), goal_of(row).c_str(), verdict(result));
-    }
-    for (const Result &result : results) {
-        if (!result.skipped.empty())
-            std::printf("skipped: %s beside %s: %s\n", result.row->what,
-                        result.row->beside_name != nullptr ? result.row->beside_name : "nothing",
-                        result.skipped.c_str());
-        if (result.failed)
-            std::printf("FAILED: %s\n", result.row->what);
-    }
-}
-
-json machine() {
-    utsname system{};
-    uname(&system);
-    return {{"kernel", system.release},
-            {"processor", system.machine},
-            {"processors", sysconf(_SC_NPROCESSORS_ONLN)},
-            {"compiler", __VERSION__},
-            {"c_library", gnu_get_libc_version()}};
-}
-
-void print_json(const std::vector<Result> &results) {
-    json rows = json::array();
-    for (const Result &result : results) {
-        const Row &row = *result.row;
-        json object = {{"row", row.what}, {"unit", row.unit}, {"counted", row.counted}};
-        if (!result.skipped.empty())
-            object["skipped"] = result.skipped;
-        else
-            object.update({{"ours", median(result.ours)}, {"verdict", verdict(result)}});
-        if (row.beside_name != nullptr)
-            object["beside_name"] = row.beside_name;
-        if (!result.ratios.empty()) {
-            const auto [least, most] = std::minmax_element(result.ratios.begin(), result.ratios.end());
-            object.update({{"beside", median(result.beside)},
-                           {"ratio", median(result.ratios)},
-                           {"ratio_min", *least},
-                           {"ratio_max", *most}});
-        }
-        if (row.goal != Goal::kNone)
-            object["goal"] = goal_of(row);
-        rows.push_back(object);
-    }
-    const json all = {{"rounds", g_options.rounds}, {"seed", g_options.seed}, {"machine", machine()}, {"rows", rows}};
-    std::puts(all.dump(2).c_str());
 }
 
 int table() {
-    const std::vector<Result> results = measure_rows();
-    (g_options.as_json ? print_json : print)(results);
-    return std::any_of(results.begin(), results.end(),
-                       [](const Result &result) {
-                           return result.failed || (result.row->counted && result.skipped.empty() && missed(result));
-                       })
-               ? 1
-               : 0;
+    std::vector<Result> results = chosen_rows();
+    if (results.empty()) {
+        std::fprintf(stderr, "No row's name holds \"%s\".\n", g_options.only.c_str());
+        return 2;
+    }
+    measure_rows(results);
+    const Run run{g_options.rounds, g_options.seed};
+    std::fputs((g_options.as_json ? as_json : as_table)(results, run).c_str(), stdout);
+    return status_of(results);
 }
 
 // --- the curves

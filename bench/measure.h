@@ -2,9 +2,12 @@
 // host loses; of several slices the fastest counts, because what else runs on the machine only adds.
 #pragma once
 
+#include <algorithm>
+#include <cstddef>
 #include <cstdint>
 #include <ctime>
 #include <span>
+#include <vector>
 
 namespace bench {
 
@@ -33,6 +36,15 @@ inline double g_budget = 0.1;
 }
 [[nodiscard]] inline double processor_seconds() {
     return seconds_of(CLOCK_PROCESS_CPUTIME_ID);
+}
+
+// The middle one; 0 of none.
+inline double median(std::vector<double> values) {
+    if (values.empty())
+        return 0;
+    const auto middle = values.begin() + static_cast<ptrdiff_t>(values.size() / 2);
+    std::nth_element(values.begin(), middle, values.end());
+    return *middle;
 }
 
 // Makes the compiler believe that a value is used.

@@ -30,6 +30,19 @@ struct Row {
     bool counted = false; // the same whatever else the machine does: a miss is a failure
 };
 
+// What others use for the same. A measurement by a peer's library has its suffix, and is there where the library was.
+struct Peer {
+    const char *suffix;
+    const char *name;
+    const char *package; // of Debian
+};
+inline constexpr Peer kPeers[] = {
+    {"_zmq", "libzmq", "libzmq3-dev"},
+    {"_sd_bus", "sd-bus", "libsystemd-dev"},
+    {"_lmdb", "LMDB", "liblmdb-dev"},
+    {"_sqlite", "SQLite", "libsqlite3-dev"},
+};
+
 inline constexpr Side kNothing{nullptr, 0, Library::kNone};
 
 // Of the member test and the other look-ups: without limits but for two.
