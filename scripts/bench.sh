@@ -45,7 +45,7 @@ build_tree . build/release "${targets[@]}" -- -DBRIDGE_BENCH=ON
 program=build/release/bench/bench
 if [ -n "$plot" ]; then
     "$program" --growth build/growth.json --server build/release/sandbox/bridge-sandbox \
-        --load build/release/bench/bench_load
+        --load build/release/bench/bench_load ${arguments+"${arguments[@]}"}
     exec python3 bench/plot.py build/growth.json docs/performance
 fi
 
