@@ -5,9 +5,7 @@
 
 namespace {
 
-bool has_bit(const uint32_t *words, unsigned bit) {
-    return (words[bit >> 5] >> (bit & 31U) & 1U) != 0;
-}
+using bench::has_bit;
 
 template <class T> T load(const uint8_t *at) {
     T value;
@@ -28,14 +26,7 @@ int bare_tag_rule(const vle *vlans, const spcb *ports, int32_t ifx, uint16_t vid
     if (ports == nullptr || ifx <= 0 || ifx >= static_cast<int32_t>(BRI_PORT_SLOTS) || ports[ifx].ifx == 0 ||
         bare_is_member(vlans, vid, ifx) == 0)
         return BRI_TAG_NOT_MEMBER;
-    const spcb &port = ports[ifx];
-    const bool native = port.default_vid == vid;
-    if (port.mode == BRI_PORT_UPLINK)
-        return BRI_TAG_TAGGED;
-    if (port.mode == BRI_PORT_TRUNK)
-        return native ? BRI_TAG_UNTAGGED : BRI_TAG_TAGGED;
-    return port.mode == BRI_PORT_HYBRID && !native && has_bit(port.tag_vlan.words, vid) ? BRI_TAG_TAGGED
-                                                                                        : BRI_TAG_UNTAGGED;
+    return static_cast<int>(bench::rule_of(ports[ifx], vid));
 }
 
 void bare_dispatch(const bare_handler *first, const bri_msg_hdr *message) {

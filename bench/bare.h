@@ -6,6 +6,26 @@
 
 #include <sys/types.h>
 
+namespace bench {
+
+inline bool has_bit(const uint32_t *words, unsigned bit) {
+    return (words[bit >> 5] >> (bit & 31U) & 1U) != 0;
+}
+
+// How a port block carries a VLAN of which the port is a member.
+inline uint32_t rule_of(const spcb &port, uint16_t vid) {
+    const bool native = port.default_vid == vid;
+    if (port.mode == BRI_PORT_UPLINK)
+        return BRI_TAG_TAGGED;
+    if (port.mode == BRI_PORT_TRUNK)
+        return native ? BRI_TAG_UNTAGGED : BRI_TAG_TAGGED;
+    if (port.mode == BRI_PORT_HYBRID && !native && has_bit(port.tag_vlan.words, vid))
+        return BRI_TAG_TAGGED;
+    return BRI_TAG_UNTAGGED;
+}
+
+} // namespace bench
+
 #pragma GCC visibility push(default)
 extern "C" {
 

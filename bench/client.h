@@ -20,6 +20,9 @@
 
 namespace bench {
 
+// What is sent.
+inline constexpr uint8_t kBytes[BRI_PAYLOAD_MAX] = {};
+
 // What the client asked its loop for. It does not run by itself; see platform.cpp.
 struct Jobs {
     qv_thread_func read, flush;

@@ -157,13 +157,13 @@ double memory(unsigned) {
 
 double allocations(unsigned) {
     constexpr uint32_t kMessages = 300;
-    static const uint8_t payload[24] = {};
-    const std::string batch = batch_of(kMessages, sizeof payload);
+    constexpr uint32_t kPayload = 24;
+    const std::string batch = batch_of(kMessages, kPayload);
     need(connect_to_pair() && handle_by(8, 8), "the start");
     const uint64_t before = g_allocations;
     for (unsigned round = 0; round < 100; ++round) {
         for (uint32_t sent = 0; sent < kMessages; ++sent)
-            bridge_client_send_message(payload, sizeof payload, kEvent);
+            bridge_client_send_message(kBytes, kPayload, kEvent);
         flush();
         need(drain(batch.size()) && put(g_far, batch), "the exchange");
         read_batch();

@@ -25,8 +25,6 @@ void start() {
 
 // --- send
 
-const uint8_t kBytes[BRI_PAYLOAD_MAX] = {};
-
 void append(uint32_t messages) {
     for (uint32_t count = 0; count < messages; ++count)
         bridge_client_send_message(kBytes, kPayload, kEvent);

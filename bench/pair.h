@@ -22,6 +22,16 @@ inline void share_a_processor() {
     sched_setaffinity(0, sizeof set, &set);
 }
 
+// Both ends of a connection, made before the processes part.
+struct Ends {
+    int at[2];
+};
+inline Ends make_ends() {
+    Ends ends{};
+    need(socketpair(AF_UNIX, SOCK_STREAM, 0, ends.at) == 0, "the socket pair");
+    return ends;
+}
+
 // A round is so many windows; in one, the sender sends `messages` and waits until the taker has them.
 struct Pair {
     int go[2];   // the sender tells how many windows the next round has; 0 at the end

@@ -7,26 +7,11 @@
 namespace bench {
 namespace {
 
-struct Ends {
-    int at[2];
-};
-Ends make_ends() {
-    Ends ends{};
-    need(socketpair(AF_UNIX, SOCK_STREAM, 0, ends.at) == 0, "the socket pair");
-    return ends;
-}
-
 void start(int near) {
     need(connect_to_pair(), "the start");
     close(g_near);
     close(g_far);
     adopt_connection(near, -1);
-}
-
-const std::array<uint8_t, BRI_PAYLOAD_MAX> kBytes{};
-int take_one(uint32_t, void *, uint16_t) {
-    ++g_handled;
-    return 0;
 }
 
 // --- messages of `size` bytes
@@ -38,7 +23,7 @@ double messages_library(unsigned size) {
         messages,
         [=] {
             start(ends.at[1]);
-            need(handle(only(kEvent), take_one), "the handler");
+            need(handle(only(kEvent), counting_handler<0>), "the handler");
             return [=] {
                 for (const uint64_t end = g_handled + messages; g_handled < end;)
                     read_batch();
@@ -48,7 +33,7 @@ double messages_library(unsigned size) {
             start(ends.at[0]);
             return [=] {
                 for (uint32_t sent = 0; sent < messages; ++sent)
-                    bridge_client_send_message(kBytes.data(), size, kEvent);
+                    bridge_client_send_message(kBytes, size, kEvent);
                 flush();
             };
         });
@@ -61,7 +46,7 @@ class BareSender {
         for (uint32_t sent = 0; sent < messages_; ++sent) {
             if (header().msg_len + sizeof(bri_msg_hdr) + payload_ > BRI_BATCH_MSG_MAX)
                 write();
-            bare_append(batch_.data(), kEvent, kBytes.data(), payload_);
+            bare_append(batch_.data(), kEvent, kBytes, payload_);
         }
         write();
     }
@@ -92,7 +77,7 @@ double messages_bare(unsigned size) {
         [=] {
             return [=, buffer = std::array<uint8_t, BRI_BATCH_BUFFER_SIZE>()]() mutable {
                 for (uint32_t got = 0; got < messages;)
-                    got += bare_receive(ends.at[1], buffer.data(), take_one);
+                    got += bare_receive(ends.at[1], buffer.data(), counting_handler<0>);
             };
         },
         [=] { return BareSender(ends.at[0], size, messages); });
@@ -102,7 +87,7 @@ double messages_bare(unsigned size) {
 
 int reply(uint32_t, void *, uint16_t) {
     ++g_handled;
-    return bridge_client_send_message(kBytes.data(), 24, kUrgentEvent);
+    return bridge_client_send_message(kBytes, 24, kUrgentEvent);
 }
 
 double reply_library(unsigned) {
@@ -119,10 +104,10 @@ double reply_library(unsigned) {
         },
         [=] {
             start(ends.at[0]);
-            need(handle(only(kUrgentEvent), take_one), "the handler");
+            need(handle(only(kUrgentEvent), counting_handler<0>), "the handler");
             return [] {
                 for (uint32_t count = 0; count < kExchanges; ++count) {
-                    bridge_client_send_message(kBytes.data(), 24, kUrgentEvent);
+                    bridge_client_send_message(kBytes, 24, kUrgentEvent);
                     read_batch();
                 }
             };
@@ -136,7 +121,7 @@ double reply_bare(unsigned) {
             for (uint32_t count = 0; count < kExchanges; ++count) {
                 if (first)
                     sender();
-                need(bare_receive(fd, buffer.data(), take_one) == 1, "the exchange");
+                need(bare_receive(fd, buffer.data(), counting_handler<0>) == 1, "the exchange");
                 if (!first)
                     sender();
             }

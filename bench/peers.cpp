@@ -13,8 +13,6 @@
 namespace bench {
 namespace {
 
-[[maybe_unused]] const std::array<uint8_t, BRI_PAYLOAD_MAX> kBytes{};
-
 #ifdef BRIDGE_HAVE_LIBZMQ
 void *zmq_end(int type, bool listens, const std::string &where) {
     void *socket = zmq_socket(zmq_ctx_new(), type);
@@ -41,7 +39,7 @@ double messages_zmq(unsigned size) {
         [=] {
             return [=, socket = zmq_end(ZMQ_PUSH, false, where)] {
                 for (uint32_t sent = 0; sent < messages; ++sent)
-                    need(zmq_send(socket, kBytes.data(), size, 0) == static_cast<int>(size), "libzmq");
+                    need(zmq_send(socket, kBytes, size, 0) == static_cast<int>(size), "libzmq");
             };
         });
 }
@@ -60,14 +58,6 @@ sd_bus *bus_end(int fd, bool server) {
              sd_bus_start(bus) >= 0,
          "sd-bus");
     return bus;
-}
-struct Ends {
-    int at[2];
-};
-Ends make_ends() {
-    Ends ends{};
-    need(socketpair(AF_UNIX, SOCK_STREAM, 0, ends.at) == 0, "the socket pair");
-    return ends;
 }
 
 // The next message that is not the library's own.
@@ -94,8 +84,7 @@ void take_signal(sd_bus *bus, size_t size) {
 void send_signal(sd_bus *bus, size_t size) {
     sd_bus_message *message = nullptr;
     need(sd_bus_message_new_signal(bus, &message, kPath, kInterface, "Event") >= 0 &&
-             sd_bus_message_append_array(message, 'y', kBytes.data(), size) >= 0 &&
-             sd_bus_send(bus, message, nullptr) >= 0,
+             sd_bus_message_append_array(message, 'y', kBytes, size) >= 0 && sd_bus_send(bus, message, nullptr) >= 0,
          "sd-bus");
     sd_bus_message_unref(message);
 }
@@ -130,7 +119,7 @@ void call(sd_bus *bus) {
     sd_bus_message *message = nullptr;
     sd_bus_message *answer = nullptr;
     need(sd_bus_message_new_method_call(bus, &message, nullptr, kPath, kInterface, "Ask") >= 0 &&
-             sd_bus_message_append_array(message, 'y', kBytes.data(), 24) >= 0 &&
+             sd_bus_message_append_array(message, 'y', kBytes, 24) >= 0 &&
              sd_bus_call(bus, message, 0, nullptr, &answer) >= 0,
          "sd-bus");
     sd_bus_message_unref(message);

@@ -1,6 +1,8 @@
 // The shared tables of a measurement, filled in two ways, and the questions that look-ups ask them.
 #pragma once
 
+#include "bench/bare.h"
+
 #include <bridge/bridge.h>
 
 #include <array>
@@ -41,9 +43,6 @@ inline const vlanset &set_asked(unsigned number) {
     return (number & 1U) != 0 ? g_records.holes : g_records.live;
 }
 
-inline bool has_bit(const uint32_t *words, unsigned bit) {
-    return (words[bit >> 5] >> (bit & 31U) & 1U) != 0;
-}
 inline void set_bit(uint32_t *words, unsigned bit) {
     words[bit >> 5] |= uint32_t{1} << (bit & 31U);
 }
@@ -53,18 +52,6 @@ template <class Fn> inline void for_each_bit(const uint32_t *words, Fn &&fn) {
     for (unsigned index = 0; index < sizeof(vlanset) / sizeof(uint32_t); ++index)
         for (uint32_t left = words[index]; left != 0; left &= left - 1)
             fn(index * 32 + static_cast<unsigned>(__builtin_ctz(left)));
-}
-
-// How a port block carries a VLAN of which the port is a member.
-inline uint32_t rule_of(const spcb &port, uint16_t vid) {
-    const bool native = port.default_vid == vid;
-    if (port.mode == BRI_PORT_UPLINK)
-        return BRI_TAG_TAGGED;
-    if (port.mode == BRI_PORT_TRUNK)
-        return native ? BRI_TAG_UNTAGGED : BRI_TAG_TAGGED;
-    if (port.mode == BRI_PORT_HYBRID && !native && has_bit(port.tag_vlan.words, vid))
-        return BRI_TAG_TAGGED;
-    return BRI_TAG_UNTAGGED;
 }
 
 [[noreturn]] inline void give_up(const char *what) {
