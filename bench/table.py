@@ -45,7 +45,7 @@ def rows_of(path):
 
 
 def main(now, before, page):
-    old = {(row["row"], row.get("beside_name")): row for row in rows_of(before)}
+    old = {(row["row"], row.get("beside_name")): row for row in rows_of(before) if row["verdict"] != "FAILED"}
     table = HEAD.splitlines() + [line(row, old) for row in rows_of(now)]
     lines = pathlib.Path(page).read_text().splitlines()
     begin = next(at for at, text in enumerate(lines) if text.startswith("| path | ours |"))
