@@ -2,6 +2,7 @@
 // test gives each a process of its own, as ctest does.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <fnmatch.h>
@@ -13,20 +14,28 @@
 
 namespace {
 
-// Tests whose name fits one of the colon-separated patterns.
+// Whether the name fits one of the colon-separated patterns.
+bool fits(const std::string &name, const std::string &patterns) {
+    std::istringstream in(patterns);
+    for (std::string pattern; std::getline(in, pattern, ':');)
+        if (fnmatch(pattern.c_str(), name.c_str(), 0) == 0)
+            return true;
+    return false;
+}
+
+// Tests that fit a pattern before the filter's first dash, or any where there is none, and none behind it.
 std::vector<std::string> selected(const std::string &filter) {
+    const size_t dash = std::min(filter.find('-'), filter.size());
+    const std::string wanted = dash == 0 ? "*" : filter.substr(0, dash);
+    const std::string unwanted = filter.substr(std::min(dash + 1, filter.size()));
     std::vector<std::string> names;
     const auto &unit = *testing::UnitTest::GetInstance();
     for (int s = 0; s < unit.total_test_suite_count(); ++s) {
         const auto &suite = *unit.GetTestSuite(s);
         for (int t = 0; t < suite.total_test_count(); ++t) {
             const std::string name = std::string(suite.name()) + "." + suite.GetTestInfo(t)->name();
-            std::istringstream patterns(filter);
-            for (std::string pattern; std::getline(patterns, pattern, ':');)
-                if (fnmatch(pattern.c_str(), name.c_str(), 0) == 0) {
-                    names.push_back(name);
-                    break;
-                }
+            if (fits(name, wanted) && !fits(name, unwanted))
+                names.push_back(name);
         }
     }
     return names;
