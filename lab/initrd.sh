@@ -77,7 +77,7 @@ make_root_amd64() {
     mkdir -p "$root$PWD"
     cp -r --parents include completion sandbox/scenarios "$root$PWD"
     ln -s "$PWD/sandbox/scenarios" "$root$build/sandbox/scenarios"
-    carry /bin/sh /bin/bash
+    carry /bin/sh /bin/bash /bin/true
     carry_command ip bridge cat ls ps mkdir rm sleep grep kill mount umount insmod rmmod lsmod dmesg id uname chmod \
         seq head tail date stat cp mv ln touch env true false mktemp ping sed sort
     plan amd64 "$build" >"$root/lab/plan"
