@@ -75,7 +75,7 @@ make_root_amd64() {
     while read -r name; do carry "$build/$name"; done < <(files_of amd64)
     for name in "${carried[@]}"; do carry "$build/$name"; done
     mkdir -p "$root$PWD"
-    cp -r --parents include completion sandbox/scenarios "$root$PWD"
+    cp -r --parents include completion sandbox/scenarios tests/tools/recordings "$root$PWD"
     ln -s "$PWD/sandbox/scenarios" "$root$build/sandbox/scenarios"
     carry /bin/sh /bin/bash /bin/true
     carry_command ip bridge cat ls ps mkdir rm sleep grep kill mount umount insmod rmmod lsmod dmesg id uname chmod \
@@ -86,7 +86,7 @@ make_root_amd64() {
 }
 
 # What those programs start.
-carried=(sandbox/bridge-sandbox sandbox/libef_bridge_sim.so tests/soak/soak_host tests/picture_host
+carried=(sandbox/bridge-sandbox sandbox/libef_bridge_sim.so tests/soak/soak_host tests/picture_host tools/bridge-monitor
     examples/{port_watch,mac_table,vlan_guard,vlan_follow,port_guard,vlan_mirror})
 
 carried_ppc32be=(sandbox/libef_bridge_sim.so examples/{mac_table,vlan_follow} tools/bridge-monitor

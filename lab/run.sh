@@ -82,6 +82,17 @@ write_tests() {
             printf 'WORKING_DIRECTORY "%s")\n' "$PWD"
         done
     done
+    write_comparison
+}
+
+# What the big-endian machine has recorded is held against the same tour on this workstation; amd64 holds its own against
+# the recording that is kept.
+write_comparison() {
+    [[ " ${machines[*]} " = *' ppc32be '* && -x build/dev/tests/test_tools ]] || return 0
+    plan ppc32be | grep -q '^tour' || return 0
+    printf 'add_test("lab/recordings" env "BRIDGE_THEIR_RECORDING=%s/build/lab/ppc32be/kept/tour.pcapng" ' "$PWD"
+    printf '"%s/build/dev/tests/test_tools" "--gtest_filter=BothMachines.see*" --gtest_brief=1)\n' "$PWD"
+    printf 'set_tests_properties("lab/recordings" PROPERTIES FIXTURES_REQUIRED ppc32be)\n'
 }
 
 prepare() {
