@@ -21,7 +21,7 @@ inline constexpr unsigned kSetWords = kSetBits / 32;
 // The caller bounds `bit` by the set's size. What only reads takes its words as shared ones, so the same code serves
 // private sets and sets in shared memory.
 [[nodiscard]] inline bool test(const uint32_t *words, unsigned bit) {
-    return (word::load(words[word_of(bit)]) & mask_of(bit)) != 0;
+    return (word::load(words[word_of(bit)]) >> (bit & 31U) & 1U) != 0;
 }
 
 // Changes of private sets.

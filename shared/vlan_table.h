@@ -24,8 +24,10 @@ struct Places {
     using Id = uint16_t;
     static constexpr uint16_t vle::*kInUse = &vle::vid;
 
+    // The address is read once: what was looked at is what is used.
     [[nodiscard]] static vle *slot(uint16_t vid) {
-        return vid <= kTableLast && g_vl_mng.entries != nullptr && in_limits(vid) ? &g_vl_mng.entries[vid] : nullptr;
+        vle *const entries = g_vl_mng.entries;
+        return vid <= kTableLast && entries != nullptr && in_limits(vid) ? entries + vid : nullptr;
     }
 };
 using Table = table::Records<Places>;
