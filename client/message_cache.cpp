@@ -57,12 +57,16 @@ void cache_half_written(bri_clnt_ctx &ctx, Run &run) {
     link_before(ctx, *ctx.cache.next, run);
 }
 
+void cache_begins_at(bri_clnt_ctx &ctx, bri_list &oldest, uint32_t runs) {
+    ctx.cache.next = &oldest;
+    oldest.prev = &ctx.cache;
+    word::store(ctx.cache_cnt, runs);
+}
+
 void drop_run(bri_clnt_ctx &ctx, Run &run) {
-    run_leaves(run);
     list::unlink(run.link);
     word::store(ctx.cache_cnt, ctx.cache_cnt - 1);
-    BRI_PROBE(cache_out, ctx.cache_cnt);
-    std::free(&run);
+    release_run(run, ctx.cache_cnt);
 }
 
 Run *half_written_run(bri_clnt_ctx &ctx) {

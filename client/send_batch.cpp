@@ -113,7 +113,7 @@ bool try_lock() {
 void release_send_lock(bri_clnt_ctx &ctx) {
     do {
         if (flush_due() && __atomic_exchange_n(&g_flush_due, false, __ATOMIC_SEQ_CST))
-            flush(ctx);
+            flush(ctx, Drain::kByTimer);
         pthread_mutex_unlock(&g_bglib_send_lock);
     } while (flush_due() && try_lock());
 }
@@ -145,7 +145,7 @@ bool can_write(const bri_clnt_ctx &ctx) {
 
 } // namespace
 
-void count(const BatchesOut &out) {
+void count(BatchesOut out) {
     counters::g_senders.batches.add(out.batches);
     counters::g_senders.messages.add(out.messages);
     counters::g_senders.bytes.add(out.bytes);
@@ -170,10 +170,10 @@ void end_stream(const bri_clnt_ctx &ctx) {
 }
 
 // What waits while there is no connection leaves on the next one.
-void flush(bri_clnt_ctx &ctx) {
+void flush(bri_clnt_ctx &ctx, Drain by) {
     if (g_bglib_sendbuf == nullptr || !can_write(ctx))
         return;
-    if (drain_cache(ctx))
+    if (list::empty(ctx.cache) || drain_cache(ctx, by))
         write_batch(ctx);
     else
         queue_batch(ctx);
@@ -192,7 +192,7 @@ void drain_meanwhile(bri_clnt_ctx &ctx) {
     if (word::load(ctx.cache_cnt) == 0 || !try_lock())
         return;
     if (can_write(ctx))
-        drain_cache(ctx);
+        drain_cache(ctx, Drain::kMeanwhile);
     release_send_lock(ctx);
 }
 

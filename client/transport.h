@@ -13,6 +13,7 @@
 #include <bridge/client.h>
 
 #include <cstdint>
+#include <cstdlib>
 #include <pthread.h>
 
 namespace bri::client {
@@ -64,6 +65,9 @@ struct Run {
     [[nodiscard]] uint32_t left() const { return size - written; }
 };
 
+// A run goes out or is given up (introduction.cpp).
+void run_leaves(const Run &run);
+
 // A run with room for `size` bytes, not linked yet; null when memory is short. free() releases it.
 Run *make_run(uint32_t size);
 // Appends a copy of n bytes, of which the first `written` are out already. False without memory, or when the cache is
@@ -72,13 +76,23 @@ bool cache_msg(bri_clnt_ctx &ctx, const void *bytes, uint32_t n, uint32_t writte
 // Puts a run that is half written before everything else; the limit does not hold it up.
 void cache_half_written(bri_clnt_ctx &ctx, Run &run);
 void drop_run(bri_clnt_ctx &ctx, Run &run);
+// Many of them, oldest first: each is released, with so many others left, and then the cache begins with what is left.
+inline void release_run(Run &run, [[maybe_unused]] uint32_t others) {
+    run_leaves(run);
+    BRI_PROBE(cache_out, others);
+    std::free(&run);
+}
+void cache_begins_at(bri_clnt_ctx &ctx, bri_list &oldest, uint32_t runs);
 // The oldest run when part of it is out, else null.
 Run *half_written_run(bri_clnt_ctx &ctx);
 // After a lost connection: every run starts anew.
 void rewind_cache(bri_clnt_ctx &ctx);
 
+// What tries whether the socket takes runs again: the flush timer, every 50 ms, or what happens as often as it likes.
+enum class Drain { kByTimer, kMeanwhile };
+
 // Writes the runs that wait, oldest first, without blocking (drain.cpp). False when one would not go out whole.
-bool drain_cache(bri_clnt_ctx &ctx);
+bool drain_cache(bri_clnt_ctx &ctx, Drain by);
 
 // --- send batch (send_batch.cpp)
 
@@ -99,7 +113,7 @@ class SendLock {
 };
 
 // Writes what waits, oldest first, without blocking. The send lock is held.
-void flush(bri_clnt_ctx &ctx);
+void flush(bri_clnt_ctx &ctx, Drain by = Drain::kMeanwhile);
 
 // Between two flushes, on the loop's thread: writes the runs that wait, and leaves the batch to fill. Does nothing
 // while another thread holds the lock.
@@ -120,7 +134,7 @@ struct BatchesOut {
         BRI_PROBE(batch_out, header.msg_cnt, size);
     }
 };
-void count(const BatchesOut &out);
+void count(BatchesOut out);
 
 // One of them.
 inline void count_batch(const uint8_t *bytes) {
@@ -146,8 +160,6 @@ void end_stream(const bri_clnt_ctx &ctx);
 void introduction_begins();
 // The registration was handed over: it is on the wire, or among the runs that wait.
 void introduction_ends(const bri_clnt_ctx &ctx);
-// A run went out or was given up.
-void run_leaves(const Run &run);
 // Whether the calling thread may write past what waits.
 [[nodiscard]] bool may_overtake();
 

@@ -167,10 +167,34 @@ class FlushOfMany : public Flush {
 TEST_F(FlushOfMany, takes_up_to_64_runs_in_one_write) {
     wait_for_room(200);
     tick();
-    EXPECT_EQ(faults::calls("sendmsg"), 4); // 16 to find out whether the socket takes any, 64, 64 and the rest
+    EXPECT_EQ(faults::calls("sendmsg"), 4); // 64, 64, 64 and the rest
     EXPECT_EQ(faults::calls("send"), 0);
     EXPECT_EQ(peer.read_now(), waiting());
     EXPECT_EQ(ctx().cache_cnt, 0U);
+}
+
+// A full socket is tried by every sender, so the first write of one is a small one.
+TEST_F(FlushOfMany, takes_16_runs_at_first_when_a_sender_flushes) {
+    wait_for_room(200);
+    const ByteVec waited = waiting();
+    ASSERT_EQ(send(kUrgent, {1}), 0);
+    EXPECT_EQ(faults::calls("sendmsg"), 4); // 16, 64, 64 and the rest
+    EXPECT_EQ(faults::calls("send"), 1);
+    EXPECT_EQ(peer.read_now(), waited + batch_of({{kUrgent, {1}}}));
+}
+TEST_F(FlushOfMany, offers_a_full_socket_16_runs_of_a_sender_and_64_of_the_timer) {
+    wait_for_room(200);
+    std::vector<size_t> offered;
+    faults::hooks.sendmsg = [&](int, const msghdr *message, int) -> ssize_t {
+        EXPECT_EQ(message->msg_iovlen, 1U);
+        offered.push_back(message->msg_iov[0].iov_len / 40);
+        errno = EAGAIN;
+        return -1;
+    };
+    ASSERT_EQ(send(kUrgent, {1}), 0);
+    tick();
+    faults::hooks.sendmsg = nullptr;
+    EXPECT_EQ(offered, (std::vector<size_t>{16, 64}));
 }
 
 TEST_F(FlushOfMany, keeps_small_and_large_ones_in_order) {

@@ -75,6 +75,34 @@ void count_sending() {
     count("flush", 1, append, flush, [] { return drain_batch(1, kPayload); });
 }
 
+// Runs of 40 bytes that waited for the socket.
+void count_drain() {
+    constexpr uint32_t kRuns = 256;
+    static const char filler[4096] = {};
+    static char sink[65536];
+    const auto empty_socket = [] {
+        while (recv(g_far, sink, sizeof sink, MSG_DONTWAIT) > 0)
+            ;
+    };
+    count(
+        "drain", kRuns,
+        [&] {
+            while (send(g_near, filler, sizeof filler, MSG_DONTWAIT) > 0)
+                ;
+            for (uint32_t run = 0; run < kRuns; ++run) {
+                append();
+                flush();
+            }
+            need(g_bridge_client->cache_cnt == kRuns, "the cache");
+            empty_socket();
+        },
+        flush,
+        [&] {
+            empty_socket();
+            return g_bridge_client->cache_cnt == 0;
+        });
+}
+
 void count_receiving(const char *path, uint32_t messages, unsigned handlers) {
     g_handled = 0;
     count(
@@ -240,6 +268,7 @@ void count_library() {
     count_requests();
     count_tables();
     count_replay();
+    count_drain();
 }
 
 } // namespace
