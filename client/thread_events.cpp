@@ -101,6 +101,8 @@ size_t g_count;
 } // namespace
 
 bool note(Add add, bool taken) {
+    if (taken && g_count == 0) [[likely]]
+        return true;
     if (!taken)
         ++counters::g_loop.jobs_refused;
     Add *const end = g_refused + g_count;

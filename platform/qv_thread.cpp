@@ -7,7 +7,6 @@
 #include <event2/event_struct.h>
 #include <qv_thread.h>
 
-#include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <sys/stat.h>
@@ -28,7 +27,8 @@ struct qv_thread {
     qv_thread_master *master;
     qv_thread_func func;
     void *arg;
-    char name[32];
+    int fd;        // of a read job
+    char name[32]; // empty when nothing is told
 };
 
 namespace {
@@ -40,15 +40,11 @@ constexpr long kLongestTimer = 1L << 30;
 constexpr long kMicroseconds = 1000000;
 constexpr int kJobsPerRound = 16;
 
-__attribute__((format(printf, 2, 3))) void trace(const qv_thread_master &master, const char *format, ...) {
-    if (!master.trace)
-        return;
-    char text[128];
-    va_list values;
-    va_start(values, format);
-    std::vsnprintf(text, sizeof text, format, values);
-    va_end(values);
-    std::fprintf(stderr, "qv-thread: %s\n", text);
+// `kind` of job and its name; what happens to it alone names none.
+void trace(const qv_thread &thread, const char *what, const char *kind = nullptr) {
+    if (thread.master->trace) [[unlikely]]
+        std::fprintf(stderr, "qv-thread: %s %s%s%s\n", what, kind != nullptr ? kind : "", kind != nullptr ? " " : "",
+                     thread.name);
 }
 
 void release(qv_thread &thread) {
@@ -86,7 +82,7 @@ void run_and_keep(qv_thread &thread) {
 
 void run_job(evutil_socket_t, short what, void *argument) {
     auto &thread = *static_cast<qv_thread *>(argument);
-    trace(*thread.master, "run %s", thread.name);
+    trace(thread, "run");
     if (what == EV_READ && keeps_descriptors(*thread.master))
         return run_and_keep(thread);
     const qv_thread_func func = thread.func;
@@ -124,8 +120,8 @@ bool start(qv_thread &thread, const Trigger &trigger) {
 // The job that runs, when it waits again; else null.
 qv_thread *taken_again(qv_thread_master &master, const Trigger &trigger) {
     qv_thread *const served = master.served;
-    const bool again = served != nullptr && trigger.what == EV_READ && event_get_fd(&served->job) == trigger.fd &&
-                       list::empty(served->link);
+    const bool again =
+        served != nullptr && trigger.what == EV_READ && served->fd == trigger.fd && list::empty(served->link);
     return again ? served : nullptr;
 }
 
@@ -139,14 +135,16 @@ qv_thread *add(qv_thread_master *master, qv_thread_func func, void *arg, const T
     thread->master = master;
     thread->func = func;
     thread->arg = arg;
-    bri::copy_text(thread->name, name != nullptr ? name : "(unnamed)");
+    thread->fd = trigger.fd;
+    if (master->trace) [[unlikely]]
+        bri::copy_text(thread->name, name != nullptr ? name : "(unnamed)");
     if (again == nullptr && !start(*thread, trigger)) {
-        trace(*master, "refused %s %s", trigger.kind, thread->name);
+        trace(*thread, "refused", trigger.kind);
         std::free(thread);
         return nullptr;
     }
     list::append(master->jobs, thread->link);
-    trace(*master, "add %s %s", trigger.kind, thread->name);
+    trace(*thread, "add", trigger.kind);
     return thread;
 }
 
@@ -227,7 +225,7 @@ void qv_thread_cancel_by_arg_func(qv_thread_master *master, void *arg, qv_thread
     release_if(*master, [&](const qv_thread &thread) {
         const bool cancelled = thread.func == func && thread.arg == arg;
         if (cancelled)
-            trace(*master, "cancel %s", thread.name);
+            trace(thread, "cancel");
         return cancelled;
     });
 }
