@@ -15,7 +15,11 @@ static_assert(kTableLast == BRI_VID_MAX);
 
 [[nodiscard]] inline bool in_limits(int32_t vid) {
     const vl_stat *stat = g_vl_mng.stat;
-    return stat != nullptr && vid >= word::load(stat->min_vid) && vid <= word::load(stat->max_vid);
+    if (stat == nullptr)
+        return false;
+    const bool enough = vid >= word::load(stat->min_vid);
+    const bool not_too_much = vid <= word::load(stat->max_vid);
+    return enough & not_too_much; // both are read first: the usual way has no jump
 }
 
 // Every id within the limits has an entry.
