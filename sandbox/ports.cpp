@@ -74,18 +74,23 @@ void Ports::open() {
     for_each_port([](uint32_t) { swport_inc_total_num(); }); // this process's own count
 }
 
-void Ports::add(uint32_t ifx, bri_port_mode mode, uint16_t pvid) {
-    spcb *port = ifx < BRI_PORT_SLOTS ? swport_get_raw_spcb(static_cast<int32_t>(ifx)) : nullptr;
+void Ports::check_new(uint32_t ifx, uint16_t pvid) {
+    const spcb *port = ifx < BRI_PORT_SLOTS ? swport_get_raw_spcb(static_cast<int32_t>(ifx)) : nullptr;
     refuse_if(port == nullptr, "no port number: " + std::to_string(ifx));
     refuse_if(load(port->ifx) != 0, "there is a " + port_text(ifx) + " already");
     check_vid(pvid);
-    const auto version = load(port->version);
-    std::memset(port, 0, sizeof *port);
-    port->version = version + 1;
-    port->mode = mode;
-    port->default_mode = mode;
-    port->default_vid = pvid;
-    store(port->ifx, ifx); // from now on it is there
+}
+
+void Ports::add(uint32_t ifx, bri_port_mode mode, uint16_t pvid) {
+    check_new(ifx, pvid);
+    spcb &port = *swport_get_raw_spcb(static_cast<int32_t>(ifx));
+    const auto version = load(port.version);
+    std::memset(&port, 0, sizeof port);
+    port.version = version + 1;
+    port.mode = mode;
+    port.default_mode = mode;
+    port.default_vid = pvid;
+    store(port.ifx, ifx); // from now on it is there
     swport_inc_total_num();
     announce_port(ifx);
     refresh(ifx, all_vlans());

@@ -39,6 +39,8 @@ class Ports {
     // A link has failed: told when the tables have it, before anybody else is.
     std::function<void(uint32_t ifx)> on_down = [](uint32_t) {};
 
+    // Throws std::invalid_argument where there can be no such new port.
+    static void check_new(uint32_t ifx, uint16_t pvid);
     void add(uint32_t ifx, bri_port_mode mode, uint16_t pvid);
     void remove(uint32_t ifx);
     void set_mode(uint32_t ifx, bri_port_mode mode);

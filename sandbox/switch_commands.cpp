@@ -45,16 +45,15 @@ Outcome delete_vlans(Sandbox &sandbox, const Call &call) {
 // A device of the back end becomes the port.
 Outcome add_port(Sandbox &sandbox, const Call &call) {
     const auto ifx = word_as<uint32_t>(call.words[0]);
-    const auto add = [&] {
-        sandbox.bridge.ports.add(ifx, word_as<bri_port_mode>(call.words[1]), word_as<uint16_t>(call.words[2]));
-        return Answer();
-    };
-    if (call.words.size() < 4)
-        return add();
-    refuse_if(sandbox.back_end == nullptr, "without --bridge there are no devices");
-    refuse_if(there_is_port(ifx), "there is a port " + std::to_string(ifx) + " already");
-    sandbox.back_end->attach(ifx, call.words[3]);
-    return add();
+    const auto mode = word_as<bri_port_mode>(call.words[1]);
+    const auto pvid = word_as<uint16_t>(call.words[2]);
+    if (call.words.size() > 3) {
+        refuse_if(sandbox.back_end == nullptr, "without --bridge there are no devices");
+        Ports::check_new(ifx, pvid);
+        sandbox.back_end->attach(ifx, call.words[3]);
+    }
+    sandbox.bridge.ports.add(ifx, mode, pvid);
+    return Answer();
 }
 
 // Every client that decides on port modes is asked first, when told to.
