@@ -66,6 +66,7 @@ constexpr Row<Link> kLinkRows[] = {
     {IFLA_MASTER, store<&Link::master>},
     {IFLA_LINK, store<&Link::below>},
     {IFLA_LINKINFO, take_info},
+    {IFLA_CARRIER_DOWN_COUNT, store<&Link::failures>},
 };
 // As a bridge tells of itself and its ports.
 constexpr Row<Link> kBridgedRows[] = {
@@ -104,11 +105,11 @@ void take_link(const Notice &notice, Links &links) {
         return;
     }
     const auto head = notice.head<ifinfomsg>();
-    const auto index = static_cast<uint32_t>(head.ifi_index);
+    const auto index = static_cast<uint32_t>(head.ifi_index); // 0: the message is cut
     const bool bridged = head.ifi_family == AF_BRIDGE;
     if (notice.type == RTM_DELLINK && !bridged)
         links.erase(index);
-    if (notice.type != RTM_NEWLINK || (bridged && !links.contains(index)))
+    if (notice.type != RTM_NEWLINK || index == 0 || (bridged && !links.contains(index)))
         return;
     Link &link = links[index];
     link.flags = head.ifi_flags;

@@ -24,10 +24,11 @@ struct Link {
     std::string name;
     std::string kind; // "bridge", "vlan", ...; empty for hardware
     Mac address{};
-    uint32_t flags = 0;  // IFF_...
-    uint32_t master = 0; // the bridge that it is a port of
-    uint32_t below = 0;  // of a VLAN device: what it stands on
-    uint16_t vid = 0;    // and its VLAN
+    uint32_t flags = 0;    // IFF_...
+    uint32_t master = 0;   // the bridge that it is a port of
+    uint32_t below = 0;    // of a VLAN device: what it stands on
+    uint16_t vid = 0;      // and its VLAN
+    uint32_t failures = 0; // how often it has lost its carrier
     BridgeSettings bridge;
     // Of a bridge and its ports.
     PortVlans vlans;

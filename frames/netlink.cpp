@@ -10,6 +10,7 @@ namespace frames {
 namespace {
 
 constexpr size_t kReadMost = 262144; // a link with thousands of VLAN ranges comes in one piece
+constexpr int kListTries = 10;
 constexpr int kQueueBytes = 8388608; // a flood of addresses comes faster than anybody reads
 
 [[noreturn]] void fail(const char *what) {
@@ -56,16 +57,22 @@ std::string text_of(Bytes attribute) {
     return {text, strnlen(text, attribute.size())};
 }
 
-bool for_each_notice(Bytes run, const Take &take) {
+std::optional<int> for_each_notice(Bytes run, uint32_t sequence, const Take &take) {
     const auto *message = reinterpret_cast<const nlmsghdr *>(run.data());
     auto left = static_cast<int>(run.size());
     for (; mnl_nlmsg_ok(message, left); message = mnl_nlmsg_next(message, &left)) {
-        if (message->nlmsg_type == NLMSG_DONE || message->nlmsg_type == NLMSG_ERROR)
-            return false;
-        take({message->nlmsg_type,
-              {static_cast<const uint8_t *>(mnl_nlmsg_get_payload(message)), mnl_nlmsg_get_payload_len(message)}});
+        const Bytes body(static_cast<const uint8_t *>(mnl_nlmsg_get_payload(message)),
+                         mnl_nlmsg_get_payload_len(message));
+        const bool interrupted = (message->nlmsg_flags & NLM_F_DUMP_INTR) != 0;
+        if (!mnl_nlmsg_seq_ok(message, sequence))
+            continue;
+        if (message->nlmsg_type == NLMSG_DONE || message->nlmsg_type == NLMSG_ERROR) {
+            const int error = body.size() < sizeof(int) ? EBADMSG : -object_of<int>(body);
+            return error == 0 && interrupted ? EINTR : error;
+        }
+        take({message->nlmsg_type, body, interrupted});
     }
-    return left == 0;
+    return left == 0 ? std::nullopt : std::optional(EBADMSG);
 }
 
 Channel::Channel(std::span<const unsigned> groups) : socket_(mnl_socket_open2(NETLINK_ROUTE, SOCK_CLOEXEC)) {
@@ -79,49 +86,64 @@ Channel::Channel(std::span<const unsigned> groups) : socket_(mnl_socket_open2(NE
             fail("no such netlink group");
 }
 
+// Each request has a number of its own, by which its answer is known.
 void Channel::send(const Request &request) {
-    if (mnl_socket_sendto(socket_.get(), request.bytes().data(), request.bytes().size()) < 0)
+    Buffer bytes = sandbox::buffer_of(request.bytes());
+    reinterpret_cast<nlmsghdr *>(bytes.data())->nlmsg_seq = ++sequence_;
+    if (mnl_socket_sendto(socket_.get(), bytes.data(), bytes.size()) < 0)
         fail("cannot ask the kernel");
 }
 
-// The error of an answer, if it is one: the word that its body begins with.
-int Channel::ask(const Request &request) {
-    send(request);
+// What the kernel, and no other process, has sent. Nothing when there is an error: EMSGSIZE for what came cut.
+std::optional<Bytes> Channel::receive(int flags) const {
     while (true) {
-        const ssize_t length = mnl_socket_recvfrom(socket_.get(), incoming().data(), incoming().size());
-        if (length < 0 && errno != EINTR)
-            fail("the kernel does not answer");
-        const auto *message = reinterpret_cast<const nlmsghdr *>(incoming().data());
-        if (length > 0 && mnl_nlmsg_ok(message, static_cast<int>(length)) && message->nlmsg_type == NLMSG_ERROR)
-            return -object_of<int>(Bytes(incoming()).first(static_cast<size_t>(length)).subspan(sizeof(nlmsghdr)));
+        sockaddr_nl from{};
+        socklen_t size = sizeof from;
+        const ssize_t length = recvfrom(descriptor(), incoming().data(), incoming().size(), flags | MSG_TRUNC,
+                                        reinterpret_cast<sockaddr *>(&from), &size);
+        if (length < 0 ? errno == EINTR : from.nl_pid != 0)
+            continue;
+        if (length <= static_cast<ssize_t>(kReadMost))
+            return length < 0 ? std::nullopt : std::optional(Bytes(incoming()).first(static_cast<size_t>(length)));
+        errno = EMSGSIZE;
+        return std::nullopt;
     }
 }
 
-int Channel::dump(const Request &request, const Take &take) {
+int Channel::answer(const Request &request, const Take &take) {
     send(request);
-    while (true) {
-        const ssize_t length = mnl_socket_recvfrom(socket_.get(), incoming().data(), incoming().size());
-        if (length < 0 && errno != EINTR)
-            fail("the kernel does not answer");
-        if (length <= 0)
-            continue;
-        const Bytes run = Bytes(incoming()).first(static_cast<size_t>(length));
-        if (for_each_notice(run, take))
-            continue;
-        const auto head = object_of<nlmsghdr>(run);
-        return head.nlmsg_type == NLMSG_ERROR ? -object_of<int>(run.subspan(sizeof(nlmsghdr))) : 0;
+    while (const auto run = receive(0))
+        if (const auto end = for_each_notice(*run, sequence_, take))
+            return *end;
+    fail("the kernel does not answer");
+}
+
+// Kept until all has come: a list that was interrupted may lack what has been there all the time.
+int Channel::dump(const Request &request, const Take &take) {
+    int error = EINTR;
+    for (int tries = 0; error == EINTR && tries < kListTries; ++tries) {
+        std::vector<std::pair<uint16_t, Buffer>> taken;
+        bool interrupted = false;
+        error = answer(request, [&](const Notice &notice) {
+            taken.emplace_back(notice.type, sandbox::buffer_of(notice.body));
+            interrupted = interrupted || notice.interrupted;
+        });
+        if (error == 0 && interrupted)
+            error = EINTR;
+        for (size_t at = 0; error == 0 && at < taken.size(); ++at)
+            take({taken[at].first, taken[at].second});
     }
+    return error;
 }
 
 bool Channel::drain(const Take &take) {
     bool whole = true;
     while (true) {
-        const ssize_t length = recv(descriptor(), incoming().data(), incoming().size(), MSG_DONTWAIT);
-        if (length > 0)
-            for_each_notice(Bytes(incoming()).first(static_cast<size_t>(length)), take);
-        else if (length < 0 && errno == ENOBUFS)
+        if (const auto run = receive(MSG_DONTWAIT))
+            whole = !for_each_notice(*run, 0, take) && whole;
+        else if (errno == ENOBUFS || errno == EMSGSIZE)
             whole = false;
-        else if (length == 0 || errno != EINTR)
+        else
             return whole;
     }
 }

@@ -6,6 +6,7 @@
 
 #include <libmnl/libmnl.h>
 #include <memory>
+#include <optional>
 #include <span>
 
 namespace frames {
@@ -75,6 +76,7 @@ std::string text_of(Bytes attribute); // up to its NUL
 struct Notice {
     uint16_t type;
     Bytes body;
+    bool interrupted = false; // what is being listed has changed meanwhile
 
     template <class Head> [[nodiscard]] Head head() const { return object_of<Head>(body); }
     template <class Head, class Fn> void for_each(Fn &&fn) const {
@@ -84,8 +86,10 @@ struct Notice {
 };
 using Take = std::function<void(const Notice &)>;
 
-// Splits what one read gave. False at the end of a dump, or where the run is broken.
-bool for_each_notice(Bytes run, const Take &take);
+// Splits what one read gave; messages that answer another request than that one are passed over, with 0 none is.
+// Nothing when more is to come, else what has ended it: 0 at the end of a list or when a request has been done, a
+// system error number, EBADMSG where the run is broken.
+std::optional<int> for_each_notice(Bytes run, uint32_t sequence, const Take &take);
 
 // A socket of the routing netlink. All throw std::runtime_error when the socket itself fails.
 class Channel {
@@ -94,10 +98,12 @@ class Channel {
 
     [[nodiscard]] int descriptor() const { return mnl_socket_get_fd(socket_.get()); }
     // What the kernel says of it: 0 or a system error number.
-    int ask(const Request &request);
-    // Everything that the kernel lists for it; 0 or a system error number.
+    int ask(const Request &request) {
+        return answer(request, [](const Notice &) {});
+    }
+    // Everything that the kernel lists for it, or nothing of it and a system error number.
     int dump(const Request &request, const Take &take);
-    // What has come, until nothing is left. False when the kernel had to drop some.
+    // What has come, until nothing is left. False when some of it is lost.
     bool drain(const Take &take);
 
   private:
@@ -105,7 +111,10 @@ class Channel {
         void operator()(mnl_socket *socket) const { mnl_socket_close(socket); }
     };
     void send(const Request &request);
+    std::optional<Bytes> receive(int flags) const;
+    int answer(const Request &request, const Take &take);
 
+    uint32_t sequence_ = 0;
     std::unique_ptr<mnl_socket, Close> socket_;
 };
 

@@ -4,6 +4,7 @@
 #include <linux/if_bridge.h>
 #include <linux/rtnetlink.h>
 #include <sys/socket.h>
+#include <utility>
 
 namespace frames {
 
@@ -103,8 +104,8 @@ PortVlans vlans_of(Bytes af_spec) {
             first = info.vid;
             return;
         }
-        const bool ends = (info.flags & BRIDGE_VLAN_INFO_RANGE_END) != 0;
-        take_range(vlans, {ends ? first : info.vid, info.vid}, info.flags, true);
+        const bool ends = (info.flags & BRIDGE_VLAN_INFO_RANGE_END) != 0 && first != 0;
+        take_range(vlans, {ends ? std::exchange(first, uint16_t{0}) : info.vid, info.vid}, info.flags, true);
     });
     return vlans;
 }

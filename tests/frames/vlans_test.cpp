@@ -122,4 +122,14 @@ TEST(FramesVlans, numbers_that_are_no_vlan_are_in_no_set) {
     EXPECT_EQ(vlans_text(vlans_of(frames::bytes_of(run)).members), "4000-4094");
 }
 
+TEST(FramesVlans, end_of_a_range_that_has_not_begun_is_itself_alone) {
+    const struct {
+        nlattr head;
+        bridge_vlan_info info;
+    } run[] = {{{8, IFLA_BRIDGE_VLAN_INFO}, {BRIDGE_VLAN_INFO_RANGE_BEGIN, 5}},
+               {{8, IFLA_BRIDGE_VLAN_INFO}, {BRIDGE_VLAN_INFO_RANGE_END, 6}},
+               {{8, IFLA_BRIDGE_VLAN_INFO}, {BRIDGE_VLAN_INFO_RANGE_END, 20}}};
+    EXPECT_EQ(vlans_text(vlans_of(frames::bytes_of(run)).members), "5-6,20");
+}
+
 } // namespace
