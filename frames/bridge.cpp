@@ -41,36 +41,37 @@ LinuxBridge::LinuxBridge(Sandbox &sandbox, const std::string &tmpdir, const std:
 
 // `known`: what a server that has been killed knew.
 void LinuxBridge::begin(const Memory *known) {
-    Links links = list();
+    links_ = list();
     if (known != nullptr) {
         memory_ = *known;
+        follow_names();
     } else {
         memory_.bridge = bridge_;
-        memory_.settings = links[bridge_].bridge;
-        for (const auto &[index, link] : links)
+        memory_.settings = links_[bridge_].bridge;
+        for (const auto &[index, link] : links_)
             if (index == bridge_ || link.master == bridge_)
-                memory_.links[link.name] = before_of(link, true);
-        kernel_.dump(list_entries(), [&](const Notice &notice) {
+                memory_.links[link.name] = before_of(index, link, true);
+        list(list_entries(), [&](const Notice &notice) {
             const auto change = fdb_change(notice, bridge_);
             if (change && change->place && change->place->state != NUD_REACHABLE)
-                memory_.entries[links[change->link].name][change->host] = *change->place;
+                memory_.entries[links_[change->link].name][change->host] = *change->place;
         });
     }
     remember();
     for (const auto &[ifx, name] : memory_.ports)
-        if (const auto *link = find_link(links, name); link != nullptr)
+        if (const auto *link = find_link(links_, name); link != nullptr)
             ports_[ifx] = link->first;
     // What it carries is taken over before what it has is touched.
     model().addresses.let_age_elsewhere(true);
-    links_ = links;
-    take_links(links, true);
-    BridgeSettings want = links[bridge_].bridge;
+    take_links(links_, true);
+    BridgeSettings want = links_[bridge_].bridge;
     want.filters_vlans = 1;
     want.stp = 0;
     want.native = 0;
-    const auto request = set_bridge(bridge_, links[bridge_].bridge, want);
+    const auto request = set_bridge(bridge_, links_[bridge_].bridge, want);
     if (request && !ask(*request, "its settings")) {
-        std::remove(file_.c_str());
+        if (known == nullptr)
+            std::remove(file_.c_str());
         throw std::runtime_error(name_ + " cannot be set: no right to it, or a kernel without VLAN filtering");
     }
     links_ = list(); // the native VLAN of new ports went with the settings
@@ -106,7 +107,7 @@ void LinuxBridge::attach(uint32_t ifx, const std::string &device) {
         throw std::invalid_argument(device + " is port " + std::to_string(other) + " already");
     refuse_if(index == bridge_ || (link->second.master != 0 && link->second.master != bridge_),
               device + " belongs to somebody else");
-    memory_.links.try_emplace(device, before_of(link->second, link->second.master == bridge_));
+    remember_link(index, link->second.master == bridge_);
     if (link->second.master != bridge_) {
         if (const int error = kernel_.ask(set_master(index, bridge_)); error != 0)
             throw std::invalid_argument(device + " cannot be a port: " + std::strerror(error));
@@ -170,6 +171,13 @@ void LinuxBridge::restore() {
     model().announcer.on_change = [](uint32_t, Bytes) {};
     readable_.reset();
     links_ = list();
+    if (links_.contains(bridge_))
+        restore_bridge();
+    std::remove(file_.c_str());
+}
+
+void LinuxBridge::restore_bridge() {
+    follow_names();
     fdb_.clear();
     remove_entries();
     for (const std::string &device : memory_.devices)
@@ -184,7 +192,6 @@ void LinuxBridge::restore() {
     links_ = list(); // the native VLAN of new ports comes with the settings
     restore_links();
     restore_entries();
-    std::remove(file_.c_str());
 }
 
 std::unique_ptr<BackEnd> open_bridge(Sandbox &sandbox, const std::string &tmpdir, const std::string &name) {

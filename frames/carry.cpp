@@ -42,7 +42,7 @@ const LinuxBridge::ChangeRow LinuxBridge::kChanges[] = {
 
 void LinuxBridge::changed(uint32_t type, Bytes payload) noexcept {
     for (const ChangeRow &row : kChanges)
-        if (row.type == type && (!taking_ || row.while_taking))
+        if (row.type == type && links_.contains(bridge_) && (!taking_ || row.while_taking))
             try {
                 (this->*row.carry)(payload);
             } catch (const std::exception &error) {

@@ -46,13 +46,23 @@ class LinuxBridge : public sandbox::BackEnd, sandbox::Pinned {
     void take_links(Links now, bool first);
     void take_port(uint32_t ifx, const Link *seen, const Link &now);
     void take_vlans(uint32_t ifx, const PortVlans &vlans);
+    [[nodiscard]] bool is_by_hand(const Link *seen, const Link &now);
     void take_states(uint32_t ifx, const Link *seen, const Link &now);
     void take_bridge(const Link *seen, const Link &now);
-    void take_devices(const Links &seen);
+    void take_devices(const Links &seen, bool first);
     void take_hosts(const Hosts &hosts);
     void put_back(const std::vector<bri_mac_msg> &records);
     void adopt(uint32_t index, const Link &link, uint32_t ifx);
     void create_vlans(const vlanset &vlans);
+    // What the switch refuses of it is told, and what the kernel tells besides is taken all the same.
+    template <class Step> void attempt(Step &&step) {
+        try {
+            step();
+        } catch (const std::invalid_argument &refusal) {
+            complain(refusal.what());
+        }
+    }
+    void list(const Request &request, const Take &take);
     [[nodiscard]] Links list();
     [[nodiscard]] Hosts list_hosts();
 
@@ -60,12 +70,22 @@ class LinuxBridge : public sandbox::BackEnd, sandbox::Pinned {
     void begin_hosts();
     void remove_entries();
     void restore_entries();
+    void restore_bridge();
     void restore_links();
     [[nodiscard]] bool is_own(const Mac &mac) const;
     [[nodiscard]] uint32_t link_of(uint32_t ifx) const; // 0: no device
     [[nodiscard]] uint32_t port_of(uint32_t link) const;
     [[nodiscard]] uint32_t free_number() const;
     [[nodiscard]] bool learns(uint32_t ifx);
+    void follow_names() {
+        if (frames::follow_names(memory_, links_))
+            remember();
+        name_ = links_[bridge_].name;
+    }
+    void remember_link(uint32_t index, bool bridged) {
+        const Link &link = links_[index];
+        memory_.links.try_emplace(link.name, before_of(index, link, bridged)).first->second.link = index;
+    }
     void remember() const { write_memory(memory_, file_); }
     void note(const std::string &text) { sandbox_.trace.note("bridge " + name_ + ": " + text); }
     sandbox::Bridge &model() { return sandbox_.bridge; }
@@ -83,6 +103,7 @@ class LinuxBridge : public sandbox::BackEnd, sandbox::Pinned {
     Memory memory_;
     std::set<std::string> said_;
     bool taking_ = false; // operations are under way that the kernel has told of
+    bool behind_ = false; // something that the kernel has told is not taken
 };
 
 } // namespace frames

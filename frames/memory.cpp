@@ -16,7 +16,8 @@ namespace {
 using Json = nlohmann::json;
 
 Json json_of(const Before &before) {
-    return {{"bridged", before.bridged},
+    return {{"link", before.link},
+            {"bridged", before.bridged},
             {"enabled", before.enabled},
             {"learning", before.learning},
             {"state", before.state},
@@ -26,11 +27,9 @@ Json json_of(const Before &before) {
 }
 
 Before before_in(const Json &json) {
-    return {json.at("bridged"),
-            json.at("enabled"),
-            json.at("learning"),
-            json.at("state"),
-            {parse_vlans(json.at("vlans")), parse_vlans(json.at("untagged")), json.at("native")}};
+    return {json.at("link"),    json.at("bridged"),
+            json.at("enabled"), json.at("learning"),
+            json.at("state"),   {parse_vlans(json.at("vlans")), parse_vlans(json.at("untagged")), json.at("native")}};
 }
 
 Json json_of(const Fdb &entries) {
@@ -77,8 +76,27 @@ Memory memory_in(const Json &json) {
 
 } // namespace
 
-Before before_of(const Link &link, bool bridged) {
-    return {bridged, link.is_enabled(), link.learning, link.state, link.vlans};
+Before before_of(uint32_t index, const Link &link, bool bridged) {
+    return {index, bridged, link.is_enabled(), link.learning, link.state, link.vlans};
+}
+
+bool follow_names(Memory &memory, const Links &links) {
+    std::map<std::string, std::string> names; // by those of before
+    for (const auto &[name, before] : memory.links)
+        if (const auto found = links.find(before.link); found != links.end() && found->second.name != name)
+            names[name] = found->second.name;
+    const auto name_of = [&](const std::string &name) { return names.contains(name) ? names.at(name) : name; };
+    const auto follow = [&](auto &by_name) {
+        std::remove_reference_t<decltype(by_name)> next;
+        for (auto &[name, value] : by_name)
+            next[name_of(name)] = std::move(value);
+        by_name = std::move(next);
+    };
+    follow(memory.links);
+    follow(memory.entries);
+    for (auto &[ifx, name] : memory.ports)
+        name = name_of(name);
+    return !names.empty();
 }
 
 std::optional<Memory> read_memory(const std::string &path) {

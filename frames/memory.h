@@ -10,6 +10,7 @@ namespace frames {
 
 // Of a bridge and of each of its ports, by name.
 struct Before {
+    uint32_t link = 0;   // its number now
     bool bridged = true; // a port of it
     bool enabled = true;
     uint8_t learning = 1;
@@ -26,7 +27,10 @@ struct Memory {
     std::set<std::string> devices;         // VLAN devices that the server has made
 };
 
-Before before_of(const Link &link, bool bridged);
+Before before_of(uint32_t index, const Link &link, bool bridged);
+// A device that has another name by now is known by its number, one that comes back with another number by its name.
+// Whether there were such names.
+bool follow_names(Memory &memory, const Links &links);
 
 // Nothing when there is no such file, or none that can be read. Written whole or not at all; throws
 // std::runtime_error.

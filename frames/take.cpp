@@ -33,14 +33,29 @@ bri_mac_msg record_of(bri_mac_oper oper, const Host &host, uint32_t ifx, uint32_
     return record;
 }
 
+class Taking {
+  public:
+    explicit Taking(bool &flag) : flag_(flag) { flag_ = true; }
+    Taking(const Taking &) = delete;
+    Taking &operator=(const Taking &) = delete;
+    ~Taking() { flag_ = false; }
+
+  private:
+    bool &flag_;
+};
+
 } // namespace
+
+// What could not be listed is not what has gone.
+void LinuxBridge::list(const Request &request, const Take &take) {
+    if (const int error = kernel_.dump(request, take); error != 0)
+        throw std::runtime_error(std::string("cannot list: ") + std::strerror(error));
+}
 
 Links LinuxBridge::list() {
     Links links;
-    const auto take = [&](const Notice &notice) { take_link(notice, links); };
     for (const Request &request : {list_links(), list_ports(), list_vlans()})
-        if (const int error = kernel_.dump(request, take); error != 0)
-            complain(std::string("cannot list: ") + std::strerror(error));
+        list(request, [&](const Notice &notice) { take_link(notice, links); });
     return links;
 }
 
@@ -48,7 +63,7 @@ LinuxBridge::Hosts LinuxBridge::list_hosts() {
     Hosts hosts;
     for (const auto &[host, place] : fdb_) // unless it is still there
         hosts[host] = {host, std::nullopt, place.link};
-    kernel_.dump(list_entries(), [&](const Notice &notice) {
+    list(list_entries(), [&](const Notice &notice) {
         if (const auto change = fdb_change(notice, bridge_))
             hosts[change->host] = *change;
     });
@@ -59,6 +74,7 @@ LinuxBridge::Hosts LinuxBridge::list_hosts() {
 void LinuxBridge::look() {
     std::optional<Links> now;
     Hosts hosts;
+    const bool missed = std::exchange(behind_, true); // until all of it is taken
     const bool whole = monitor_.drain([&](const Notice &notice) {
         if (const auto change = fdb_change(notice, bridge_))
             hosts.insert_or_assign(change->host, *change);
@@ -68,32 +84,36 @@ void LinuxBridge::look() {
             now = links_;
         take_link(notice, *now);
     });
-    if (!whole) {
+    if (!whole || missed) {
         now = list();
         hosts = list_hosts();
     }
     if (now)
         take_links(std::move(*now), false);
     take_hosts(hosts);
+    behind_ = false;
 }
 
 void LinuxBridge::take_links(Links now, bool first) {
     const Links seen = std::exchange(links_, std::move(now));
-    if (!links_.contains(bridge_)) {
+    std::optional<Taking> taking(taking_);
+    const bool gone = !links_.contains(bridge_);
+    if (gone) {
         complain("it has gone");
-        return;
+    } else {
+        follow_names();
+        attempt([&] { take_bridge(first ? nullptr : find(seen, bridge_), links_[bridge_]); });
     }
-    taking_ = true;
-    take_bridge(first ? nullptr : find(seen, bridge_), links_[bridge_]);
+    const auto is_port = [&](const Link *link) { return !gone && link != nullptr && link->master == bridge_; };
     const auto ports = ports_;
     for (const auto &[ifx, index] : ports) {
         const Link *link = find(links_, index);
-        if (link != nullptr && link->master == bridge_ && there_is_port(ifx)) {
-            take_port(ifx, first ? nullptr : find(seen, index), *link);
+        if (is_port(link) && there_is_port(ifx)) {
+            attempt([&, ifx = ifx, index = index] { take_port(ifx, first ? nullptr : find(seen, index), *link); });
             continue;
         }
-        if (link != nullptr && link->master == bridge_) { // the switch's tables are others than before
-            adopt(index, *link, ifx);
+        if (is_port(link)) { // the switch's tables are others than before
+            attempt([&, ifx = ifx, index = index] { adopt(index, *link, ifx); });
             continue;
         }
         ports_.erase(ifx);
@@ -103,11 +123,12 @@ void LinuxBridge::take_links(Links now, bool first) {
             model().ports.remove(ifx);
     }
     for (const auto &[index, link] : links_)
-        if (link.master == bridge_ && port_of(index) == 0)
-            adopt(index, link, free_number());
-    take_devices(seen);
-    taking_ = false;
-    carry_vlans({});
+        if (is_port(&link) && port_of(index) == 0)
+            attempt([&, index = index, &link = link] { adopt(index, link, free_number()); });
+    attempt([&] { take_devices(seen, first); });
+    taking.reset();
+    if (!gone)
+        carry_vlans({});
 }
 
 uint32_t LinuxBridge::free_number() const {
@@ -122,7 +143,7 @@ void LinuxBridge::adopt(uint32_t index, const Link &link, uint32_t ifx) {
         return complain(link.name + ": no port number is left for it");
     ports_[ifx] = index;
     memory_.ports[ifx] = link.name;
-    memory_.links.try_emplace(link.name, before_of(link, true));
+    remember_link(index, true);
     remember();
     note(link.name + " is port " + std::to_string(ifx));
     const SwitchPort port = switch_port(link.vlans, std::nullopt);
@@ -135,9 +156,9 @@ void LinuxBridge::take_port(uint32_t ifx, const Link *seen, const Link &now) {
         model().ports.set_link(ifx, now.is_up());
     if ((seen == nullptr || !(seen->vlans == now.vlans)) && !(now.vlans == wanted_vlans(ifx)))
         take_vlans(ifx, now.vlans);
+    take_states(ifx, seen, now);
     if ((seen == nullptr || seen->learning != now.learning) && (now.learning != 0) != learns(ifx))
         model().addresses.set_port_learning(ifx, now.learning != 0);
-    take_states(ifx, seen, now);
 }
 
 void LinuxBridge::take_vlans(uint32_t ifx, const PortVlans &vlans) {
@@ -161,8 +182,18 @@ void LinuxBridge::take_vlans(uint32_t ifx, const PortVlans &vlans) {
         model().ports.remove_members(ifx, more);
 }
 
-// A port's state by hand is that of all its VLANs, a VLAN's that of its whole instance. What the kernel does when a
-// link comes and goes is not by hand.
+// Where no spanning tree of its own runs, the kernel closes a port when its link fails and opens it when the link comes
+// back: that is not by hand, also when only the end of it is seen. Before the first look all that is open may be so.
+bool LinuxBridge::is_by_hand(const Link *seen, const Link &now) {
+    const bool opens = now.state == BR_STATE_FORWARDING;
+    if (now.state == BR_STATE_DISABLED)
+        return false;
+    if (seen == nullptr)
+        return !readable_ && !opens && links_[bridge_].bridge.stp == 0;
+    return seen->state != BR_STATE_DISABLED && seen->state != now.state && !(opens && seen->failures != now.failures);
+}
+
+// A port's state by hand is that of all its VLANs, a VLAN's that of its whole instance.
 void LinuxBridge::take_states(uint32_t ifx, const Link *seen, const Link &now) {
     const VlanStates want = wanted_states(ifx);
     std::map<uint16_t, uint8_t> states; // by instance
@@ -171,9 +202,7 @@ void LinuxBridge::take_states(uint32_t ifx, const Link *seen, const Link &now) {
         if (other && now.states[vid] != want[vid] && swport_get_stp_instance(vid) < BRI_STP_INSTANCES)
             states[swport_get_stp_instance(vid)] = now.states[vid];
     });
-    const bool by_hand = seen != nullptr && seen->state != BR_STATE_DISABLED && now.state != BR_STATE_DISABLED &&
-                         seen->state != now.state && now.state != wanted_state(now.vlans, want);
-    if (by_hand)
+    if (now.state != wanted_state(now.vlans, want) && is_by_hand(seen, now))
         states = {{BRI_L2TOP_INSTANCE_ALL, now.state}};
     std::vector<l2top_port_status> records;
     for (const auto &[instance, state] : states)
@@ -205,14 +234,24 @@ void LinuxBridge::take_bridge(const Link *seen, const Link &now) {
         model().addresses.set_age(switch_ageing(now.bridge.ageing));
 }
 
-void LinuxBridge::take_devices(const Links &seen) {
+// At the first look also what has gone before it.
+void LinuxBridge::take_devices(const Links &seen, bool first) {
     const auto is_svi = [&](const Link &link) { return link.kind == "vlan" && link.below == bridge_; };
+    const auto lost = [&](const auto &is_it) {
+        const auto is_one = [&](const auto &link) { return is_svi(link.second) && is_it(link.second); };
+        return std::ranges::none_of(links_, is_one) && (first || std::ranges::any_of(seen, is_one));
+    };
     for (const auto &[index, link] : links_)
         if (is_svi(link) && there_is_vlan(link.vid) && vl_get_svi_ifx(link.vid) == 0)
             model().vlans.set_svi(link.vid, index);
-    for (const auto &[index, link] : seen)
-        if (is_svi(link) && !links_.contains(index) && vl_get_svi_ifx(link.vid) != 0)
-            model().vlans.set_svi(link.vid, 0);
+    for_each_vlan(those_of(all_vlans(), there_is_vlan), [&](uint16_t vid) {
+        if (vl_get_svi_ifx(vid) != 0 && lost([&](const Link &link) { return link.vid == vid; }))
+            model().vlans.set_svi(vid, 0);
+    });
+    if (std::erase_if(memory_.devices, [&](const std::string &name) {
+            return lost([&](const Link &link) { return link.name == name; });
+        }) != 0)
+        remember();
 }
 
 bool LinuxBridge::is_own(const Mac &mac) const {

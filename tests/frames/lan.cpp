@@ -1,5 +1,7 @@
 #include "tests/frames/lan.h"
 
+#include "tests/system/workstation.h"
+
 #include <gtest/gtest.h>
 
 #include <arpa/inet.h>
@@ -8,6 +10,7 @@
 #include <cstring>
 #include <fcntl.h>
 #include <fstream>
+#include <grp.h>
 #include <linux/if_ether.h>
 #include <linux/if_packet.h>
 #include <net/if.h>
@@ -166,6 +169,21 @@ std::optional<uint16_t> LanHost::receives(uint32_t number, int timeout_ms) const
             return tag_of(message);
     }
     return std::nullopt;
+}
+
+bool leave_root(const std::string &folder, std::string &why_not) {
+    constexpr uid_t kUser = 1000;
+    if (geteuid() != 0)
+        return true;
+    if (chown(folder.c_str(), kUser, kUser) != 0 || setgroups(0, nullptr) != 0 || setgid(kUser) != 0 ||
+        setuid(kUser) != 0 || prctl(PR_SET_DUMPABLE, 1) != 0) { // for its maps of users
+        why_not = "there is no other user here";
+        return false;
+    }
+    if (access(kSandbox, X_OK) == 0)
+        return true;
+    why_not = "the build is not for everybody to run";
+    return false;
 }
 
 bool enter_lan(std::string &why_not) {

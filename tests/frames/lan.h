@@ -44,6 +44,10 @@ class LanHost {
     int socket_ = -1;
 };
 
+// A process of root's becomes one of a user without any right, who takes that folder along. False, with the reason,
+// where such a user cannot run these tests.
+bool leave_root(const std::string &folder, std::string &why_not);
+
 // This process in a network of its own, as root or as if it were. False, with the reason, where the kernel has no
 // bridge that filters VLANs.
 bool enter_lan(std::string &why_not);
