@@ -53,7 +53,7 @@ void LinuxBridge::begin(const Memory *known) {
                 memory_.links[link.name] = before_of(index, link, true);
         list(list_entries(), [&](const Notice &notice) {
             const auto change = fdb_change(notice, bridge_);
-            if (change && change->place && change->place->state != NUD_REACHABLE)
+            if (change && change->place && change->place->state != NUD_REACHABLE && !is_own(change->host.mac))
                 memory_.entries[links_[change->link].name][change->host] = *change->place;
         });
     }
