@@ -24,11 +24,24 @@ amd64) command=(qemu-system-x86_64 -M q35 -cpu qemu64 -m 1024 "${options[@]}"
 *) exit 2 ;;
 esac
 
-if [ "${2:-}" = shell ]; then
-    exec setpriv --pdeathsig KILL "${command[@]}"
-fi
-# Neither outlives the one that has started it, whatever ends that.
+# Nothing outlives the one that has started it, whatever ends that.
 with_its_parent=(setpriv --pdeathsig KILL)
+# Standard input, from when the machine has a prompt on: its firmware takes what comes earlier. At its end the machine's.
+feed() {
+    until grep -q '\[lab\] machine' "$work/console.raw"; do
+        sleep 0.1
+        kill -0 $$ 2>/dev/null || exit
+    done
+    cat
+    echo exit
+}
+if [ "${2:-}" = shell ]; then
+    [ ! -t 0 ] || exec "${with_its_parent[@]}" "${command[@]}"
+    : >"$work/console.raw"
+    exec {typed}<&0
+    "${with_its_parent[@]}" "${command[@]}" < <(feed <&$typed) | tee "$work/console.raw"
+    exit
+fi
 limit=${LAB_SECONDS:-900}
 status=0
 "${with_its_parent[@]}" timeout "$limit" "${with_its_parent[@]}" "${command[@]}" \

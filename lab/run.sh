@@ -134,4 +134,4 @@ flock -n $lock || {
 prepare
 [ -n "$shell" ] || run_machines
 exec {lock}>&- # what it boots from is not needed once it runs
-lab/boot.sh "${machines[0]}" shell
+exec lab/boot.sh "${machines[0]}" shell
