@@ -41,6 +41,7 @@ struct Program {
     int seconds = 0; // after which it is killed
     bool beside = false;
     Words command;
+    bool typed = false; // at the prompt: has the terminal, so that Ctrl-C ends it
 };
 
 struct Running {
@@ -142,6 +143,8 @@ void introduce() {
 
 [[noreturn]] void become(const Program &program) {
     setsid();
+    if (program.typed)
+        ioctl(STDIN_FILENO, TIOCSCTTY, 0);
     std::vector<char *> arguments;
     for (const std::string &word : program.command)
         arguments.push_back(const_cast<char *>(word.c_str()));
@@ -157,7 +160,7 @@ void introduce() {
 }
 
 Running start(const Program &program) {
-    if (!program.beside)
+    if (!program.beside && !program.typed)
         std::printf("[lab] begin %s\n", program.name.c_str());
     std::fflush(stdout);
     const pid_t pid = fork();
@@ -247,24 +250,32 @@ void hand_out() {
     }
 }
 
+Program typed(const Words &command) {
+    return {command[0], 86400, false, command, true};
+}
+
 // For a machine without a shell of its own: runs what is typed. `cat` and `write FILE WORDS...` are its own.
 void own_prompt() {
     for (std::string line; std::cout << "lab# " << std::flush && std::getline(std::cin, line) && line != "exit";) {
         const Words words = split(line, ' ');
         if (words.size() >= 2 && words[0] == "cat") {
-            std::cout << std::ifstream(words[1]).rdbuf() << '\n';
+            if (const std::ifstream file(words[1]); file)
+                std::cout << file.rdbuf() << '\n';
+            else
+                std::cout << words[1] << ": cannot be read\n";
             std::cout.clear();
         } else if (words.size() >= 3 && words[0] == "write") {
-            std::ofstream(words[1]) << line.substr(line.find(words[1]) + words[1].size() + 1) << std::flush;
+            if (!(std::ofstream(words[1]) << line.substr(line.find(words[1]) + words[1].size() + 1) << std::flush))
+                std::cout << words[1] << ": not taken\n";
         } else if (!words.empty()) {
-            wait_for(start({words[0], 86400, false, words}));
+            wait_for(start(typed(words)));
         }
     }
 }
 
 void prompt() {
     if (access("/bin/bash", X_OK) == 0)
-        wait_for(start({"bash", 86400, false, {"/bin/bash", "-i"}}));
+        wait_for(start(typed({"/bin/bash", "-i"})));
     else
         own_prompt();
 }
