@@ -59,11 +59,11 @@ make_root_ppc32be() {
         powerpc-linux-gnu-strip -o "$root/lab/bin/${program##*/}" "$build/$program"
     done < <(
         files_of ppc32be
-        [ ! -e "build/ppc32be-workstation/${carried_ppc32be[0]}" ] || printf '%s\n' "${carried_ppc32be[@]}"
+        [ ! -e build/ppc32be-workstation/sandbox/bridge-sandbox ] || printf '%s\n' "${carried_ppc32be[@]}"
     )
     find "$root/lab/bin" -name '*.so.*' -exec mv {} "$root/lib/" \;
     cp -L "$libraries"/{ld.so.1,libc.so.6,libm.so.6,libstdc++.so.6,libgcc_s.so.1} "$root/lib/"
-    cp tests/tools/recordings/tour.scenario "$root/lab/"
+    cp tests/tools/recordings/*.scenario "$root/lab/"
     plan ppc32be /lab/bin | sed "s|/lab/bin/[^\t]*/|/lab/bin/|" >"$root/lab/plan"
     add_modules "$work/ef_bridge.ko"
 }
@@ -79,7 +79,7 @@ make_root_amd64() {
     ln -s "$PWD/sandbox/scenarios" "$root$build/sandbox/scenarios"
     carry /bin/sh /bin/bash /bin/true
     carry_command ip bridge cat ls ps mkdir rm sleep grep kill mount umount insmod rmmod lsmod dmesg id uname chmod \
-        seq head tail date stat cp mv ln touch env true false mktemp ping sed sort
+        seq head tail date stat cp mv ln touch env true false mktemp ping sed sort timeout
     plan amd64 "$build" >"$root/lab/plan"
     printf 'cd %q\n' "$PWD" >"$root/root/.bashrc"
     add_modules "${kernel_modules[@]/#/$kernel/lib/modules/$(cat "$kernel/release")/kernel/}" "$work/ef_bridge.ko"
