@@ -46,7 +46,8 @@ static int change_address(const char *words, enum bri_mac_oper oper) {
     u32 domain = 0;
 
     if (sscanf(words, "%hhx:%hhx:%hhx:%hhx:%hhx:%hhx %u %u %u", mac, mac + 1, mac + 2, mac + 3, mac + 4, mac + 5,
-               &domain, &entry->ifx, &entry->type) != 9)
+               &domain, &entry->ifx, &entry->type) != 9 ||
+        domain > U16_MAX)
         return -EINVAL;
     entry->bcast_id = (u16)domain;
     entry->field = (is_zero_ether_addr(mac) ? 0 : BRI_MAC_FIELD_MAC) | (domain ? BRI_MAC_FIELD_BCAST_ID : 0) |
@@ -67,7 +68,7 @@ static int fill(const char *words) {
     u32 number, domain, port, i;
     int error = 0;
 
-    if (sscanf(words, "%u %u %u", &number, &domain, &port) != 3 || number > EF_ADDRESSES_MAX)
+    if (sscanf(words, "%u %u %u", &number, &domain, &port) != 3 || number > EF_ADDRESSES_MAX || domain > U16_MAX)
         return -EINVAL;
     record.entry.field = BRI_MAC_FIELD_MAC | BRI_MAC_FIELD_IFX | BRI_MAC_FIELD_TYPE | BRI_MAC_FIELD_BCAST_ID;
     record.entry.bcast_id = (u16)domain;
@@ -86,7 +87,8 @@ static int change_host(const char *words, u32 type) {
     u32 domain = 0;
 
     if (sscanf(words, "%hhx:%hhx:%hhx:%hhx:%hhx:%hhx %u %u", mac, mac + 1, mac + 2, mac + 3, mac + 4, mac + 5, &domain,
-               &request.ifx) != 8)
+               &request.ifx) != 8 ||
+        domain > U16_MAX)
         return -EINVAL;
     request.entry.type = type;
     request.entry.vlan = (u16)domain;

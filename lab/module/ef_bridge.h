@@ -35,7 +35,8 @@ int ef_family_notify(const struct bri_mac_msg *notice);
 enum { EF_ADDRESSES_MAX = 65536 };
 u32 ef_mac_count(void);
 /* Takes one record: an add names one address whole, a delete all that its fields select. A learned address does not
- * take the place of a configured one. 0, -ENOMEM, or -ENOSPC when the table is full. */
+ * take the place of a configured one. 0; -EINVAL for an add that lacks address, domain or type; -ENOMEM, or -ENOSPC
+ * when the table is full. */
 int ef_mac_apply(const struct bri_mac_msg *record);
 /* The first entry that the key selects, and the first one behind `last`; null without one. A key's address alone is
  * where to start, with a domain it is the one to find; port and type must match where given. */

@@ -110,7 +110,7 @@ static int add(const struct bri_mac_entry *given) {
     struct known *known;
 
     if ((given->field & FIELDS_ADD) != FIELDS_ADD)
-        return 0;
+        return -EINVAL;
     known = find(given);
     if (known) {
         if (!is_dynamic(given) || is_dynamic(&known->entry))

@@ -30,6 +30,17 @@ TEST_F(Module, channel_comes_up_and_asks_for_the_kernels_data) {
     EXPECT_EQ(events()[0].type, BRIDGE_EVENT_KERNEL_DATA_REQ);
 }
 
+TEST_F(Module, command_that_would_change_nothing_or_something_else_is_refused) {
+    for (const char *command :
+         {"nonsense", "state", "state nonsense", "state error", "mac add", "mac add 02:00:00:00:00:05 0 3 2",
+          "mac add 02:00:00:00:00:05 10 3 0", "mac add 02:00:00:00:00:05 65546 3 2", "mac fill 65537 10 3",
+          "mac fill 2 65546 3", "host add 02:00:00:00:00:09 65546 3", "host del 02:00:00:00:00:09 10 3"})
+        EXPECT_FALSE(tell_module(command)) << command;
+    EXPECT_EQ(module_figure("addresses"), 0);
+    EXPECT_EQ(module_figure("hosts"), 0);
+    EXPECT_EQ(module_text().find("state up\n"), 0U);
+}
+
 TEST_F(Module, look_up_of_one_address_gives_its_whole_entry) {
     tell("mac add 02:00:00:00:00:05 300 70000 2");
     bri_mac_entry entry;
