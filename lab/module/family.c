@@ -193,6 +193,13 @@ void ef_family_unregister(void) {
     genl_unregister_family(&family);
 }
 
+/* The control file goes last; once both ways in are shut nobody uses the tables. */
+static void shut(void) {
+    ef_control_unregister();
+    ef_mac_clear();
+    ef_hosts_clear();
+}
+
 static int __init start(void) {
     int error = ef_control_register();
 
@@ -200,16 +207,13 @@ static int __init start(void) {
         return error;
     error = ef_family_register();
     if (error)
-        ef_control_unregister();
+        shut();
     return error;
 }
 
-/* Once both ways in are shut nobody uses the tables. */
 static void __exit stop(void) {
     ef_family_unregister();
-    ef_control_unregister();
-    ef_mac_clear();
-    ef_hosts_clear();
+    shut();
 }
 
 module_init(start);
