@@ -46,12 +46,12 @@ class AnyThread : public VlanDb {
     // Each counts up and down until they have met often: a count other than its own last one shows the other's.
     template <class Step> static void count_up_and_down(Step &&step) {
         const auto kOften = static_cast<uint32_t>(scaled(1000000));
-        const time_t latest = patience_ends();
+        const auto latest = patience_ends();
         uint32_t met = 0;
         uint32_t arrived = 0;
         in_threads([&](uint32_t) {
             meet(arrived, kThreads);
-            while (__atomic_load_n(&met, __ATOMIC_RELAXED) < kOften && time(nullptr) <= latest) {
+            while (__atomic_load_n(&met, __ATOMIC_RELAXED) < kOften && std::chrono::steady_clock::now() <= latest) {
                 const uint32_t up = step(true);
                 const uint32_t down = step(false);
                 if (up != 1 || down != 0)

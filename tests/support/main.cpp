@@ -49,14 +49,17 @@ int run_one() {
     return status == 0 && testing::UnitTest::GetInstance()->skipped_test_count() != 0 ? kSkipped : status;
 }
 
-// An emulator would translate the destructors of all registered tests anew in each process.
+// An emulated processor takes its time for the destructors of all registered tests.
 [[noreturn]] void leave(int status) {
 #ifdef BRIDGE_EMULATED
+    const bool emulated = true;
+#else
+    const bool emulated = std::getenv("BRIDGE_MODULE") != nullptr; // a lab machine, see children.h
+#endif
+    if (!emulated)
+        std::exit(status);
     std::fflush(nullptr);
     _exit(status);
-#else
-    std::exit(status);
-#endif
 }
 
 int run_in_child(const std::string &name) {

@@ -141,7 +141,7 @@ TEST_F(Nesting, replay_inside_replays_stops_at_8_levels) {
 }
 
 TEST_F(Nesting, replays_of_every_kind_share_the_8_levels) {
-    constexpr unsigned kMostTurns = 2000; // of each, as all of them take seconds
+    constexpr unsigned kMostTurns = 400; // of each, as all of them take seconds
     for (const ReplayKind &replay : kReplays)
         watch({replay.event});
     unsigned turn = 0;

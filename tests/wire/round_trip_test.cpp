@@ -13,7 +13,7 @@ using namespace wire;
 
 // Whole segments take seconds, and their parts are here by themselves.
 const size_t kMostWhole = test::in_lab_machine() ? 100 : 9000;
-const size_t kMostSparse = test::in_lab_machine() ? 9000 : SIZE_MAX; // of hardly anything but zeros
+const size_t kMostSparse = test::in_lab_machine() ? 9000 : SIZE_MAX; // of them that go by quickly
 constexpr Order kOrders[] = {Order::kBig, Order::kLittle, Order::kNative};
 
 // Bytes of which about one in `one_in` is not 0.
@@ -104,6 +104,8 @@ TEST(WireRoundTrip, payloads_of_every_event_come_back_whatever_they_hold) {
 TEST(WireRoundTrip, swapped_record_reads_the_same_in_the_other_order) {
     std::mt19937 random(5);
     for (const Record *record : all_records()) {
+        if (record->size > kMostSparse)
+            continue;
         const Buffer big = random_bytes(record->size, random);
         Buffer little = big;
         swap(one(*record), little);
