@@ -25,6 +25,7 @@
 #include <sys/sysmacros.h>
 #include <sys/utsname.h>
 #include <sys/wait.h>
+#include <termios.h>
 #include <thread>
 #include <unistd.h>
 #include <vector>
@@ -142,9 +143,13 @@ void introduce() {
 }
 
 [[noreturn]] void become(const Program &program) {
-    setsid();
-    if (program.typed)
-        ioctl(STDIN_FILENO, TIOCSCTTY, 0);
+    if (program.typed) {
+        setpgid(0, 0);
+        tcsetpgrp(STDIN_FILENO, getpid());
+        signal(SIGTTOU, SIG_DFL);
+    } else {
+        setsid();
+    }
     std::vector<char *> arguments;
     for (const std::string &word : program.command)
         arguments.push_back(const_cast<char *>(word.c_str()));
@@ -269,11 +274,16 @@ void own_prompt() {
                 std::cout << words[1] << ": not taken\n";
         } else if (!words.empty()) {
             wait_for(start(typed(words)));
+            tcsetpgrp(STDIN_FILENO, getpgrp());
         }
     }
 }
 
+// The terminal belongs to the prompt, not to a program there: at the end of its owner what was typed ahead is lost.
 void prompt() {
+    setsid();
+    ioctl(STDIN_FILENO, TIOCSCTTY, 0);
+    signal(SIGTTOU, SIG_IGN);
     if (access("/bin/bash", X_OK) == 0)
         wait_for(start(typed({"/bin/bash", "-i"})));
     else
@@ -296,6 +306,7 @@ int work() {
     }
     std::printf("[lab] done\n");
     std::fflush(stdout);
+    tcdrain(STDOUT_FILENO);
     return 0;
 }
 
